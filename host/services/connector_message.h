@@ -1,0 +1,27 @@
+// The datagrams of the kernel's process connector.
+#pragma once
+
+#include <linux/cn_proc.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Host {
+
+// The kernel's answer to a request of some listener. It goes to all listeners.
+struct ConnectorAck {
+    uint32_t number;  // the request's ack number plus 1: the only field that every kernel hands back
+    uint32_t error;   // errno, 0 for success
+};
+
+struct ConnectorBatch {
+    std::vector<proc_event> events;  // fork and exec, in the kernel's order
+    std::vector<ConnectorAck> acks;
+};
+
+// Appends what one datagram holds to batch. Messages that are cut, from another connector or of another kind are left
+// out. REQUIRES: data is aligned for nlmsghdr. Any thread.
+void ParseConnectorDatagram(const void* data, size_t size, ConnectorBatch& batch);
+
+}  // namespace Host

@@ -1,0 +1,152 @@
+#include "host/services/process_event_service.h"
+
+#include <poll.h>
+
+#include <array>
+#include <cstring>
+#include <system_error>
+
+#include "agent/logger.h"
+#include "host/services/thread_name.h"
+
+namespace Host {
+
+ProcessEventService& ProcessEventService::Instance() {
+    static auto* const service = new ProcessEventService;
+    return *service;
+}
+
+bool ProcessEventService::Add(Callback callback) {
+    if (callback == nullptr) {
+        return false;
+    }
+    std::unique_lock lock(mutex_);
+    if (dispatcher_.OnOwnThread()) {
+        // Nothing stops while a callback is being called.
+        dispatcher_.Add(callback);
+        return true;
+    }
+    changed_.wait(lock, [this] { return !changing_; });
+    dispatcher_.Add(callback);
+    if (running_) {
+        return true;
+    }
+    changing_ = true;
+    lock.unlock();
+    const bool started = Start();
+    lock.lock();
+    running_ = started;
+    changing_ = false;
+    changed_.notify_all();
+    return started;
+}
+
+void ProcessEventService::Remove(Callback callback) {
+    dispatcher_.Remove(callback);
+    if (dispatcher_.OnOwnThread()) {
+        return;
+    }
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [this] { return !changing_; });
+        if (!running_ || dispatcher_.HasCallbacks()) {
+            return;
+        }
+        if (dispatcher_.Idle()) {
+            break;
+        }
+        lock.unlock();
+        dispatcher_.AwaitCallEnd();
+        lock.lock();
+    }
+    changing_ = true;
+    lock.unlock();
+    Stop();
+    lock.lock();
+    running_ = false;
+    changing_ = false;
+    changed_.notify_all();
+}
+
+ProcessEventCounters ProcessEventService::Count() const {
+    const EventDispatcher::Counters dispatched = dispatcher_.Count();
+    return {received_, dispatched.delivered, dispatched.overflowed, kernelLosses_, dispatched.queued};
+}
+
+bool ProcessEventService::Start() {
+    const std::string why = TryStart();
+    if (why.empty()) {
+        return true;
+    }
+    Stop();
+    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                   "no process events: %s; a new process is seen by the next periodic scan only, and not at all if it "
+                   "ends before; run the agent with CAP_NET_ADMIN in the host's own PID, user and network namespaces",
+                   why.c_str());
+    return false;
+}
+
+std::string ProcessEventService::TryStart() {
+    try {
+        connector_ = std::make_unique<ProcessConnector>();
+        std::string why = connector_->Open();
+        if (!why.empty()) {
+            return why;
+        }
+        stopSignal_ = std::make_unique<WakeSignal>();
+        dispatcher_.Start();
+        reader_ = std::thread([this] { ReadEvents(); });
+        return {};
+    } catch (const std::system_error& error) {
+        return error.what();
+    }
+}
+
+void ProcessEventService::Stop() {
+    if (reader_.joinable()) {
+        stopSignal_->Raise();
+        reader_.join();
+    }
+    dispatcher_.Stop();
+    stopSignal_.reset();
+    connector_.reset();
+}
+
+void ProcessEventService::ReadEvents() {
+    NameThisThread("proc-events-rd");
+    ConnectorBatch batch;
+    for (;;) {
+        std::array<pollfd, 2> waiting{{{connector_->Descriptor(), POLLIN, 0}, {stopSignal_->Descriptor(), POLLIN, 0}}};
+        poll(waiting.data(), waiting.size(), -1);
+        if (waiting[1].revents != 0) {
+            return;
+        }
+        batch.events.clear();
+        batch.acks.clear();
+        const ProcessConnector::Received received = connector_->Receive(batch);
+        received_ += batch.events.size();
+        kernelLosses_ += received.losses;
+        ReportLosses(received.losses, dispatcher_.Push(batch.events));
+        if (received.error != 0) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
+                           "no more process events: the process connector cannot be read: %s",
+                           std::strerror(received.error));
+            return;
+        }
+    }
+}
+
+void ProcessEventService::ReportLosses(unsigned int kernelLosses, size_t overflowed) {
+    if (kernelLosses != 0 && kernelLossPacer_.MayLog()) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                       "the kernel has dropped process events, %llu times since the start: its buffer was full",
+                       static_cast<unsigned long long>(kernelLosses_.load()));
+    }
+    if (overflowed != 0 && overflowPacer_.MayLog()) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                       "process events were dropped, %llu since the start: the callbacks are too slow",
+                       static_cast<unsigned long long>(dispatcher_.Count().overflowed));
+    }
+}
+
+}  // namespace Host

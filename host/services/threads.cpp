@@ -1,0 +1,130 @@
+#include "agent/threads.h"
+
+#include <limits.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "agent/logger.h"
+#include "host/services/thread_name.h"
+
+namespace {
+
+struct ThreadStart {
+    void* (*entry)(void*);
+    void* argument;
+    std::string name;
+};
+
+struct ThreadTable {
+    std::mutex mutex;
+    std::map<unsigned long, pthread_t> threads;
+    unsigned long lastHandle = 0;
+};
+
+// Never destroyed: threads of a module may still run while the process exits.
+ThreadTable& Table() {
+    static auto* const table = new ThreadTable;
+    return *table;
+}
+
+void* RunThread(void* argument) {
+    const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(argument));
+    Host::NameThisThread(start->name);
+    // The agent outlives whatever a module throws at it.
+    try {
+        return start->entry(start->argument);
+    } catch (const std::exception& error) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed: %s", start->name.c_str(),
+                       error.what());
+    } catch (...) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed with an unknown exception",
+                       start->name.c_str());
+    }
+    return nullptr;
+}
+
+// The stack's size as pthread_attr_setstacksize takes it; 0 if the address space cannot hold it.
+size_t StackSize(unsigned int stackBytes) {
+    const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    const uint64_t rounded = (stackBytes + page - 1) / page * page;
+    const uint64_t size = std::max<uint64_t>(rounded, static_cast<uint64_t>(PTHREAD_STACK_MIN));
+    return size <= std::numeric_limits<size_t>::max() ? static_cast<size_t>(size) : 0;
+}
+
+int StartThread(pthread_t& thread, size_t stackSize, std::unique_ptr<ThreadStart> start) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0) {
+        return error;
+    }
+    error = pthread_attr_setstacksize(&attributes, stackSize);
+    if (error == 0) {
+        error = pthread_create(&thread, &attributes, RunThread, start.get());
+    }
+    if (error == 0) {
+        // The new thread owns the record.
+        static_cast<void>(start.release());
+    }
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
+}  // namespace
+
+unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
+                                 const std::string& name) {
+    if (entry == nullptr) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s has no entry: refused",
+                       name.c_str());
+        return 0;
+    }
+    auto start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name});
+    ThreadTable& table = Table();
+    // Held while the thread starts, so that the thread finds itself in the table whatever it does first.
+    const std::lock_guard lock(table.mutex);
+    pthread_t thread{};
+    const int error = StartThread(thread, StackSize(stackBytes), std::move(start));
+    if (error != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s cannot start: %s", name.c_str(),
+                       std::strerror(error));
+        return 0;
+    }
+    do {
+        ++table.lastHandle;
+    } while (table.lastHandle == 0 || table.threads.contains(table.lastHandle));
+    table.threads.emplace(table.lastHandle, thread);
+    return table.lastHandle;
+}
+
+int StopHipsThreadEx(unsigned long handle) {
+    ThreadTable& table = Table();
+    pthread_t thread{};
+    {
+        const std::lock_guard lock(table.mutex);
+        const auto found = table.threads.find(handle);
+        if (found == table.threads.end() || pthread_equal(found->second, pthread_self()) != 0) {
+            return -1;
+        }
+        thread = found->second;
+        table.threads.erase(found);
+    }
+    const int error = pthread_join(thread, nullptr);
+    if (error != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %lu cannot be waited for: %s", handle,
+                       std::strerror(error));
+        // Two threads that wait for each other: the refused one may be asked for again.
+        const std::lock_guard lock(table.mutex);
+        table.threads.emplace(handle, thread);
+    }
+    return error;
+}

@@ -1,0 +1,47 @@
+// What tests of process events share.
+#pragma once
+
+#include <spawn.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+
+namespace TestSupport {
+
+// What keeps this process from listening to the kernel's process events, independent of the code under test; empty if
+// nothing does.
+inline std::string MissingForProcessEvents() {
+    if (geteuid() != 0) {
+        return "process events need CAP_NET_ADMIN";
+    }
+    struct Space {
+        const char* path;
+        const char* initial;
+    };
+    // The numbers of the initial namespaces are fixed in the kernel.
+    for (const Space& space :
+         {Space{"/proc/self/ns/pid", "pid:[4026531836]"}, Space{"/proc/self/ns/user", "user:[4026531837]"}}) {
+        std::array<char, 64> target{};
+        if (readlink(space.path, target.data(), target.size() - 1) < 0 || target.data() != std::string(space.initial)) {
+            return std::string("process events need the initial namespace ") + space.path;
+        }
+    }
+    return {};
+}
+
+// Runs /bin/true to its end and returns the PID that it had.
+inline pid_t SpawnTrue() {
+    pid_t pid = -1;
+    std::array<char, 5> name{"true"};
+    std::array<char*, 2> arguments{name.data(), nullptr};
+    std::array<char*, 1> environment{nullptr};
+    if (posix_spawn(&pid, "/bin/true", nullptr, nullptr, arguments.data(), environment.data()) == 0) {
+        waitpid(pid, nullptr, 0);
+    }
+    return pid;
+}
+
+}  // namespace TestSupport

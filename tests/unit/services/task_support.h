@@ -1,0 +1,89 @@
+// Tasks whose runs tests can watch and hold.
+#pragma once
+
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/task_manager.h"
+
+namespace TestSupport {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+using TavUtils::TASK_CONDITION;
+using TavUtils::TaskManager;
+
+inline constexpr uint64_t hourMs = 3600 * 1000;
+
+inline uint64_t EpochMs() {
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
+}
+
+inline TASK_CONDITION Condition(uint64_t firstRunMs, uint64_t periodMs) {
+    TASK_CONDITION condition{};
+    condition.firstRunMs = firstRunMs;
+    condition.periodMs = periodMs;
+    condition.enabled = 1;
+    return condition;
+}
+
+inline TaskManager& Manager() {
+    return TaskManager::GetInstance();
+}
+
+// What the runs of one task leave behind.
+struct Runs {
+    std::mutex mutex;
+    std::vector<steady_clock::time_point> starts;
+    std::string threadName;
+    std::atomic<int> count = 0;
+    std::atomic<int> inside = 0;
+    std::atomic<int> overlaps = 0;
+    std::atomic<bool> released = true;  // false: runs last until it is true
+    std::atomic<unsigned int> id = 0;
+    std::atomic<bool> asked = false;
+};
+
+inline void* Record(void* argument) {
+    auto& runs = *static_cast<Runs*>(argument);
+    if (++runs.inside != 1) {
+        ++runs.overlaps;
+    }
+    {
+        const std::lock_guard lock(runs.mutex);
+        runs.starts.push_back(steady_clock::now());
+        std::array<char, 16> name{};
+        pthread_getname_np(pthread_self(), name.data(), name.size());
+        runs.threadName = name.data();
+    }
+    ++runs.count;
+    while (!runs.released) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    --runs.inside;
+    return nullptr;
+}
+
+// Keeps a task from outliving the record that its runs write to.
+class Registered {
+public:
+    explicit Registered(unsigned int id) : id_(id) {}
+    ~Registered() { Manager().UnregisterTask(id_); }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+
+private:
+    const unsigned int id_;
+};
+
+}  // namespace TestSupport
