@@ -1,0 +1,19 @@
+// What the host and the configuration say, for all of the module. Written by the thread that initialises and starts the
+// module, before the tasks and callbacks that read it exist; kept across stops.
+#pragma once
+
+#include <set>
+#include <string>
+
+// Every path of a shell program on this host, both as listed and resolved.
+inline std::set<std::string> shellPaths;
+
+// Inode numbers of the files that the command sshd stands for on PATH.
+inline std::set<unsigned long> sshdInodes;
+
+// Period of the period scan in seconds, 30 to 86400.
+inline int detectInterval = 90;
+
+// Detection functions that were asked for and are permitted.
+inline bool reverseShellEnabled = false;
+inline bool abnormalShellEnabled = false;

@@ -1,0 +1,37 @@
+#include <utility>
+
+#include "frame/log.h"
+#include "graph/reverse_shell_detector.h"
+
+using TavUtils::NetStat::NETSTAT;
+
+static constexpr char logSource[] = "reverse_shell_detector";
+
+// The whole list, so that what is foreign stays a plain statement about the peer's text. Other addresses of this host,
+// 127.0.0.2 and ::1 among them, are as foreign as any: a shell on a connection to them is worth a look too.
+static bool IsLocalPeer(const std::string& remoteIp) {
+    return remoteIp == "127.0.0.1" || remoteIp == "0.0.0.0" || remoteIp == "::";
+}
+
+bool ReverseShellDetector::CollectForeinSocket() {
+    foreignSockets.clear();
+    std::vector<NETSTAT> connections;
+    TavUtils::NetStat::ReadTcp(connections, nullptr);
+    TavUtils::NetStat::ReadUdp(connections, nullptr);
+    TavUtils::NetStat::ReadTcp6(connections, nullptr);
+    if (connections.empty()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "No valid connections.");
+        return false;
+    }
+    for (NETSTAT& connection : connections) {
+        if (IsLocalPeer(connection.remoteIp)) {
+            continue;
+        }
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL,
+                   "Details of netStat.[localIp=%s, localPort=%d, remoteIp=%s, remotePort=%d, state=%d, inode=%lu]",
+                   connection.localIp.c_str(), connection.localPort, connection.remoteIp.c_str(), connection.remotePort,
+                   connection.state, connection.inode);
+        foreignSockets.try_emplace(connection.inode, std::move(connection));
+    }
+    return !foreignSockets.empty();
+}

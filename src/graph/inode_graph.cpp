@@ -1,0 +1,58 @@
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "agent/bounds_checked.h"
+#include "graph/reverse_shell_detector.h"
+
+// Link texts up to this length are passed over, whatever they name: the few pipes and sockets with numbers this low were
+// made when the system came up.
+static constexpr unsigned int longestIgnoredLink = 10;
+
+static bool StartsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+void ReverseShellDetector::AddIPCInode(const char* link, unsigned int len, int fd,
+                                       std::shared_ptr<ProcInfomation> proc) {
+    InodeAttr held;
+    // A link to a file-system object names it; the text of an anonymous pipe or socket names nothing.
+    struct stat info {};
+    if (stat(link, &info) == 0) {
+        if (S_ISFIFO(info.st_mode)) {
+            held.type = INODE_PIPE;
+        } else if (S_ISSOCK(info.st_mode)) {
+            held.type = INODE_SOCKET;
+        } else {
+            return;
+        }
+        held.inode = info.st_ino;
+    } else {
+        if (len <= longestIgnoredLink) {
+            return;
+        }
+        if (StartsWith(link, "socket:[")) {
+            held.type = INODE_SOCKET;
+        } else if (StartsWith(link, "pipe:[")) {
+            held.type = INODE_PIPE;
+        } else {
+            return;
+        }
+        held.inode = ParseInode(link, static_cast<int>(len));
+    }
+    ipcInodes[held.inode].procs.insert(proc);
+    proc->fds[fd] = held;
+}
+
+unsigned long long ReverseShellDetector::ParseInode(const char* link, int len) const {
+    char digits[32] = {};
+    const char* bracket = strchr(link, '[');
+    if (bracket == nullptr || bracket - link > len) {
+        return INVALID_INODE;
+    }
+    if (sscanf_s(bracket + 1, "%[0-9]", digits, sizeof(digits)) == -1) {
+        return INVALID_INODE;
+    }
+    return strtoull(digits, nullptr, 10);
+}

@@ -1,0 +1,69 @@
+#include <list>
+#include <utility>
+
+#include "agent/convert.h"
+#include "agent/events.h"
+#include "agent/json.h"
+#include "agent/process_utils.h"
+#include "agent/time_master.h"
+#include "frame/log.h"
+#include "graph/reverse_shell_detector.h"
+
+using TavUtils::JsonAdaptor::JsonValue;
+
+static constexpr char logSource[] = "reverse_shell_detector";
+
+static constexpr size_t reportedShellsCapacity = 1000;
+
+// What has been reported, (pid, command line), oldest first. It outlives passes and restarts of the module, so that a
+// shell that stays is told once. Touched by the period scan's thread alone.
+static std::list<std::pair<int, std::string>> reportedShells;
+
+// False if the shell is in the memory already; otherwise it is entered, at the cost of the oldest one.
+static bool RememberShell(int pid, const std::string& cmdline) {
+    for (const auto& [reportedPid, reportedCmdline] : reportedShells) {
+        if (reportedPid == pid && reportedCmdline == cmdline) {
+            return false;
+        }
+    }
+    if (reportedShells.size() == reportedShellsCapacity) {
+        reportedShells.pop_front();
+    }
+    reportedShells.emplace_back(pid, cmdline);
+    return true;
+}
+
+void ReverseShellDetector::SendEvent(std::shared_ptr<ProcInfomation> proc,
+                                     const TavUtils::NetStat::NETSTAT& conn) const {
+    // Remembered before the event is built: one that the agent's limit drops later is not offered again.
+    if (!RememberShell(proc->pid, proc->cmdline)) {
+        return;
+    }
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL,
+               "Checkout reverse shell.[bashPid=%d, localIp=%s, localPort=%d, remoteIp=%s, remotePort=%d]", proc->pid,
+               conn.localIp.c_str(), conn.localPort, conn.remoteIp.c_str(), conn.remotePort);
+
+    ProcessUtils::GetExePath(proc->pid, proc->exePath);
+    std::string parentPath;
+    ProcessUtils::GetExePath(proc->ppid, parentPath);
+
+    JsonValue content(TavUtils::JsonAdaptor::JSON_OBJECT);
+    content["pid"] = proc->pid;
+    content["path"] = proc->exePath;
+    content["ppid"] = proc->ppid;
+    content["parentPath"] = parentPath;
+    content["cmdline"] = proc->cmdline;
+    content["parentCmdline"] = ProcessUtils::GetProcessCmdline(proc->ppid);
+    content["localIp"] = conn.localIp;
+    content["localPort"] = static_cast<int>(conn.localPort);
+    content["remoteIp"] = conn.remoteIp;
+    content["remotePort"] = static_cast<int>(conn.remotePort);
+
+    std::string time;
+    TavUtils::TimeMaster::GetCurrentUTC(time);
+    JsonValue event(TavUtils::JsonAdaptor::JSON_OBJECT);
+    event["eventType"] = "reverse-shell";
+    event["eventTime"] = time;
+    event.JsonItemAddToObject("eventContent", content);
+    EventConsumer::Instance().PushMinuteLimitEvent(TavUtils::Convert::JsonToString(event));
+}

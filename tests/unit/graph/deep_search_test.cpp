@@ -1,0 +1,188 @@
+#include <nlohmann/json.hpp>
+
+#include "graph_fixture.h"
+
+namespace {
+
+class DeepSearch : public GraphTest {
+protected:
+    // The content of the only event.
+    static nlohmann::json Content() {
+        EXPECT_EQ(Fake::TheAgent().events.size(), 1U);
+        return nlohmann::json::parse(Fake::TheAgent().events.at(0)).at("eventContent");
+    }
+
+    static size_t Events() { return Fake::TheAgent().events.size(); }
+
+    ProcPtr shell = MakeProc();
+    ProcPtr companion = MakeProc();
+};
+
+TEST_F(DeepSearch, ReportsAForeignSocketOfTheShellItselfBeforeAnyNeighbour) {
+    Hold(shell, 0, Pipe(1000));
+    Hold(shell, 5, Socket(2000));
+    Hold(companion, 1, Pipe(1000));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(2000, "192.0.2.20");
+    MakeForeign(3000, "192.0.2.30");
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Content()["remoteIp"], "192.0.2.20");
+    EXPECT_EQ(detector.ipcInodes.count(1000), 0U) << "the pipe below the socket has been walked";
+    EXPECT_EQ(detector.ipcInodes.count(3000), 1U) << "the neighbour has not been visited";
+}
+
+TEST_F(DeepSearch, ReportsTheShellWithTheConnectionOfTheCompanionBehindAPipe) {
+    Hold(shell, 0, Pipe(1000));
+    Hold(companion, 1, Pipe(1000));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(3000, "192.0.2.30");
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Content()["pid"], shell->pid);
+    EXPECT_EQ(Content()["cmdline"], shell->cmdline);
+    EXPECT_EQ(Content()["remoteIp"], "192.0.2.30");
+}
+
+TEST_F(DeepSearch, WalksAChainOfTwoPipesToItsEnd) {
+    const ProcPtr middle = MakeProc();
+    Hold(shell, 1, Pipe(1000));
+    Hold(middle, 0, Pipe(1000));
+    Hold(middle, 1, Pipe(1001));
+    Hold(companion, 0, Pipe(1001));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(3000);
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Content()["pid"], shell->pid);
+}
+
+TEST_F(DeepSearch, StopsWhereAProcessOfTheChainIsNotInTheGraph) {
+    Hold(shell, 1, Pipe(1000));
+    Hold(companion, 0, Pipe(1001));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(3000);
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Events(), 0U);
+    EXPECT_EQ(detector.ipcInodes.count(1000), 0U);
+}
+
+TEST_F(DeepSearch, FollowsALocalSocketThatTwoProcessesShare) {
+    Hold(shell, 0, Socket(1500));
+    Hold(companion, 4, Socket(1500));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(3000);
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Content()["pid"], shell->pid);
+}
+
+TEST_F(DeepSearch, ReportsOneOfTwoForeignConnectionsBehindOnePipe) {
+    const ProcPtr other = MakeProc();
+    Hold(shell, 0, Pipe(1000));
+    Hold(companion, 1, Pipe(1000));
+    Hold(companion, 3, Socket(3000));
+    Hold(other, 1, Pipe(1000));
+    Hold(other, 3, Socket(4000));
+    MakeForeign(3000);
+    MakeForeign(4000);
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Events(), 1U);
+}
+
+TEST_F(DeepSearch, VisitsTheNeighboursOfTheHighestDescriptorFirst) {
+    const ProcPtr other = MakeProc();
+    Hold(shell, 0, Pipe(1000));
+    Hold(shell, 1, Pipe(1001));
+    Hold(companion, 1, Pipe(1000));
+    Hold(companion, 3, Socket(3000));
+    Hold(other, 0, Pipe(1001));
+    Hold(other, 3, Socket(4000));
+    MakeForeign(3000, "192.0.2.30");
+    MakeForeign(4000, "192.0.2.40");
+
+    detector.DeepSearchReverseShell(shell);
+
+    EXPECT_EQ(Content()["remoteIp"], "192.0.2.40");
+}
+
+TEST_F(DeepSearch, EndsWhereTwoProcessesShareTwoPipes) {
+    for (const unsigned long long inode : {1000ULL, 1001ULL}) {
+        Hold(shell, inode == 1000 ? 0 : 1, Pipe(inode));
+        Hold(companion, inode == 1000 ? 1 : 0, Pipe(inode));
+    }
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_EQ(Events(), 0U);
+    EXPECT_TRUE(detector.ipcInodes.empty());
+}
+
+TEST_F(DeepSearch, UsesUpThePipeOfALoneShellWithoutAnEvent) {
+    Hold(shell, 0, Pipe(1000));
+    detector.pendingProcs = {shell};
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_EQ(Events(), 0U);
+    EXPECT_TRUE(detector.ipcInodes.empty());
+    EXPECT_TRUE(detector.pendingProcs.empty());
+    EXPECT_EQ(shell->fds.size(), 1U);
+}
+
+TEST_F(DeepSearch, TakesAPipeForNoHitEvenUnderTheNumberOfAForeignSocket) {
+    Hold(shell, 0, Pipe(3000));
+    MakeForeign(3000);
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_EQ(Events(), 0U);
+}
+
+TEST_F(DeepSearch, PassesOverADefaultEntry) {
+    Hold(shell, 1, Pipe(1000));
+    shell->fds[0];
+    detector.foreignSockets.insert({ReverseShellDetector::INVALID_INODE, Connection(1)});
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_EQ(Events(), 0U);
+    EXPECT_TRUE(detector.ipcInodes.empty()) << "the search goes on with the next descriptor";
+}
+
+TEST_F(DeepSearch, WalksARecordThatAFailedParseHasLeftUnderTheInvalidInode) {
+    shell->fds[0];
+    Hold(companion, 3, Socket(3000));
+    detector.ipcInodes[ReverseShellDetector::INVALID_INODE].procs = {companion};
+    MakeForeign(3000);
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_EQ(Content()["pid"], shell->pid);
+}
+
+TEST_F(DeepSearch, LeavesALaterShellOnAWalkedPipeUnreported) {
+    const ProcPtr second = MakeProc();
+    Hold(shell, 0, Pipe(1000));
+    Hold(second, 0, Pipe(1000));
+    Hold(companion, 1, Pipe(1000));
+    Hold(companion, 3, Socket(3000));
+    MakeForeign(3000);
+
+    detector.DeepSearchReverseShell(shell);
+    detector.DeepSearchReverseShell(second);
+
+    EXPECT_EQ(Content()["pid"], shell->pid);
+}
+
+TEST_F(DeepSearch, StillReportsALaterShellThatHoldsTheSocketItself) {
+    const ProcPtr second = MakeProc();
+    Hold(shell, 0, Socket(3000));
+    Hold(second, 0, Socket(3000));
+    MakeForeign(3000);
+
+    detector.DeepSearchReverseShell(shell);
+    detector.DeepSearchReverseShell(second);
+
+    EXPECT_EQ(Events(), 2U);
+}
+
+}  // namespace
