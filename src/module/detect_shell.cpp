@@ -1,0 +1,117 @@
+#include "module/detect_shell.h"
+
+#include <utility>
+
+#include "agent/status.h"
+#include "classifier/tmp_command_watcher.h"
+#include "frame/log.h"
+#include "frame/module_lock.h"
+#include "frame/run_state.h"
+#include "frame/settings.h"
+#include "module/configuration.h"
+#include "module/host_shells.h"
+#include "module/instant_scan.h"
+#include "module/period_scan.h"
+#include "shellfile/shell_baseline.h"
+#include "shellfile/shell_watch.h"
+
+static constexpr char logSource[] = "detect_shell";
+
+static constexpr char tamperingFunction[] = "shell-file-tampering";
+static constexpr char reverseShellFunction[] = "reverse-shell-attack";
+static constexpr char codeInOrder[] = "0000";
+static constexpr char codeNone[] = "";
+
+static void ReportBothStopped() {
+    Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, false, codeNone);
+    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+}
+
+// The tail that the failure paths of a reverse-shell start share.
+static void AbandonReverseShell() {
+    StopDetectTmpRshell();
+    // Behind everything that takes it.
+    socketTableLock.Destroy();
+    moduleRunning.store(0, std::memory_order_relaxed);
+    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+}
+
+static bool StartReverseShell() {
+    if (!socketTableLock.Init()) {
+        Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+        return false;
+    }
+    // Without the watcher the two scans still find what they can, so its failure does not end the start.
+    StartDetectTmpRshell(shellPaths);
+    if (!StartInstantScan()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "start instant scan failed");
+        AbandonReverseShell();
+        return false;
+    }
+    if (!StartPeriodScan()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "start period scan failed");
+        StopInstantScan();
+        AbandonReverseShell();
+        return false;
+    }
+    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, true, codeInOrder);
+    return true;
+}
+
+int InitModule(void) {
+    shellPaths.clear();
+    sshdInodes.clear();
+    sshdInodes = FindSshdInodes();
+    std::set<std::string> resolved;
+    if (!ResolveShellPaths(ListedShells(), resolved)) {
+        return 0;
+    }
+    shellPaths = std::move(resolved);
+    if (shellPaths.empty()) {
+        return 0;
+    }
+    ReportBothStopped();
+    InitShellsHashSize(shellPaths);
+    MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module init success.");
+    return 1;
+}
+
+int StartModule(const char* config) {
+    if (!ReadConfiguration(config)) {
+        ReportBothStopped();
+        return 0;
+    }
+    if (abnormalShellEnabled) {
+        // The function counts as running even where a watch was refused: its other listeners do their work.
+        StartShellEvent(shellPaths);
+        Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, true, codeInOrder);
+    }
+    if (reverseShellEnabled && !StartReverseShell()) {
+        return 0;
+    }
+    // Set last: the tasks' first runs lie at least a second ahead.
+    moduleRunning.store(1, std::memory_order_relaxed);
+    MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module start success.");
+    return 1;
+}
+
+void StopModule(const char* code) {
+    // Cleared first, so that running loops leave while the waits below are under way.
+    moduleRunning.store(0, std::memory_order_relaxed);
+    if (abnormalShellEnabled) {
+        StopShellEvent();
+        Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, false, code);
+    }
+    if (reverseShellEnabled) {
+        StopInstantScan();
+        StopDetectTmpRshell();
+        StopPeriodScan();
+        socketTableLock.Destroy();
+        Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, code);
+    }
+    MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module stop success.");
+}
+
+void DeinitModule(void) {
+    MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module deinit success.");
+}

@@ -1,0 +1,38 @@
+#include "module/instant_scan.h"
+
+#include "agent/process_monitor.h"
+#include "frame/log.h"
+#include "frame/module_lock.h"
+#include "frame/repeat_task.h"
+#include "module/process_intake.h"
+
+static constexpr char logSource[] = "detect_shell";
+
+static TavUtils::RepeatTask instantScanTask;
+static bool callbackAdded = false;
+
+bool StartInstantScan() {
+    if (!pidMapLock.Init()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "init pidMapLock failed!\n");
+        return false;
+    }
+    const TaskTiming everySecond{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 1000};
+    if (!StartTask(instantScanTask, everySecond, CheckNetlinkProcsTask, "check shell by netlink procs")) {
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "check shell task start failed.");
+        // The callback of an earlier start may be about to take the lock; it goes with the callback then.
+        if (!callbackAdded) {
+            pidMapLock.Destroy();
+        }
+        return false;
+    }
+    TavUtils::ProcessMonitor::GetInstance().AddProcessEventCallback(OnProcessEvent);
+    callbackAdded = true;
+    return true;
+}
+
+void StopInstantScan() {
+    StopTask(instantScanTask);
+    TavUtils::ProcessMonitor::GetInstance().RemoveProcessEventCallback(OnProcessEvent);
+    callbackAdded = false;
+    pidMapLock.Destroy();
+}

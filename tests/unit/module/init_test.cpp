@@ -1,0 +1,139 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "module_fixture.h"
+
+namespace {
+
+class InitEntry : public ModuleTest {
+protected:
+    void SetUp() override {
+        ModuleTest::SetUp();
+        etc.emplace();
+        SetSetting("TAVORIN_ETC", etc->Path());
+    }
+
+    // Makes an executable file and lists it.
+    std::string AddShell(const std::string& name) {
+        const std::string path = etc->Write(name, "#!/bin/true\n");
+        shells += path + "\n";
+        etc->Write("default_shells", shells);
+        return path;
+    }
+
+    std::optional<TemporaryDirectory> etc;
+    std::string shells;
+};
+
+TEST_F(InitEntry, CollectsListedShellsBothAsListedAndResolved) {
+    const std::string target = AddShell("real-shell");
+    const std::string link = etc->Path("linked-shell");
+    ASSERT_EQ(symlink("real-shell", link.c_str()), 0);
+    etc->Write("default_shells", link + "\n/no/such/shell\n");
+
+    EXPECT_EQ(InitModule(), 1);
+
+    EXPECT_TRUE(shellPaths.contains(link));
+    EXPECT_TRUE(shellPaths.contains(std::filesystem::canonical(target)));
+    EXPECT_FALSE(shellPaths.contains("/no/such/shell"));
+    EXPECT_FALSE(shellPaths.contains(""));
+}
+
+TEST_F(InitEntry, ReadsTheHostsOwnListBesidesTheAgents) {
+    const std::string own = AddShell("own-shell");
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_TRUE(shellPaths.contains(own));
+    if (access("/etc/shells", R_OK) == 0 && access("/bin/sh", X_OK) == 0) {
+        EXPECT_TRUE(shellPaths.contains("/bin/sh"));
+    }
+}
+
+TEST_F(InitEntry, ReportsBothFunctionsAsStoppedAndLogsItsSuccess) {
+    AddShell("own-shell");
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, false, ""}, {reverseShell, false, ""}}));
+    EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_LIFECYCLE),
+              std::vector<std::string>{"Shell detection module init success."});
+}
+
+TEST_F(InitEntry, StartsNothing) {
+    AddShell("own-shell");
+    InitModule();
+    EXPECT_TRUE(Fake::TheAgent().tasks.empty());
+    EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
+    EXPECT_EQ(moduleRunning, 0);
+}
+
+TEST_F(InitEntry, TakesAMissingSettingForAnEmptyDirectory) {
+    Fake::ResetAgent();
+    if (access("/etc/shells", R_OK) != 0) {
+        GTEST_SKIP() << "needs a readable /etc/shells";
+    }
+    EXPECT_EQ(InitModule(), 1);
+    TavUtils::Config& config = TavUtils::Config::GetInstance();
+    const std::lock_guard<TavUtils::Config> guard(config);
+    EXPECT_TRUE(config.GetConfigMap<std::string>().empty()) << "reading a setting creates none";
+}
+
+TEST_F(InitEntry, FailsWithoutAWordWhenMemoryRunsOut) {
+    AddShell("own-shell");
+    shellPaths = {"/left/from/before"};
+    FailingCalls::FailAllocation(1);
+    EXPECT_EQ(InitModule(), 0);
+    EXPECT_TRUE(shellPaths.empty());
+    EXPECT_TRUE(Fake::TheAgent().statuses.empty());
+    EXPECT_TRUE(Fake::TheAgent().log.empty());
+}
+
+TEST_F(InitEntry, CollectsTheInodesOfTheSshServerOnPath) {
+    AddShell("own-shell");
+    const std::string first = etc->Write("one/sshd", "1");
+    const std::string second = etc->Write("two/sshd", "2");
+    Fake::TheAgent().environment["PATH"] = etc->Path("one") + ":" + etc->Path("none") + "::" + etc->Path("two");
+    sshdInodes = {1};
+
+    EXPECT_EQ(InitModule(), 1);
+
+    std::set<unsigned long> expected;
+    std::set<std::string> lines;
+    for (const std::string& path : {first, second}) {
+        struct stat info {};
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        expected.insert(static_cast<unsigned long>(info.st_ino));
+        lines.insert("[cmdPath=" + path + " inode=" + std::to_string(info.st_ino) + "]");
+    }
+    EXPECT_EQ(sshdInodes, expected);
+    const auto logged = Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL);
+    EXPECT_EQ(std::set<std::string>(logged.begin(), logged.end()), lines);
+}
+
+TEST_F(InitEntry, FindsNoSshServerWithoutPath) {
+    AddShell("own-shell");
+    sshdInodes = {1};
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_TRUE(sshdInodes.empty());
+}
+
+TEST_F(InitEntry, MayRunAgainAndForgetsWhatItFoundBefore) {
+    const std::string gone = AddShell("short-lived");
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_TRUE(shellPaths.contains(gone));
+    shells.clear();
+    AddShell("own-shell");
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_FALSE(shellPaths.contains(gone));
+}
+
+// Needs a host whose own list names no shell, which a mount of the test's own makes.
+TEST_F(InitEntry, FailsWithoutAWordWhenNoShellResolves) {
+    if (!MayMount()) {
+        GTEST_SKIP() << "needs the right to mount over /etc/shells (root)";
+    }
+    const FileOverlay emptyList("/etc/shells", "# no shell\n/no/such/shell\n");
+    EXPECT_EQ(InitModule(), 0);
+    EXPECT_TRUE(shellPaths.empty());
+    EXPECT_TRUE(Fake::TheAgent().statuses.empty());
+    EXPECT_TRUE(Fake::TheAgent().log.empty());
+}
+
+}  // namespace

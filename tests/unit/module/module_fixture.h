@@ -1,0 +1,57 @@
+// What the tests of the entries share: a fresh scripted agent and a module that is stopped at the end.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/config.h"
+#include "frame/module_lock.h"
+#include "frame/run_state.h"
+#include "frame/settings.h"
+#include "frame/whitelist.h"
+#include "module/detect_shell.h"
+#include "tests/fakes/fake_agent.h"
+#include "tests/support/failing_calls.h"
+#include "tests/support/proc_tree.h"
+#include "tests/support/time_recorder.h"
+
+class ModuleTest : public testing::Test {
+protected:
+    static constexpr char instantTask[] = "check shell by netlink procs";
+    static constexpr char periodTask[] = "check shell task";
+    static constexpr char tampering[] = "shell-file-tampering";
+    static constexpr char reverseShell[] = "reverse-shell-attack";
+
+    void SetUp() override {
+        Fake::ResetAgent();
+        TimeRecorder::Reset();
+        ReplaceWhitelist({});
+        detectInterval = 90;
+    }
+
+    void TearDown() override {
+        FailingCalls::FailMutexInit(0);
+        FailingCalls::FailAllocation(0);
+        StopModule("0000");
+        for (const Fake::LogLine& line : Fake::TheAgent().log) {
+            const bool ofAnotherUnit = line.source == "json" || line.source == "reverse_shell_detector";
+            EXPECT_TRUE(ofAnotherUnit || line.source == "detect_shell") << line.source << ": " << line.text;
+            EXPECT_EQ(line.channel, "NormalLog") << line.text;
+        }
+        reverseShellEnabled = false;
+        abnormalShellEnabled = false;
+    }
+
+    static void SetSetting(const std::string& key, const std::string& value) {
+        TavUtils::Config& config = TavUtils::Config::GetInstance();
+        const std::lock_guard<TavUtils::Config> guard(config);
+        config.GetConfigMap<std::string>()[key] = value;
+    }
+
+    static std::vector<Fake::StatusReport> TakeStatuses() { return std::exchange(Fake::TheAgent().statuses, {}); }
+};

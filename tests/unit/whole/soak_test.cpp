@@ -1,0 +1,52 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "real_module.h"
+
+namespace {
+
+size_t EntriesOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// A joined thread may stay in /proc for a moment.
+bool ReachesThreads(size_t expected) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (EntriesOf("/proc/self/task") != expected) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+TEST(Soak, LeavesNoThreadAndNoDescriptorAfterAThousandStarts) {
+    std::optional<RealModule> module(std::in_place);
+    const auto cycle = [&] {
+        module->init();
+        ASSERT_EQ(module->start(R"({"abnormalShell":{},"reverseShell":{"whitelist":["a","b"]}})"), 1);
+        module->stop("0000");
+        module->deinit();
+    };
+    // What the agent keeps for its lifetime is there after the first cycle.
+    cycle();
+    const size_t threads = EntriesOf("/proc/self/task");
+    const size_t descriptors = EntriesOf("/proc/self/fd");
+    for (int i = 1; i < 1000; ++i) {
+        cycle();
+        if (i % 100 == 0) {
+            module.reset();
+            module.emplace();
+        }
+    }
+    EXPECT_TRUE(ReachesThreads(threads)) << EntriesOf("/proc/self/task") << " threads, " << threads << " expected";
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+}
+
+}  // namespace
