@@ -1,0 +1,11 @@
+// orlim-agent check.
+#pragma once
+
+#include "host/program/options.h"
+
+namespace Host {
+
+// Tells on standard output what this host lacks and returns the exit status. On the main thread.
+int CheckCommand(const Options& options);
+
+}  // namespace Host

@@ -1,0 +1,25 @@
+// What the agent may do on this host. The Check functions add their lines to the report of orlim-agent check.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/program/check_report.h"
+
+namespace Host {
+
+// Value of CapEff in the text of /proc/<pid>/status, 0 if there is none.
+uint64_t EffectiveCapabilities(const std::string& status);
+
+// Value of the hidepid option of the mount at /proc in the text of /proc/self/mounts, empty if there is none.
+std::string HidepidOption(const std::string& mounts);
+
+// One warning in the log for each capability that is not in effect, with what that costs.
+void LogMissingCapabilities();
+
+void CheckUser(CheckReport& report);
+void CheckCapabilities(CheckReport& report);
+void CheckOthersDescriptors(CheckReport& report);
+void CheckHidepid(CheckReport& report);
+
+}  // namespace Host

@@ -1,0 +1,18 @@
+#include "host/program/complain.h"
+
+#include <unistd.h>
+
+#include "host/services/log_text.h"
+#include "host/sinks/write_all.h"
+
+namespace Host {
+
+void Complain(const std::string& message) {
+    constexpr size_t limit = 16384;
+    std::string line = "orlim-agent: ";
+    AppendPrintable(line, message, limit);
+    line += '\n';
+    WriteAll(STDERR_FILENO, line);
+}
+
+}  // namespace Host

@@ -1,0 +1,96 @@
+#include "host/program/options.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+#include <vector>
+
+#include "host/program/exit_status.h"
+
+namespace Host {
+namespace {
+
+constexpr const char* description =
+    "orlim-agent finds reverse shells and tampering with the shell programs of this host.\n"
+    "It loads the detection module and writes each finding as one line of JSON to the configured sinks (standard\n"
+    "output unless told otherwise); its own log goes to standard error.\n";
+
+constexpr const char* footer =
+    "Examples:\n"
+    "  orlim-agent check                                   see what is missing on this host, and what that costs\n"
+    "  orlim-agent run --config /etc/orlim/orlim-agent.json\n"
+    "                                                      watch until SIGTERM or SIGINT\n"
+    "  orlim-agent scan > findings.jsonl                   look for reverse shells once\n"
+    "\n"
+    "Signals (run):\n"
+    "  SIGTERM, SIGINT  stop the module, write what is queued, leave\n"
+    "  SIGHUP           open the files of the sinks anew and read the configuration again; one that is wrong or does\n"
+    "                   not start is told in the log, and the one in force stays\n"
+    "\n"
+    "Exit status:\n"
+    "  0  done (check: nothing essential is missing)\n"
+    "  1  the module or a step of the start failed (check: something essential is missing)\n"
+    "  2  the command line or the configuration is wrong\n"
+    "\n"
+    "The agent has to run as root, or with CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH, CAP_NET_ADMIN and CAP_SYS_ADMIN.\n"
+    "Without --config both detection functions run with their defaults, and shells are looked up in\n"
+    "/etc/orlim/default_shells and /etc/shells.";
+
+void AddFileOptions(CLI::App& command, Options& options) {
+    command.add_option("--config", options.configFile, "Configuration, JSON with comments; defaults without it")
+        ->type_name("FILE");
+    command
+        .add_option("--module", options.moduleFile,
+                    "Detection module, liborlim_detect-shell.so; looked up beside the agent and in the library "
+                    "directories without it")
+        ->type_name("FILE");
+    command.footer("See orlim-agent --help for examples, signals and exit status.");
+}
+
+// The library says of a misspelt command only that one is missing.
+std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
+    if (!app.get_subcommands().empty()) {
+        return error.what();
+    }
+    const std::vector<std::string> rest = app.remaining();
+    if (rest.empty()) {
+        return "a command is missing: run, scan or check";
+    }
+    return rest.front() + " is not a command; the commands are run, scan and check";
+}
+
+}  // namespace
+
+ParsedOptions ParseOptions(int argc, const char* const* argv) {
+    ParsedOptions parsed;
+    Options options;
+    CLI::App app(description, "orlim-agent");
+    app.footer(footer);
+    app.set_version_flag("--version", "orlim-agent " ORLIM_VERSION, "Print the version and leave");
+    app.require_subcommand(1);
+    CLI::App* run = app.add_subcommand("run", "Watch this host until told to stop");
+    CLI::App* scan = app.add_subcommand("scan", "Look for reverse shells once, then leave");
+    CLI::App* check = app.add_subcommand("check", "Tell what this host lacks for the detection, and what that costs");
+    for (CLI::App* command : {run, scan, check}) {
+        AddFileOptions(*command, options);
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream output;
+        std::ostringstream complaint;
+        const int status = app.exit(error, output, complaint);
+        parsed.output = output.str();
+        if (status != 0) {
+            parsed.exitStatus = EXIT_WRONG_USE;
+            parsed.error = "orlim-agent: " + Complaint(app, error) +
+                           "\nTry: orlim-agent --help, or for example: orlim-agent run --config "
+                           "/etc/orlim/orlim-agent.json\n";
+        }
+        return parsed;
+    }
+    options.command = scan->parsed() ? Command::scan : check->parsed() ? Command::check : Command::run;
+    parsed.options = options;
+    return parsed;
+}
+
+}  // namespace Host

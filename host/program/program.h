@@ -1,0 +1,8 @@
+// The program, apart from its name.
+#pragma once
+
+namespace Host {
+
+int Main(int argc, const char* const* argv);
+
+}  // namespace Host

@@ -1,0 +1,89 @@
+#include "host/program/run_command.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "agent/env.h"
+#include "host/program/check_rights.h"
+#include "host/program/complain.h"
+#include "host/program/config_in_force.h"
+#include "host/program/event_output.h"
+#include "host/program/exit_status.h"
+#include "host/program/module.h"
+#include "host/program/signals.h"
+#include "host/program/supervisor.h"
+
+namespace Host {
+namespace {
+
+// Serves signals until one asks for the end. False if detection is down for good.
+bool ServeSignals(const Options& options, Supervisor& supervisor, EventOutput& output) {
+    for (;;) {
+        const int number = WaitForControlSignal();
+        if (number != SIGHUP) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "run_command", __LINE__, "stopping on signal %d", number);
+            return true;
+        }
+        output.Reopen();
+        std::string error;
+        const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
+        if (!config) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "run_command", __LINE__,
+                           "the configuration in force stays, because the new one is wrong: %s", error.c_str());
+            continue;
+        }
+        if (!supervisor.Replace(*config)) {
+            return false;
+        }
+    }
+}
+
+bool RunModule(const Options& options, const AgentConfig& config, const ModuleEntries& module, EventOutput& output) {
+    Supervisor supervisor(module, [&output](const AgentConfig& next) {
+        ApplyToProcess(next, LOG_LEVEL_LIFECYCLE);
+        output.SetSinks(next.sinks);
+    });
+    if (!supervisor.Start(config, config.moduleText)) {
+        return false;
+    }
+    LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "run_command", __LINE__, "the module was started");
+    const bool ended = ServeSignals(options, supervisor, output);
+    supervisor.Stop();
+    return ended;
+}
+
+}  // namespace
+
+int RunCommand(const Options& options) {
+    BlockControlSignals();
+    std::string error;
+    const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
+    if (!config) {
+        Complain(error);
+        return EXIT_WRONG_USE;
+    }
+    ApplyToProcess(*config, LOG_LEVEL_LIFECYCLE);
+    LogMissingCapabilities();
+    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "run_command", __LINE__,
+                       "AGENT_LOCATION is set in the environment: the module keeps its search for reverse shells off; "
+                       "unset it to search");
+    }
+    const std::string path = FindModule(options.moduleFile, ModulePlaces(), error);
+    std::optional<Module> module = path.empty() ? std::nullopt : Module::Load(path, error);
+    if (!module) {
+        Complain(error);
+        return EXIT_FAILED;
+    }
+    EventOutput output;
+    output.Start(config->sinks);
+    const bool done = RunModule(options, *config, module->Entries(), output);
+    if (!output.Stop()) {
+        ::_exit(EXIT_FAILED);
+    }
+    return done ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace Host

@@ -1,0 +1,91 @@
+#include "host/program/scan_command.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "agent/env.h"
+#include "host/program/check_rights.h"
+#include "host/program/complain.h"
+#include "host/program/config_in_force.h"
+#include "host/program/event_output.h"
+#include "host/program/exit_status.h"
+#include "host/program/module.h"
+#include "host/program/supervisor.h"
+#include "host/services/event_queue.h"
+#include "host/services/task_control.h"
+
+namespace Host {
+namespace {
+
+constexpr const char* scanTask = "check shell task";
+
+bool ScanOnce(const AgentConfig& config, const ModuleEntries& module) {
+    Supervisor supervisor(module, [](const AgentConfig&) {});
+    if (!supervisor.Start(config, *config.reverseShellText)) {
+        return false;
+    }
+    const bool scanned = RunTaskNow(scanTask);
+    supervisor.Stop();
+    if (!scanned) {
+        Complain(
+            "nothing was scanned: the module has not scheduled its scan. Look at module.reverseShell in the "
+            "configuration, and run orlim-agent check.");
+    }
+    return scanned;
+}
+
+void Summarise(const EventQueueCounters& counters, uint64_t lost) {
+    std::string summary =
+        "scan finished: " + std::to_string(counters.written) + (counters.written == 1 ? " event" : " events");
+    const uint64_t dropped = counters.limited + counters.overflowed;
+    if (dropped != 0) {
+        summary += ", " + std::to_string(dropped) + " more were dropped; raise events.perMinuteLimit to see them";
+    }
+    if (lost != 0) {
+        summary += "; " + std::to_string(lost) + " could not be written, see the lines before";
+    }
+    Complain(summary);
+}
+
+}  // namespace
+
+int ScanCommand(const Options& options) {
+    std::string error;
+    const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
+    if (config && !config->reverseShellText) {
+        error = *options.configFile +
+                ": module.reverseShell: found nothing, expected an object, because a scan looks " +
+                "for reverse shells. Add \"reverseShell\": {} to \"module\", or leave \"module\" away.";
+    }
+    if (!error.empty()) {
+        Complain(error);
+        return EXIT_WRONG_USE;
+    }
+    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
+        Complain(
+            "nothing can be scanned: AGENT_LOCATION is set in the environment, and the module then keeps its "
+            "search for reverse shells off. Unset it: env -u AGENT_LOCATION orlim-agent scan");
+        return EXIT_FAILED;
+    }
+    ApplyToProcess(*config, LOG_LEVEL_WARNING);
+    LogMissingCapabilities();
+    const std::string path = FindModule(options.moduleFile, ModulePlaces(), error);
+    std::optional<Module> module = path.empty() ? std::nullopt : Module::Load(path, error);
+    if (!module) {
+        Complain(error);
+        return EXIT_FAILED;
+    }
+    EventOutput output;
+    output.Start(config->sinks);
+    const bool done = ScanOnce(*config, module->Entries());
+    if (!output.Stop()) {
+        ::_exit(EXIT_FAILED);
+    }
+    if (done) {
+        Summarise(EventQueue::Instance().Counters(), output.Lost());
+    }
+    return done && output.Lost() == 0 ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace Host

@@ -1,0 +1,11 @@
+// orlim-agent scan.
+#pragma once
+
+#include "host/program/options.h"
+
+namespace Host {
+
+// Looks for reverse shells once and returns the exit status. On the main thread.
+int ScanCommand(const Options& options);
+
+}  // namespace Host

@@ -1,0 +1,188 @@
+#include "host/sinks/file_sink.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "agent/logger.h"
+#include "host/sinks/error_text.h"
+#include "host/sinks/write_all.h"
+
+namespace Host {
+namespace {
+
+constexpr mode_t fileMode = 0640;
+
+unsigned long long Count(uint64_t number) {
+    return number;
+}
+
+}  // namespace
+
+FileSink::FileSink(std::string path) : path_(std::move(path)) {
+    FileSink::Reopen();
+}
+
+void FileSink::Write(std::string_view line) {
+    std::string text(line);
+    text += '\n';
+    pending_.Push(std::move(text));
+    if (Flush()) {
+        return;
+    }
+    ++keptSinceFailure_;
+    const bool firstLoss = lost_ == lostBeforeFailure_;
+    lost_ += pending_.Trim(frontWritten_ != 0);
+    if (firstLoss && lost_ != lostBeforeFailure_) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "file_sink", __LINE__,
+                       "no more events can be kept for %s; the oldest are dropped from now on", path_.c_str());
+    }
+}
+
+bool FileSink::Retry() {
+    return !pending_.Empty() && !Flush();
+}
+
+void FileSink::Reopen() {
+    file_.Close();
+    const int error = Open();
+    if (error != 0) {
+        Enter(error);
+    } else {
+        Flush();
+    }
+}
+
+uint64_t FileSink::Finish() {
+    Retry();
+    lost_ += pending_.Size();
+    pending_.Clear();
+    if (lost_ != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "file_sink", __LINE__,
+                       "%llu events were lost because %s could not be written: %s", Count(lost_), path_.c_str(),
+                       ErrorText(lastError_).c_str());
+    }
+    return lost_;
+}
+
+int FileSink::Open() {
+    // Non-blocking, so that a FIFO put at the path cannot hold the opener; readable, so that the last byte can be seen.
+    Descriptor opened(::open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode));
+    if (!opened.IsOpen()) {
+        return errno;
+    }
+    struct stat status {};
+    if (::fstat(opened.Get(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) {
+        return EINVAL;
+    }
+    file_ = std::move(opened);
+    identity_ = Identity{status.st_dev, status.st_ino};
+    atLineStart_ = false;
+    return 0;
+}
+
+int FileSink::FollowPath() {
+    struct stat status {};
+    if (file_.IsOpen() && ::stat(path_.c_str(), &status) == 0 && identity_ == Identity{status.st_dev, status.st_ino}) {
+        return 0;
+    }
+    file_.Close();
+    return Open();
+}
+
+// Makes sure that what is written next begins a line, or goes on with the one that broke off there.
+int FileSink::PrepareLineStart() {
+    if (atLineStart_) {
+        return 0;
+    }
+    struct stat status {};
+    if (::fstat(file_.Get(), &status) != 0) {
+        return errno;
+    }
+    if (frontWritten_ != 0 && cutFile_ == identity_ && cutSize_ == status.st_size) {
+        return 0;
+    }
+    frontWritten_ = 0;
+    if (S_ISREG(status.st_mode) && status.st_size > 0) {
+        char last = '\n';
+        if (::pread(file_.Get(), &last, 1, status.st_size - 1) < 0) {
+            return errno;
+        }
+        if (last != '\n') {
+            const int error = WriteAll(file_.Get(), "\n").error;
+            if (error != 0) {
+                return error;
+            }
+        }
+    }
+    atLineStart_ = true;
+    return 0;
+}
+
+int FileSink::WriteFront() {
+    int error = FollowPath();
+    if (error == 0) {
+        error = PrepareLineStart();
+    }
+    if (error != 0) {
+        return error;
+    }
+    const WriteResult result = WriteAll(file_.Get(), std::string_view(pending_.Front()).substr(frontWritten_));
+    if (result.error == 0) {
+        frontWritten_ = 0;
+        atLineStart_ = true;
+        return 0;
+    }
+    atLineStart_ = false;
+    frontWritten_ += result.written;
+    struct stat status {};
+    if (::fstat(file_.Get(), &status) == 0) {
+        cutFile_ = identity_;
+        cutSize_ = status.st_size;
+    }
+    return result.error;
+}
+
+bool FileSink::Flush() {
+    while (!pending_.Empty()) {
+        const int error = WriteFront();
+        if (error != 0) {
+            Enter(error);
+            return false;
+        }
+        pending_.Pop();
+    }
+    Leave();
+    return true;
+}
+
+void FileSink::Enter(int error) {
+    lastError_ = error;
+    if (failed_) {
+        return;
+    }
+    failed_ = true;
+    keptSinceFailure_ = 0;
+    lostBeforeFailure_ = lost_;
+    LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "file_sink", __LINE__,
+                   "events cannot be written to %s: %s; up to %zu of them are kept and tried again", path_.c_str(),
+                   error == EINVAL ? "it is not a regular file" : ErrorText(error).c_str(), PendingLines::maxLines);
+}
+
+void FileSink::Leave() {
+    if (!failed_) {
+        return;
+    }
+    failed_ = false;
+    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "file_sink", __LINE__,
+                   "events are written to %s again; %llu were kept and written, %llu were lost", path_.c_str(),
+                   Count(keptSinceFailure_ - (lost_ - lostBeforeFailure_)), Count(lost_ - lostBeforeFailure_));
+}
+
+}  // namespace Host

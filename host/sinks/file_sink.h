@@ -1,0 +1,60 @@
+// Events in a file, one line each.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "host/services/descriptor.h"
+#include "host/sinks/pending_lines.h"
+#include "host/sinks/sink.h"
+
+namespace Host {
+
+// Follows the path: when the file is moved away or deleted, the next event goes to a new one. What cannot be written is
+// kept within the bounds of PendingLines and tried again in order. The log says so once when that begins and once when
+// it is over.
+class FileSink : public Sink {
+public:
+    explicit FileSink(std::string path);
+
+    void Write(std::string_view line) override;
+    bool Retry() override;
+    void Reopen() override;
+    uint64_t Finish() override;
+
+private:
+    struct Identity {
+        dev_t device = 0;
+        ino_t inode = 0;
+        bool operator==(const Identity&) const = default;
+    };
+
+    int Open();  // the operations that return int return an errno, 0 for success
+    int FollowPath();
+    int PrepareLineStart();
+    int WriteFront();
+    bool Flush();
+    void Enter(int error);
+    void Leave();
+
+    const std::string path_;
+    Descriptor file_;
+    Identity identity_;  // of file_
+    bool atLineStart_ = false;
+
+    PendingLines pending_;
+    size_t frontWritten_ = 0;  // bytes of the first pending line that stand at the end of cutFile_
+    Identity cutFile_;
+    off_t cutSize_ = 0;  // of cutFile_ after those bytes
+
+    bool failed_ = false;
+    int lastError_ = 0;
+    size_t keptSinceFailure_ = 0;
+    uint64_t lost_ = 0;
+    uint64_t lostBeforeFailure_ = 0;
+};
+
+}  // namespace Host

@@ -1,0 +1,17 @@
+// What a configuration says of one sink.
+#pragma once
+
+#include <string>
+
+namespace Host {
+
+enum class SinkType { standardOutput, file };
+
+struct SinkSpec {
+    SinkType type = SinkType::standardOutput;
+    std::string path;  // of a file, absolute
+
+    bool operator==(const SinkSpec&) const = default;
+};
+
+}  // namespace Host

@@ -1,0 +1,53 @@
+#include "host/sinks/stdout_sink.h"
+
+#include <string>
+
+#include "agent/logger.h"
+#include "host/sinks/error_text.h"
+#include "host/sinks/write_all.h"
+
+namespace Host {
+
+StdoutSink::StdoutSink(int fd) : fd_(fd) {}
+
+void StdoutSink::Write(std::string_view line) {
+    std::string text;
+    text.reserve(line.size() + 2);
+    if (midLine_) {
+        text += '\n';
+    }
+    text += line;
+    text += '\n';
+    const WriteResult result = WriteAll(fd_, text);
+    if (result.written > 0) {
+        midLine_ = text[result.written - 1] != '\n';
+    }
+    if (result.error != 0) {
+        if (!failed_) {
+            failed_ = true;
+            lostBeforeFailure_ = lost_;
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "stdout_sink", __LINE__,
+                           "events cannot be written to standard output: %s; they are dropped until that changes",
+                           ErrorText(result.error).c_str());
+        }
+        ++lost_;
+        return;
+    }
+    if (failed_) {
+        failed_ = false;
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "stdout_sink", __LINE__,
+                       "events are written to standard output again; %llu were lost",
+                       static_cast<unsigned long long>(lost_ - lostBeforeFailure_));
+    }
+}
+
+uint64_t StdoutSink::Finish() {
+    if (lost_ != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "stdout_sink", __LINE__,
+                       "%llu events were lost because standard output could not be written",
+                       static_cast<unsigned long long>(lost_));
+    }
+    return lost_;
+}
+
+}  // namespace Host

@@ -1,0 +1,87 @@
+#include "host/program/options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <vector>
+
+namespace Host {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+ParsedOptions Parse(std::initializer_list<const char*> arguments) {
+    std::vector<const char*> argv{"orlim-agent"};
+    argv.insert(argv.end(), arguments);
+    return ParseOptions(static_cast<int>(argv.size()), argv.data());
+}
+
+TEST(Options, CommandsAndFilesAreTaken) {
+    const struct {
+        std::initializer_list<const char*> arguments;
+        Command command;
+        std::optional<std::string> config;
+        std::optional<std::string> module;
+    } rows[] = {
+        {{"run"}, Command::run, std::nullopt, std::nullopt},
+        {{"scan", "--config", "a"}, Command::scan, "a", std::nullopt},
+        {{"check", "--module=b", "--config=c"}, Command::check, "c", "b"},
+    };
+    for (const auto& row : rows) {
+        const ParsedOptions parsed = Parse(row.arguments);
+        ASSERT_TRUE(parsed.options) << parsed.error;
+        EXPECT_EQ(parsed.options->command, row.command);
+        EXPECT_EQ(parsed.options->configFile, row.config);
+        EXPECT_EQ(parsed.options->moduleFile, row.module);
+    }
+}
+
+TEST(Options, WrongUseLeavesWithTwoAndAHint) {
+    const struct {
+        std::initializer_list<const char*> arguments;
+        const char* error;
+    } rows[] = {
+        {{}, "a command is missing"},      {{"walk"}, "walk is not a command"},
+        {{"run", "--fast"}, "--fast"},     {{"run", "extra"}, "extra"},
+        {{"run", "--config"}, "--config"}, {{"run", "--config", "a", "--config", "b"}, "--config"},
+        {{"run", "scan"}, "scan"},
+    };
+    for (const auto& row : rows) {
+        const ParsedOptions parsed = Parse(row.arguments);
+        EXPECT_FALSE(parsed.options) << row.error;
+        EXPECT_EQ(parsed.exitStatus, 2) << row.error;
+        EXPECT_EQ(parsed.output, "");
+        EXPECT_THAT(parsed.error, StartsWith("orlim-agent: "));
+        EXPECT_THAT(parsed.error, HasSubstr(row.error));
+        EXPECT_THAT(parsed.error, HasSubstr("\nTry: orlim-agent --help"));
+    }
+}
+
+TEST(Options, HelpTellsExamplesSignalsAndStatus) {
+    const ParsedOptions parsed = Parse({"--help"});
+    EXPECT_FALSE(parsed.options);
+    EXPECT_EQ(parsed.exitStatus, 0);
+    EXPECT_EQ(parsed.error, "");
+    for (const char* part : {"run", "scan", "check", "Examples:", "SIGHUP", "Exit status:"}) {
+        EXPECT_THAT(parsed.output, HasSubstr(part));
+    }
+}
+
+TEST(Options, CommandHasHelpOfItsOwn) {
+    const ParsedOptions parsed = Parse({"scan", "--help"});
+    EXPECT_EQ(parsed.exitStatus, 0);
+    EXPECT_THAT(parsed.output, HasSubstr("--config FILE"));
+    EXPECT_THAT(parsed.output, HasSubstr("--module FILE"));
+}
+
+TEST(Options, VersionIsPrinted) {
+    const ParsedOptions parsed = Parse({"--version"});
+    EXPECT_FALSE(parsed.options);
+    EXPECT_EQ(parsed.exitStatus, 0);
+    EXPECT_THAT(parsed.output, testing::MatchesRegex("orlim-agent [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+}  // namespace
+}  // namespace Host
