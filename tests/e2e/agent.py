@@ -1,0 +1,180 @@
+"""Running the agent, and waiting for what it says."""
+
+import json
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import threading
+import time
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
+
+CONTENT_KEYS = [
+    "pid",
+    "path",
+    "ppid",
+    "parentPath",
+    "cmdline",
+    "parentCmdline",
+    "localIp",
+    "localPort",
+    "remoteIp",
+    "remotePort",
+]
+EVENT_TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z")
+DETAIL = {"level": 0}
+END_LIMIT_SECONDS = 15
+
+
+def environment(**changes):
+    kept = {name: value for name, value in os.environ.items() if name != "AGENT_LOCATION"}
+    return {**kept, **changes}
+
+
+def write_config(directory, config, name="agent.json"):
+    """The file's path. config is the configuration itself or, to be wrong in some way, a text."""
+    path = directory / name
+    text = config if isinstance(config, str) else json.dumps(config)
+    path.write_bytes(text.encode("utf-8", "surrogateescape"))
+    return path
+
+
+def parse_event(line):
+    """The event of one line of output; the line has to be one in every respect."""
+    event = json.loads(line.decode("utf-8"))
+    assert list(event) == ["eventType", "eventTime", "eventContent"], line
+    assert event["eventType"] == "reverse-shell", line
+    assert EVENT_TIME.fullmatch(event["eventTime"]), line
+    assert list(event["eventContent"]) == CONTENT_KEYS, line
+    return event
+
+
+def contents_of(events, pid):
+    return [event["eventContent"] for event in events if event["eventContent"]["pid"] == pid]
+
+
+def run_to_end(*arguments, program=PROGRAM, limit=60, **options):
+    """What the agent writes and how it ends, when it is to end by itself."""
+    settings = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    return subprocess.run([program, *arguments], timeout=limit, **{"env": environment(), **settings, **options})
+
+
+class Scan:
+    """One complete scan."""
+
+    def __init__(self, *arguments, program=PROGRAM, **options):
+        done = run_to_end("scan", *arguments, program=program, **options)
+        self.status = done.returncode
+        self.log = done.stderr.decode("utf-8")
+        assert done.stdout == b"" or done.stdout.endswith(b"\n"), done.stdout
+        self.events = [parse_event(line) for line in done.stdout.split(b"\n")[:-1]]
+
+    def contents(self, pid):
+        return contents_of(self.events, pid)
+
+
+class Agent:
+    """A running agent. Its output is read as it comes; what is waited for may have come already."""
+
+    def __init__(self, *arguments, program=PROGRAM, read_events=True, **options):
+        options.setdefault("env", environment())
+        self._child = subprocess.Popen(
+            # Not even a killed test run leaves an agent behind.
+            ["setpriv", "--pdeathsig", "KILL", program, "run", *arguments],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            **options,
+        )
+        self._changed = threading.Condition()
+        self._event_lines = []
+        self._log_lines = []
+        self._readers = [self._start_reader(self._child.stderr, self._log_lines)]
+        if read_events:
+            self._readers.append(self._start_reader(self._child.stdout, self._event_lines))
+        else:
+            self._child.stdout.close()
+
+    def _start_reader(self, stream, lines):
+        def read():
+            for line in stream:
+                with self._changed:
+                    lines.append(line)
+                    self._changed.notify_all()
+
+        reader = threading.Thread(target=read)
+        reader.start()
+        return reader
+
+    @property
+    def pid(self):
+        return self._child.pid
+
+    def events(self):
+        with self._changed:
+            lines = list(self._event_lines)
+        return [parse_event(line) for line in lines]
+
+    def log(self):
+        with self._changed:
+            return b"".join(self._log_lines).decode("utf-8")
+
+    def contents(self, pid):
+        return contents_of(self.events(), pid)
+
+    def runs(self):
+        return self._child.poll() is None
+
+    def _wait(self, found, what, limit):
+        deadline = time.monotonic() + limit
+        with self._changed:
+            while not found():
+                left = deadline - time.monotonic()
+                assert left > 0, f"not within {limit} seconds: {what}; the log is:\n{self.log()}"
+                self._changed.wait(min(left, 1))
+                assert self.runs() or found(), f"the agent ended before {what}; the log is:\n{self.log()}"
+
+    def wait_for_event(self, pid, limit):
+        """The content of the first event about the process."""
+        self._wait(lambda: self.contents(pid), f"an event about process {pid}", limit)
+        return self.contents(pid)[0]
+
+    def wait_for_log(self, pattern, limit=10, count=1):
+        self._wait(lambda: len(re.findall(pattern, self.log())) >= count, f"log line {pattern}, {count} times", limit)
+
+    def wait_until_started(self):
+        self.wait_for_log("the module was started")
+
+    def send_signal(self, number):
+        self._child.send_signal(number)
+
+    def wait_for_end(self):
+        """The exit status, when all that the agent has written is read."""
+        try:
+            status = self._child.wait(END_LIMIT_SECONDS)
+        except subprocess.TimeoutExpired:
+            raise AssertionError(f"the agent does not end; the log is:\n{self.log()}") from None
+        for reader in self._readers:
+            reader.join()
+        return status
+
+    def end(self, number=signal.SIGTERM):
+        """Tells the agent to end; the exit status, and how many seconds that took."""
+        began = time.monotonic()
+        self.send_signal(number)
+        return self.wait_for_end(), time.monotonic() - began
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exception):
+        if self.runs():
+            self._child.kill()
+        self._child.wait()
+        for reader in self._readers:
+            reader.join()
+        self._child.stderr.close()
+        self._child.stdout.close()

@@ -1,0 +1,20 @@
+"""Ending the programs that the tests start."""
+
+import subprocess
+
+
+def end_child(child, limit=10.0):
+    """Closes the program's input, which the tests' own programs take as the end; kills the one that does not leave."""
+    if child.stdin is not None:
+        try:
+            child.stdin.close()
+        except BrokenPipeError:
+            pass
+    try:
+        child.wait(limit)
+    except subprocess.TimeoutExpired:
+        child.kill()
+        child.wait()
+    for stream in (child.stdout, child.stderr):
+        if stream is not None:
+            stream.close()

@@ -1,0 +1,51 @@
+"""What all end-to-end tests stand on: the right to do it, the program, the attacker's host."""
+
+import os
+import pathlib
+import shutil
+import signal
+
+import pytest
+
+import agent
+from attacker import Attacker
+
+# From /usr/include/linux/capability.h. The tests need what the agent needs, and a network namespace besides.
+NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN": 21}
+
+
+def pytest_configure():
+    # A run that is told to end, as by timeout(1), cleans up as one that is interrupted does.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+
+
+def missing_rights():
+    if os.geteuid() != 0:
+        return "root (network namespaces, other processes' descriptors)"
+    for line in pathlib.Path("/proc/self/status").read_text().splitlines():
+        if line.startswith("CapEff:"):
+            effective = int(line.split()[1], 16)
+            return ", ".join(name for name, number in NEEDED_CAPABILITIES.items() if not effective >> number & 1)
+    return ""
+
+
+@pytest.fixture(scope="session", autouse=True)
+def rights():
+    missing = missing_rights()
+    if missing:
+        pytest.skip(f"the end-to-end tests lack {missing}")
+
+
+@pytest.fixture(scope="session", autouse=True)
+def program(rights):
+    if not os.access(agent.PROGRAM, os.X_OK):
+        pytest.exit(f"no agent at {agent.PROGRAM}: build it, or name it in ORLIM_AGENT", returncode=2)
+
+
+@pytest.fixture(scope="session")
+def attacker(rights):
+    if shutil.which("ip") is None:
+        pytest.skip("the end-to-end tests lack ip, of the package iproute2")
+    host = Attacker()
+    yield host
+    host.close()

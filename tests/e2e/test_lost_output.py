@@ -1,0 +1,31 @@
+"""What happens to a scan's findings when they cannot be written: never silence, never a success."""
+
+import resource
+
+import pytest
+
+from agent import run_to_end, write_config
+from stage import ON_LINE, reverse_shell, shell
+
+
+@pytest.fixture(scope="module")
+def found(attacker):
+    with reverse_shell(attacker, shell("lost-output", ON_LINE)) as stage:
+        yield stage
+
+
+def test_full_standard_output_fails_the_scan(found):
+    with open("/dev/full", "wb") as full:
+        done = run_to_end("scan", stdout=full)
+    assert done.returncode == 1
+    assert "could not be written" in done.stderr.decode()
+    assert "No space left on device" in done.stderr.decode()
+
+
+def test_limit_on_the_size_of_files_fails_the_scan_and_not_the_agent(found, tmp_path):
+    config = write_config(tmp_path, {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}]}})
+    done = run_to_end(
+        "scan", "--config", config, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))
+    )
+    assert done.returncode == 1, done.stderr
+    assert "File too large" in done.stderr.decode()
