@@ -1,0 +1,67 @@
+#!/usr/bin/python3
+"""Runs the benchmarks and prints their tables.
+
+Each pass is measured in a pid and a network namespace of its own, so that the host that it sees is the staged one.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+ADDRESS = "192.0.2.1"
+PASSES = 5
+PROCESSES = (100, 1000, 5000)
+CONNECTIONS = (100, 1000, 10000)
+
+COLUMNS = (
+    ("processes", "processes", "{:d}"),
+    ("connections", "connections", "{:d}"),
+    ("shells", "shells", "{:d}"),
+    ("wallMs", "wall ms", "{:.1f}"),
+    ("pausedMs", "pauses ms", "{:.1f}"),
+    ("ownMs", "ours ms", "{:.1f}"),
+    ("share", "ours of pass", "{:.1%}"),
+    ("cpuMs", "CPU ms", "{:.1f}"),
+    ("peakMiB", "peak MiB", "{:.1f}"),
+)
+
+
+def measure_pass(build, processes, connections, shells):
+    inside = f"ip link set lo up && ip address add {ADDRESS}/32 dev lo && exec \"$0\" \"$@\""
+    command = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc", "--net", "sh", "-c", inside,
+               str(build / "bin" / "pass_cost"), str(processes), str(connections), str(shells), str(PASSES), ADDRESS]
+    result = json.loads(subprocess.run(command, check=True, capture_output=True, text=True, timeout=600).stdout)
+    result["share"] = result["ownMs"] / result["wallMs"]
+    return result
+
+
+def print_table(rows):
+    cells = [[title for _, title, _ in COLUMNS]]
+    cells += [[form.format(row[key]) for key, _, form in COLUMNS] for row in rows]
+    widths = [max(len(line[i]) for line in cells) for i in range(len(COLUMNS))]
+    for number, line in enumerate(cells):
+        print("| " + " | ".join(cell.rjust(width) for cell, width in zip(line, widths)) + " |")
+        if number == 0:
+            print("|" + "|".join("-" * (width + 1) + ":" for width in widths) + "|")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the release build")
+    arguments = parser.parse_args()
+    if os.geteuid() != 0:
+        sys.exit("run_benchmarks: needs root, for namespaces of its own")
+    build = arguments.build.resolve()
+    rows = [measure_pass(build, processes, connections, shells)
+            for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
+    print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
+    print_table(rows)
+    print("\nServices\n", flush=True)
+    subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
+
+
+if __name__ == "__main__":
+    main()
