@@ -97,6 +97,11 @@ std::optional<Module> Module::Load(const std::string& path, std::string& error) 
     return module;
 }
 
+std::optional<Module> Module::FindAndLoad(const std::optional<std::string>& named, std::string& error) {
+    const std::string path = FindModule(named, ModulePlaces(), error);
+    return path.empty() ? std::nullopt : Load(path, error);
+}
+
 Module::~Module() {
     if (handle_ != nullptr) {
         ::dlclose(handle_);

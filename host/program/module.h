@@ -29,6 +29,9 @@ public:
     // Empty if the file cannot be loaded or lacks an entry; error then says why.
     static std::optional<Module> Load(const std::string& path, std::string& error);
 
+    // Finds and loads the named module or, without a name, the one of ModulePlaces. Empty on failure; error says why.
+    static std::optional<Module> FindAndLoad(const std::optional<std::string>& named, std::string& error);
+
     ~Module();
     Module(Module&& other) noexcept;
     Module& operator=(Module&&) = delete;

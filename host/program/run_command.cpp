@@ -71,8 +71,7 @@ int RunCommand(const Options& options) {
                        "AGENT_LOCATION is set in the environment: the module keeps its search for reverse shells off; "
                        "unset it to search");
     }
-    const std::string path = FindModule(options.moduleFile, ModulePlaces(), error);
-    std::optional<Module> module = path.empty() ? std::nullopt : Module::Load(path, error);
+    const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
     if (!module) {
         Complain(error);
         return EXIT_FAILED;

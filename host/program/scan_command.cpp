@@ -70,8 +70,7 @@ int ScanCommand(const Options& options) {
     }
     ApplyToProcess(*config, LOG_LEVEL_WARNING);
     LogMissingCapabilities();
-    const std::string path = FindModule(options.moduleFile, ModulePlaces(), error);
-    std::optional<Module> module = path.empty() ? std::nullopt : Module::Load(path, error);
+    const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
     if (!module) {
         Complain(error);
         return EXIT_FAILED;

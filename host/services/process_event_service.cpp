@@ -11,6 +11,12 @@
 
 namespace Host {
 
+namespace {
+
+constexpr int retryPauseMs = 1000;
+
+}  // namespace
+
 ProcessEventService& ProcessEventService::Instance() {
     static auto* const service = new ProcessEventService;
     return *service;
@@ -128,10 +134,13 @@ void ProcessEventService::ReadEvents() {
         kernelLosses_ += received.losses;
         ReportLosses(received.losses, dispatcher_.Push(batch.events));
         if (received.error != 0) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
-                           "no more process events: the process connector cannot be read: %s",
-                           std::strerror(received.error));
-            return;
+            if (errorPacer_.MayLog()) {
+                LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
+                               "the process connector cannot be read and is tried again: %s",
+                               std::strerror(received.error));
+            }
+            // Not at once: what ails the socket may last.
+            poll(&waiting[1], 1, retryPauseMs);
         }
     }
 }

@@ -65,6 +65,7 @@ private:
     std::thread reader_;
 
     LogPacer kernelLossPacer_;
+    LogPacer errorPacer_;
     LogPacer overflowPacer_;
     std::atomic<uint64_t> received_ = 0;
     std::atomic<uint64_t> kernelLosses_ = 0;
