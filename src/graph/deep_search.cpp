@@ -1,4 +1,5 @@
 #include <deque>
+#include <utility>
 
 #include "graph/reverse_shell_detector.h"
 
