@@ -1,23 +1,64 @@
 #include "alarm/command_paths.h"
 
-#include <sys/stat.h>
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <vector>
 
 #include "agent/env.h"
 #include "agent/files.h"
 #include "agent/strings.h"
+#include "frame/settings.h"
+#include "inspect/file_kind.h"
+
+static constexpr char neverCommon[] = "yum";
+static constexpr std::string_view interpreters[] = {"perl", "python", "java", "php", "lua", "netcat", "nc", "ncat"};
+
+// Directories of "PATH" in order; none when it is not set.
+static std::vector<std::string> SearchPath() {
+    const char* path = TavUtils::Env::GetEnv("PATH");
+    return path == nullptr ? std::vector<std::string>() : TavUtils::StringProcess::StrSplit(path, ":", false);
+}
 
 std::set<std::string> CmdPaths(const std::string& command) {
     std::set<std::string> paths;
-    const char* searchPath = TavUtils::Env::GetEnv("PATH");
-    if (command.empty() || searchPath == nullptr) {
+    if (command.empty()) {
         return paths;
     }
-    for (const std::string& directory : TavUtils::StringProcess::StrSplit(searchPath, ":", false)) {
+    for (const std::string& directory : SearchPath()) {
         const std::string path = TavUtils::FileAttribute::GetRealPath(directory + "/" + command);
-        struct stat info {};
-        if (!path.empty() && stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+        if (!path.empty() && IsRegularFile(path)) {
             paths.insert(path);
         }
     }
     return paths;
+}
+
+// The interpreter's own name, or that name with a version behind it.
+static bool IsInterpreter(const std::string& name) {
+    return std::any_of(std::begin(interpreters), std::end(interpreters), [&name](std::string_view interpreter) {
+        if (!name.starts_with(interpreter)) {
+            return false;
+        }
+        return name.size() == interpreter.size() ||
+               (name[interpreter.size()] >= '0' && name[interpreter.size()] <= '9');
+    });
+}
+
+bool IsCommonCommand(const char* path) {
+    if (path == nullptr) {
+        return false;
+    }
+    if (shellPaths.contains(path)) {
+        return true;
+    }
+    const std::string name = TavUtils::FileAttribute::GetBasename(path);
+    if (name.empty() || name == "/" || name == "." || name == neverCommon) {
+        return false;
+    }
+    const std::vector<std::string> directories = SearchPath();
+    const bool onPath = std::any_of(directories.begin(), directories.end(), [&name](const std::string& directory) {
+        return IsRegularFile(directory + "/" + name);
+    });
+    return onPath || IsInterpreter(name);
 }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "module_fixture.h"
+#include "shellfile/shell_baseline.h"
 
 namespace {
 
@@ -37,6 +38,12 @@ TEST_F(InitEntry, CollectsListedShellsBothAsListedAndResolved) {
     EXPECT_TRUE(shellPaths.contains(std::filesystem::canonical(target)));
     EXPECT_FALSE(shellPaths.contains("/no/such/shell"));
     EXPECT_FALSE(shellPaths.contains(""));
+}
+
+TEST_F(InitEntry, TakesTheFirstBaselineOfTheShells) {
+    AddShell("own-shell");
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_TRUE(IsShellByHash(etc->Write("copy", "#!/bin/true\n")));
 }
 
 TEST_F(InitEntry, ReadsTheHostsOwnListBesidesTheAgents) {
@@ -103,8 +110,14 @@ TEST_F(InitEntry, CollectsTheInodesOfTheSshServerOnPath) {
         lines.insert("[cmdPath=" + path + " inode=" + std::to_string(info.st_ino) + "]");
     }
     EXPECT_EQ(sshdInodes, expected);
-    const auto logged = Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL);
-    EXPECT_EQ(std::set<std::string>(logged.begin(), logged.end()), lines);
+    std::set<std::string> logged;
+    for (const Fake::LogLine& line : Fake::TheAgent().log) {
+        if (line.text.starts_with("[cmdPath=")) {
+            EXPECT_EQ(line.level, LOG_LEVEL_DETAIL);
+            logged.insert(line.text);
+        }
+    }
+    EXPECT_EQ(logged, lines);
 }
 
 TEST_F(InitEntry, FindsNoSshServerWithoutPath) {

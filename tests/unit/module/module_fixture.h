@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,11 @@ protected:
     static constexpr char tampering[] = "shell-file-tampering";
     static constexpr char reverseShell[] = "reverse-shell-attack";
 
+    // The module's units, and the agent's JSON reader.
+    inline static const std::set<std::string> logSources = {"detect_reverse_shell",   "detect_shell",
+                                                            "detect_shell_event",     "detect_shell_utils",
+                                                            "reverse_shell_detector", "json"};
+
     void SetUp() override {
         Fake::ResetAgent();
         TimeRecorder::Reset();
@@ -39,8 +45,7 @@ protected:
         FailingCalls::FailAllocation(0);
         StopModule("0000");
         for (const Fake::LogLine& line : Fake::TheAgent().log) {
-            const bool ofAnotherUnit = line.source == "json" || line.source == "reverse_shell_detector";
-            EXPECT_TRUE(ofAnotherUnit || line.source == "detect_shell") << line.source << ": " << line.text;
+            EXPECT_TRUE(logSources.contains(line.source)) << line.source << ": " << line.text;
             EXPECT_EQ(line.channel, "NormalLog") << line.text;
         }
         reverseShellEnabled = false;

@@ -1,0 +1,123 @@
+#include "alarm/command_attribution.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "agent/bounds_checked.h"
+#include "agent/files.h"
+#include "agent/strings.h"
+#include "alarm/command_paths.h"
+#include "frame/log.h"
+#include "frame/pacing.h"
+#include "inspect/detect_shell_utils.h"
+#include "inspect/file_handle.h"
+#include "inspect/file_kind.h"
+
+static constexpr char logSource[] = "detect_shell";
+
+static constexpr size_t blockSize = 4096;
+static constexpr unsigned int bytePauseMicroseconds = 1000;
+static constexpr unsigned int blockPauseMicroseconds = 1000;
+static constexpr unsigned int wordPauseMicroseconds = 500;
+
+bool IsExecTmpCommand(const std::string& word) {
+    return word == "-c" || word == "-x";
+}
+
+std::string ResolveArgumentPath(std::string path, std::string cwd) {
+    if (path.empty()) {
+        return "";
+    }
+    if (path.front() != '/' && !cwd.empty()) {
+        path = cwd + "/" + path;
+    }
+    return TavUtils::FileAttribute::GetRealPath(path);
+}
+
+// Ends the argument that word holds: blanks within it divide it further.
+static void EndArgument(std::string& word, std::vector<std::string>& words) {
+    for (std::string& piece : TavUtils::StringProcess::StrSplit(word, " ", false)) {
+        words.push_back(std::move(piece));
+    }
+    word.clear();
+}
+
+// The words of a process's command line; none if it cannot be read.
+static std::vector<std::string> ReadWords(long pid) {
+    std::vector<std::string> words;
+    const FileDescriptor file(DetectShellUtil::OpenFileFd("/proc/" + std::to_string(pid) + "/cmdline"));
+    if (file.Get() == -1) {
+        return words;
+    }
+    const std::unique_ptr<char[]> block(new (std::nothrow) char[blockSize + 1]);
+    if (block == nullptr) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Alloc buf memory failed.");
+        return words;
+    }
+    std::string word;
+    ssize_t count = 0;
+    memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
+    while ((count = read(file.Get(), block.get(), blockSize)) > 0) {
+        for (ssize_t i = 0; i < count; ++i) {
+            if (block[static_cast<size_t>(i)] != '\0') {
+                word += block[static_cast<size_t>(i)];
+            } else {
+                EndArgument(word, words);
+            }
+            Pause(bytePauseMicroseconds);
+        }
+        memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
+        Pause(blockPauseMicroseconds);
+    }
+    // A process may write over its arguments and leave no end behind the last: that one is taken as it stands.
+    if (!word.empty()) {
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
+static std::optional<std::string> FirstFile(const std::vector<std::string>& words, const std::string& cwd) {
+    for (size_t i = 1; i < words.size(); ++i) {
+        std::string path = ResolveArgumentPath(words[i], cwd);
+        if (!path.empty() && IsRegularFile(path)) {
+            return path;
+        }
+        Pause(wordPauseMicroseconds);
+    }
+    return std::nullopt;
+}
+
+bool FindScriptArgument(RshellAlarmInfo& record, long pid) {
+    const std::vector<std::string> words = ReadWords(pid);
+    if (words.size() < 2) {
+        return false;
+    }
+    const std::optional<std::string> candidate = FirstFile(words, DetectShellUtil::GetProcCwd(static_cast<int>(pid)));
+    struct stat info {};
+    if (!candidate || stat(candidate->c_str(), &info) != 0 || IsCommonCommand(candidate->c_str())) {
+        return false;
+    }
+    record.sourcePath = *candidate;
+    return true;
+}
+
+bool ProduceByBusinessFile(const ProcInfo& proc) {
+    if (!DetectShellUtil::GetScriptFilePath(proc.pid).empty()) {
+        return true;
+    }
+    const std::vector<std::string> words = TavUtils::StringProcess::StrSplit(proc.cmdline, " ", false);
+    if (words.size() < 2) {
+        return false;
+    }
+    if (IsExecTmpCommand(words[1])) {
+        return true;
+    }
+    const std::string path = ResolveArgumentPath(words[1], DetectShellUtil::GetProcCwd(proc.pid));
+    return !path.empty() && IsRegularFile(path);
+}

@@ -1,0 +1,36 @@
+// Owners of what the readers of /proc open.
+#pragma once
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+// Closes the descriptor it was given at the end; -1 is none.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    ~FileDescriptor() {
+        if (fd_ != -1) {
+            close(fd_);
+        }
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+struct CloseStream {
+    void operator()(FILE* stream) const { fclose(stream); }
+};
+using FileStream = std::unique_ptr<FILE, CloseStream>;
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;

@@ -1,0 +1,145 @@
+#include "inspect/kernel_wait.h"
+
+#include <fstream>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "agent/bounds_checked.h"
+#include "agent/strings.h"
+#include "frame/log.h"
+#include "frame/pacing.h"
+#include "inspect/kernel_wait_names.h"
+
+static constexpr char logSource[] = "detect_shell";
+
+static constexpr size_t lineSize = 4096;
+static constexpr unsigned int stackLinePauseMicroseconds = 500;
+static constexpr unsigned int stagePauseMicroseconds = 5000;
+
+static constexpr char pipeRead[] = "pipe_read";
+static constexpr char inetRead[] = "inet_recvmsg";
+static constexpr char unixStreamRead[] = "unix_stream_recvmsg";
+static constexpr char selectCall[] = "do_select";
+
+static std::unique_ptr<char[]> AllocateLine() {
+    std::unique_ptr<char[]> line(new (std::nothrow) char[lineSize]);
+    if (line == nullptr) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Alloc line memory failed.");
+    }
+    return line;
+}
+
+bool IsStackFrameOf(const std::string& line, const std::string& function) {
+    const std::vector<std::string> pieces = TavUtils::StringProcess::StrSplit(line, " ", false);
+    if (pieces.size() != 2) {
+        return false;
+    }
+    const std::string_view symbol = pieces[1];
+    const size_t plus = symbol.find('+');
+    return plus != std::string_view::npos && IsNameOfWait(function, symbol.substr(0, plus));
+}
+
+static bool IsOnKernelStack(long pid, const std::string& function) {
+    std::ifstream stack("/proc/" + std::to_string(pid) + "/stack");
+    if (!stack.is_open()) {
+        return false;
+    }
+    const std::unique_ptr<char[]> line = AllocateLine();
+    if (line == nullptr) {
+        return false;
+    }
+    for (;;) {
+        memset_s(line.get(), lineSize, 0, lineSize);
+        stack.getline(line.get(), lineSize);
+        if (stack.fail() || stack.eof()) {
+            return false;
+        }
+        Pause(stackLinePauseMicroseconds);
+        if (IsStackFrameOf(line.get(), function)) {
+            return true;
+        }
+    }
+}
+
+std::optional<unsigned long> BlockedDescriptor(const char* line, const std::string& function) {
+    unsigned long fd = 0;
+    if (sscanf_s(line, "%*d%lx", &fd) == -1) {
+        return std::nullopt;
+    }
+    if (function != selectCall) {
+        return fd;
+    }
+    // select(2) is given the count of the descriptors it watches.
+    return fd == 1 ? std::optional<unsigned long>(0) : std::nullopt;
+}
+
+static std::optional<unsigned long> ReadBlockedDescriptor(long pid, const std::string& function) {
+    std::ifstream call("/proc/" + std::to_string(pid) + "/syscall");
+    if (!call.is_open()) {
+        return std::nullopt;
+    }
+    const std::unique_ptr<char[]> line = AllocateLine();
+    if (line == nullptr) {
+        return std::nullopt;
+    }
+    call.getline(line.get(), lineSize);
+    return call.fail() ? std::nullopt : BlockedDescriptor(line.get(), function);
+}
+
+bool GetBlockedFdStat(long pid, std::string function, struct stat* out) {
+    if (!IsOnKernelStack(pid, function)) {
+        return false;
+    }
+    Pause(stagePauseMicroseconds);
+    const std::optional<unsigned long> fd = ReadBlockedDescriptor(pid, function);
+    if (!fd) {
+        return false;
+    }
+    const std::string path = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(*fd);
+    return stat(path.c_str(), out) == 0;
+}
+
+static bool BlockedOnType(long pid, const char* function, mode_t type, unsigned long& inode) {
+    struct stat file {};
+    if (!GetBlockedFdStat(pid, function, &file) || (file.st_mode & S_IFMT) != type) {
+        return false;
+    }
+    inode = static_cast<unsigned long>(file.st_ino);
+    return true;
+}
+
+bool GetBlockedSockStat(std::string function, long pid, unsigned long& inode) {
+    return BlockedOnType(pid, function.c_str(), S_IFSOCK, inode);
+}
+
+bool ReadingFromPipe(long pid, unsigned long& inode) {
+    return BlockedOnType(pid, pipeRead, S_IFIFO, inode);
+}
+
+bool ReadingFromPipe(long pid) {
+    unsigned long ignored = 0;
+    return ReadingFromPipe(pid, ignored);
+}
+
+bool SelectFromPipe(long pid, unsigned long& inode) {
+    return BlockedOnType(pid, selectCall, S_IFIFO, inode);
+}
+
+bool SelectFromPipe(long pid) {
+    unsigned long ignored = 0;
+    return SelectFromPipe(pid, ignored);
+}
+
+bool ReadingFromSock(long pid, unsigned long& inode) {
+    return GetBlockedSockStat(inetRead, pid, inode);
+}
+
+bool SelectFromSock(long pid, unsigned long& inode) {
+    return GetBlockedSockStat(selectCall, pid, inode);
+}
+
+bool ReadingFromUnixSock(long pid, unsigned long& inode) {
+    return GetBlockedSockStat(unixStreamRead, pid, inode);
+}

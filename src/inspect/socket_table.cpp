@@ -1,0 +1,86 @@
+#include "inspect/socket_table.h"
+
+#include <unistd.h>
+
+#include <ctime>
+#include <mutex>
+
+#include "frame/module_lock.h"
+#include "inspect/socket_table_reader.h"
+
+static constexpr int sshPort = 22;
+static constexpr unsigned int quickRefreshWaitSeconds = 2;
+
+// Held for a whole refresh, so that two of them do not meet. It guards the two values below, and look-ups do not take it.
+static std::mutex refreshLock;
+static std::map<unsigned long, SocketInfo> socketSnapshot;
+static long lastSocketRefresh = 0;
+
+bool FindSocketByInode(unsigned long inode, SocketInfo& out) {
+    const std::lock_guard guard(socketTableLock);
+    const auto entry = socketTable.find(inode);
+    if (entry == socketTable.end()) {
+        return false;
+    }
+    out = entry->second;
+    return true;
+}
+
+void RefreshSocketTable() {
+    const std::lock_guard refresh(refreshLock);
+    const long now = time(nullptr);
+    if (lastSocketRefresh < now && now - lastSocketRefresh == 1) {
+        sleep(quickRefreshWaitSeconds);
+    }
+    {
+        const std::lock_guard guard(socketTableLock);
+        socketSnapshot = socketTable;
+    }
+    ReadSocketTables(socketSnapshot);
+    lastSocketRefresh = time(nullptr);
+}
+
+bool IsAbnormalSocket(const SocketInfo& info) {
+    if (info.type != tcpTable && info.type != tcp6Table) {
+        return true;
+    }
+    if (info.remoteIp == 0 || info.localIp == info.remoteIp || info.localPort == sshPort) {
+        return false;
+    }
+    return info.state == tcpEstablished || info.state == tcpSynSent || info.state == tcpSynReceived;
+}
+
+bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed) {
+    if (FindSocketByInode(inode, info)) {
+        if (info.state == tcpListen) {
+            return true;
+        }
+        if (info.state == tcpEstablished) {
+            return false;
+        }
+    }
+    if (refreshed) {
+        return false;
+    }
+    RefreshSocketTable();
+    refreshed = true;
+    return FindSocketByInode(inode, info) && info.state == tcpListen;
+}
+
+bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bool& refreshed) {
+    if (FindSocketByInode(inode, info)) {
+        if (IsAbnormalSocket(info) && info.firstSeen >= since) {
+            return true;
+        }
+        // Another look cannot make an established socket abnormal.
+        if (info.state == tcpEstablished) {
+            return false;
+        }
+    }
+    if (refreshed) {
+        return false;
+    }
+    RefreshSocketTable();
+    refreshed = true;
+    return FindSocketByInode(inode, info) && IsAbnormalSocket(info) && info.firstSeen >= since;
+}

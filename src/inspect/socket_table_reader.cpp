@@ -1,0 +1,96 @@
+#include "inspect/socket_table_reader.h"
+
+#include <ctime>
+#include <mutex>
+#include <optional>
+
+#include "frame/log.h"
+#include "frame/module_lock.h"
+#include "frame/pacing.h"
+#include "frame/run_state.h"
+#include "inspect/detect_shell_utils.h"
+#include "inspect/file_handle.h"
+#include "inspect/socket_table_line.h"
+
+static constexpr char logSource[] = "detect_shell";
+
+static constexpr size_t lineSize = 1024;
+static constexpr size_t largestTable = 50000;
+static constexpr unsigned int linePauseMicroseconds = 5000;
+static constexpr unsigned int tablePauseMicroseconds = 1000;
+static constexpr unsigned int entryPauseMicroseconds = 200;
+
+// In order of their numbers, from 1.
+static constexpr char tables[][32] = {
+    "/proc/net/tcp",      "/proc/net/udp",         "/proc/net/raw",
+    "/proc/net/tcp6",     "/proc/net/udp6",        "/proc/net/udplite",
+    "/proc/net/udplite6", "/proc/net/sctp/assocs", "",
+};
+
+using SocketMap = std::map<unsigned long, SocketInfo>;
+
+static void LogNewSocket(const SocketInfo& info) {
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "[newSocketinode=%lu localPort=%d remotePort=%d]", info.inode,
+               info.localPort, info.remotePort);
+}
+
+static bool IsSameConnection(const SocketInfo& one, const SocketInfo& other) {
+    return one.state == other.state && one.remotePort == other.remotePort && one.remoteIp == other.remoteIp &&
+           one.localIp == other.localIp;
+}
+
+static void AddSocket(const SocketInfo& info, const SocketMap& known, SocketMap& fresh) {
+    const auto before = known.find(info.inode);
+    if (before != known.end() && IsSameConnection(before->second, info)) {
+        fresh[info.inode] = before->second;
+        return;
+    }
+    fresh[info.inode] = info;
+    LogNewSocket(info);
+}
+
+static void ReadTable(FILE* file, int type, const SocketMap& known, SocketMap& fresh) {
+    char line[lineSize];
+    while (fgets(line, sizeof(line), file) != nullptr) {
+        if (NeedStop()) {
+            return;
+        }
+        Pause(linePauseMicroseconds);
+        const std::optional<SocketInfo> info = ParseSocketLine(line, type);
+        if (!info) {
+            continue;
+        }
+        AddSocket(*info, known, fresh);
+        if (fresh.size() > largestTable) {
+            return;
+        }
+    }
+}
+
+// All sockets that are new in one read are as old as the end of that read.
+static void StampNewSockets(SocketMap& fresh) {
+    const long now = time(nullptr);
+    for (auto& [inode, info] : fresh) {
+        if (info.firstSeen == 0) {
+            info.firstSeen = now;
+            LogNewSocket(info);
+        }
+        Pause(entryPauseMicroseconds);
+    }
+}
+
+void ReadSocketTables(const SocketMap& known) {
+    SocketMap fresh;
+    for (int type = 1; tables[type - 1][0] != '\0'; ++type) {
+        const FileStream file(DetectShellUtil::OpenFile(tables[type - 1]));
+        if (file == nullptr) {
+            continue;
+        }
+        ReadTable(file.get(), type, known, fresh);
+        Pause(tablePauseMicroseconds);
+    }
+    StampNewSockets(fresh);
+    // The old contents are freed with fresh, once the lock is released.
+    const std::lock_guard guard(socketTableLock);
+    socketTable.swap(fresh);
+}
