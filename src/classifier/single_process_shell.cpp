@@ -1,0 +1,38 @@
+#include "classifier/detect_reverse_shell.h"
+#include "frame/log.h"
+#include "frame/pacing.h"
+#include "frame/run_state.h"
+#include "inspect/kernel_wait.h"
+
+static constexpr char logSource[] = "detect_reverse_shell";
+
+static constexpr unsigned int shellPauseMicroseconds = 500;
+
+void ReverseShell::CheckSingleprocShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks) {
+    std::vector<int> remaining;
+    for (const int pid : bashPids) {
+        remaining.push_back(pid);
+        if (NeedStop()) {
+            break;
+        }
+        Pause(shellPauseMicroseconds);
+        unsigned long inode = 0;
+        if (!ReadingFromSock(pid, inode) && !SelectFromSock(pid, inode)) {
+            continue;
+        }
+        SocketInfo sock;
+        if (!IsAbnormalInodeByFlag(inode, sock, minSockTime, sockTableRefreshed)) {
+            continue;
+        }
+        // The process may have become another program since the shells were told apart.
+        if (!IsBashProcess(pid)) {
+            continue;
+        }
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 1 rshell.[pid=%d]", pid);
+        Pause(shellPauseMicroseconds);
+        foundPids.push_back(pid);
+        foundSocks.push_back(sock);
+        remaining.pop_back();
+    }
+    bashPids = remaining;
+}
