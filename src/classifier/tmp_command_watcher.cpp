@@ -1,7 +1,82 @@
 #include "classifier/tmp_command_watcher.h"
 
-bool StartDetectTmpRshell([[maybe_unused]] const std::set<std::string>& shells) {
-    return false;
+#include <algorithm>
+
+#include "agent/process_monitor.h"
+#include "classifier/tmp_command_intake.h"
+#include "classifier/tmp_command_list.h"
+#include "classifier/tmp_command_verdict.h"
+#include "frame/log.h"
+#include "frame/pacing.h"
+#include "frame/repeat_task.h"
+#include "frame/run_state.h"
+#include "inspect/detect_shell_utils.h"
+
+static constexpr char logSource[] = "detect_reverse_shell";
+
+static constexpr size_t fewestCommands = 2;
+static constexpr unsigned int parentPauseMicroseconds = 1000;
+
+static TavUtils::RepeatTask tmpShellTask;
+
+bool StartDetectTmpRshell(const std::set<std::string>& shells) {
+    if (!InitTmpCommandPaths(shells) || !tmpProcLock.Init()) {
+        return false;
+    }
+    ClearTmpProcs();
+    TavUtils::ProcessMonitor::GetInstance().AddProcessEventCallback(OnTmpProcEvent);
+    const TaskTiming everyTenSeconds{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 10000};
+    return StartTask(tmpShellTask, everyTenSeconds, CheckTmpShellTask, "check tmp shell task");
 }
 
-void StopDetectTmpRshell() {}
+void StopDetectTmpRshell() {
+    StopTask(tmpShellTask);
+    TavUtils::ProcessMonitor::GetInstance().RemoveProcessEventCallback(OnTmpProcEvent);
+    tmpProcLock.Destroy();
+}
+
+static bool IsAnyAlive(const std::vector<TPROC_INFO>& commands) {
+    return std::any_of(commands.begin(), commands.end(),
+                       [](const TPROC_INFO& command) { return DetectShellUtil::IsProcExist(command.pid); });
+}
+
+static void Judge(int ppid, TmpProcListInfo& info) {
+    if (info.procList.empty()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "The tmp proc list is empty.");
+        return;
+    }
+    if (IsAnyAlive(info.procList)) {
+        return;
+    }
+    if (!IsTypedByHand(ppid, info.procList)) {
+        info.judged = true;
+        WriteBackTmpProcs(ppid, info);
+        return;
+    }
+    if (info.procList.size() < fewestCommands) {
+        return;
+    }
+    info.judged = true;
+    info.isRshell = IsTmpCommandShell(ppid, info.procList.back());
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, info.isRshell ? "proc is reverse shell" : "proc has no shell character");
+    WriteBackTmpProcs(ppid, info);
+}
+
+void* CheckTmpShellTask([[maybe_unused]] void* arg) {
+    // On a copy, so that the callback never waits for a judgement.
+    TmpProcMap snapshot = CopyTmpProcMap();
+    std::set<int> finished;
+    for (auto& [ppid, info] : snapshot) {
+        if (NeedStop()) {
+            break;
+        }
+        Pause(parentPauseMicroseconds);
+        if (!DetectShellUtil::IsProcExist(ppid) || info.isRshell) {
+            finished.insert(ppid);
+        } else if (!info.judged) {
+            Judge(ppid, info);
+        }
+    }
+    EraseTmpProcs(finished);
+    return nullptr;
+}

@@ -1,5 +1,5 @@
-// The watcher for processes that run short commands for a remote peer. Not there yet: starting and stopping it does
-// nothing.
+// The watcher for processes that run short commands for a remote peer: it notes the commands as they are executed, and
+// judges each parent once, when it has at least two that have ended.
 #pragma once
 
 #include <set>
@@ -8,5 +8,8 @@
 // True once the watcher runs. Called by the thread that starts the module.
 bool StartDetectTmpRshell(const std::set<std::string>& shells);
 
-// Ends what StartDetectTmpRshell began. Called by the thread that stops the module.
+// Ends what StartDetectTmpRshell began; harmless when it never started. Called by the thread that stops the module.
 void StopDetectTmpRshell();
+
+// Entry of the task "check tmp shell task": one sweep over all parents. arg is not read. Returns null.
+void* CheckTmpShellTask(void* arg);

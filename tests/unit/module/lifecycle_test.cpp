@@ -58,12 +58,40 @@ TEST_F(Lifecycle, TakesFunctionsDownInOrder) {
     EXPECT_EQ(
         Fake::TheAgent().journal,
         (std::vector<std::string>{"status shell-file-tampering off", "pause check shell by netlink procs",
-                                  "unregister check shell by netlink procs", "remove callback",
+                                  "unregister check shell by netlink procs", "remove callback", "remove callback",
                                   "pause check shell task", "unregister check shell task",
                                   "status reverse-shell-attack off", "log Shell detection module stop success."}));
     EXPECT_EQ(TakeStatuses(),
               (std::vector<Fake::StatusReport>{{tampering, false, "0017"}, {reverseShell, false, "0017"}}));
     EXPECT_EQ(moduleRunning, 0);
+}
+
+TEST_F(Lifecycle, StartsTheCommandWatcherBeforeTheScansAndStopsItBetweenThem) {
+    shellPaths = {"/bin/sh"};
+    EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
+    EXPECT_EQ(
+        Fake::TheAgent().journal,
+        (std::vector<std::string>{"add callback", "register check tmp shell task",
+                                  "register check shell by netlink procs", "add callback", "register check shell task",
+                                  "status reverse-shell-attack on", "log Shell detection module start success."}));
+    Fake::TheAgent().journal.clear();
+    StopModule("0000");
+    EXPECT_EQ(
+        Fake::TheAgent().journal,
+        (std::vector<std::string>{"pause check shell by netlink procs", "unregister check shell by netlink procs",
+                                  "remove callback", "pause check tmp shell task", "unregister check tmp shell task",
+                                  "remove callback", "pause check shell task", "unregister check shell task",
+                                  "status reverse-shell-attack off", "log Shell detection module stop success."}));
+    EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
+}
+
+TEST_F(Lifecycle, StartsWithoutACommandWatcherThatIsRefused) {
+    shellPaths = {"/bin/sh"};
+    Fake::TheAgent().refusedTasks = {"check tmp shell task"};
+    EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
+    EXPECT_EQ(Fake::TheAgent().tasks.size(), 2U);
+    StopModule("0000");
+    EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
 }
 
 TEST_F(Lifecycle, HandsANullCodeOn) {
@@ -129,7 +157,8 @@ TEST_F(Lifecycle, SurvivesARefusedFirstTask) {
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
               (std::vector<std::string>{"refuse check shell by netlink procs", "log check shell task start failed.",
-                                        "log start instant scan failed", "status reverse-shell-attack off"}));
+                                        "log start instant scan failed", "remove callback",
+                                        "status reverse-shell-attack off"}));
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL), std::vector<std::string>{"check shell task start failed."});
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_ERROR), std::vector<std::string>{"start instant scan failed"});
     EXPECT_EQ(moduleRunning, 0);
@@ -143,7 +172,7 @@ TEST_F(Lifecycle, SurvivesARefusedSecondTask) {
         (std::vector<std::string>{"register check shell by netlink procs", "add callback", "refuse check shell task",
                                   "log check shell task start failed.", "log start period scan failed",
                                   "pause check shell by netlink procs", "unregister check shell by netlink procs",
-                                  "remove callback", "status reverse-shell-attack off"}));
+                                  "remove callback", "remove callback", "status reverse-shell-attack off"}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{reverseShell, false, ""}}));
     EXPECT_EQ(moduleRunning, 0);
 }
@@ -179,8 +208,9 @@ TEST_F(Lifecycle, StopsInFullAfterAFailedStart) {
     TakeStatuses();
     Fake::TheAgent().journal.clear();
     StopModule("0001");
-    EXPECT_EQ(Fake::TheAgent().journal, (std::vector<std::string>{"remove callback", "status reverse-shell-attack off",
-                                                                  "log Shell detection module stop success."}));
+    EXPECT_EQ(Fake::TheAgent().journal,
+              (std::vector<std::string>{"remove callback", "remove callback", "status reverse-shell-attack off",
+                                        "log Shell detection module stop success."}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{reverseShell, false, "0001"}}));
     Fake::TheAgent().refusedTasks.clear();
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);

@@ -38,6 +38,7 @@ protected:
         TimeRecorder::Reset();
         ReplaceWhitelist({});
         detectInterval = 90;
+        shellPaths.clear();
     }
 
     void TearDown() override {

@@ -1,0 +1,92 @@
+#include "classifier/tmp_command_verdict.h"
+
+#include <ctime>
+
+#include "alarm/command_attribution.h"
+#include "alarm/reverse_shell_alarm.h"
+#include "classifier/ssh_daemon.h"
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/whitelist.h"
+#include "inspect/detect_shell_utils.h"
+#include "inspect/kernel_wait.h"
+#include "inspect/socket_table.h"
+
+static constexpr char logSource[] = "detect_reverse_shell";
+
+static constexpr unsigned long long nanosecondsPerMillisecond = 1000000;
+static constexpr unsigned long long leastStartDistanceMs = 200;
+static constexpr unsigned long long leastGapNanoseconds = 200000000;
+static constexpr int socketProbes = 5;
+static constexpr timespec probePause{.tv_sec = 0, .tv_nsec = 200000000};
+static constexpr long oldestSocketSeconds = 100;
+
+// The start of a process is told by /proc/<pid>/stat, whose clock runs on while the host is suspended
+// (proc_pid_stat(5), CLOCK_BOOTTIME); what the event's clock left out is added to compare the two.
+static bool StartsAfterParent(int ppid, const TPROC_INFO& first) {
+    const unsigned long long command = (first.timestamp + first.suspended) / nanosecondsPerMillisecond;
+    const unsigned long long parent = DetectShellUtil::GetProcUpMs(ppid);
+    return command >= parent && command - parent >= leastStartDistanceMs;
+}
+
+bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands) {
+    if (!StartsAfterParent(ppid, commands.front())) {
+        return false;
+    }
+    for (size_t i = 1; i < commands.size(); ++i) {
+        const unsigned long long earlier = commands[i - 1].timestamp;
+        const unsigned long long later = commands[i].timestamp;
+        if (later < earlier || later - earlier < leastGapNanoseconds) {
+            MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "cmd process time error.[cmd1=%llu cmd2=%llu]", earlier, later);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Seen in two samples in a row, the parent is not on its way somewhere else.
+static bool IsReadingSocket(int ppid, unsigned long& inode) {
+    bool previous = false;
+    for (int probe = 0; probe < socketProbes && !NeedStop(); ++probe) {
+        nanosleep(&probePause, nullptr);
+        if (!ReadingFromSock(ppid, inode)) {
+            previous = false;
+        } else if (previous) {
+            return true;
+        } else {
+            previous = true;
+        }
+    }
+    return false;
+}
+
+static bool IsExempt(int ppid, const ProcInfo& lastCommand) {
+    return ProduceByBusinessFile(lastCommand) || IsSshdShell(ppid) ||
+           IsCmdInIgnoreList(DetectShellUtil::GetProcCmdline(ppid));
+}
+
+bool IsTmpCommandShell(int ppid, const TPROC_INFO& lastCommand) {
+    ProcInfo proc;
+    proc.pid = lastCommand.pid;
+    proc.ppid = ppid;
+    proc.path = lastCommand.path;
+    proc.cmdline = lastCommand.cmdline;
+    unsigned long inode = 0;
+    if (IsExempt(ppid, proc) || !IsReadingSocket(ppid, inode)) {
+        return false;
+    }
+    const int written = DetectShellUtil::ParseWriteCharsNum(ppid);
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "ppid write char num.[ppid=%d charNum=%ld]", ppid,
+               static_cast<long>(written));
+    if (written == 0) {
+        return false;
+    }
+    SocketInfo sock;
+    bool refreshed = false;
+    if (!IsAbnormalInodeByFlag(inode, sock, time(nullptr) - oldestSocketSeconds, refreshed)) {
+        return false;
+    }
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 6 rshell.[pid=%d]", proc.pid);
+    AddRshellAlarmFanotify(ppid, proc, sock, inode);
+    return true;
+}

@@ -1,0 +1,16 @@
+#include "inspect/boot_clock.h"
+
+#include <ctime>
+
+static unsigned long long Nanoseconds(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<unsigned long long>(now.tv_sec) * 1000000000ULL + static_cast<unsigned long long>(now.tv_nsec);
+}
+
+unsigned long long SuspendedNanoseconds() {
+    // In this order the time between the two reads shortens the answer, so that it cannot make a host look asleep.
+    const unsigned long long sinceBoot = Nanoseconds(CLOCK_BOOTTIME);
+    const unsigned long long awake = Nanoseconds(CLOCK_MONOTONIC);
+    return sinceBoot > awake ? sinceBoot - awake : 0;
+}
