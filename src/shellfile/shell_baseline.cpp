@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
+#include <mutex>
 #include <utility>
 
 #include "agent/files.h"
@@ -14,9 +15,20 @@
 
 static constexpr char logSource[] = "detect_shell_event";
 
-// Sizes stand before digests: a file of another length is dismissed without being read.
-static std::set<unsigned long> shellSizes;
-static std::map<std::string, std::string> shellHashes;  // resolved path by digest
+namespace {
+
+struct Baseline {
+    std::set<std::string> shellFiles;
+    // Sizes stand before digests: a file of another length is dismissed without being read.
+    std::set<unsigned long> shellSizes;
+    std::map<std::string, std::string> shellHashes;  // resolved path by digest
+};
+
+}  // namespace
+
+// For the value below; never held across a read of a file, nor together with another lock.
+static std::mutex baselineLock;
+static Baseline baseline;
 
 // Digest of the file's content; empty on failure.
 static std::string Digest(const std::string& path) {
@@ -24,19 +36,20 @@ static std::string Digest(const std::string& path) {
     return TavUtils::Sha256::GetFileSha256(path, digest, nullptr) ? digest : "";
 }
 
-static void TakeSizes() {
-    shellSizes.clear();
-    for (const std::string& path : shellFiles) {
+static std::set<unsigned long> SizesOf(const std::set<std::string>& shells) {
+    std::set<unsigned long> sizes;
+    for (const std::string& path : shells) {
         struct stat info {};
         if (stat(path.c_str(), &info) == 0) {
-            shellSizes.insert(static_cast<unsigned long>(info.st_size));
+            sizes.insert(static_cast<unsigned long>(info.st_size));
         }
     }
+    return sizes;
 }
 
-static void TakeDigests() {
-    shellHashes.clear();
-    for (const std::string& path : shellFiles) {
+static std::map<std::string, std::string> DigestsOf(const std::set<std::string>& shells) {
+    std::map<std::string, std::string> digests;
+    for (const std::string& path : shells) {
         const std::string resolved = TavUtils::FileAttribute::GetRealPath(path);
         if (resolved.empty()) {
             continue;
@@ -46,27 +59,46 @@ static void TakeDigests() {
             continue;
         }
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "[file=%s hash=%s]", path.c_str(), digest.c_str());
-        shellHashes[digest] = resolved;
+        digests[digest] = resolved;
     }
+    return digests;
 }
 
 void InitShellsHashSize(std::set<std::string> shells) {
-    shellFiles = std::move(shells);
-    TakeSizes();
-    TakeDigests();
+    Baseline fresh;
+    fresh.shellSizes = SizesOf(shells);
+    fresh.shellHashes = DigestsOf(shells);
+    fresh.shellFiles = std::move(shells);
+    const std::lock_guard guard(baselineLock);
+    std::swap(baseline, fresh);
+}
+
+std::set<std::string> ShellFiles() {
+    const std::lock_guard guard(baselineLock);
+    return baseline.shellFiles;
 }
 
 bool IsShellByHash(std::string path) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0 || !shellSizes.contains(static_cast<unsigned long>(info.st_size))) {
+    if (stat(path.c_str(), &info) != 0 || !IsShellSize(static_cast<unsigned long>(info.st_size))) {
         return false;
     }
-    const std::string digest = Digest(path);
-    return !digest.empty() && shellHashes.contains(digest);
+    return !ShellWithDigest(Digest(path)).empty();
+}
+
+bool IsShellSize(unsigned long size) {
+    const std::lock_guard guard(baselineLock);
+    return baseline.shellSizes.contains(size);
+}
+
+std::string ShellWithDigest(const std::string& digest) {
+    const std::lock_guard guard(baselineLock);
+    return GetAttrValue(baseline.shellHashes, digest);
 }
 
 bool IsShellFile(const std::string& path) {
-    return shellFiles.contains(path);
+    const std::lock_guard guard(baselineLock);
+    return baseline.shellFiles.contains(path);
 }
 
 int GetFileExt2Flags(const std::string& path) {

@@ -5,30 +5,30 @@
 #include <set>
 #include <string>
 
-struct ShellAttr {
-    int attr = -1;         // flags as FS_IOC_GETFLAGS gives them; -1 when they could not be read
-    std::string attrName;  // text form of the flags; never filled
-};
-
-// Flags of the shell files by path. Written by the thread that starts the module, and then by the one that serves the
-// fanotify group alone.
-inline std::map<std::string, ShellAttr> shellAttrs;
-
-// The shells as they were handed in.
-inline std::set<std::string> shellFiles;
-
-// Takes a fresh baseline of paths, sizes and digests. A shell that cannot be read stays one by its name. Called by the
-// thread that initialises and starts the module, while nothing reads the baseline.
+// Takes a fresh baseline of paths, sizes and digests, and puts it in place of the present one when it is whole. A shell
+// that cannot be read stays one by its name. Called by the thread that initialises and starts the module.
 void InitShellsHashSize(std::set<std::string> shells);
 
+// The functions below may be called from any thread. A repeated start may replace the baseline meanwhile; each answer is
+// that of the one or the other.
+
+// The shells as they were handed in.
+std::set<std::string> ShellFiles();
+
 // True if the file has the size and the digest of a shell, also under another name. One stat(2) where the size already
-// tells; a read of the whole file otherwise. Any thread while the module is started.
+// tells; a read of the whole file otherwise.
 bool IsShellByHash(std::string path);
 
-// True if path is one of the shells, byte by byte as they were handed in. Any thread while the module is started.
+// True if path is one of the shells, byte by byte as they were handed in.
 bool IsShellFile(const std::string& path);
 
-// Flags of the file as chattr(1) sets them; -1 on any failure, such as a file system without flags. Any thread.
+// True if some shell has this size in bytes.
+bool IsShellSize(unsigned long size);
+
+// Resolved path of a shell with this digest; empty if there is none.
+std::string ShellWithDigest(const std::string& digest);
+
+// Flags of the file as chattr(1) sets them; -1 on any failure, such as a file system without flags.
 int GetFileExt2Flags(const std::string& path);
 
 // The value under key, empty if there is none.

@@ -1,6 +1,7 @@
 #include <chrono>
 
 #include "module_fixture.h"
+#include "shellfile/shell_copy.h"
 
 namespace {
 
@@ -42,7 +43,8 @@ TEST_F(Lifecycle, StartsBothTasksAtNinetySecondsByDefault) {
 TEST_F(Lifecycle, BringsFunctionsUpInOrder) {
     EXPECT_EQ(StartModule(bothFunctions), 1);
     EXPECT_EQ(Fake::TheAgent().journal,
-              (std::vector<std::string>{"status shell-file-tampering on", "register check shell by netlink procs",
+              (std::vector<std::string>{"add callback", "fanotify", "thread ChattrShellThread",
+                                        "status shell-file-tampering on", "register check shell by netlink procs",
                                         "add callback", "register check shell task", "status reverse-shell-attack on",
                                         "log Shell detection module start success."}));
     EXPECT_EQ(TakeStatuses(),
@@ -57,7 +59,8 @@ TEST_F(Lifecycle, TakesFunctionsDownInOrder) {
     StopModule("0017");
     EXPECT_EQ(
         Fake::TheAgent().journal,
-        (std::vector<std::string>{"status shell-file-tampering off", "pause check shell by netlink procs",
+        (std::vector<std::string>{"await thread", "log shell file system attr thread stop!\n", "remove callback",
+                                  "status shell-file-tampering off", "pause check shell by netlink procs",
                                   "unregister check shell by netlink procs", "remove callback", "remove callback",
                                   "pause check shell task", "unregister check shell task",
                                   "status reverse-shell-attack off", "log Shell detection module stop success."}));
@@ -136,7 +139,8 @@ TEST_F(Lifecycle, SurvivesARefusedSocketTableLock) {
     FailingCalls::FailMutexInit(1);
     EXPECT_EQ(StartModule(bothFunctions), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
-              (std::vector<std::string>{"status shell-file-tampering on", "status reverse-shell-attack off"}));
+              (std::vector<std::string>{"add callback", "fanotify", "thread ChattrShellThread",
+                                        "status shell-file-tampering on", "status reverse-shell-attack off"}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, true, "0000"}, {reverseShell, false, ""}}));
     EXPECT_EQ(moduleRunning, 0);
 }
@@ -148,7 +152,7 @@ TEST_F(Lifecycle, SurvivesARefusedIntakeLock) {
               (std::vector<std::string>{"init pidMapLock failed!\n", "start instant scan failed"}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, true, "0000"}, {reverseShell, false, ""}}));
     EXPECT_TRUE(Fake::TheAgent().tasks.empty());
-    EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
+    EXPECT_EQ(Fake::TheAgent().callbacks, std::vector<Fake::ProcessCallback>{ShellExecCallback});
     EXPECT_EQ(moduleRunning, 0);
 }
 

@@ -1,0 +1,77 @@
+#include "shellfile/abnormal_shell_event.h"
+
+#include <map>
+
+#include "agent/events.h"
+#include "agent/json.h"
+#include "agent/time_master.h"
+#include "frame/pacing.h"
+
+using TavUtils::JsonAdaptor::JsonStreamWriter;
+using TavUtils::JsonAdaptor::JsonValue;
+
+static constexpr unsigned int eventPauseMicroseconds = 10000;
+
+// The word for an operation; null for a number that is none.
+static const char* OperationName(int operation) {
+    static const std::map<int, std::string> shellOperationNames{
+        {SHELL_ATTRIBUTE, "attribute"}, {SHELL_MODIFY, "modify"}, {SHELL_DELETE, "delete"}, {SHELL_MOVE, "move"},
+        {SHELL_MOVED_FROM, "move"},     {SHELL_MOVED_TO, "move"}, {SHELL_COPY, "copy"},
+    };
+    const auto name = shellOperationNames.find(operation);
+    return name == shellOperationNames.end() ? nullptr : name->second.c_str();
+}
+
+static void AddAttribute(const SHELL_EVENT& event, JsonValue& content) {
+    JsonValue attribute(TavUtils::JsonAdaptor::JSON_OBJECT);
+    attribute["type"] = event.type;
+    attribute["from"] = event.from;
+    attribute["to"] = event.to;
+    JsonValue list(TavUtils::JsonAdaptor::JSON_OBJECT);
+    list.TypeChangeToArray();
+    list.JsonItemAddToArray(attribute);
+    content.JsonItemAddToObject("attribute", list);
+}
+
+static void AddDetails(const SHELL_EVENT& event, JsonValue& content) {
+    switch (event.fileOperationType) {
+        case SHELL_ATTRIBUTE:
+            AddAttribute(event, content);
+            break;
+        case SHELL_COPY:
+            content["command"] = event.command;
+            content["relatedPath"] = event.relatedPath;
+            break;
+        case SHELL_MOVE:
+        case SHELL_MOVED_FROM:
+        case SHELL_MOVED_TO:
+            content["relatedPath"] = event.relatedPath;
+            break;
+        default:
+            break;
+    }
+}
+
+static void SendShellEventJson(const SHELL_EVENT& event) {
+    JsonValue content(TavUtils::JsonAdaptor::JSON_OBJECT);
+    content["path"] = event.path;
+    const char* operation = OperationName(event.fileOperationType);
+    if (operation != nullptr) {
+        content["operationType"] = operation;
+    }
+    AddDetails(event, content);
+    std::string time;
+    TavUtils::TimeMaster::GetCurrentUTC(time);
+    JsonValue document(TavUtils::JsonAdaptor::JSON_OBJECT);
+    document["eventType"] = "abnormal-shell";
+    document["eventTime"] = time;
+    document.JsonItemAddToObject("eventContent", content);
+    std::string text;
+    JsonStreamWriter(false).Write(document, text);
+    EventConsumer::Instance().PushMinuteLimitEvent(text);
+}
+
+void AddShellEvent(const SHELL_EVENT& event) {
+    SendShellEventJson(event);
+    Pause(eventPauseMicroseconds);
+}

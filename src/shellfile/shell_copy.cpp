@@ -1,0 +1,61 @@
+#include "shellfile/shell_copy.h"
+
+#include <sys/stat.h>
+
+#include "agent/events.h"
+#include "agent/sha256.h"
+#include "alarm/alarm_history.h"
+#include "frame/log.h"
+#include "inspect/detect_shell_utils.h"
+#include "shellfile/abnormal_shell_event.h"
+#include "shellfile/shell_baseline.h"
+
+static constexpr char logSource[] = "detect_shell_event";
+
+static constexpr unsigned int longestCommand = 512;
+
+// Digest of a program that has the size of a shell; empty for any other.
+static std::string DigestOfShellSized(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || !IsShellSize(static_cast<unsigned long>(info.st_size))) {
+        return "";
+    }
+    char digest[65] = {};
+    if (!TavUtils::Sha256::GetFileSha256(path, digest, nullptr)) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Failed to get file hash.[path=%s]", path.c_str());
+        return "";
+    }
+    return digest;
+}
+
+void ShellExecCallback(proc_event* event) {
+    if (event == nullptr) {
+        MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "The process event is null.");
+        return;
+    }
+    if (event->what != decltype(event->what)::PROC_EVENT_EXEC) {
+        return;
+    }
+    const int pid = event->event_data.exec.process_pid;
+    const std::string path = DetectShellUtil::GetProcExe(pid);
+    if (path.empty() || IsShellFile(path)) {
+        return;
+    }
+    const std::string shell = ShellWithDigest(DigestOfShellSized(path));
+    if (!shell.empty()) {
+        GenCpAlarm(path, DetectShellUtil::GetProcCmdline(pid), shell);
+    }
+}
+
+void GenCpAlarm(const std::string& copyPath, const std::string& command, const std::string& shellPath) {
+    if (command.empty() || IsRepeatedAlarm(copyPath)) {
+        return;
+    }
+    SHELL_EVENT event;
+    event.path = shellPath;
+    event.relatedPath = copyPath;
+    event.fileOperationType = SHELL_COPY;
+    event.command = EventAdapter::TruncateString(command, longestCommand, true);
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "[fileOperationType=%d]", event.fileOperationType);
+    AddShellEvent(event);
+}

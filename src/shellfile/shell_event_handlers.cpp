@@ -1,0 +1,130 @@
+#include "shellfile/shell_event_handlers.h"
+
+#include <cstdlib>
+#include <map>
+#include <vector>
+
+#include "agent/files.h"
+#include "agent/strings.h"
+#include "agent/user_info.h"
+#include "shellfile/shell_baseline.h"
+
+using ValueText = std::string (*)(const std::string& value);
+
+// A report's values are decimal numbers; what is none counts as 0, as strtol has it.
+static unsigned int Number(const std::string& value) {
+    return static_cast<unsigned int>(strtoll(value.c_str(), nullptr, 10));
+}
+
+static std::string ModeText(const std::string& value) {
+    return TavUtils::FileAttribute::StModeString(Number(value));
+}
+
+static std::string UserText(const std::string& value) {
+    return TavUtils::UserInfo::GetUserNameByUid(Number(value));
+}
+
+static std::string GroupText(const std::string& value) {
+    return TavUtils::UserInfo::GetGroupNameByGid(Number(value));
+}
+
+static std::string PlainText(const std::string& value) {
+    return value;
+}
+
+// Which keys of a report's detail tell an attribute, in the order in which the events are sent.
+static constexpr struct {
+    const char* oldKey;
+    const char* newKey;
+    const char* type;
+    ValueText text;
+} attributes[] = {
+    {"oaccess", "access", "permission", ModeText},
+    {"ouid", "cuid", "owner", UserText},
+    {"ogid", "cgid", "group", GroupText},
+    {"olink", "link", "links", PlainText},
+};
+
+// The values of a detail text: tokens KEY=VALUE behind a first one that says nothing here.
+static std::map<std::string, std::string> ParseDetail(const std::string& detail) {
+    std::map<std::string, std::string> values;
+    const std::vector<std::string> tokens = TavUtils::StringProcess::StrSplit(detail, " ", false);
+    for (size_t i = 1; i < tokens.size(); ++i) {
+        const std::vector<std::string> parts = TavUtils::StringProcess::StrSplit(tokens[i], "=", false);
+        if (parts.size() == 2) {
+            values[parts[0]] = parts[1];
+        }
+    }
+    return values;
+}
+
+static void OnPlainEvent(SHELL_EVENT& event, const char* /*path*/, const char* /*otherPath*/, int operation,
+                         const std::string& /*detail*/) {
+    event.fileOperationType = operation;
+    AddShellEvent(event);
+}
+
+static void OnRelatedEvent(SHELL_EVENT& event, const char* /*path*/, const char* otherPath, int operation,
+                           const std::string& /*detail*/) {
+    event.fileOperationType = operation;
+    if (otherPath != nullptr) {
+        event.relatedPath = otherPath;
+    }
+    AddShellEvent(event);
+}
+
+static bool IsNamed(const char* path) {
+    return path != nullptr && path[0] != '\0';
+}
+
+// Works out which side of the move is the shell.
+static void OnMoveEvent(SHELL_EVENT& event, const char* path, const char* otherPath, int operation,
+                        const std::string& /*detail*/) {
+    event.fileOperationType = operation;
+    event.relatedPath.clear();
+    if (IsNamed(path) && IsNamed(otherPath)) {
+        if (IsShellFile(path)) {
+            event.fileOperationType = SHELL_MOVED_FROM;
+            event.relatedPath = otherPath;
+        } else if (IsShellFile(otherPath)) {
+            event.fileOperationType = SHELL_MOVED_TO;
+            event.relatedPath = path;
+        }
+    }
+    AddShellEvent(event);
+}
+
+static void OnAttributeEvent(SHELL_EVENT& event, const char* /*path*/, const char* /*otherPath*/, int operation,
+                             const std::string& detail) {
+    event.fileOperationType = operation;
+    const std::map<std::string, std::string> values = ParseDetail(detail);
+    for (const auto& attribute : attributes) {
+        const std::string before = GetAttrValue(values, attribute.oldKey);
+        const std::string now = GetAttrValue(values, attribute.newKey);
+        if (before.empty() || now.empty()) {
+            continue;
+        }
+        event.from = attribute.text(before);
+        event.to = attribute.text(now);
+        event.type = attribute.type;
+        AddShellEvent(event);
+    }
+}
+
+static constexpr struct {
+    int operation;
+    void (*handle)(SHELL_EVENT&, const char* path, const char* otherPath, int operation, const std::string& detail);
+} operations[] = {
+    {SHELL_MODIFY, OnPlainEvent},       {SHELL_DELETE, OnPlainEvent},     {SHELL_MOVE, OnMoveEvent},
+    {SHELL_MOVED_FROM, OnRelatedEvent}, {SHELL_MOVED_TO, OnRelatedEvent}, {SHELL_ATTRIBUTE, OnAttributeEvent},
+};
+
+void HandleShellReport(SHELL_EVENT& event, const char* path, const char* otherPath, int operation,
+                       const std::string& detail) {
+    for (const auto& row : operations) {
+        if (row.operation == operation) {
+            row.handle(event, path, otherPath, operation, detail);
+            return;
+        }
+    }
+}
