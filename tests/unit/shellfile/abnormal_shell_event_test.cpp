@@ -1,0 +1,100 @@
+#include "shellfile/abnormal_shell_event.h"
+
+#include "shellfile_fixture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using testing::ElementsAre;
+using Json = nlohmann::ordered_json;
+
+class AbnormalShellEvent : public ShellFileTest {
+protected:
+    static SHELL_EVENT Event(int operation) {
+        SHELL_EVENT event;
+        event.fileOperationType = operation;
+        event.path = "/bin/sh";
+        event.relatedPath = "/bin/other";
+        event.command = "other -i";
+        event.type = "owner";
+        event.from = "root";
+        event.to = "nobody";
+        return event;
+    }
+};
+
+TEST_F(AbnormalShellEvent, IsOneDocumentOfThreeKeys) {
+    AddShellEvent(Event(SHELL_MODIFY));
+    ASSERT_EQ(Fake::TheAgent().events.size(), 1U);
+    const Json document = Json::parse(Fake::TheAgent().events[0]);
+    EXPECT_THAT(Keys(document), ElementsAre("eventType", "eventTime", "eventContent"));
+    EXPECT_EQ(document["eventType"], "abnormal-shell");
+    EXPECT_EQ(document["eventTime"], Fake::TheAgent().utc);
+}
+
+TEST_F(AbnormalShellEvent, TellsWhatBelongsToItsOperationAndNoMore) {
+    const struct {
+        int operation;
+        const char* word;
+        std::vector<std::string> keys;
+    } cases[] = {
+        {1, "attribute", {"path", "operationType", "attribute"}},
+        {2, "modify", {"path", "operationType"}},
+        {3, "delete", {"path", "operationType"}},
+        {4, "move", {"path", "operationType", "relatedPath"}},
+        {5, "move", {"path", "operationType", "relatedPath"}},
+        {6, "move", {"path", "operationType", "relatedPath"}},
+        {7, "copy", {"path", "operationType", "command", "relatedPath"}},
+    };
+    for (const auto& row : cases) {
+        Fake::TheAgent().events.clear();
+        AddShellEvent(Event(row.operation));
+        const Json content = Contents().at(0);
+        EXPECT_EQ(Keys(content), row.keys) << row.operation;
+        EXPECT_EQ(content["path"], "/bin/sh");
+        EXPECT_EQ(content["operationType"], row.word);
+    }
+}
+
+TEST_F(AbnormalShellEvent, NamesNoOperationForANumberThatIsNone) {
+    for (const int operation : {0, 8, -1}) {
+        Fake::TheAgent().events.clear();
+        AddShellEvent(Event(operation));
+        EXPECT_THAT(Keys(Contents().at(0)), ElementsAre("path")) << operation;
+    }
+}
+
+TEST_F(AbnormalShellEvent, HasOneAttributeInAnArray) {
+    AddShellEvent(Event(SHELL_ATTRIBUTE));
+    const Json attribute = Contents().at(0)["attribute"];
+    ASSERT_TRUE(attribute.is_array());
+    ASSERT_EQ(attribute.size(), 1U);
+    EXPECT_THAT(Keys(attribute[0]), ElementsAre("type", "from", "to"));
+    EXPECT_EQ(attribute[0]["type"], "owner");
+    EXPECT_EQ(attribute[0]["from"], "root");
+    EXPECT_EQ(attribute[0]["to"], "nobody");
+}
+
+TEST_F(AbnormalShellEvent, KeepsAnEmptyRelatedPath) {
+    SHELL_EVENT event = Event(SHELL_MOVE);
+    event.relatedPath.clear();
+    AddShellEvent(event);
+    EXPECT_EQ(Contents().at(0)["relatedPath"], "");
+}
+
+TEST_F(AbnormalShellEvent, IsOneValidLineWhateverItsTextsHold) {
+    SHELL_EVENT event = Event(SHELL_COPY);
+    event.relatedPath = "/tmp/\"\n\\\x01\xff\xc3";
+    event.command = "a\tb\r\nc";
+    AddShellEvent(event);
+    EXPECT_EQ(Fake::TheAgent().events.at(0).find('\n'), std::string::npos);
+    EXPECT_EQ(Contents().at(0)["command"], "a\tb\r\nc");
+}
+
+TEST_F(AbnormalShellEvent, PausesTenMilliseconds) {
+    AddShellEvent(Event(SHELL_DELETE));
+    EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>{milliseconds(10)});
+}
+
+}  // namespace

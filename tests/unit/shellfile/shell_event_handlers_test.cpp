@@ -1,0 +1,123 @@
+#include "shellfile/shell_event_handlers.h"
+
+#include "shellfile_fixture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+constexpr char shell[] = "/shells/sh";
+constexpr char otherShell[] = "/shells/bash";
+
+class ShellEventHandlers : public ShellFileTest {
+protected:
+    void SetUp() override {
+        ShellFileTest::SetUp();
+        InitShellsHashSize({shell, otherShell});
+    }
+
+    static void Report(int operation, const char* path, const char* otherPath, const std::string& detail = "") {
+        SHELL_EVENT event;
+        event.path = shell;
+        HandleShellReport(event, path, otherPath, operation, detail);
+    }
+
+    // "type from to" of each event's attribute, in order.
+    static std::vector<std::string> Attributes() {
+        std::vector<std::string> texts;
+        for (const auto& content : Contents()) {
+            const auto& attribute = content["attribute"][0];
+            texts.push_back(attribute["type"].get<std::string>() + " " + attribute["from"].get<std::string>() + " " +
+                            attribute["to"].get<std::string>());
+        }
+        return texts;
+    }
+};
+
+TEST_F(ShellEventHandlers, ReportAWriteAndARemovalWithThePathAlone) {
+    Report(2, shell, nullptr, "x oaccess=1 access=2");
+    Report(3, shell, "/elsewhere");
+    ASSERT_EQ(Contents().size(), 2U);
+    EXPECT_EQ(Contents()[0].dump(), R"({"path":"/shells/sh","operationType":"modify"})");
+    EXPECT_EQ(Contents()[1].dump(), R"({"path":"/shells/sh","operationType":"delete"})");
+}
+
+TEST_F(ShellEventHandlers, TellTheSideOfAMoveThatIsTheShell) {
+    const struct {
+        const char* path;
+        const char* otherPath;
+        const char* relatedPath;
+    } cases[] = {
+        {shell, "/tmp/gone", "/tmp/gone"},
+        {"/tmp/new", shell, "/tmp/new"},
+        {shell, otherShell, otherShell},
+        {shell, nullptr, ""},
+        {nullptr, shell, ""},
+        {shell, "", ""},
+        {"", shell, ""},
+        {"/tmp/one", "/tmp/two", ""},
+    };
+    for (const auto& row : cases) {
+        Fake::TheAgent().events.clear();
+        Report(4, row.path, row.otherPath);
+        ASSERT_EQ(Contents().size(), 1U);
+        EXPECT_EQ(Contents()[0]["operationType"], "move");
+        EXPECT_EQ(Contents()[0]["path"], shell);
+        EXPECT_EQ(Contents()[0]["relatedPath"], row.relatedPath);
+    }
+}
+
+TEST_F(ShellEventHandlers, NameTheOtherPathOfHalfAMoveEvenWhereItIsTheShell) {
+    for (const int operation : {5, 6}) {
+        Fake::TheAgent().events.clear();
+        Report(operation, "/tmp/neighbour", shell);
+        EXPECT_EQ(Contents().at(0)["relatedPath"], shell);
+        EXPECT_EQ(Contents().at(0)["path"], shell);
+        Report(operation, shell, nullptr);
+        EXPECT_EQ(Contents().at(1)["relatedPath"], "");
+    }
+}
+
+TEST_F(ShellEventHandlers, ReportEachAttributeThatHasBothValues) {
+    const struct {
+        const char* detail;
+        std::vector<std::string> attributes;
+    } cases[] = {
+        {"x oaccess=33261 access=33133", {"permission -rwxr-xr-x -r-xr-xr-x"}},
+        {"oaccess=493 access=365", {}},
+        {"x olink=1 link=2 ouid=0 cuid=1000", {"owner user0 user1000", "links 1 2"}},
+        {"x ogid=0 cgid=4294967294", {"group group0 group4294967294"}},
+        {"x oaccess=33261 access=33261 ouid=1 cuid=2 ogid=3 cgid=4 olink=5 link=6",
+         {"permission -rwxr-xr-x -rwxr-xr-x", "owner user1 user2", "group group3 group4", "links 5 6"}},
+        {"x olink=1 link=2 olink=3", {"links 3 2"}},
+        {"x olink=01 link=two", {"links 01 two"}},
+        {"x ouid=12abc cuid=none", {"owner user12 user0"}},
+        {"x ouid= cuid=5", {}},
+        {"x ouid=5", {}},
+        {"x ouid=1=2 cuid=5", {}},
+        {"x unknown=1 link", {}},
+        {"x", {}},
+        {"", {}},
+    };
+    for (const auto& row : cases) {
+        Fake::TheAgent().events.clear();
+        Report(1, shell, nullptr, row.detail);
+        EXPECT_EQ(Attributes(), row.attributes) << row.detail;
+    }
+}
+
+TEST_F(ShellEventHandlers, PauseForEachEventOfOneReport) {
+    Report(1, shell, nullptr, "x oaccess=1 access=2 ouid=1 cuid=2 ogid=3 cgid=4 olink=5 link=6");
+    EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>(4, milliseconds(10)));
+}
+
+TEST_F(ShellEventHandlers, DropAnOperationThatIsNone) {
+    for (const int operation : {0, 7, 8, -1}) {
+        Report(operation, shell, nullptr);
+    }
+    EXPECT_TRUE(Fake::TheAgent().events.empty());
+    EXPECT_TRUE(TimeRecorder::Pauses().empty());
+}
+
+}  // namespace

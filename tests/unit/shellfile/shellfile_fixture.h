@@ -1,0 +1,45 @@
+// What the tests of shell file protection share: a fresh scripted agent, and throw-away shells as its baseline.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "frame/run_state.h"
+#include "shellfile/shell_baseline.h"
+#include "tests/fakes/fake_agent.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/time_recorder.h"
+
+class ShellFileTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Fake::ResetAgent();
+        TimeRecorder::Reset();
+    }
+
+    void TearDown() override { InitShellsHashSize({}); }
+
+    // Contents of all events so far, in order.
+    static std::vector<nlohmann::ordered_json> Contents() {
+        std::vector<nlohmann::ordered_json> contents;
+        for (const std::string& text : Fake::TheAgent().events) {
+            contents.push_back(nlohmann::ordered_json::parse(text)["eventContent"]);
+        }
+        return contents;
+    }
+
+    static std::vector<std::string> Keys(const nlohmann::ordered_json& object) {
+        std::vector<std::string> keys;
+        for (const auto& [key, value] : object.items()) {
+            keys.push_back(key);
+        }
+        return keys;
+    }
+
+    TemporaryDirectory folder;
+};
