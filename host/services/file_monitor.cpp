@@ -83,13 +83,12 @@ void FileMonitor::HandleOwnEnd(const InotifyEvent& event, Reports& reports) {
     const Explanation explanation{isMove ? FILE_MOVED_FROM : FILE_DELETED, isMove ? FILE_MOVED_TO : FILE_MODIFIED,
                                   false};
     for (auto& [handle, rule] : rules_) {
-        // The end of a file is told by its directory, unless the directory's watch ends as well.
+        // The end of a file is left to its directory to tell, which may do so only after this.
         const bool isItsDirectory = rule.isDirectory && rule.file == event.watch;
-        const bool isItsFile = rule.file == event.watch && !isMove;
         const bool isAround =
             std::any_of(rule.names.begin(), rule.names.end(), [&](const Place& p) { return p.watch == event.watch; });
         const bool isAwaitedThere = rule.awaited && rule.awaited->watch == event.watch;
-        if (isItsDirectory || isItsFile || isAround || isAwaitedThere || rule.IsOnWay(event.watch)) {
+        if (isItsDirectory || isAround || isAwaitedThere || rule.IsOnWay(event.watch)) {
             Settle(rule, explanation, reports);
         }
     }
@@ -144,8 +143,13 @@ void FileMonitor::TellArrival(const Place& place, Time now, Reports& reports) {
             continue;
         }
         const auto known = files_.find(rule.file);
-        if (known != files_.end() && HasContent(known->second.state) && known->second.burst.Begins(now)) {
+        if (known != files_.end() && HasContent(known->second.state)) {
             AppendReports(SideOfName(rules_, watches_, place), FILE_MODIFIED, {}, reports);
+            const bool isLink = rule.names.size() > 1 || known->second.state.links > 1;
+            if (!isLink) {
+                // What its writer goes on to write belongs to this change.
+                known->second.burst.Begins(now);
+            }
         }
         return;
     }
