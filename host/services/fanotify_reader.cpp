@@ -1,0 +1,176 @@
+#include "host/services/fanotify_reader.h"
+
+#include <fcntl.h>
+#include <linux/kcmp.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <exception>
+
+#include "agent/files.h"
+#include "agent/logger.h"
+
+namespace Host {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// How often the flag and the owner's descriptor are looked at: nothing tells of their change.
+constexpr int lookPauseMs = 100;
+// How long after the end the owner may take to close its descriptor.
+constexpr milliseconds closePatience(300);
+constexpr int closePauseMs = 5;
+// How long a file that has replaced a marked one may go unmarked.
+constexpr milliseconds renewPause(1000);
+
+std::string LinkOf(int fd) {
+    return TavUtils::FileAttribute::GetRealLink("/proc/self/fd/" + std::to_string(fd));
+}
+
+bool IsFanotify(int fd) {
+    return LinkOf(fd).find("[fanotify]") != std::string::npos;
+}
+
+}  // namespace
+
+FanotifyReader::FanotifyReader(const TavUtils::Monitor::FanotifyLoopArgs& args, FanotifyMarks& marks)
+    : event_(*args.event),
+      running_(args.running),
+      marks_(marks),
+      owners_(args.event->fd),
+      group_(fcntl(args.event->fd, F_DUPFD_CLOEXEC, 0)) {}
+
+void FanotifyReader::Run() {
+    if (!group_.IsOpen() || !IsFanotify(group_.Get())) {
+        return;
+    }
+    auto renewal = steady_clock::now() + renewPause;
+    while (IsRunning() && IsOwnersOpen()) {
+        pollfd waiting{group_.Get(), POLLIN, 0};
+        poll(&waiting, 1, lookPauseMs);
+        if (waiting.revents != 0) {
+            ReadEvents();
+        }
+        if (steady_clock::now() >= renewal) {
+            marks_.Renew(group_.Get());
+            renewal = steady_clock::now() + renewPause;
+        }
+    }
+    AwaitOwnersClose();
+    if (!IsOwnersOpen()) {
+        // The owner closes once more when this thread has gone, and the number may be another's by then.
+        std::atomic_ref(event_.fd).store(-1);
+    }
+}
+
+bool FanotifyReader::IsRunning() const {
+    return std::atomic_ref(*running_).load() != 0;
+}
+
+// True if the owner's number still is this group's.
+bool FanotifyReader::IsOwnersOpen() const {
+    const long order = syscall(SYS_kcmp, getpid(), getpid(), KCMP_FILE, owners_, group_.Get());
+    if (order >= 0 || errno == EBADF) {
+        return order == 0;
+    }
+    // A kernel without kcmp, or one that does not grant it: then another group of that number passes for this one.
+    return IsFanotify(owners_);
+}
+
+// An owner that clears the flag and then closes is not done yet when the flag is seen.
+void FanotifyReader::AwaitOwnersClose() const {
+    const auto deadline = steady_clock::now() + closePatience;
+    while (IsOwnersOpen() && steady_clock::now() < deadline) {
+        poll(nullptr, 0, closePauseMs);
+    }
+}
+
+void FanotifyReader::ReadEvents() {
+    // Each event brings a descriptor, of which the process has not too many.
+    constexpr size_t mostEvents = 32;
+    alignas(fanotify_event_metadata) std::array<char, mostEvents * sizeof(fanotify_event_metadata)> buffer;
+    const ssize_t size = group_.Read(buffer.data(), buffer.size());
+    if (size < 0) {
+        if (errno == EAGAIN) {
+            return;
+        }
+        if (readFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
+                           "fanotify events cannot be read and are tried again: %s", std::strerror(errno));
+        }
+        // Not at once: what ails the group may last.
+        poll(nullptr, 0, lookPauseMs);
+        return;
+    }
+    auto left = static_cast<size_t>(size);
+    const auto* event = reinterpret_cast<const fanotify_event_metadata*>(buffer.data());
+    for (; FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
+        const Descriptor file(event->fd);
+        if (event->vers == FANOTIFY_METADATA_VERSION && IsRunning()) {
+            Tell(*event, file);
+        }
+    }
+}
+
+void FanotifyReader::Tell(const fanotify_event_metadata& event, const Descriptor& file) {
+    if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+        if (losses_.MayLog()) {
+            LoggerWriteLog(
+                "NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
+                "the kernel has dropped fanotify events, its queue was full: every marked path is looked at");
+        }
+        TellAll();
+        return;
+    }
+    // To look at a file is to open and close it: told of its own closes, who looks at each close never ends.
+    if (event.pid == getpid() || !file.IsOpen()) {
+        return;
+    }
+    struct stat attributes {};
+    std::string path;
+    if (fstat(file.Get(), &attributes) == 0) {
+        path = marks_.PathOf(attributes.st_dev, attributes.st_ino);
+    }
+    Call(event.pid, path.empty() ? LinkOf(file.Get()) : path, static_cast<unsigned int>(event.mask));
+}
+
+void FanotifyReader::TellAll() {
+    for (const FanotifyMarks::Mark& mark : marks_.All()) {
+        if (!IsRunning()) {
+            return;
+        }
+        Call(0, mark.path, mark.mask);
+    }
+}
+
+void FanotifyReader::Call(long number, const std::string& path, unsigned int mask) {
+    if (event_.callback == nullptr) {
+        return;
+    }
+    // The agent outlives whatever a module throws at it.
+    try {
+        event_.callback(number, path.c_str(), mask);
+    } catch (const std::exception& error) {
+        if (callFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__, "a callback for fanotify failed: %s",
+                           error.what());
+        }
+    } catch (...) {
+        if (callFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
+                           "a callback for fanotify failed with an unknown exception");
+        }
+    }
+}
+
+}  // namespace Host

@@ -1,0 +1,50 @@
+// What a watched file was like when it was last looked at.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Host {
+
+struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    unsigned int mode = 0;
+    unsigned int user = 0;
+    unsigned int group = 0;
+    unsigned long links = 0;
+    int64_t size = 0;
+    int64_t modifiedNs = 0;  // last write to the content
+    int64_t changedNs = 0;   // last change of anything
+
+    bool operator==(const FileState&) const = default;
+};
+
+// State of the inode behind a descriptor, which may be open with O_PATH. False on failure.
+bool ReadFileState(int fd, FileState& state);
+
+// State of what has that path, links not followed. False on failure.
+bool ReadFileState(const std::string& path, FileState& state);
+
+bool IsDirectory(const FileState& state);
+
+// True for something that has the name and bytes in it.
+bool HasContent(const FileState& state);
+
+bool IsSameFile(const FileState& one, const FileState& other);
+
+// True if the content may have been written in between.
+bool ContentMayDiffer(const FileState& old, const FileState& now);
+
+// The same after a loss of events, when a reset time of modification may hide a write: then any change counts that no
+// attribute explains.
+bool ContentMayDifferUnseen(const FileState& old, const FileState& now);
+
+// The detail text of an attribute report: "attribute" and then, for each of mode, owner, group and link count that
+// differs, a blank, old key=value, a blank, new key=value, in decimal: "attribute oaccess=33261 access=33206". Empty if
+// nothing differs. The link count of a directory is that of the directories in it and does not count.
+std::string AttributeDetail(const FileState& old, const FileState& now);
+
+}  // namespace Host

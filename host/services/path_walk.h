@@ -1,0 +1,28 @@
+// How the kernel finds a path: component by component, link by link.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "host/services/descriptor.h"
+
+namespace Host {
+
+struct PathStep {
+    enum class Kind { directory, link, file, missing };
+
+    Kind kind = Kind::missing;
+    Descriptor file;          // open with O_PATH; closed if missing
+    size_t directory = 0;     // the step whose directory the name was looked up in
+    std::string name;         // empty for the root
+    std::string path;         // where it is, free of links
+    bool isLastName = false;  // no component was left: the path's last, or one that a link in its place leads to
+};
+
+// The steps of an absolute path in the order of the look-ups, the root first; the empty path is the root's. It ends with
+// what the path leads to, or with the first step that is missing: not there, not to be opened, a link too many, or
+// something else where a directory is needed. Any thread.
+std::vector<PathStep> WalkPath(const std::string& path);
+
+}  // namespace Host

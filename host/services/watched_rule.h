@@ -1,0 +1,63 @@
+// A rule and the inodes that stand for its path at the moment.
+#pragma once
+
+#include <compare>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/monitor.h"
+#include "host/services/watch_table.h"
+
+namespace Host {
+
+// A name in a watched directory. With an empty name, what is watched itself.
+struct Place {
+    int watch = -1;
+    std::string name;
+
+    auto operator<=>(const Place&) const = default;
+};
+
+struct WatchedRule {
+    int handle = 0;
+    TavUtils::Monitor::FileWatchRule rule;
+
+    std::vector<WatchHold> holds;  // all that is watched for this rule
+    std::vector<int> way;          // directories and links on the way: if one of them goes, the path leads elsewhere
+    std::vector<Place> names;      // the path's last name, then those that links lead to; none for the root
+    std::optional<Place> awaited;  // the name on the way that is missing
+    int file = -1;                 // what the path leads to, a file or a directory; -1 if nothing
+    bool isDirectory = false;
+    bool isComplete = false;  // everything that should be watched is
+    bool hasEnded = false;    // the rule does not follow its path, and what it watched has gone
+
+    bool HasName(const Place& place) const;
+    bool IsOnWay(int watch) const;
+
+    // The place by which changes of the path itself are known.
+    Place Own() const { return names.empty() ? Place{file, {}} : names.front(); }
+};
+
+// By handle, which is the order in which they came.
+using WatchedRules = std::map<int, WatchedRule>;
+
+// True for a path that can be watched, there or not: absolute or empty, which stands for the root, and such that the
+// kernel would take it.
+bool IsWatchablePath(const std::string& path);
+
+// The descriptor, open with O_PATH, of what the rule's path leads to; closed if that is nothing.
+Descriptor OpenRulePath(const WatchedRule& rule);
+
+// Path of a name in a directory.
+std::string JoinPath(const std::string& directory, const std::string& name);
+
+// Watches what the rule's path leads to now, and all that tells when it leads elsewhere, instead of what was watched for
+// it before. Sets isComplete, with errno if it is not.
+void AttachRule(WatchedRule& rule, WatchTable& watches);
+
+// Ends all watches of the rule.
+void DetachRule(WatchedRule& rule, WatchTable& watches);
+
+}  // namespace Host
