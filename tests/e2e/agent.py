@@ -9,22 +9,31 @@ import subprocess
 import threading
 import time
 
+import jsonschema
+
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
 
-CONTENT_KEYS = [
-    "pid",
-    "path",
-    "ppid",
-    "parentPath",
-    "cmdline",
-    "parentCmdline",
-    "localIp",
-    "localPort",
-    "remoteIp",
-    "remotePort",
+# The keys of "eventContent" in their order: of a reverse shell, by detection, and of a change to a shell.
+PERIOD_SCAN_KEYS = [
+    *("pid", "path", "ppid", "parentPath", "cmdline", "parentCmdline"),
+    *("localIp", "localPort", "remoteIp", "remotePort"),
 ]
-EVENT_TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z")
+INSTANT_SCAN_KEYS = [*PERIOD_SCAN_KEYS[:6], "inode", "sourcePath", "hash", *PERIOD_SCAN_KEYS[6:]]
+OPERATION_KEYS = {
+    "attribute": ["path", "operationType", "attribute"],
+    "modify": ["path", "operationType"],
+    "delete": ["path", "operationType"],
+    "move": ["path", "operationType", "relatedPath"],
+    "copy": ["path", "operationType", "command", "relatedPath"],
+}
+SCHEMAS = {
+    name: jsonschema.Draft202012Validator(
+        json.loads((REPOSITORY / "docs/schema" / f"{name}.schema.json").read_text(encoding="utf-8")),
+        format_checker=jsonschema.FormatChecker(),
+    )
+    for name in ("reverse-shell", "abnormal-shell")
+}
 DETAIL = {"level": 0}
 END_LIMIT_SECONDS = 15
 
@@ -46,14 +55,18 @@ def parse_event(line):
     """The event of one line of output; the line has to be one in every respect."""
     event = json.loads(line.decode("utf-8"))
     assert list(event) == ["eventType", "eventTime", "eventContent"], line
-    assert event["eventType"] == "reverse-shell", line
-    assert EVENT_TIME.fullmatch(event["eventTime"]), line
-    assert list(event["eventContent"]) == CONTENT_KEYS, line
+    assert event["eventType"] in SCHEMAS, line
+    SCHEMAS[event["eventType"]].validate(event)
+    content = event["eventContent"]
+    if event["eventType"] == "reverse-shell":
+        assert list(content) in (PERIOD_SCAN_KEYS, INSTANT_SCAN_KEYS), line
+    else:
+        assert list(content) == OPERATION_KEYS[content["operationType"]], line
     return event
 
 
 def contents_of(events, pid):
-    return [event["eventContent"] for event in events if event["eventContent"]["pid"] == pid]
+    return [event["eventContent"] for event in events if event["eventContent"].get("pid") == pid]
 
 
 def run_to_end(*arguments, program=PROGRAM, limit=60, **options):
@@ -136,6 +149,10 @@ class Agent:
                 assert left > 0, f"not within {limit} seconds: {what}; the log is:\n{self.log()}"
                 self._changed.wait(min(left, 1))
                 assert self.runs() or found(), f"the agent ended before {what}; the log is:\n{self.log()}"
+
+    def wait_until(self, found, what, limit):
+        """Waits for something that the events or the log tell."""
+        self._wait(found, what, limit)
 
     def wait_for_event(self, pid, limit):
         """The content of the first event about the process."""
