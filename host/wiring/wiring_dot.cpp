@@ -1,0 +1,70 @@
+#include <map>
+#include <set>
+
+#include "host/wiring/wiring_label.h"
+#include "host/wiring/wiring_text.h"
+
+namespace Host {
+namespace {
+
+std::string Quoted(const std::string& text) {
+    std::string quoted = "\"";
+    for (const char character : text) {
+        if (character == '"' || character == '\\') {
+            quoted += '\\';
+        }
+        quoted += character;
+    }
+    return quoted + "\"";
+}
+
+class DotWriter {
+public:
+    std::string Write(const WiredProcess& process) {
+        text_ = "graph wiring {\n  rankdir=LR;\n";
+        AddProcess(process);
+        return text_ + "}\n";
+    }
+
+private:
+    static std::string ProcessNode(const WiredProcess& process) { return "p" + std::to_string(process.pid); }
+
+    std::string ObjectNode(const Wire& wire) {
+        return "o" + std::to_string(objects_.emplace(wire.object, objects_.size()).first->second);
+    }
+
+    void AddEdge(const WiredProcess& process, const Wire& wire, const std::vector<int>& numbers) {
+        text_ += "  " + ProcessNode(process) + " -- " + ObjectNode(wire) + " [label=" + Quoted(NumbersLabel(numbers)) +
+                 "];\n";
+    }
+
+    void AddProcess(const WiredProcess& process) {
+        if (process.toldAbove) {
+            return;
+        }
+        text_ += "  " + ProcessNode(process) + " [shape=box,label=" + Quoted(ProcessLabel(process)) + "];\n";
+        for (const Wire& wire : process.wires) {
+            const std::string node = ObjectNode(wire);
+            if (drawn_.insert(wire.object).second) {
+                const bool foreign = wire.connection && wire.connection->foreign;
+                text_ += "  " + node + " [label=" + Quoted(ObjectLabel(wire)) + (foreign ? ",color=red" : "") + "];\n";
+            }
+            AddEdge(process, wire, wire.numbers);
+            for (const WiredProcess& sharer : wire.sharers) {
+                AddProcess(sharer);
+            }
+        }
+    }
+
+    std::string text_;
+    std::map<ObjectId, size_t> objects_;
+    std::set<ObjectId> drawn_;
+};
+
+}  // namespace
+
+std::string WiringDot(const WiredProcess& process) {
+    return DotWriter().Write(process);
+}
+
+}  // namespace Host
