@@ -36,7 +36,7 @@ def command_of(build, target, seconds):
     learned = build / "corpus" / target
     learned.mkdir(parents=True, exist_ok=True)
     return [str(build / "bin" / (target + SUFFIX)), f"-max_total_time={seconds}", f"-timeout={MOST_SECONDS_AN_INPUT}",
-            "-use_value_profile=1", "-print_final_stats=1", f"-artifact_prefix={build / 'findings'}/{target}-",
+            "-print_final_stats=1", f"-artifact_prefix={build / 'findings'}/{target}-",
             str(learned), str(SEEDS / target)]
 
 
