@@ -1,6 +1,6 @@
 // What the readers of /proc cost besides the pauses that they owe: a refresh of the socket table, a snapshot of a
-// process, the question whether a file is a shell. Prints one JSON object with the median of the runs. The pauses are
-// counted and not slept: at 10,000 sockets they are close to a minute.
+// process, the question whether a file is a shell. Prints one JSON object with the median of the runs, in which the pauses
+// are counted and not slept, and the CPU time of one more run that does sleep: a pause has a price of its own.
 //
 // Usage: inspect_cost sockets CONNECTIONS RUNS ADDRESS
 //        inspect_cost snapshot DESCRIPTORS RUNS
@@ -33,10 +33,16 @@
 // Sum of the pauses that the run asked for.
 static long long pausedNs = 0;
 
+static bool sleepsInEarnest = false;
+
 extern "C" {
 
+int __real_nanosleep(const timespec* asked, timespec* left);
+
 int __wrap_nanosleep(const timespec* asked, timespec* left) {
-    static_cast<void>(left);
+    if (sleepsInEarnest) {
+        return __real_nanosleep(asked, left);
+    }
     pausedNs += static_cast<long long>(asked->tv_sec) * 1000000000LL + asked->tv_nsec;
     return 0;
 }
@@ -78,6 +84,14 @@ Cost Measure(int runs, int repeats, const std::function<void()>& call) {
     return costs.at(costs.size() / 2);
 }
 
+double MeasureSlept(const std::function<void()>& call) {
+    sleepsInEarnest = true;
+    const double before = CpuMs();
+    call();
+    sleepsInEarnest = false;
+    return CpuMs() - before;
+}
+
 void Check(bool holds, const char* what) {
     if (!holds) {
         throw std::runtime_error(what);
@@ -89,10 +103,11 @@ void MeasureSockets(int connections, int runs, const char* address) {
     const Cost cost = Measure(runs, 1, RefreshSocketTable);
     // The listener is in the table too.
     Check(socketTable.size() == static_cast<size_t>(connections) + 1, "the table is not that of the staged host");
+    const double sleptMs = MeasureSlept(RefreshSocketTable);
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    printf("{\"sockets\":%d,\"pausedMs\":%.3f,\"cpuMs\":%.4f,\"peakMiB\":%.1f}\n", connections, cost.pausedMs,
-           cost.cpuMs, static_cast<double>(usage.ru_maxrss) / 1024);
+    printf("{\"sockets\":%d,\"pausedMs\":%.3f,\"cpuMs\":%.4f,\"sleptCpuMs\":%.4f,\"peakMiB\":%.1f}\n", connections,
+           cost.pausedMs, cost.cpuMs, sleptMs, static_cast<double>(usage.ru_maxrss) / 1024);
 }
 
 // A sleeping process with an even number of descriptors, every other one the end of a pipe: for those the snapshot reads
@@ -153,13 +168,15 @@ void MeasureSnapshot(int descriptors, int runs) {
     constexpr int repeats = 20;
     const DescriptorHolder holder(descriptors);
     size_t pipes = 0;
-    const Cost cost = Measure(runs, repeats, [&] {
+    const std::function<void()> snapshot = [&] {
         ProcInfo info;
         Check(GetProcInfo(holder.Pid(), info) == 1, "the process could not be identified");
         pipes = info.readPipes.size();
-    });
+    };
+    const Cost cost = Measure(runs, repeats, snapshot);
     Check(pipes == static_cast<size_t>(descriptors) / 2, "the snapshot is not that of the staged process");
-    printf("{\"descriptors\":%d,\"pausedMs\":%.3f,\"cpuMs\":%.4f}\n", descriptors, cost.pausedMs, cost.cpuMs);
+    printf("{\"descriptors\":%d,\"pausedMs\":%.3f,\"cpuMs\":%.4f,\"sleptCpuMs\":%.4f}\n", descriptors, cost.pausedMs,
+           cost.cpuMs, MeasureSlept(snapshot));
 }
 
 void MeasureShellQuestion(int runs) {
