@@ -15,8 +15,10 @@ ADDRESS = "192.0.2.1"
 PASSES = 5
 PROCESSES = (100, 1000, 5000)
 CONNECTIONS = (100, 1000, 10000)
+DESCRIPTORS = (10, 200)
+RUNS = 9
 
-COLUMNS = (
+PASS_COLUMNS = (
     ("processes", "processes", "{:d}"),
     ("connections", "connections", "{:d}"),
     ("shells", "shells", "{:d}"),
@@ -27,21 +29,46 @@ COLUMNS = (
     ("cpuMs", "CPU ms", "{:.1f}"),
     ("peakMiB", "peak MiB", "{:.1f}"),
 )
+REFRESH_COLUMNS = (
+    ("sockets", "sockets", "{:d}"),
+    ("pausedMs", "pauses ms", "{:.1f}"),
+    ("cpuMs", "CPU ms", "{:.2f}"),
+    ("sleptCpuMs", "CPU ms with sleeps", "{:.1f}"),
+    ("share", "CPU of refresh", "{:.1%}"),
+    ("peakMiB", "peak MiB", "{:.1f}"),
+)
+SNAPSHOT_COLUMNS = (
+    ("descriptors", "descriptors", "{:d}"),
+    ("pausedMs", "pauses ms", "{:.1f}"),
+    ("cpuMs", "CPU ms", "{:.2f}"),
+    ("sleptCpuMs", "CPU ms with sleeps", "{:.1f}"),
+    ("share", "CPU of snapshot", "{:.1%}"),
+)
+
+
+def run_in_own_host(build, program, *arguments):
+    inside = f"ip link set lo up && ip address add {ADDRESS}/32 dev lo && exec \"$0\" \"$@\""
+    command = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc", "--net", "sh", "-c", inside,
+               str(build / "bin" / program), *map(str, arguments)]
+    return json.loads(subprocess.run(command, check=True, capture_output=True, text=True, timeout=600).stdout)
 
 
 def measure_pass(build, processes, connections, shells):
-    inside = f"ip link set lo up && ip address add {ADDRESS}/32 dev lo && exec \"$0\" \"$@\""
-    command = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc", "--net", "sh", "-c", inside,
-               str(build / "bin" / "pass_cost"), str(processes), str(connections), str(shells), str(PASSES), ADDRESS]
-    result = json.loads(subprocess.run(command, check=True, capture_output=True, text=True, timeout=600).stdout)
+    result = run_in_own_host(build, "pass_cost", processes, connections, shells, PASSES, ADDRESS)
     result["share"] = result["ownMs"] / result["wallMs"]
     return result
 
 
-def print_table(rows):
-    cells = [[title for _, title, _ in COLUMNS]]
-    cells += [[form.format(row[key]) for key, _, form in COLUMNS] for row in rows]
-    widths = [max(len(line[i]) for line in cells) for i in range(len(COLUMNS))]
+def measure_inspection(build, *arguments):
+    result = run_in_own_host(build, "inspect_cost", *arguments)
+    result["share"] = result["sleptCpuMs"] / (result["sleptCpuMs"] + result["pausedMs"])
+    return result
+
+
+def print_table(columns, rows):
+    cells = [[title for _, title, _ in columns]]
+    cells += [[form.format(row[key]) for key, _, form in columns] for row in rows]
+    widths = [max(len(line[i]) for line in cells) for i in range(len(columns))]
     for number, line in enumerate(cells):
         print("| " + " | ".join(cell.rjust(width) for cell, width in zip(line, widths)) + " |")
         if number == 0:
@@ -58,7 +85,16 @@ def main():
     rows = [measure_pass(build, processes, connections, shells)
             for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
     print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
-    print_table(rows)
+    print_table(PASS_COLUMNS, rows)
+    print("\nOne refresh of the socket table\n")
+    print_table(REFRESH_COLUMNS, [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS)
+                                  for sockets in CONNECTIONS])
+    print("\nOne snapshot of a process\n")
+    print_table(SNAPSHOT_COLUMNS, [measure_inspection(build, "snapshot", descriptors, RUNS)
+                                   for descriptors in DESCRIPTORS])
+    shell = run_in_own_host(build, "inspect_cost", "shell", RUNS)
+    print(f"\nIs a file a shell: {shell['missMs'] * 1000:.2f} µs where its size tells, {shell['hitMs']:.2f} ms where "
+          "1 MiB is read")
     print("\nServices\n", flush=True)
     subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
 

@@ -4,12 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "host/services/descriptor.h"
+#include "host/services/process_status_text.h"
 
 namespace ProcessUtils {
 
@@ -31,61 +30,6 @@ private:
 
 Host::Descriptor Open(const ProcPath& path) {
     return Host::Descriptor(open(path.Get(), O_RDONLY | O_CLOEXEC));
-}
-
-template <typename Number>
-bool ParseNumber(std::string_view& text, Number& number) {
-    const size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string_view::npos) {
-        return false;
-    }
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data() + begin, end, number);
-    if (result.ec != std::errc()) {
-        return false;
-    }
-    text.remove_prefix(static_cast<size_t>(result.ptr - text.data()));
-    return true;
-}
-
-bool ParseIds(std::string_view text, uint32_t (&ids)[4]) {
-    return std::all_of(std::begin(ids), std::end(ids), [&text](uint32_t& id) { return ParseNumber(text, id); });
-}
-
-void CopyName(std::string_view text, char (&name)[64]) {
-    if (!text.empty() && text.front() == '\t') {
-        text.remove_prefix(1);
-    }
-    const size_t length = std::min(text.size(), sizeof(name) - 1);
-    std::memcpy(name, text.data(), length);
-    std::memset(name + length, 0, sizeof(name) - length);
-}
-
-// False for a line of one of the record's fields that is not in the kernel's form.
-bool ParseLine(std::string_view key, std::string_view value, ProcStatus& status) {
-    if (key == "Name") {
-        CopyName(value, status.name);
-        return true;
-    }
-    if (key == "Tgid") {
-        return ParseNumber(value, status.tgid);
-    }
-    if (key == "Pid") {
-        return ParseNumber(value, status.pid);
-    }
-    if (key == "PPid") {
-        return ParseNumber(value, status.ppid);
-    }
-    if (key == "TracerPid") {
-        return ParseNumber(value, status.tracerPid);
-    }
-    if (key == "Uid") {
-        return ParseIds(value, status.uids);
-    }
-    if (key == "Gid") {
-        return ParseIds(value, status.gids);
-    }
-    return true;
 }
 
 }  // namespace
@@ -147,33 +91,7 @@ int GetProcStatus(int pid, unsigned int selector, ProcStatus& status) {
     if (length <= 0) {
         return 0;
     }
-    ProcStatus parsed = status;
-    bool hasPid = false;
-    bool hasParent = false;
-    std::string_view rest(content, static_cast<size_t>(length));
-    // A line without its end was cut by the buffer.
-    for (size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
-        const std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(end + 1);
-        const size_t colon = line.find(':');
-        if (colon == std::string_view::npos) {
-            continue;
-        }
-        const std::string_view key = line.substr(0, colon);
-        if (!ParseLine(key, line.substr(colon + 1), parsed)) {
-            return 0;
-        }
-        hasPid = hasPid || key == "Pid";
-        hasParent = hasParent || key == "PPid";
-        if (key == "Gid") {
-            break;
-        }
-    }
-    if (!hasPid || !hasParent) {
-        return 0;
-    }
-    status = parsed;
-    return 1;
+    return Host::ParseProcessStatus(std::string_view(content, static_cast<size_t>(length)), status) ? 1 : 0;
 }
 
 }  // namespace ProcessUtils

@@ -1,0 +1,49 @@
+// The agent's configuration file.
+
+#include "host/program/agent_config.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "agent/json.h"
+#include "tests/fakes/fake_agent.h"
+#include "tests/fuzz/fuzz_target.h"
+
+namespace {
+
+using TavUtils::JsonAdaptor::JsonValue;
+
+constexpr unsigned int mostEventsPerMinute = 1000000;
+constexpr size_t mostSinks = 16;
+
+bool IsOneLine(const std::string& text) {
+    return std::none_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });
+}
+
+void CheckConfig(const Host::AgentConfig& config) {
+    Require(!config.sinks.empty() && config.sinks.size() <= mostSinks, "there is a sink, and not too many");
+    Require(config.perMinuteLimit <= mostEventsPerMinute, "the limit is within its range");
+    JsonValue document(TavUtils::JsonAdaptor::JSON_OBJECT);
+    Require(TavUtils::JsonAdaptor::JsonCharReader().Parse(config.moduleText, document),
+            "the module can read what it is handed");
+    for (const std::string& warning : config.warnings) {
+        Require(IsOneLine(warning), "a warning is one line");
+    }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Fake::ResetAgent();
+    std::string error;
+    const std::optional<Host::AgentConfig> config = Host::ParseAgentConfig(TextOf(data, size), "f", error);
+    Require(config.has_value() == error.empty(), "there is a configuration or an error");
+    if (config) {
+        CheckConfig(*config);
+    } else {
+        Require(error.rfind("f:", 0) == 0, "an error names the file first");
+        Require(IsOneLine(error), "an error is one line");
+    }
+    return 0;
+}

@@ -1,0 +1,69 @@
+// The text of a connection table, in one piece and in two.
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/services/proc_net_table.h"
+#include "tests/fuzz/fuzz_target.h"
+
+namespace {
+
+using Host::TableFamily;
+using TavUtils::NetStat::NETSTAT;
+
+constexpr size_t limit = 3;
+
+bool IsSame(const NETSTAT& one, const NETSTAT& other) {
+    return one.localIp == other.localIp && one.remoteIp == other.remoteIp && one.localPort == other.localPort &&
+           one.remotePort == other.remotePort && one.state == other.state && one.inode == other.inode;
+}
+
+bool IsAddress(const std::string& text, TableFamily family) {
+    in6_addr address{};
+    return inet_pton(family == TableFamily::ipv4 ? AF_INET : AF_INET6, text.c_str(), &address) == 1;
+}
+
+std::vector<NETSTAT> Parsed(std::string_view text, TableFamily family, size_t& consumed) {
+    std::vector<NETSTAT> records;
+    consumed = Host::ParseProcNetTable(text, family, records, Host::maxTableRecords, nullptr);
+    return records;
+}
+
+// As a read that ends anywhere within the table does it: the rest of the first piece goes before the second.
+std::vector<NETSTAT> ParsedInTwo(std::string_view text, TableFamily family) {
+    size_t consumed = 0;
+    std::vector<NETSTAT> records = Parsed(text.substr(0, text.size() / 2), family, consumed);
+    const std::vector<NETSTAT> rest = Parsed(text.substr(consumed), family, consumed);
+    records.insert(records.end(), rest.begin(), rest.end());
+    return records;
+}
+
+void Check(std::string_view text, TableFamily family) {
+    size_t consumed = 0;
+    const std::vector<NETSTAT> records = Parsed(text, family, consumed);
+    Require(consumed == text.rfind('\n') + 1, "all whole lines are consumed and nothing else");
+    Require(records.size() <= static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), "a line is one record");
+    for (const NETSTAT& record : records) {
+        Require(IsAddress(record.localIp, family) && IsAddress(record.remoteIp, family), "a record has two addresses");
+    }
+    const std::vector<NETSTAT> inTwo = ParsedInTwo(text, family);
+    Require(std::equal(records.begin(), records.end(), inTwo.begin(), inTwo.end(), IsSame),
+            "a table in two pieces is the same table");
+
+    std::vector<NETSTAT> few;
+    Host::ParseProcNetTable(text, family, few, limit, nullptr);
+    Require(few.size() == std::min(limit, records.size()), "the limit holds, and no less is read");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string text = TextOf(data, size);
+    Check(text, TableFamily::ipv4);
+    Check(text, TableFamily::ipv6);
+    return 0;
+}

@@ -1,0 +1,24 @@
+// A datagram of the kernel's process connector.
+
+#include <linux/connector.h>
+#include <linux/netlink.h>
+
+#include <cstring>
+#include <vector>
+
+#include "host/services/connector_message.h"
+#include "tests/fuzz/fuzz_target.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Aligned, and as long as the input, so that a read behind its end is seen.
+    std::vector<uint8_t> datagram(data, data + size);
+    Host::ConnectorBatch batch;
+    Host::ParseConnectorDatagram(datagram.data(), datagram.size(), batch);
+    Require((batch.events.size() + batch.acks.size()) * (sizeof(nlmsghdr) + sizeof(cn_msg)) <= size,
+            "a record has its headers");
+    for (const proc_event& event : batch.events) {
+        Require(event.what == proc_event::PROC_EVENT_FORK || event.what == proc_event::PROC_EVENT_EXEC,
+                "only forks and execs are handed on");
+    }
+    return 0;
+}
