@@ -82,6 +82,7 @@ int GetProcInfo(int pid, ProcInfo& info) {
     if (path.empty()) {
         return 0;
     }
+    Pause(snapshotPauseMicroseconds);
     const int ppid = DetectShellUtil::GetProcPpid(pid);
     if (ppid < 1) {
         return 0;

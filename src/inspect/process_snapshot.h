@@ -19,5 +19,5 @@ struct ProcInfo {
 
 // Fills an empty record. 1 when the process could be identified, though what is told of its descriptors may be partial
 // if it ended meanwhile or the module is being stopped; 0 otherwise, which is the answer for pid 1 and for kernel
-// threads. Costs at least 10 ms, 6 ms a descriptor and 0.5 ms a byte of the command line. Any thread, no lock held.
+// threads. Costs at least 20 ms, 6 ms a descriptor and 0.5 ms a byte of the command line. Any thread, no lock held.
 int GetProcInfo(int pid, ProcInfo& info);
