@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "tests/support/temporary_directory.h"
 
@@ -31,9 +32,11 @@ public:
             close(fd_);
         }
     }
-    OwnedDescriptor(OwnedDescriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-    OwnedDescriptor(const OwnedDescriptor&) = delete;
-    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+    OwnedDescriptor(OwnedDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
 
     int Get() const { return fd_; }
 
