@@ -1,7 +1,8 @@
+#include "inspect/detect_shell_utils.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "inspect/detect_shell_utils.h"
 #include "inspect_fixture.h"
 
 namespace {

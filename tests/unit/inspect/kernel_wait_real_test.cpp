@@ -136,7 +136,8 @@ protected:
         for (const Question& question : questions) {
             unsigned long inode = untouched;
             EXPECT_EQ(question.sample(child.Pid(), inode), question.name == name)
-                << question.name << "\n" << FileText("/proc/" + std::to_string(child.Pid()) + "/stack");
+                << question.name << "\n"
+                << FileText("/proc/" + std::to_string(child.Pid()) + "/stack");
             EXPECT_EQ(inode, question.name == name ? InodeOfDescriptor(fd) : untouched) << question.name;
         }
     }
@@ -244,9 +245,8 @@ TEST_F(RealWait, InASelectOnThreeDescriptorsIsNone) {
 TEST_F(RealWait, OfAProcessThatHasEndedIsNone) {
     const Ends pipe = MakePipe();
     const ForkedProcess child([] {});
-    ASSERT_TRUE(AwaitInRealTime([&] {
-        return FileText("/proc/" + std::to_string(child.Pid()) + "/stat").find(") Z ") != std::string::npos;
-    }));
+    ASSERT_TRUE(AwaitInRealTime(
+        [&] { return FileText("/proc/" + std::to_string(child.Pid()) + "/stat").find(") Z ") != std::string::npos; }));
     ExpectAnswer(child, "", pipe.reading.Get());
 }
 

@@ -122,7 +122,8 @@ protected:
 
     // The process sleeps in this call, its stack being "frame" below one other line; fd leads to a file of the folder.
     void Block(const std::string& frame, const std::string& call, int fd, const std::string& file) {
-        proc->AddFile(pid, "stack", "[<0>] schedule+0x1/0x2\n[<0>] " + frame + "+0x1d4/0x2f0\n[<0>] ksys_read+0x1/0x2\n");
+        proc->AddFile(pid, "stack",
+                      "[<0>] schedule+0x1/0x2\n[<0>] " + frame + "+0x1d4/0x2f0\n[<0>] ksys_read+0x1/0x2\n");
         proc->AddFile(pid, "syscall", call);
         std::filesystem::remove(proc->Folder() / std::to_string(pid) / "fd" / std::to_string(fd));
         proc->AddDescriptor(pid, fd, folder.Path(file));

@@ -218,11 +218,7 @@ TEST(StartJiff, ReadsSixtyFourBits) {
         std::string field;
         unsigned long long ticks;
     } cases[] = {
-        {"0", 0},
-        {"4294967296", 4294967296ULL},
-        {"18446744073709551615", ULLONG_MAX},
-        {"x", 0},
-        {"", 0},
+        {"0", 0}, {"4294967296", 4294967296ULL}, {"18446744073709551615", ULLONG_MAX}, {"x", 0}, {"", 0},
     };
     for (const auto& row : cases) {
         EXPECT_EQ(DetectShellUtil::StartJiffOfStat((before + row.field).c_str()), row.ticks) << row.field;

@@ -163,10 +163,27 @@ TEST_F(SocketTableLine, ReadsAnIpv4AddressMappedIntoIpv6AsThatAddress) {
 }
 
 const char* const ipv6Addresses[] = {
-    "2001:db8::1",       "2001:db9::1",  "fe80::1",    "::1",         "2001:db8::",   "2001:db9::",
-    "2001:db8:0:1::",    "::1:0:0",      "::1:0",      "::ffff:10.0.0.1", "::10.0.0.1",   "64:ff9b::10.0.0.1",
-    "ffff::ffff:ffff",   "::ffff:ffff",  "::100:0",    "::200:0",     "2001:db8::100:0", "2001:db8::200:0",
-    "2001:db8::2",       "ff02::1",      "2001:db8::0:0:1:0:0",
+    "2001:db8::1",
+    "2001:db9::1",
+    "fe80::1",
+    "::1",
+    "2001:db8::",
+    "2001:db9::",
+    "2001:db8:0:1::",
+    "::1:0:0",
+    "::1:0",
+    "::ffff:10.0.0.1",
+    "::10.0.0.1",
+    "64:ff9b::10.0.0.1",
+    "ffff::ffff:ffff",
+    "::ffff:ffff",
+    "::100:0",
+    "::200:0",
+    "2001:db8::100:0",
+    "2001:db8::200:0",
+    "2001:db8::2",
+    "ff02::1",
+    "2001:db8::0:0:1:0:0",
 };
 
 TEST_F(SocketTableLine, NeverTakesTwoIpv6AddressesForOne) {
@@ -184,8 +201,8 @@ TEST_F(SocketTableLine, TellsAddressesApartByTheLocalOne) {
     // The peer is what an event shows, so it stays what it is.
     EXPECT_EQ(ParseIpv6("2001:db8::a:b", "fe80::a:b").remoteIp, LastWordOf("::a:b"));
     EXPECT_EQ(ParseIpv6("2001:db8::a:b", "fe80::a:b").localIp, 1UL);
-    const std::string one = "   0: " + std::string(31, '0') + "1:0001 F" + std::string(30, '0') +
-                            "1:0002 01 0:0 0:0 0 0 0 5000 1\n";
+    const std::string one =
+        "   0: " + std::string(31, '0') + "1:0001 F" + std::string(30, '0') + "1:0002 01 0:0 0:0 0 0 0 5000 1\n";
     EXPECT_EQ(Parse(one, tcp6Table).remoteIp, 1UL);
     EXPECT_EQ(Parse(one, tcp6Table).localIp, 2UL);
 }

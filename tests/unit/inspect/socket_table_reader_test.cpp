@@ -94,8 +94,8 @@ TEST_F(SocketTableReader, PassesOverTablesThatThisKernelHasNot) {
     Have(7, LineFor(7, "700"));
     ReadSocketTables({});
     EXPECT_EQ(socketTable.size(), 1U);
-    EXPECT_EQ(TimeRecorder::Pauses(),
-              Repeated(1, linePause) + Repeated(1, tablePause) + Repeated(1, entryPause)) << "only for what opens";
+    EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, linePause) + Repeated(1, tablePause) + Repeated(1, entryPause))
+        << "only for what opens";
 }
 
 TEST_F(SocketTableReader, ReadsOnWithoutSctp) {
@@ -281,8 +281,8 @@ TEST_F(SocketTableReader, KeepsWhatItHasWhenTheModuleStops) {
     ASSERT_EQ(socketTable.size(), 2U) << "the line during whose pause the stop came still counts";
     EXPECT_TRUE(socketTable.contains(101));
     EXPECT_EQ(socketTable.at(100).firstSeen, start);
-    EXPECT_EQ(TimeRecorder::Pauses(),
-              Repeated(2, linePause) + Repeated(8, tablePause) + Repeated(2, entryPause)) << "every table is opened";
+    EXPECT_EQ(TimeRecorder::Pauses(), Repeated(2, linePause) + Repeated(8, tablePause) + Repeated(2, entryPause))
+        << "every table is opened";
     const std::vector<std::string> log = NewSocketLog();
     EXPECT_EQ(std::count(log.begin(), log.end(), "thread was stopped by StopModule run.[run=0]"), 8)
         << "and left at its first line";

@@ -33,7 +33,8 @@ SocketInfo With(const SocketInfo& base, unsigned int state) {
 TEST(AbnormalSocket, IsAnySocketThatIsNoTcp) {
     for (const int type : {2, 3, 5, 6, 7, 8}) {
         EXPECT_TRUE(IsAbnormalSocket({.type = type, .state = stateOfOtherTables})) << type;
-        EXPECT_TRUE(IsAbnormalSocket({.type = type, .state = 10, .localIp = 1, .remoteIp = 1, .localPort = 22})) << type;
+        EXPECT_TRUE(IsAbnormalSocket({.type = type, .state = 10, .localIp = 1, .remoteIp = 1, .localPort = 22}))
+            << type;
     }
 }
 

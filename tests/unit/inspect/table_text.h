@@ -68,6 +68,6 @@ inline const std::string sctpHeader =
 
 inline std::string SctpLine(const std::string& inode, const std::string& addresses = "10.0.0.1 <-> *10.0.0.9 10.0.0.10",
                             const std::string& ports = "40000 5000") {
-    return "ffff8800b57f0000 ffff8800b4e2a000 2   1   3  0       7        0        0    0 " + inode + " " + ports + "  " +
-           addresses + " \t    7500    10    10   10    0    0        0        1        0   212992   212992\n";
+    return "ffff8800b57f0000 ffff8800b4e2a000 2   1   3  0       7        0        0    0 " + inode + " " + ports +
+           "  " + addresses + " \t    7500    10    10   10    0    0        0        1        0   212992   212992\n";
 }
