@@ -70,6 +70,10 @@ void ProcTree::AddFile(const std::string& name, const std::string& text) {
     folder_.Write(name, text);
 }
 
+void ProcTree::AddLink(int pid, const std::string& name, const std::string& link) {
+    std::filesystem::create_symlink(link, std::filesystem::path(folder_.Path(std::to_string(pid))) / name);
+}
+
 FileOverlay::FileOverlay(const std::string& target, const std::string& content) : target_(target) {
     EnterOwnMountNamespace();
     const std::string file = folder_.Write("overlay", content);

@@ -38,6 +38,9 @@ public:
     void AddFile(int pid, const std::string& name, const std::string& text);
     void AddFile(const std::string& name, const std::string& text);
 
+    // A link of the process besides exe, such as "cwd", with this text.
+    void AddLink(int pid, const std::string& name, const std::string& link);
+
     std::filesystem::path Folder() const { return folder_.Path(); }
 
 private:
