@@ -18,7 +18,7 @@ bool MayMount() {
     return geteuid() == 0;
 }
 
-static void EnterOwnMountNamespace() {
+void EnterOwnMountNamespace() {
     static const bool entered = [] {
         Check(unshare(CLONE_NEWNS) == 0, "unshare");
         Check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount private");

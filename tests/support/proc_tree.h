@@ -9,6 +9,9 @@
 // True if this process may mount; tests that need a ProcTree skip themselves otherwise, naming the right.
 bool MayMount();
 
+// Moves this process into a mount namespace of its own, once. What is mounted there is gone with the process.
+void EnterOwnMountNamespace();
+
 struct ProcEntry {
     int pid;
     int ppid;
