@@ -5,8 +5,8 @@
 
 #include "tests/support/temporary_directory.h"
 
-// True if this process may mount and the host has loop devices; tests that need a volume skip themselves otherwise, naming
-// what is missing.
+// True if this process may mount and the host has loop devices; tests that need a volume skip themselves otherwise,
+// naming what is missing.
 bool MayMakeVolume();
 
 // A small ext4 volume in a file, mounted for the lifetime of the object in the test's own mount namespace; the loop

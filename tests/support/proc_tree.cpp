@@ -54,6 +54,10 @@ void ProcTree::Add(const ProcEntry& entry) {
     folder_.Write(name + "/cmdline", entry.cmdline);
 }
 
+void ProcTree::AddLink(int pid, const std::string& name, const std::string& link) {
+    std::filesystem::create_symlink(link, std::filesystem::path(folder_.Path(std::to_string(pid))) / name);
+}
+
 void ProcTree::AddDescriptor(int pid, int fd, const std::string& link) {
     AddDescriptorEntry(pid, std::to_string(fd), link);
 }
@@ -68,10 +72,6 @@ void ProcTree::AddFile(int pid, const std::string& name, const std::string& text
 
 void ProcTree::AddFile(const std::string& name, const std::string& text) {
     folder_.Write(name, text);
-}
-
-void ProcTree::AddLink(int pid, const std::string& name, const std::string& link) {
-    std::filesystem::create_symlink(link, std::filesystem::path(folder_.Path(std::to_string(pid))) / name);
 }
 
 FileOverlay::FileOverlay(const std::string& target, const std::string& content) : target_(target) {

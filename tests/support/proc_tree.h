@@ -30,6 +30,9 @@ public:
 
     void Add(const ProcEntry& entry);
 
+    // A link of the process besides exe, such as "cwd", with this text.
+    void AddLink(int pid, const std::string& name, const std::string& link);
+
     // Gives pid the descriptor fd with this link text, which may name a real object or be that of a pipe or socket.
     void AddDescriptor(int pid, int fd, const std::string& link);
 
@@ -40,9 +43,6 @@ public:
     // there already is replaced.
     void AddFile(int pid, const std::string& name, const std::string& text);
     void AddFile(const std::string& name, const std::string& text);
-
-    // A link of the process besides exe, such as "cwd", with this text.
-    void AddLink(int pid, const std::string& name, const std::string& link);
 
     std::filesystem::path Folder() const { return folder_.Path(); }
 

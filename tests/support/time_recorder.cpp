@@ -21,7 +21,8 @@ struct Recorder {
     nanoseconds slept{};
     time_t start = 1000000;
     bool real = false;
-    std::function<void()> hook;
+    std::function<void(size_t)> hook;
+    size_t pausesAtHook = 0;
 };
 
 std::mutex recorderLock;
@@ -44,9 +45,10 @@ void TimeRecorder::UseRealTime() {
     recorder.real = true;
 }
 
-void TimeRecorder::AtEachPause(std::function<void()> hook) {
+void TimeRecorder::AtEachPause(std::function<void(size_t number)> hook) {
     const std::lock_guard guard(recorderLock);
     recorder.hook = std::move(hook);
+    recorder.pausesAtHook = recorder.pauses.size();
 }
 
 const std::vector<nanoseconds>& TimeRecorder::Pauses() {
@@ -69,16 +71,18 @@ void TimeRecorder::FailNext(int error) {
 
 // True if the pause is to be slept.
 static bool Record(nanoseconds length) {
-    std::function<void()> hook;
+    std::function<void(size_t)> hook;
+    size_t number = 0;
     bool real = false;
     {
         const std::lock_guard guard(recorderLock);
         recorder.pauses.push_back(length);
         hook = recorder.hook;
+        number = recorder.pauses.size() - recorder.pausesAtHook;
         real = recorder.real;
     }
     if (hook) {
-        hook();
+        hook(number);
     }
     return real;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <vector>
 
@@ -17,8 +18,9 @@ void Advance(std::chrono::seconds length);
 // Until the next Reset, pauses are slept and time(2) is the host's. They are recorded all the same.
 void UseRealTime();
 
-// Called in the pausing thread at the start of each pause from now on, once it is recorded, until the next Reset.
-void AtEachPause(std::function<void()> hook);
+// Called in the pausing thread at the start of each pause from now on, once it is recorded, with 1 for the next one and
+// so on, until the next Reset.
+void AtEachPause(std::function<void(size_t number)> hook);
 
 // Every sleep since Reset, by the length that was asked for, the continuations of interrupted ones included.
 const std::vector<std::chrono::nanoseconds>& Pauses();

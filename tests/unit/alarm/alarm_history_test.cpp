@@ -238,10 +238,11 @@ TEST_F(AlarmHistory, SleepsOnAfterASignal) {
 TEST_F(AlarmHistory, TellsOneOfSeveralThreadsThatAKeyIsNew) {
     constexpr int threadCount = 8;
     constexpr int rounds = 100;
-    TimeRecorder::AtEachPause(std::this_thread::yield);
+    TimeRecorder::AtEachPause([](size_t) { std::this_thread::yield(); });
     std::vector<std::atomic<int>> firsts(rounds);
     std::barrier together(threadCount);
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&firsts, &together] {
             for (int round = 0; round < rounds; ++round) {

@@ -1,6 +1,7 @@
+#include "alarm/command_attribution.h"
+
 #include <sys/stat.h>
 
-#include "alarm/command_attribution.h"
 #include "attribution_fixture.h"
 
 namespace {

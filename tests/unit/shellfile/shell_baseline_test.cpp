@@ -252,8 +252,10 @@ TEST_F(ShellBaseline, AnswersOtherThreadsWhileItIsReplaced) {
     std::atomic<bool> ended = false;
     std::atomic<int> answers = 0;
     std::atomic<int> wrongAnswers = 0;
+    constexpr int readerCount = 3;
     std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i) {
+    readers.reserve(readerCount);
+    for (int i = 0; i < readerCount; ++i) {
         readers.emplace_back([&] {
             while (!ended) {
                 // What is in both the old and the new one is never missing.
