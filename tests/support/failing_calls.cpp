@@ -1,12 +1,16 @@
 #include "tests/support/failing_calls.h"
 
+#include <linux/fs.h>
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstdarg>
+#include <cstring>
 #include <new>
 
 static int mutexInitsUntilFailure = 0;
 static int allocationsUntilFailure = 0;
+static std::optional<uint32_t> answeredFlags;
 
 static bool FailsNow(int& countdown) {
     return countdown > 0 && --countdown == 0;
@@ -20,12 +24,31 @@ void FailingCalls::FailAllocation(int nth) {
     allocationsUntilFailure = nth;
 }
 
+void FailingCalls::AnswerFlags(std::optional<uint32_t> flags) {
+    answeredFlags = flags;
+}
+
 extern "C" {
 
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
     return FailsNow(mutexInitsUntilFailure) ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
+}
+
+int __real_ioctl(int fd, unsigned long request, ...);
+
+int __wrap_ioctl(int fd, unsigned long request, ...) {
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (request != FS_IOC_GETFLAGS || !answeredFlags) {
+        return __real_ioctl(fd, request, argument);
+    }
+    // 32 bits, as the kernel writes them, whatever size the request's number names.
+    memcpy(argument, &*answeredFlags, sizeof(uint32_t));
+    return 0;
 }
 }
 

@@ -1,5 +1,8 @@
-// System calls and allocations that fail on request.
+// System calls and allocations that fail, or answer what the host's would not, on request.
 #pragma once
+
+#include <cstdint>
+#include <optional>
 
 namespace FailingCalls {
 
@@ -9,5 +12,8 @@ void FailMutexInit(int nth);
 
 // The same for array allocations of the non-throwing kind.
 void FailAllocation(int nth);
+
+// The ioctl FS_IOC_GETFLAGS answers these flags for any file; nothing takes the request back.
+void AnswerFlags(std::optional<uint32_t> flags);
 
 }  // namespace FailingCalls

@@ -18,7 +18,7 @@ bool MayMount() {
     return geteuid() == 0;
 }
 
-static void EnterOwnMountNamespace() {
+void EnterOwnMountNamespace() {
     static const bool entered = [] {
         Check(unshare(CLONE_NEWNS) == 0, "unshare");
         Check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount private");
@@ -52,6 +52,10 @@ void ProcTree::Add(const ProcEntry& entry) {
                                             "\nTracerPid:\t0\nUid:\t0\t0\t0\t0\nGid:\t0\t0\t0\t0\n");
     }
     folder_.Write(name + "/cmdline", entry.cmdline);
+}
+
+void ProcTree::AddLink(int pid, const std::string& name, const std::string& link) {
+    std::filesystem::create_symlink(link, std::filesystem::path(folder_.Path(std::to_string(pid))) / name);
 }
 
 void ProcTree::AddDescriptor(int pid, int fd, const std::string& link) {

@@ -9,6 +9,9 @@
 // True if this process may mount; tests that need a ProcTree skip themselves otherwise, naming the right.
 bool MayMount();
 
+// Moves this process into a mount namespace of its own, once. What is mounted there is gone with the process.
+void EnterOwnMountNamespace();
+
 struct ProcEntry {
     int pid;
     int ppid;
@@ -26,6 +29,9 @@ public:
     ~ProcTree();
 
     void Add(const ProcEntry& entry);
+
+    // A link of the process besides exe, such as "cwd", with this text.
+    void AddLink(int pid, const std::string& name, const std::string& link);
 
     // Gives pid the descriptor fd with this link text, which may name a real object or be that of a pipe or socket.
     void AddDescriptor(int pid, int fd, const std::string& link);
