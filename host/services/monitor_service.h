@@ -59,7 +59,7 @@ private:
     std::condition_variable ended_;
     std::unique_ptr<FileMonitor> monitor_;
     std::unique_ptr<WakeSignal> wake_;
-    Descriptor mounts_;  // /proc/self/mountinfo, which poll(2) says has changed; may be missing
+    Descriptor mounts_;  // /proc/thread-self/mountinfo, which poll(2) says has changed; may be missing
     std::thread thread_;
     std::thread::id runner_;
     bool isRunning_ = false;
