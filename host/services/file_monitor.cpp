@@ -244,7 +244,10 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
     } else if (HasContent(known->second.state) || explanation.appeared == FILE_MOVED_TO) {
         const Time now = std::chrono::steady_clock::now();
         known->second.arrivalTold = now;
-        known->second.burst.Begins(now);
+        if (explanation.appeared == FILE_MODIFIED) {
+            // What its writer goes on to write belongs to this change.
+            known->second.burst.Begins(now);
+        }
         TellOnce(rule.Own(), side(), explanation.appeared, reports);
     }
     if (before >= 0 && !rule.rule.onReplace) {

@@ -124,18 +124,24 @@ TEST(MonitorThread, ACallbackMayRemoveItsOwnRuleAndAddAnother) {
     const TemporaryDirectory dir;
     const std::string file = dir.Write("file", "");
     std::atomic<int> calls = 0;
-    FileWatchRule first;
-    FileWatchRule second = ModifyRule(file, [&](int, const char*, const char*, bool, int, const std::string&) {
+    std::atomic<int> firstHandle = 0;
+    std::atomic<int> secondHandle = 0;
+    const auto remove = [](int handle) {
+        FileWatchRule rule;
+        rule.handle = handle;
+        return RemoveMonitor(rule, MONITOR_FILE);
+    };
+    const FileWatchRule second = ModifyRule(file, [&](int, const char*, const char*, bool, int, const std::string&) {
         calls += 10;
-        EXPECT_EQ(RemoveMonitor(second, MONITOR_FILE), 0);
+        EXPECT_EQ(remove(secondHandle), 0);
     });
-    first = ModifyRule(file, [&](int, const char*, const char*, bool, int, const std::string&) {
+    const FileWatchRule first = ModifyRule(file, [&](int, const char*, const char*, bool, int, const std::string&) {
         calls += 1;
-        EXPECT_EQ(RemoveMonitor(first, MONITOR_FILE), 0);
-        second.handle = AddMonitor(second, MONITOR_FILE);
-        EXPECT_NE(second.handle, 0);
+        EXPECT_EQ(remove(firstHandle), 0);
+        secondHandle = AddMonitor(second, MONITOR_FILE);
+        EXPECT_NE(secondHandle, 0);
     });
-    first.handle = AddMonitor(first, MONITOR_FILE);
+    firstHandle = AddMonitor(first, MONITOR_FILE);
     WriteFile(file, "x");
     ASSERT_TRUE(Await([&] { return calls >= 1; }));
     // The write that called the first one may have gone on and called the second.
