@@ -12,8 +12,9 @@
 
 namespace Host {
 
-// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number may
-// belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a duplicate.
+// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number
+// may belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a
+// duplicate.
 struct FanotifyGroup {
     int owners = -1;  // the number of the owner's descriptor
     Descriptor duplicate;
