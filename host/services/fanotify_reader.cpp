@@ -43,31 +43,30 @@ bool IsFanotify(int fd) {
 
 }  // namespace
 
-FanotifyReader::FanotifyReader(const TavUtils::Monitor::FanotifyLoopArgs& args, FanotifyMarks& marks)
-    : event_(*args.event),
-      running_(args.running),
-      marks_(marks),
-      owners_(args.event->fd),
-      group_(fcntl(args.event->fd, F_DUPFD_CLOEXEC, 0)) {}
+bool FanotifyGroup::IsOwnersOpen() const {
+    const long order = syscall(SYS_kcmp, getpid(), getpid(), KCMP_FILE, owners, duplicate.Get());
+    if (order >= 0 || errno == EBADF) {
+        return order == 0;
+    }
+    // A kernel without kcmp, or one that does not grant it: then another group of that number passes for this one.
+    return IsFanotify(owners);
+}
 
 void FanotifyReader::Run() {
-    if (!group_.IsOpen() || !IsFanotify(group_.Get())) {
-        return;
-    }
     auto renewal = steady_clock::now() + renewPause;
-    while (IsRunning() && IsOwnersOpen()) {
-        pollfd waiting{group_.Get(), POLLIN, 0};
+    while (IsRunning() && group_.IsOwnersOpen()) {
+        pollfd waiting{group_.duplicate.Get(), POLLIN, 0};
         poll(&waiting, 1, lookPauseMs);
         if (waiting.revents != 0) {
             ReadEvents();
         }
         if (steady_clock::now() >= renewal) {
-            marks_.Renew(group_.Get());
+            group_.marks.Renew(group_.duplicate.Get());
             renewal = steady_clock::now() + renewPause;
         }
     }
     AwaitOwnersClose();
-    if (!IsOwnersOpen()) {
+    if (!group_.IsOwnersOpen()) {
         // The owner closes once more when this thread has gone, and the number may be another's by then.
         std::atomic_ref(event_.fd).store(-1);
     }
@@ -77,20 +76,10 @@ bool FanotifyReader::IsRunning() const {
     return std::atomic_ref(*running_).load() != 0;
 }
 
-// True if the owner's number still is this group's.
-bool FanotifyReader::IsOwnersOpen() const {
-    const long order = syscall(SYS_kcmp, getpid(), getpid(), KCMP_FILE, owners_, group_.Get());
-    if (order >= 0 || errno == EBADF) {
-        return order == 0;
-    }
-    // A kernel without kcmp, or one that does not grant it: then another group of that number passes for this one.
-    return IsFanotify(owners_);
-}
-
 // An owner that clears the flag and then closes is not done yet when the flag is seen.
 void FanotifyReader::AwaitOwnersClose() const {
     const auto deadline = steady_clock::now() + closePatience;
-    while (IsOwnersOpen() && steady_clock::now() < deadline) {
+    while (group_.IsOwnersOpen() && steady_clock::now() < deadline) {
         poll(nullptr, 0, closePauseMs);
     }
 }
@@ -99,7 +88,7 @@ void FanotifyReader::ReadEvents() {
     // Each event brings a descriptor, of which the process has not too many.
     constexpr size_t mostEvents = 32;
     alignas(fanotify_event_metadata) std::array<char, mostEvents * sizeof(fanotify_event_metadata)> buffer;
-    const ssize_t size = group_.Read(buffer.data(), buffer.size());
+    const ssize_t size = group_.duplicate.Read(buffer.data(), buffer.size());
     if (size < 0) {
         if (errno == EAGAIN) {
             return;
@@ -139,13 +128,13 @@ void FanotifyReader::Tell(const fanotify_event_metadata& event, const Descriptor
     struct stat attributes {};
     std::string path;
     if (fstat(file.Get(), &attributes) == 0) {
-        path = marks_.PathOf(attributes.st_dev, attributes.st_ino);
+        path = group_.marks.PathOf(attributes.st_dev, attributes.st_ino);
     }
     Call(event.pid, path.empty() ? LinkOf(file.Get()) : path, static_cast<unsigned int>(event.mask));
 }
 
 void FanotifyReader::TellAll() {
-    for (const FanotifyMarks::Mark& mark : marks_.All()) {
+    for (const FanotifyMarks::Mark& mark : group_.marks.All()) {
         if (!IsRunning()) {
             return;
         }

@@ -3,7 +3,7 @@
 
 #include <sys/fanotify.h>
 
-#include <vector>
+#include <string>
 
 #include "agent/monitor.h"
 #include "host/services/descriptor.h"
@@ -12,19 +12,29 @@
 
 namespace Host {
 
-// Reads a duplicate of the group's descriptor. The owner ends the loop by closing its own, whose number may belong to
-// something else in the next moment, and closing does not wake a reader.
+// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number
+// may belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a
+// duplicate.
+struct FanotifyGroup {
+    int owners = -1;  // the number of the owner's descriptor
+    Descriptor duplicate;
+    FanotifyMarks marks;
+
+    // True if the owner's number still is this group's. Any thread.
+    bool IsOwnersOpen() const;
+};
+
 class FanotifyReader {
 public:
-    // REQUIRES: marks outlives the reader.
-    FanotifyReader(const TavUtils::Monitor::FanotifyLoopArgs& args, FanotifyMarks& marks);
+    // REQUIRES: group outlives the reader.
+    FanotifyReader(const TavUtils::Monitor::FanotifyLoopArgs& args, FanotifyGroup& group)
+        : event_(*args.event), running_(args.running), group_(group) {}
 
     // As TavUtils::Monitor::FanotifyLoop.
     void Run();
 
 private:
     bool IsRunning() const;
-    bool IsOwnersOpen() const;
     void AwaitOwnersClose() const;
     void ReadEvents();
     void Tell(const fanotify_event_metadata& event, const Descriptor& file);
@@ -33,9 +43,7 @@ private:
 
     TavUtils::Monitor::FANOTIFY_EVENT& event_;
     int* const running_;
-    FanotifyMarks& marks_;
-    const int owners_;  // the number of the owner's descriptor
-    Descriptor group_;
+    FanotifyGroup& group_;
     LogPacer readFailures_;
     LogPacer losses_;
     LogPacer callFailures_;

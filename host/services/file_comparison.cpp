@@ -110,7 +110,8 @@ void FileMonitor::CompareEntries(int directory, Time now, Reports& reports) {
                 tell(name, FILE_MODIFIED, {});
             }
         } else if (!IsSameFile(known->second.state, state)) {
-            known->second = {state, {}, {}};
+            known->second = KnownFile();
+            known->second.state = state;
             tell(name, FILE_MOVED_TO, {});
         } else {
             const Finding finding = Observe(known->second, state, Occasion::loss, now);

@@ -17,6 +17,11 @@ namespace {
 constexpr uint32_t nameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 constexpr uint32_t contentEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE;
 
+// A file found behind a new directory may have an event of its own on the way.
+bool WasArrivalTold(const KnownFile& known, KnownFile::Time now) {
+    return known.arrivalTold && now - *known.arrivalTold < WriteBurst::rest;
+}
+
 }  // namespace
 
 bool FileMonitor::Add(int handle, const TavUtils::Monitor::FileWatchRule& rule) {
@@ -83,8 +88,10 @@ void FileMonitor::HandleOwnEnd(const InotifyEvent& event, Reports& reports) {
     const Explanation explanation{isMove ? FILE_MOVED_FROM : FILE_DELETED, isMove ? FILE_MOVED_TO : FILE_MODIFIED,
                                   false};
     for (auto& [handle, rule] : rules_) {
-        // The end of a file is left to its directory to tell, which may do so only after this.
-        const bool isItsDirectory = rule.isDirectory && rule.file == event.watch;
+        // The end of a file is left to its directory to tell, which does so only after this. So is that of a directory
+        // whose parent is watched for names.
+        const bool isItsDirectory =
+            rule.isDirectory && rule.file == event.watch && (isMove || !AreNamesWatched(rule.Own().watch));
         const bool isAround =
             std::any_of(rule.names.begin(), rule.names.end(), [&](const Place& p) { return p.watch == event.watch; });
         const bool isAwaitedThere = rule.awaited && rule.awaited->watch == event.watch;
@@ -143,9 +150,9 @@ void FileMonitor::TellArrival(const Place& place, Time now, Reports& reports) {
             continue;
         }
         const auto known = files_.find(rule.file);
-        if (known != files_.end() && HasContent(known->second.state)) {
+        if (known != files_.end() && HasContent(known->second.state) && !WasArrivalTold(known->second, now)) {
             AppendReports(SideOfName(rules_, watches_, place), FILE_MODIFIED, {}, reports);
-            const bool isLink = rule.names.size() > 1 || known->second.state.links > 1;
+            const bool isLink = rule.names.back() != place || known->second.state.links > 1;
             if (!isLink) {
                 // What its writer goes on to write belongs to this change.
                 known->second.burst.Begins(now);
@@ -235,6 +242,12 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
     } else if (before >= 0 && rule.isDirectory == wasDirectory) {
         TellOnce(rule.Own(), side(), FILE_MOVED_TO, reports);
     } else if (HasContent(known->second.state) || explanation.appeared == FILE_MOVED_TO) {
+        const Time now = std::chrono::steady_clock::now();
+        known->second.arrivalTold = now;
+        if (explanation.appeared == FILE_MODIFIED) {
+            // What its writer goes on to write belongs to this change.
+            known->second.burst.Begins(now);
+        }
         TellOnce(rule.Own(), side(), explanation.appeared, reports);
     }
     if (before >= 0 && !rule.rule.onReplace) {
@@ -277,6 +290,15 @@ void FileMonitor::ForgetUnused(int file) {
         files_.erase(file);
         entries_.erase(file);
     }
+}
+
+bool FileMonitor::AreNamesWatched(int directory) const {
+    return std::any_of(rules_.begin(), rules_.end(), [&](const auto& each) {
+        const WatchedRule& rule = each.second;
+        return rule.isDirectory ? rule.file == directory
+                                : std::any_of(rule.names.begin(), rule.names.end(),
+                                              [&](const Place& place) { return place.watch == directory; });
+    });
 }
 
 int FileMonitor::FileAt(const Place& place) const {

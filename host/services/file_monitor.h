@@ -90,6 +90,7 @@ private:
     void Know(const WatchedRule& rule);
     void ForgetUnused(int file);
     bool ReadState(int file, FileState& state);
+    bool AreNamesWatched(int directory) const;
     int FileAt(const Place& place) const;
     bool IsNameOfRule(const Place& place) const;
     void Look(int file, const std::optional<Place>& place, Occasion occasion, Time now, Reports& reports);

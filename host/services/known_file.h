@@ -15,7 +15,8 @@ struct KnownFile {
 
     FileState state;
     WriteBurst burst;
-    std::optional<Time> linksDue;  // when a lower link count, seen and not told yet, is to be looked at again
+    std::optional<Time> arrivalTold;  // when it was told that the file has come to its name
+    std::optional<Time> linksDue;     // when a lower link count, seen and not told yet, is to be looked at again
 };
 
 // Why a file is looked at.

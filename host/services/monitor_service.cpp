@@ -92,7 +92,7 @@ bool MonitorService::Start() {
                                     error == EMFILE ? "inotify (see fs.inotify.max_user_instances)" : "inotify");
         }
         wake_ = std::make_unique<WakeSignal>();
-        mounts_ = Descriptor(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        mounts_ = Descriptor(open("/proc/thread-self/mountinfo", O_RDONLY | O_CLOEXEC));
         monitor_ = std::move(monitor);
         thread_ = std::thread([this] { Run(); });
         runner_ = thread_.get_id();

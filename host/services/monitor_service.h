@@ -20,8 +20,8 @@ namespace Host {
 // The thread runs from the first Add to the Remove that leaves no rule, and again from the next Add on. All operations
 // may be called from any thread, a callback's among them.
 //
-// Invariants: 1. mutex_ guards everything and is not held while a callback runs; 2. a rule that is not in the monitor is
-// not called, so that its removal has to wait for a running call at most; 3. the thread does not take the lock again
+// Invariants: 1. mutex_ guards everything and is not held while a callback runs; 2. a rule that is not in the monitor
+// is not called, so that its removal has to wait for a running call at most; 3. the thread does not take the lock again
 // once it has set isRunning_ to false, so that it can be joined under the lock.
 class MonitorService {
 public:
@@ -59,7 +59,7 @@ private:
     std::condition_variable ended_;
     std::unique_ptr<FileMonitor> monitor_;
     std::unique_ptr<WakeSignal> wake_;
-    Descriptor mounts_;  // /proc/self/mountinfo, which poll(2) says has changed; may be missing
+    Descriptor mounts_;  // /proc/thread-self/mountinfo, which poll(2) says has changed; may be missing
     std::thread thread_;
     std::thread::id runner_;
     bool isRunning_ = false;

@@ -20,8 +20,8 @@ struct PathStep {
     bool isLastName = false;  // no component was left: the path's last, or one that a link in its place leads to
 };
 
-// The steps of an absolute path in the order of the look-ups, the root first; the empty path is the root's. It ends with
-// what the path leads to, or with the first step that is missing: not there, not to be opened, a link too many, or
+// The steps of an absolute path in the order of the look-ups, the root first; the empty path is the root's. It ends
+// with what the path leads to, or with the first step that is missing: not there, not to be opened, a link too many, or
 // something else where a directory is needed. Any thread.
 std::vector<PathStep> WalkPath(const std::string& path);
 

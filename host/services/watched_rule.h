@@ -53,8 +53,8 @@ Descriptor OpenRulePath(const WatchedRule& rule);
 // Path of a name in a directory.
 std::string JoinPath(const std::string& directory, const std::string& name);
 
-// Watches what the rule's path leads to now, and all that tells when it leads elsewhere, instead of what was watched for
-// it before. Sets isComplete, with errno if it is not.
+// Watches what the rule's path leads to now, and all that tells when it leads elsewhere, instead of what was watched
+// for it before. Sets isComplete, with errno if it is not.
 void AttachRule(WatchedRule& rule, WatchTable& watches);
 
 // Ends all watches of the rule.

@@ -13,9 +13,25 @@ enum MonitorType : int {
 
 // Receives one change: (reserved, path, other path of a move, reserved, operation 1 to 6, detail text). Either path may
 // be null. Called on the monitor's own thread.
+//
+// One change is one call of a callback, however many rules share the callback and see the change: a rule on a file and
+// one on its directory, or two paths to one file. The paths are spelled as the rule that is closest to the change
+// spells them: the one on that very name before one on another name of the file, the one that was added first before
+// others, and one on the directory last.
+//
+// 1: attributes have changed. detail is "attribute" and then, for each that differs from what it was when it was last
+//    known, " oaccess=OLD access=NEW" (st_mode), " ouid=OLD cuid=NEW", " ogid=OLD cgid=NEW", " olink=OLD link=NEW"
+//    (link count), in decimal. A link count that changes because a watched name is removed or replaced is not told.
+// 2: the content is written, or content has come to a path at which there was nothing.
+// 3: removed.
+// 4: moved, from path to other path.
+// 5: moved from path to where nobody watches; other path is null.
+// 6: something has come to path from where nobody watches; other path is null.
 using FileWatchCallback = std::function<void(int, const char*, const char*, bool, int, const std::string&)>;
 
-// One path to watch, a file or a directory. Zero-filled by the caller before its fields are set.
+// One path to watch: a file, or a directory with its entries. Links are followed. The path need not be there yet. The
+// empty path is the root directory, so that a path cut at its last "/" always names a directory. Zero-filled by the
+// caller before its fields are set.
 struct FileWatchRule {
     std::string path;
     bool onAttribute = false;  // operation 1
@@ -24,11 +40,11 @@ struct FileWatchRule {
     bool onMove = false;       // operation 4
     bool onMovedFrom = false;  // operation 5
     bool onMovedTo = false;    // operation 6
-    bool onCreate = false;
-    bool onOpen = false;
-    bool onRead = false;
-    bool onReplace = false;  // follow the path when another file takes its place
-    int handle = 0;          // what AddMonitor returned
+    bool onCreate = false;     // not told
+    bool onOpen = false;       // not told
+    bool onRead = false;       // not told
+    bool onReplace = false;    // follow the path when another file takes its place
+    int handle = 0;            // what AddMonitor returned
     std::shared_ptr<FileWatchCallback> callback;
 
     FileWatchRule() = default;
@@ -51,20 +67,26 @@ struct FanotifyLoopArgs {
 };
 
 // Starts watching the rule's path and calls the rule's callback for each event. Returns a non-zero handle, 0 on
-// failure. Any thread.
+// failure: no callback, a path that is not absolute or that the kernel would not take, no watch left. Any thread, that
+// of a callback among them.
 int AddMonitor(const FileWatchRule& rule, MonitorType type);
 
-// Ends the watch of that rule. 0 on success. Any thread.
+// Ends the watch of that rule, known by its handle. Waits for a running call of the rule's callback, save on the
+// callback's own thread, and keeps nothing of the rule. 0 on success, -1 for an unknown handle. Any thread.
 int RemoveMonitor(const FileWatchRule& rule, MonitorType type);
 
-// Opens a fanotify group into the record and keeps the callback. 0 on success; the caller closes event->fd.
+// Opens a fanotify group into the record and keeps the callback. 0 on success; the caller closes event->fd. The record
+// stays where it is until the loop has ended.
 int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int));
 
-// Marks one path for the FAN_* events of mask. 0 on success.
+// Marks one path for the FAN_* events of mask, and while the loop runs also what takes its place, a second later at
+// most. 0 on success. Any thread.
 int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask);
 
 // Thread entry, given FanotifyLoopArgs: reads the group's events and calls the callback with (number, path, mask) while
-// the running flag is non-zero. Ends when the flag is 0 or the descriptor is closed. Returns null.
+// the running flag is non-zero. path is the marked path that leads to the file, of several the one marked first. What
+// this process does itself is not told. Ends within half a second when the flag is 0 or the descriptor is closed. If
+// the descriptor was closed, event->fd is -1 from then on, so that closing it once more harms nobody. Returns null.
 void* FanotifyLoop(void* args);
 
 }  // namespace TavUtils::Monitor

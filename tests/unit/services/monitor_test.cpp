@@ -392,18 +392,4 @@ TEST_F(Monitor, WhatIsNoPathIsRefused) {
     EXPECT_EQ(AddMonitor(rule, TestSupport::MONITOR_FILE), 0);
 }
 
-TEST_F(Monitor, ARuleReleasesItsCallback) {
-    const auto callback = std::make_shared<TestSupport::FileWatchCallback>(
-        [](int, const char*, const char*, bool, int, const std::string&) {});
-    {
-        TestSupport::FileWatchRule rule = listener_.Rule(In("shell"));
-        rule.callback = callback;
-        rule.handle = AddMonitor(rule, TestSupport::MONITOR_FILE);
-        EXPECT_EQ(callback.use_count(), 3);
-        EXPECT_EQ(RemoveMonitor(rule, TestSupport::MONITOR_FILE), 0);
-        EXPECT_EQ(callback.use_count(), 2);
-    }
-    EXPECT_EQ(callback.use_count(), 1);
-}
-
 }  // namespace
