@@ -17,6 +17,7 @@
 
 #include "agent/files.h"
 #include "agent/logger.h"
+#include "host/services/thread_stop.h"
 
 namespace Host {
 
@@ -25,8 +26,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// How often the flag and the owner's descriptor are looked at: nothing tells of their change.
+// How often the flag and the owner's descriptor are looked at: nothing tells of their change but the wait for the thread
+// that follows it, where the thread is one that can be waited for.
 constexpr int lookPauseMs = 100;
+constexpr int waitedForLookPauseMs = 1000;
 // How long after the end the owner may take to close its descriptor.
 constexpr milliseconds closePatience(300);
 constexpr int closePauseMs = 5;
@@ -53,11 +56,17 @@ bool FanotifyGroup::IsOwnersOpen() const {
 }
 
 void FanotifyReader::Run() {
+    const WakeSignal* const stop = ThisThreadsStop();
     auto renewal = steady_clock::now() + renewPause;
     while (IsRunning() && group_.IsOwnersOpen()) {
-        pollfd waiting{group_.duplicate.Get(), POLLIN, 0};
-        poll(&waiting, 1, lookPauseMs);
-        if (waiting.revents != 0) {
+        // A descriptor of -1 is passed over (poll(2)).
+        std::array<pollfd, 2> waiting{
+            {{group_.duplicate.Get(), POLLIN, 0}, {stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0}}};
+        poll(waiting.data(), waiting.size(), stop == nullptr ? lookPauseMs : waitedForLookPauseMs);
+        if (waiting[1].revents != 0) {
+            break;
+        }
+        if (waiting[0].revents != 0) {
             ReadEvents();
         }
         if (steady_clock::now() >= renewal) {

@@ -12,10 +12,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 #include "agent/logger.h"
 #include "host/services/thread_name.h"
+#include "host/services/thread_stop.h"
 
 namespace {
 
@@ -23,11 +25,17 @@ struct ThreadStart {
     void* (*entry)(void*);
     void* argument;
     std::string name;
+    std::shared_ptr<const Host::WakeSignal> stop;
+};
+
+struct StartedThread {
+    pthread_t thread;
+    std::shared_ptr<const Host::WakeSignal> stop;
 };
 
 struct ThreadTable {
     std::mutex mutex;
-    std::map<unsigned long, pthread_t> threads;
+    std::map<unsigned long, StartedThread> threads;
     unsigned long lastHandle = 0;
 };
 
@@ -37,8 +45,20 @@ ThreadTable& Table() {
     return *table;
 }
 
+thread_local const Host::WakeSignal* stopOfThisThread = nullptr;
+
+// Null where the process has no descriptor left: the thread then goes without.
+std::shared_ptr<const Host::WakeSignal> MakeStop() {
+    try {
+        return std::make_shared<Host::WakeSignal>();
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+}
+
 void* RunThread(void* argument) {
     const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(argument));
+    stopOfThisThread = start->stop.get();
     Host::NameThisThread(start->name);
     // The agent outlives whatever a module throws at it.
     try {
@@ -81,6 +101,10 @@ int StartThread(pthread_t& thread, size_t stackSize, std::unique_ptr<ThreadStart
 
 }  // namespace
 
+const Host::WakeSignal* Host::ThisThreadsStop() {
+    return stopOfThisThread;
+}
+
 unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
                                  const std::string& name) {
     if (entry == nullptr) {
@@ -88,7 +112,8 @@ unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned
                        name.c_str());
         return 0;
     }
-    auto start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name});
+    const std::shared_ptr<const Host::WakeSignal> stop = MakeStop();
+    auto start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name, stop});
     ThreadTable& table = Table();
     // Held while the thread starts, so that the thread finds itself in the table whatever it does first.
     const std::lock_guard lock(table.mutex);
@@ -102,29 +127,32 @@ unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned
     do {
         ++table.lastHandle;
     } while (table.lastHandle == 0 || table.threads.contains(table.lastHandle));
-    table.threads.emplace(table.lastHandle, thread);
+    table.threads.emplace(table.lastHandle, StartedThread{thread, stop});
     return table.lastHandle;
 }
 
 int StopHipsThreadEx(unsigned long handle) {
     ThreadTable& table = Table();
-    pthread_t thread{};
+    StartedThread started{};
     {
         const std::lock_guard lock(table.mutex);
         const auto found = table.threads.find(handle);
-        if (found == table.threads.end() || pthread_equal(found->second, pthread_self()) != 0) {
+        if (found == table.threads.end() || pthread_equal(found->second.thread, pthread_self()) != 0) {
             return -1;
         }
-        thread = found->second;
+        started = found->second;
         table.threads.erase(found);
     }
-    const int error = pthread_join(thread, nullptr);
+    if (started.stop != nullptr) {
+        started.stop->Raise();
+    }
+    const int error = pthread_join(started.thread, nullptr);
     if (error != 0) {
         LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %lu cannot be waited for: %s", handle,
                        std::strerror(error));
         // Two threads that wait for each other: the refused one may be asked for again.
         const std::lock_guard lock(table.mutex);
-        table.threads.emplace(handle, thread);
+        table.threads.emplace(handle, started);
     }
     return error;
 }
