@@ -12,13 +12,29 @@ import time
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
 
-CONTENT_KEYS = [
+SCAN_KEYS = [
     "pid",
     "path",
     "ppid",
     "parentPath",
     "cmdline",
     "parentCmdline",
+    "localIp",
+    "localPort",
+    "remoteIp",
+    "remotePort",
+]
+# What is found as it happens is told in this order, and with where it came from.
+INSTANT_KEYS = [
+    "pid",
+    "path",
+    "ppid",
+    "parentPath",
+    "cmdline",
+    "parentCmdline",
+    "inode",
+    "sourcePath",
+    "hash",
     "localIp",
     "localPort",
     "remoteIp",
@@ -48,7 +64,7 @@ def parse_event(line):
     assert list(event) == ["eventType", "eventTime", "eventContent"], line
     assert event["eventType"] == "reverse-shell", line
     assert EVENT_TIME.fullmatch(event["eventTime"]), line
-    assert list(event["eventContent"]) == CONTENT_KEYS, line
+    assert list(event["eventContent"]) in (SCAN_KEYS, INSTANT_KEYS), line
     return event
 
 
@@ -79,11 +95,12 @@ class Scan:
 class Agent:
     """A running agent. Its output is read as it comes; what is waited for may have come already."""
 
-    def __init__(self, *arguments, program=PROGRAM, read_events=True, **options):
+    def __init__(self, *arguments, program=PROGRAM, wrapper=(), read_events=True, **options):
+        """wrapper is a program with its arguments that runs the agent, such as unshare(1)."""
         options.setdefault("env", environment())
         self._child = subprocess.Popen(
             # Not even a killed test run leaves an agent behind.
-            ["setpriv", "--pdeathsig", "KILL", program, "run", *arguments],
+            ["setpriv", "--pdeathsig", "KILL", *wrapper, program, "run", *arguments],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
