@@ -189,8 +189,8 @@ os.execvp("sleep", ["sleep", "600"])
 
 @contextlib.contextmanager
 def orphaned_command():
-    """A command that is a child of process 1 when it is executed: the only kind of which the agent says that it has seen
-    it, and so tells that it has seen all that was executed before."""
+    """A command that is a child of process 1 when it is executed. That is the only kind of which the agent says that it
+    has seen it; with it, the agent has seen all that was executed before."""
     done = subprocess.run([sys.executable, "-c", ORPHAN], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True)
     pid = int(done.stdout)
     try:

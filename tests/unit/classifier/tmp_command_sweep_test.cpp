@@ -30,7 +30,7 @@ TEST_F(TmpCommandSweep, ReportsAParentOnceAndRemovesItWithTheNextSweep) {
     EXPECT_TRUE(IsJudged());
     EXPECT_TRUE(IsRshell());
     EXPECT_TRUE(HasDetail("found type 6 rshell.[pid=602]"));
-    EXPECT_EQ(Details().back(), foundIt);
+    EXPECT_TRUE(HasDetail(foundIt));
     Sweep();
     EXPECT_FALSE(tmpProcMap.contains(parent));
     EXPECT_EQ(CountEvents(), 1U);
@@ -310,7 +310,6 @@ TEST_F(TmpCommandSweep, EndsBetweenTwoParentsWhenTheModuleStops) {
     EXPECT_TRUE(IsJudged(500));
     EXPECT_TRUE(IsCollecting(501));
     EXPECT_FALSE(tmpProcMap.contains(499)) << "what was found finished is removed all the same";
-    EXPECT_EQ(CountPauses(1ms) >= 2, true);
 }
 
 TEST_F(TmpCommandSweep, DoesNothingOnceTheModuleIsStopped) {
