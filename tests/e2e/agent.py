@@ -92,11 +92,12 @@ class Scan:
 class Agent:
     """A running agent. Its output is read as it comes; what is waited for may have come already."""
 
-    def __init__(self, *arguments, program=PROGRAM, read_events=True, **options):
+    def __init__(self, *arguments, program=PROGRAM, wrapper=(), read_events=True, **options):
+        """wrapper is a program with its arguments that runs the agent, such as unshare(1)."""
         options.setdefault("env", environment())
         self._child = subprocess.Popen(
             # Not even a killed test run leaves an agent behind.
-            ["setpriv", "--pdeathsig", "KILL", program, "run", *arguments],
+            ["setpriv", "--pdeathsig", "KILL", *wrapper, program, "run", *arguments],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
