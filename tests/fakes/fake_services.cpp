@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 
 #include "agent/env.h"
 #include "agent/events.h"
@@ -21,6 +22,8 @@ void LoggerWriteLog(const char* channel, LogLevel level, const char* source, uns
     vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     text.pop_back();
+    static std::mutex logLock;
+    const std::lock_guard guard(logLock);
     TheAgent().journal.push_back("log " + text);
     TheAgent().log.push_back({channel, level, source, text});
 }

@@ -62,6 +62,14 @@ void ProcTree::AddDescriptorEntry(int pid, const std::string& name, const std::s
     std::filesystem::create_symlink(link, std::filesystem::path(folder_.Path(std::to_string(pid))) / "fd" / name);
 }
 
+void ProcTree::AddFile(int pid, const std::string& name, const std::string& text) {
+    AddFile(std::to_string(pid) + "/" + name, text);
+}
+
+void ProcTree::AddFile(const std::string& name, const std::string& text) {
+    folder_.Write(name, text);
+}
+
 FileOverlay::FileOverlay(const std::string& target, const std::string& content) : target_(target) {
     EnterOwnMountNamespace();
     const std::string file = folder_.Write("overlay", content);

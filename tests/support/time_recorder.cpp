@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 #include <deque>
+#include <mutex>
+#include <utility>
 
 using std::chrono::nanoseconds;
 
@@ -18,14 +20,33 @@ struct Recorder {
     std::deque<Fault> faults;
     nanoseconds slept{};
     time_t start = 1000000;
+    bool real = false;
+    std::function<void()> hook;
 };
 
+std::mutex recorderLock;
 Recorder recorder;
 
 }  // namespace
 
 void TimeRecorder::Reset() {
+    const std::lock_guard guard(recorderLock);
     recorder = Recorder{};
+}
+
+void TimeRecorder::Advance(std::chrono::seconds length) {
+    const std::lock_guard guard(recorderLock);
+    recorder.start += static_cast<time_t>(length.count());
+}
+
+void TimeRecorder::UseRealTime() {
+    const std::lock_guard guard(recorderLock);
+    recorder.real = true;
+}
+
+void TimeRecorder::AtEachPause(std::function<void()> hook) {
+    const std::lock_guard guard(recorderLock);
+    recorder.hook = std::move(hook);
 }
 
 const std::vector<nanoseconds>& TimeRecorder::Pauses() {
@@ -37,18 +58,43 @@ nanoseconds TimeRecorder::Slept() {
 }
 
 void TimeRecorder::InterruptNext(nanoseconds left) {
+    const std::lock_guard guard(recorderLock);
     recorder.faults.push_back({EINTR, left});
 }
 
 void TimeRecorder::FailNext(int error) {
+    const std::lock_guard guard(recorderLock);
     recorder.faults.push_back({error, nanoseconds::zero()});
+}
+
+// True if the pause is to be slept.
+static bool Record(nanoseconds length) {
+    std::function<void()> hook;
+    bool real = false;
+    {
+        const std::lock_guard guard(recorderLock);
+        recorder.pauses.push_back(length);
+        hook = recorder.hook;
+        real = recorder.real;
+    }
+    if (hook) {
+        hook();
+    }
+    return real;
 }
 
 extern "C" {
 
+int __real_nanosleep(const timespec* asked, timespec* left);
+unsigned int __real_sleep(unsigned int seconds);
+time_t __real_time(time_t* result);
+
 int __wrap_nanosleep(const timespec* asked, timespec* left) {
     const nanoseconds length = std::chrono::seconds(asked->tv_sec) + nanoseconds(asked->tv_nsec);
-    recorder.pauses.push_back(length);
+    if (Record(length)) {
+        return __real_nanosleep(asked, left);
+    }
+    const std::lock_guard guard(recorderLock);
     if (recorder.faults.empty()) {
         recorder.slept += length;
         return 0;
@@ -67,12 +113,19 @@ int __wrap_nanosleep(const timespec* asked, timespec* left) {
 }
 
 unsigned int __wrap_sleep(unsigned int seconds) {
-    recorder.pauses.push_back(std::chrono::seconds(seconds));
+    if (Record(std::chrono::seconds(seconds))) {
+        return __real_sleep(seconds);
+    }
+    const std::lock_guard guard(recorderLock);
     recorder.slept += std::chrono::seconds(seconds);
     return 0;
 }
 
 time_t __wrap_time(time_t* result) {
+    const std::lock_guard guard(recorderLock);
+    if (recorder.real) {
+        return __real_time(result);
+    }
     const auto passed = std::chrono::duration_cast<std::chrono::seconds>(recorder.slept);
     const time_t now = recorder.start + static_cast<time_t>(passed.count());
     if (result != nullptr) {

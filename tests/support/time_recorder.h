@@ -2,12 +2,23 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <vector>
 
+// The calls under test may come from any thread, those of the test from one while no other pauses.
 namespace TimeRecorder {
 
-// Forgets all pauses and faults and sets the virtual clock, which time(2) reads, to 1,000,000 seconds.
+// Forgets all pauses, faults and the hook, and sets the virtual clock, which time(2) reads, to 1,000,000 seconds.
 void Reset();
+
+// Moves the virtual clock on without a pause; a negative length sets it back.
+void Advance(std::chrono::seconds length);
+
+// Until the next Reset, pauses are slept and time(2) is the host's. They are recorded all the same.
+void UseRealTime();
+
+// Called in the pausing thread at the start of each pause from now on, once it is recorded, until the next Reset.
+void AtEachPause(std::function<void()> hook);
 
 // Every sleep since Reset, by the length that was asked for, the continuations of interrupted ones included.
 const std::vector<std::chrono::nanoseconds>& Pauses();
