@@ -51,6 +51,7 @@ protected:
     }
 
     ~InstantScanTest() override {
+        latest = time(nullptr);
         TimeRecorder::Reset();
         ReplaceWhitelist({});
         moduleRunning = 0;
@@ -144,6 +145,9 @@ protected:
         return socket;
     }
 
+    // Lets more time pass than an alarm is remembered for.
+    static void ForgetAlarms() { TimeRecorder::Advance(std::chrono::hours(2)); }
+
     // The module is stopped while it sleeps for the nth time from now.
     static void StopAtPause(size_t nth) {
         const size_t target = TimeRecorder::Pauses().size() + nth;
@@ -187,10 +191,12 @@ protected:
     std::unique_ptr<ProcTree> proc;
 
 private:
-    // The history of alarms remembers an hour, and the next test must find none of this one's: inodes come back.
+    // Where the clock of the last test stood at its end.
+    inline static time_t latest = 400000000;
+
+    // The history of alarms outlives a test, and inodes come back: each test begins after all that went before.
     static void OutliveReportedAlarms() {
-        static std::chrono::hours sinceFirst{100000};
-        sinceFirst += std::chrono::hours(2);
-        TimeRecorder::Advance(sinceFirst);
+        TimeRecorder::Advance(std::chrono::seconds(latest - time(nullptr)));
+        ForgetAlarms();
     }
 };

@@ -421,7 +421,7 @@ TEST_F(SpecialShell, IsClaimedWithoutAnAlarmWhenItWasGivenACommand) {
     };
     for (const Case& row : {Case{"bash -c id", 0}, Case{"bash  -x script", 0}, Case{"bash -i", 1}, Case{"bash", 1},
                             Case{"bash -i -c", 1}, Case{"bash -cx", 1}}) {
-        TimeRecorder::Advance(std::chrono::hours(2));
+        ForgetAlarms();
         std::filesystem::remove_all(proc->Folder() / "300");
         std::filesystem::remove_all(proc->Folder() / "400");
         Fake::TheAgent().events.clear();
