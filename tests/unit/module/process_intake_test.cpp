@@ -231,24 +231,25 @@ TEST_F(ProcessIntake, JudgesTheCandidatesInTheirOrder) {
               (std::vector<std::string>{"found type 1 rshell.[pid=5000002]", "found type 1 rshell.[pid=5000003]"}));
 }
 
-// Weeding takes time; what counts is when it has ended.
-TEST_F(ProcessIntake, JudgesBySocketsThatAreThreeSecondsOldAtMostWhenTheWeedingHasEnded) {
-    AddSocketShell(forker, grandparent);
-    intakeMap[forker] = 1;
-    const auto findsWithSocketOfAge = [this](long age) {
-        Fake::TheAgent().log.clear();
+// Weeding takes time, here ten seconds for a command line of 20,000 bytes: what counts is when it has ended.
+class SocketAge : public ProcessIntake {
+protected:
+    bool CountsWhenSeen(long secondsIntoTheWeeding) {
+        AddSocketShell(forker, grandparent);
+        proc->AddFile(forker, "cmdline", std::string(20000, 'a'));
         intakeMap[forker] = 1;
-        // The weeding of the one candidate sleeps for far less than a second.
-        for (auto& [inode, info] : socketTable) {
-            info.firstSeen = static_cast<long>(time(nullptr)) - age;
-        }
-        const auto table = socketTable;
+        socketTable.begin()->second.firstSeen = static_cast<long>(time(nullptr)) + secondsIntoTheWeeding;
         Tick();
-        socketTable = table;
         return HasLogged("found type 1 rshell.[pid=5000002]");
-    };
-    EXPECT_TRUE(findsWithSocketOfAge(2));
-    EXPECT_FALSE(findsWithSocketOfAge(5));
+    }
+};
+
+TEST_F(SocketAge, MayBeThreeSecondsWhenTheWeedingHasEnded) {
+    EXPECT_TRUE(CountsWhenSeen(7));
+}
+
+TEST_F(SocketAge, MayNotBeMoreThanThreeSeconds) {
+    EXPECT_FALSE(CountsWhenSeen(6));
 }
 
 TEST_F(ProcessIntake, LeavesTheWeedingAtAStop) {
@@ -341,28 +342,30 @@ TEST_F(ReverseShellCheck, HoldsTheSecondOfTwoShellsOnOneSocketBack) {
     EXPECT_EQ(ReportedPids(), std::vector<int>{forker});
 }
 
-TEST_F(ReverseShellCheck, SleepsAMillisecondBeforeEachAlarmAlsoTheFirst) {
-    // A connection of the host to itself is a finding of a raw socket's kind, whose alarm ends at its first step.
-    const auto pauses = [this](int type) {
-        const size_t mark = TimeRecorder::Pauses().size();
-        for (auto& [inode, info] : socketTable) {
-            info.type = type;
-        }
-        CheckReverseShell({forker, child}, 0, false);
-        return PausesSince(mark);
-    };
-    for (const int pid : {forker, child}) {
-        AddShell(pid, grandparent);
-        const KernelObject socket = objects.Socket();
-        Know(LoopbackConnection(socket.inode));
-        Hold(pid, 0, socket);
-        Block(pid, "inet_recvmsg", 0);
-    }
-    const PauseList found = pauses(2);
+TEST_F(ReverseShellCheck, RaisesNoAlarmForAShellWithoutASocketNorForASocketWithoutAShell) {
+    AddShell(forker, grandparent);
+    AddShell(child, grandparent);
+    RaiseAlarms({forker, child}, {});
+    RaiseAlarms({}, {ForeignConnection(51)});
     EXPECT_TRUE(Events().empty());
-    ASSERT_GE(found.size(), 2U);
-    EXPECT_EQ(PauseList(found.end() - 2, found.end()), PauseList(2, milliseconds(1)));
-    EXPECT_NE(*(found.end() - 3), milliseconds(1));
+    EXPECT_TRUE(TimeRecorder::Pauses().empty());
+    RaiseAlarms({forker, child}, {ForeignConnection(51)});
+    EXPECT_EQ(ReportedPids(), std::vector<int>{forker});
+    RaiseAlarms({child}, {ForeignConnection(52), ForeignConnection(53)});
+    EXPECT_EQ(ReportedPids(), (std::vector<int>{forker, child}));
+}
+
+TEST_F(ReverseShellCheck, SleepsAMillisecondBeforeEachAlarmAlsoTheFirst) {
+    AddShell(forker, grandparent);
+    AddShell(child, grandparent);
+    // An alarm for a connection of the host to itself ends at its first step, without a pause of its own.
+    RaiseAlarms({forker, child}, {LoopbackConnection(51), LoopbackConnection(52)});
+    EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, milliseconds(1)));
+
+    const size_t mark = TimeRecorder::Pauses().size();
+    RaiseAlarms({forker}, {ForeignConnection(51)});
+    EXPECT_EQ(PausesSince(mark).at(0), milliseconds(1)) << "before anything else of the alarm";
+    EXPECT_EQ(Events().size(), 1U);
 }
 
 TEST_F(ReverseShellCheck, TakesTheShellsOfTheHostAndTheLimitOfThePass) {
