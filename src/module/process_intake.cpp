@@ -84,6 +84,10 @@ void CheckReverseShell(std::vector<int> pids, long time, bool flag) {
     std::vector<int> foundPids;
     std::vector<SocketInfo> foundSocks;
     detector.GetReverseShell(foundPids, foundSocks);
+    RaiseAlarms(foundPids, foundSocks);
+}
+
+void RaiseAlarms(const std::vector<int>& foundPids, const std::vector<SocketInfo>& foundSocks) {
     const size_t found = std::min(foundPids.size(), foundSocks.size());
     for (size_t i = 0; i < found; ++i) {
         Pause(alarmPauseMicroseconds);

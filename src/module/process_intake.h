@@ -6,6 +6,8 @@
 #include <map>
 #include <vector>
 
+#include "inspect/socket_table.h"
+
 // When a process or a child of it last forked (seconds of time(2)), by pid, for those that have not been looked at since.
 // Guarded by pidMapLock. Kept when the module stops.
 inline std::map<int, unsigned long> intakeMap;
@@ -24,3 +26,7 @@ void* CheckNetlinkProcsTask(void* arg);
 // One pass of the classifier over pids, and its alarms. Sockets first seen before time do not count; flag says that the
 // socket table need not be read again.
 void CheckReverseShell(std::vector<int> pids, long time, bool flag);
+
+// An alarm for each shell on the socket of the same index; what has no counterpart gives none. Costs 1 ms an alarm, and
+// what the alarm itself costs.
+void RaiseAlarms(const std::vector<int>& foundPids, const std::vector<SocketInfo>& foundSocks);

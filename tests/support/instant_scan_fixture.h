@@ -1,0 +1,202 @@
+// What the tests of the instant scan share, from its intake to its event: a started module over a built /proc, with
+// processes that wait on real pipes, sockets and terminals.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "frame/module_lock.h"
+#include "frame/run_state.h"
+#include "frame/settings.h"
+#include "frame/whitelist.h"
+#include "inspect/socket_table.h"
+#include "tests/fakes/fake_agent.h"
+#include "tests/support/kernel_objects.h"
+#include "tests/support/proc_tree.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/time_recorder.h"
+
+class InstantScanTest : public testing::Test {
+protected:
+    using PauseList = std::vector<std::chrono::nanoseconds>;
+
+    // What a descriptor of a pipe may do, as fdinfo writes it.
+    static constexpr char readOnly[] = "00";
+    static constexpr char writeOnly[] = "0100001";
+    static constexpr char readAndWrite[] = "02";
+
+    InstantScanTest() {
+        Fake::ResetAgent();
+        TimeRecorder::Reset();
+        OutliveReportedAlarms();
+        ReplaceWhitelist({});
+        moduleRunning = 1;
+        EXPECT_TRUE(socketTableLock.Init());
+        EXPECT_TRUE(pidMapLock.Init());
+        socketTable.clear();
+        sshdInodes.clear();
+        shell = folder.Write("bin/bash", "a shell");
+        shellPaths = {shell};
+    }
+
+    ~InstantScanTest() override {
+        latest = time(nullptr);
+        TimeRecorder::Reset();
+        ReplaceWhitelist({});
+        moduleRunning = 0;
+        shellPaths.clear();
+        sshdInodes.clear();
+        socketTable.clear();
+        socketTableLock.Destroy();
+        pidMapLock.Destroy();
+    }
+
+    void SetUp() override {
+        if (!MayMount()) {
+            GTEST_SKIP() << "needs the right to mount a tree over /proc (root)";
+        }
+        proc = std::make_unique<ProcTree>();
+    }
+
+    void TearDown() override { proc.reset(); }
+
+    // A command line as the kernel gives it, from words with blanks between them.
+    static std::string Arguments(std::string words) {
+        std::replace(words.begin(), words.end(), ' ', '\0');
+        words.push_back('\0');
+        return words;
+    }
+
+    void AddProcess(int pid, int ppid, const std::string& exe, const std::string& words) {
+        proc->Add({.pid = pid, .ppid = ppid, .exe = exe, .cmdline = Arguments(words)});
+    }
+
+    void AddShell(int pid, int ppid, const std::string& words = "bash -i") { AddProcess(pid, ppid, shell, words); }
+
+    // The process is none from now on.
+    void Remove(int pid) const { std::filesystem::remove_all(proc->Folder() / std::to_string(pid)); }
+
+    void SetWorkingDirectory(int pid, const std::string& directory) const {
+        std::filesystem::create_symlink(directory, proc->Folder() / std::to_string(pid) / "cwd");
+    }
+
+    void Hold(int pid, int fd, const KernelObject& object) { proc->AddDescriptor(pid, fd, object.path); }
+
+    void HoldPipe(int pid, int fd, const KernelObject& pipe, const std::string& flags) {
+        Hold(pid, fd, pipe);
+        proc->AddFile(pid, "fdinfo/" + std::to_string(fd), "pos:\t0\nflags:\t" + flags + "\nmnt_id:\t15\n");
+    }
+
+    // The process is blocked in this kernel function by a call whose first argument this is.
+    void Block(int pid, const std::string& function, int argument) {
+        proc->AddFile(pid, "stack",
+                      "[<0>] wait_woken+0x60/0x70\n[<0>] " + function +
+                          "+0x5f/0x110\n[<0>] entry_SYSCALL_64_after_hwframe+0x44/0xae\n");
+        char call[128];
+        snprintf(call, sizeof(call), "0 0x%x 0x5581d0c4a000 0x1000 0x0 0x0 0x0 0x7ffd1c0 0x7f1b2c\n",
+                 static_cast<unsigned int>(argument));
+        proc->AddFile(pid, "syscall", call);
+    }
+
+    // A TCP connection from 198.51.100.3:40001 to 192.0.2.7:4444, seen now for the first time, as the table of sockets
+    // would have it.
+    static SocketInfo ForeignConnection(unsigned long inode) {
+        return {.type = tcpTable,
+                .inode = inode,
+                .state = tcpEstablished,
+                .localIp = inet_addr("198.51.100.3"),
+                .remoteIp = inet_addr("192.0.2.7"),
+                .localPort = 40001,
+                .remotePort = 4444,
+                .firstSeen = static_cast<long>(time(nullptr))};
+    }
+
+    // One that no shell is blamed for: it is the host's own.
+    static SocketInfo LoopbackConnection(unsigned long inode) {
+        SocketInfo info = ForeignConnection(inode);
+        info.localIp = info.remoteIp = inet_addr("127.0.0.1");
+        return info;
+    }
+
+    static SocketInfo RawSocket(unsigned long inode) {
+        SocketInfo info = ForeignConnection(inode);
+        info.type = rawTable;
+        info.state = stateOfOtherTables;
+        return info;
+    }
+
+    static void Know(const SocketInfo& info) { socketTable[info.inode] = info; }
+
+    // A socket that the table knows as a foreign connection.
+    KernelObject ForeignSocket() {
+        const KernelObject socket = objects.Socket();
+        Know(ForeignConnection(socket.inode));
+        return socket;
+    }
+
+    // Lets more time pass than an alarm is remembered for.
+    static void ForgetAlarms() { TimeRecorder::Advance(std::chrono::hours(2)); }
+
+    // The module is stopped while it sleeps for the nth time from now.
+    static void StopAtPause(size_t nth) {
+        const size_t target = TimeRecorder::Pauses().size() + nth;
+        TimeRecorder::AtEachPause([target](auto...) {
+            if (TimeRecorder::Pauses().size() == target) {
+                moduleRunning = 0;
+            }
+        });
+    }
+
+    static PauseList PausesSince(size_t mark) {
+        const PauseList& all = TimeRecorder::Pauses();
+        return {all.begin() + static_cast<std::ptrdiff_t>(mark), all.end()};
+    }
+
+    // Texts of the log; each line is the module's and of the least level.
+    static std::vector<std::string> Log() {
+        std::vector<std::string> texts;
+        for (const Fake::LogLine& line : Fake::TheAgent().log) {
+            EXPECT_EQ(line.channel, "NormalLog") << line.text;
+            EXPECT_EQ(line.level, LOG_LEVEL_DETAIL) << line.text;
+            texts.push_back(line.text);
+        }
+        return texts;
+    }
+
+    static bool HasLogged(const std::string& text) { return std::ranges::count(Log(), text) == 1; }
+
+    static const std::vector<std::string>& Events() { return Fake::TheAgent().events; }
+
+    // Content of the only event.
+    static nlohmann::ordered_json Content() {
+        EXPECT_EQ(Events().size(), 1U);
+        return Events().size() == 1 ? nlohmann::ordered_json::parse(Events()[0])["eventContent"]
+                                    : nlohmann::ordered_json();
+    }
+
+    TemporaryDirectory folder;
+    KernelObjects objects;
+    std::string shell;
+    std::unique_ptr<ProcTree> proc;
+
+private:
+    // Where the clock of the last test stood at its end.
+    inline static time_t latest = 400000000;
+
+    // The history of alarms outlives a test, and inodes come back: each test begins after all that went before.
+    static void OutliveReportedAlarms() {
+        TimeRecorder::Advance(std::chrono::seconds(latest - time(nullptr)));
+        ForgetAlarms();
+    }
+};

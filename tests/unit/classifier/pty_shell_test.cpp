@@ -1,0 +1,168 @@
+#include "classifier_fixture.h"
+
+namespace {
+
+class PtyShell : public ClassifierTest {
+protected:
+    // A relay that holds the multiplexer and whatever else the test gives it.
+    void AddRelay(int pid, int ppid = 100) {
+        AddProcess(pid, ppid, folder.Write("relay", "a relay"), "relay");
+        proc->AddDescriptor(pid, 5, PseudoTerminal::Multiplexer());
+    }
+
+    void AddTerminalShell(int pid, int ppid) {
+        AddShell(pid, ppid);
+        proc->AddDescriptor(pid, 0, terminal.Slave());
+    }
+
+    // Runs the stage over these shells, with snapshots of them and of the others, and returns those that it leaves.
+    std::vector<int> Check(const std::vector<int>& shells, const std::vector<int>& others, long oldestSockTime = 0) {
+        ReverseShell detector(shellPaths, others, oldestSockTime, false, 10000);
+        detector.bashPids = shells;
+        detector.CheckMultiprocShell(foundPids, foundSocks);
+        Fake::TheAgent().log.clear();
+        detector.CheckPtyShell(foundPids, foundSocks);
+        return detector.bashPids;
+    }
+
+    PseudoTerminal terminal;
+};
+
+TEST_F(PtyShell, IsOneUnderARelayWithAForeignSocket) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    const KernelObject socket = ForeignSocket();
+    Hold(200, 6, socket);
+    EXPECT_TRUE(Check({300}, {200}).empty());
+    EXPECT_EQ(foundPids, std::vector<int>{300});
+    EXPECT_EQ(InodesOf(foundSocks), std::vector<unsigned long>{socket.inode});
+    EXPECT_EQ(Log(), std::vector<std::string>{"find pty.[shell=300 inode=" + std::to_string(socket.inode) + "]"});
+    EXPECT_TRUE(Events().empty()) << "the alarm is the caller's";
+}
+
+TEST_F(PtyShell, IsNoneUnderTheSshDaemon) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    sshdInodes = {InodeOf(folder.Path("relay"))};
+    EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+    EXPECT_EQ(Log(), std::vector<std::string>{"sshd shell"});
+}
+
+// The snapshot of the parent still stands, but who it was cannot be asked any more.
+TEST_F(PtyShell, IsNoneUnderAParentThatHasEndedSinceItsSnapshot) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    ReverseShell detector = Detector({200});
+    detector.bashPids = {300};
+    detector.CheckMultiprocShell(foundPids, foundSocks);
+    Remove(200);
+    detector.CheckPtyShell(foundPids, foundSocks);
+    EXPECT_TRUE(foundPids.empty());
+    EXPECT_EQ(detector.bashPids, std::vector<int>{300});
+}
+
+TEST_F(PtyShell, IsNoneUnderAParentWithoutTheMultiplexer) {
+    AddTerminalShell(300, 200);
+    AddProcess(200, 100, folder.Write("relay", "a relay"), "relay");
+    proc->AddDescriptor(200, 5, terminal.Slave());
+    Hold(200, 6, ForeignSocket());
+    EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+}
+
+TEST_F(PtyShell, IsNoneWithoutATerminal) {
+    AddShell(300, 200);
+    proc->AddDescriptor(300, 0, PseudoTerminal::Multiplexer());
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+}
+
+TEST_F(PtyShell, IsNoneUnderARelayWithALocalConnection) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    const KernelObject socket = objects.Socket();
+    Know(LoopbackConnection(socket.inode));
+    Hold(200, 6, socket);
+    EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(PtyShell, IsNoneUnderARelayWithoutASocket) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
+}
+
+TEST_F(PtyShell, IsNoneUnderAConnectionOfAnEarlierTime) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    const KernelObject socket = ForeignSocket();
+    Hold(200, 6, socket);
+    EXPECT_EQ(Check({300}, {200}, socketTable[socket.inode].firstSeen + 1), std::vector<int>{300});
+}
+
+TEST_F(PtyShell, IsNoneUnderARelayThatIsNoPartOfThePass) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    EXPECT_EQ(Check({300}, {}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+}
+
+TEST_F(PtyShell, IsNoneUnderARelayOneGenerationUp) {
+    AddTerminalShell(300, 250);
+    AddProcess(250, 200, folder.Write("wrapper", "w"), "wrapper");
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    EXPECT_EQ(Check({300}, {250, 200}), std::vector<int>{300});
+    EXPECT_TRUE(foundPids.empty());
+}
+
+TEST_F(PtyShell, StaysInTheListWithoutASnapshotOfItsOwn) {
+    EXPECT_EQ(Check({300}, {}), std::vector<int>{300});
+}
+
+TEST_F(PtyShell, IsClaimedAmongOthersThatStayInTheirOrder) {
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    AddShell(302, 200);
+    AddTerminalShell(301, 200);
+    AddShell(300, 200);
+    EXPECT_EQ(Check({302, 301, 300}, {200}), (std::vector<int>{302, 300}));
+    EXPECT_EQ(foundPids, std::vector<int>{301});
+}
+
+TEST_F(PtyShell, CostsAPause) {
+    ReverseShell detector = Detector({});
+    detector.bashPids = {300, 301};
+    detector.CheckPtyShell(foundPids, foundSocks);
+    EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(200)));
+}
+
+TEST_F(PtyShell, IsDroppedWhenTheStopComesBeforeIt) {
+    ReverseShell detector = Detector({});
+    detector.bashPids = {300, 301, 302};
+    StopAtPause(1);
+    detector.CheckPtyShell(foundPids, foundSocks);
+    EXPECT_EQ(detector.bashPids, std::vector<int>{300});
+    EXPECT_EQ(Log(), std::vector<std::string>{stopped});
+}
+
+TEST_F(PtyShell, HasASocketRecordOfItsOwnForEachShell) {
+    AddRelay(200);
+    Hold(200, 6, ForeignSocket());
+    AddTerminalShell(300, 200);
+    AddProcess(201, 100, folder.Path("relay"), "relay");
+    proc->AddDescriptor(201, 5, PseudoTerminal::Multiplexer());
+    AddTerminalShell(301, 201);
+    EXPECT_EQ(Check({300, 301}, {200, 201}), std::vector<int>{301});
+    EXPECT_EQ(foundPids.size(), foundSocks.size());
+}
+
+}  // namespace

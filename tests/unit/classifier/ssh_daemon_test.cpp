@@ -1,0 +1,51 @@
+#include "classifier/ssh_daemon.h"
+
+#include "classifier_fixture.h"
+
+namespace {
+
+class SshDaemon : public ClassifierTest {
+protected:
+    SshDaemon() : program(folder.Write("sshd", "the daemon")) { sshdInodes = {InodeOf(program)}; }
+
+    std::string program;
+};
+
+TEST_F(SshDaemon, IsKnownByTheInodeOfItsProgram) {
+    AddProcess(300, 1, program, "sshd");
+    EXPECT_TRUE(IsSshdShell(300));
+    EXPECT_EQ(Log(), std::vector<std::string>{"sshd shell"});
+}
+
+TEST_F(SshDaemon, IsStillKnownByAHardLinkUnderAnotherName) {
+    const std::string other = folder.Path("tool");
+    std::filesystem::create_hard_link(program, other);
+    AddProcess(300, 1, other, "tool");
+    EXPECT_TRUE(IsSshdShell(300));
+}
+
+TEST_F(SshDaemon, IsNotKnownByItsName) {
+    AddProcess(300, 1, folder.Write("other/sshd", "an impostor"), "sshd");
+    EXPECT_FALSE(IsSshdShell(300));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(SshDaemon, IsWhatAProcessCountsForWhoseProgramCannotBeTold) {
+    proc->Add({.pid = 300, .ppid = 1, .exe = ""});
+    EXPECT_TRUE(IsSshdShell(300)) << "no link";
+    EXPECT_TRUE(IsSshdShell(301)) << "no process";
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(SshDaemon, IsNotWhatAProcessCountsForWhoseProgramIsGone) {
+    AddProcess(300, 1, program + " (deleted)", "sshd");
+    EXPECT_FALSE(IsSshdShell(300));
+}
+
+TEST_F(SshDaemon, IsNobodyOnAHostWithoutOne) {
+    sshdInodes.clear();
+    AddProcess(300, 1, program, "sshd");
+    EXPECT_FALSE(IsSshdShell(300));
+}
+
+}  // namespace
