@@ -1,5 +1,6 @@
 """Running the agent, and waiting for what it says."""
 
+import datetime
 import json
 import os
 import pathlib
@@ -12,7 +13,7 @@ import time
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
 
-CONTENT_KEYS = [
+PERIOD_SCAN_KEYS = [
     "pid",
     "path",
     "ppid",
@@ -24,6 +25,7 @@ CONTENT_KEYS = [
     "remoteIp",
     "remotePort",
 ]
+INSTANT_SCAN_KEYS = PERIOD_SCAN_KEYS[:6] + ["inode", "sourcePath", "hash"] + PERIOD_SCAN_KEYS[6:]
 EVENT_TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z")
 DETAIL = {"level": 0}
 END_LIMIT_SECONDS = 15
@@ -48,8 +50,17 @@ def parse_event(line):
     assert list(event) == ["eventType", "eventTime", "eventContent"], line
     assert event["eventType"] == "reverse-shell", line
     assert EVENT_TIME.fullmatch(event["eventTime"]), line
-    assert list(event["eventContent"]) == CONTENT_KEYS, line
+    assert list(event["eventContent"]) in (PERIOD_SCAN_KEYS, INSTANT_SCAN_KEYS), line
     return event
+
+
+def is_of_instant_scan(event):
+    return list(event["eventContent"]) == INSTANT_SCAN_KEYS
+
+
+def seconds_of(event):
+    """The event's time in seconds since the epoch."""
+    return datetime.datetime.fromisoformat(event["eventTime"].replace("Z", "+00:00")).timestamp()
 
 
 def contents_of(events, pid):
@@ -137,10 +148,14 @@ class Agent:
                 self._changed.wait(min(left, 1))
                 assert self.runs() or found(), f"the agent ended before {what}; the log is:\n{self.log()}"
 
-    def wait_for_event(self, pid, limit):
-        """The content of the first event about the process."""
-        self._wait(lambda: self.contents(pid), f"an event about process {pid}", limit)
-        return self.contents(pid)[0]
+    def wait_for_event(self, pid, limit, wanted=lambda event: True):
+        """The content of the first event about the process that is wanted."""
+
+        def contents():
+            return contents_of(filter(wanted, self.events()), pid)
+
+        self._wait(contents, f"an event about process {pid}", limit)
+        return contents()[0]
 
     def wait_for_log(self, pattern, limit=10, count=1):
         self._wait(lambda: len(re.findall(pattern, self.log())) >= count, f"log line {pattern}, {count} times", limit)
