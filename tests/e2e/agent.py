@@ -58,6 +58,10 @@ def is_of_instant_scan(event):
     return list(event["eventContent"]) == INSTANT_SCAN_KEYS
 
 
+def is_of_period_scan(event):
+    return list(event["eventContent"]) == PERIOD_SCAN_KEYS
+
+
 def seconds_of(event):
     """The event's time in seconds since the epoch."""
     return datetime.datetime.fromisoformat(event["eventTime"].replace("Z", "+00:00")).timestamp()

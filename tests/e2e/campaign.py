@@ -1,8 +1,8 @@
 """Attacks that are staged together and set off together, so that one pass of the instant scan judges all of them.
 
-The instant scan looks at a process when it has started another one and then been quiet for three seconds, and takes only
-a connection that it has not known for longer than that. So all shells of a campaign get their order, which has them
-start a program, within one second: they come of age in the same pass then, before which no pass has seen their
+The instant scan looks at a process when it has started another one and then been quiet for three seconds, and takes
+only a connection that it has not known for longer than that. So all shells of a campaign get their order, which has
+them start a program, within one second: they come of age in the same pass then, before which no pass has seen their
 connections.
 """
 
@@ -134,7 +134,7 @@ class Campaign:
         return Staged(shells[0], known[shells[0]][1], connection)
 
     def order(self, names, also=()):
-        """Has each shell do something that takes another process, and calls also. All within one second of the clock."""
+        """Has each shell do something that takes another process, and calls also: all within one second."""
         wait_until(lambda: time.time() % 1 < 0.1, "a second begins")
         began = time.time()
         for name in names:
@@ -143,9 +143,6 @@ class Campaign:
         for call in also:
             call()
         assert int(time.time()) == int(began), f"the orders took {time.time() - began} seconds: too long for one pass"
-
-    def shell_of(self, name):
-        return self._attacks[name].shell
 
     def converse(self, name, order, answer):
         orders = self._attacks[name].orders

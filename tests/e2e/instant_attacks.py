@@ -1,14 +1,27 @@
-"""The wirings that the instant scan is shown: which of them it finds, and which it does not and by which rule."""
+"""The wirings that the instant scan is shown: which of them it finds, and which it does not and by which rule.
+
+A wiring must not be judged before its order comes, or its connection, and with it all others, is known by then. So no
+shell that has a terminal, or waits on a connection, may start a program while it is being staged.
+"""
 
 import os
 import pathlib
 import shutil
+import sys
 
 from campaign import ATTACKS, PYTHON, Attack, sha256
 from stage import BASH, ON_LINE, Process, loopback, socketpair, tcp
 
 DASH = "/usr/bin/dash"
 LOOP = 'while read -r line; do eval "$line"; done'
+DEV_TCP = "bash -i on /dev/tcp, which waits in select"
+IPV6 = "peer over IPv6"
+MAPPED = "peer over IPv4 on an IPv6 socket"
+TWO_ADDRESSES = "connection from 127.0.0.1 to 127.0.0.2: two addresses"
+COMMAND_OVER_IPV6 = "bash -c over IPv6: only TCP over IPv4 is excused"
+HOSTILE_CMDLINE = "hostile command line"
+RELAYED = "pipe from a parent that reads the connection"
+EXEMPT = "whitelist entry that the command line begins with"
 READING = "bash in a read of the connection"
 DASH_READING = "dash in a read of the connection"
 TWINS = "two shells on one connection"
@@ -23,6 +36,7 @@ CAT = "cat as the relay: it starts nothing, and so is not looked at"
 # The kernel keeps the port, but its table says 0: raw_sock_seq_show in net/ipv4/raw.c.
 RAW = "Unix socket, and a raw socket of the parent with a remote port: the kernel does not show it"
 RAW_PORTLESS = "Unix socket, and a raw socket of the parent without a remote port: nobody to name"
+TERMINAL_OF_DAEMON = "terminal of a program with the ssh daemon's inode, whatever its name"
 ORPHAN = "shell under init: what it starts is left out"
 FED_LOCALLY = "pipe from a child that has no socket: nobody to name"
 FED = "pipe from a child that has a new connection: taken for a client"
@@ -86,6 +100,12 @@ class Site:
         self.unlisted = str(self._program(directory / "unlisted", b"unlisted"))
         self.script = str(directory / "script.sh")
         pathlib.Path(self.script).write_text(LOOP + "\n")
+        # A directory for the agent's search path, with a program in it that passes for the ssh daemon.
+        self.sbin = directory / "sbin"
+        self.sbin.mkdir()
+        shutil.copy(os.path.realpath(sys.executable), self.sbin / "sshd")
+        self.renamed_daemon = str(directory / "renamed")
+        os.link(self.sbin / "sshd", self.renamed_daemon)
         self.fifo = str(directory / "fifo")
         os.mkfifo(self.fifo)
 
@@ -130,6 +150,19 @@ def behind_cat(site):
     return under_bash(command, ("bash", "-s", "cat"), holder="outer")
 
 
+def on_terminal_of_grandparent(site):
+    shell = interactive("grandchild")
+    between = (*PYTHON, str(ATTACKS / "between.py"), BASH, *shell)
+    run = (*PYTHON, str(ATTACKS / "terminal.py"), *between)
+    return Attack({"line": site.line}, {"grandparent": Process({0: "line"}, run=run)}, shell, holder="grandparent")
+
+
+def on_terminal_of_daemon(site):
+    shell = interactive("daemon")
+    run = (site.renamed_daemon, "python3", str(ATTACKS / "terminal.py"), BASH, *shell)
+    return Attack({"line": site.line}, {"daemon": Process({0: "line"}, run=run)}, shell, holder="daemon")
+
+
 def twins(site):
     processes = {name: Process(ON_LINE, run=(DASH, "sh", "-s", name)) for name in ("twin", "other-twin")}
     # The other one reads what comes meanwhile.
@@ -143,12 +176,12 @@ def fed_without_socket(site):
 
 # All by name, as functions of the site. Found in the pass after their first order:
 FOUND = {
-    "bash -i on /dev/tcp, which waits in select": on_dev_tcp,
+    DEV_TCP: on_dev_tcp,
     READING: lambda site: reader(site.line, ("bash", "-s", "reads")),
     DASH_READING: lambda site: reader(site.line, ("sh", "-s", "dash"), DASH),
-    "peer over IPv6": lambda site: reader(site.line_over_ipv6, ("bash", "-s", "ipv6")),
-    "peer over IPv4 on an IPv6 socket": lambda site: reader(site.line_mapped, ("bash", "-s", "mapped")),
-    "connection from 127.0.0.1 to 127.0.0.2: two addresses": lambda site: reader(
+    IPV6: lambda site: reader(site.line_over_ipv6, ("bash", "-s", "ipv6")),
+    MAPPED: lambda site: reader(site.line_mapped, ("bash", "-s", "mapped")),
+    TWO_ADDRESSES: lambda site: reader(
         loopback("127.0.0.2"), ("bash", "-s", "two-addresses"), orders="line.accepted"
     ),
     "hard link of a shell under another name": lambda site: reader(
@@ -157,12 +190,12 @@ FOUND = {
     "copy of a shell under another name": lambda site: reader(
         site.line, ("sync", "-s", "copied"), site.copy, source=site.copy
     ),
-    "bash -c over IPv6: only TCP over IPv4 is excused": lambda site: reader(
+    COMMAND_OVER_IPV6: lambda site: reader(
         site.line_over_ipv6, ("bash", "-c", LOOP, "command-ipv6")
     ),
-    "hostile command line": lambda site: reader(site.line, ("bash", "-s", HOSTILE)),
+    HOSTILE_CMDLINE: lambda site: reader(site.line, ("bash", "-s", HOSTILE)),
     TWINS: twins,
-    "pipe from a parent that reads the connection": lambda site: relayed(site, "read", "bash", "-s", "relayed"),
+    RELAYED: lambda site: relayed(site, "read", "bash", "-s", "relayed"),
     "Python's terminal": lambda site: started_by(
         "terminal.py", {"line": site.line}, {0: "line"}, shell=interactive("pty"), holder="script"
     ),
@@ -180,7 +213,7 @@ SILENT = {
         loopback("127.0.0.1"), ("bash", "-s", "one-address"), orders="line.accepted"
     ),
     PORT_22: lambda site: reader(site.line_from_port_22, ("bash", "-s", "port-22")),
-    "whitelist entry that the command line begins with": lambda site: reader(
+    EXEMPT: lambda site: reader(
         site.line, ("bash", "-s", "exempted-by-prefix")
     ),
     "program that is neither a listed shell nor a copy of one": lambda site: reader(
@@ -194,9 +227,8 @@ SILENT = {
     CAT: behind_cat,
     RAW: lambda site: beside_raw_socket(site, "4444", "raw"),
     RAW_PORTLESS: lambda site: beside_raw_socket(site, "0", "raw-portless"),
-    "terminal of a grandparent: only the parent is looked at": lambda site: on_terminal_of(
-        site.line, "script", "-q", "-c", "bash --norc -i -s grandchild; :", "/dev/null", shell=interactive("grandchild")
-    ),
+    "terminal of a grandparent: only the parent is looked at": on_terminal_of_grandparent,
+    TERMINAL_OF_DAEMON: on_terminal_of_daemon,
     ORPHAN: lambda site: started_by("daemon.py", {"line": site.line}, ON_LINE, shell=("bash", "-s", "orphan")),
     FED_LOCALLY: fed_without_socket,
     FED: lambda site: fed_by_child({"line": site.line}, ON_LINE, ("bash", "-s", "fed")),
@@ -204,3 +236,25 @@ SILENT = {
 
 # The program that an attack needs and a host may lack.
 NEEDED = {NETCAT: "nc", SOCAT: "socat"}
+
+# What the period scan sees of all these: a program called bash whose input or output leads to a foreign connection.
+FOUND_BY_PERIOD_SCAN = {
+    DEV_TCP,
+    READING,
+    IPV6,
+    MAPPED,
+    TWO_ADDRESSES,
+    COMMAND_OVER_IPV6,
+    HOSTILE_CMDLINE,
+    RELAYED,
+    PORT_22,
+    EXEMPT,
+    COMMAND,
+    SCRIPT_FILE,
+    RELAYED_COMMAND,
+    POLLING,
+    NETCAT,
+    CAT,
+    ORPHAN,
+    FED,
+}

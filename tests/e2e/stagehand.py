@@ -1,8 +1,8 @@
 """Builds one wiring: opens its channels, starts its processes on them, and holds everything until its input ends.
 
 Takes the wiring as one line of JSON on standard input and answers with one line: the processes' ids and the addresses
-of the sockets, or an error. See stage.py for what a wiring says. Then, for each further line, it talks on an end that it
-holds. Being the parent of what it starts, it is also the parent that an event names.
+of the sockets, or an error. See stage.py for what a wiring says. Then, for each further line, it talks on an end that
+it holds. Being the parent of what it starts, it is also the parent that an event names.
 """
 
 import ctypes

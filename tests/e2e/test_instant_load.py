@@ -15,8 +15,8 @@ from children import end_child
 from instant_attacks import reader
 from stage import tcp
 
-# Three seconds by a clock that knows whole ones, then at most a second until the next pass. A pass looks at all that the
-# host has started, not at the attack alone, and takes as long as that.
+# Three seconds by a clock that knows whole ones, then at most a second until the next pass. A pass looks at all that
+# the host has started, not at the attack alone, and takes as long as that.
 DELAY = (2.0, 15.0)
 LOAD_SECONDS = 3
 LEAST_LOAD = 150  # processes a second
