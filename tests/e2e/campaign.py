@@ -53,7 +53,7 @@ class Attack:
     holder: object = ""  # what holds the connection: one of the processes, or the arguments of one; none: the shell
     connected: bool = True  # whether there is a connection at all
     orders: str = ""  # the end on which the shell gets its orders; none: the connection, at the attacker's host
-    afterwards: str = ":"  # what the shell does behind the order
+    order: str = ORDER  # what the shell is told to do
     directory: str = ""  # the shell's, if it is not the tests'
     source: object = None  # the event's sourcePath; none: the script that the parent runs
     hash: object = None  # the event's hash; none: that of the shell's program
@@ -134,11 +134,11 @@ class Campaign:
         return Staged(shells[0], known[shells[0]][1], connection)
 
     def order(self, names, also=()):
-        """Has each shell do something that takes another process, and calls also: all within one second."""
+        """Has each shell do what its attack says, and calls also: all within one second."""
         wait_until(lambda: time.time() % 1 < 0.1, "a second begins")
         began = time.time()
         for name in names:
-            self.converse(name, f"{ORDER}; {self._attacks[name].afterwards}\n", ANSWER)
+            self.converse(name, f"{self._attacks[name].order}\n", ANSWER)
             self.ordered[name] = time.time()
         for call in also:
             call()

@@ -9,7 +9,7 @@ import pathlib
 import shutil
 import sys
 
-from campaign import ATTACKS, PYTHON, Attack, sha256
+from campaign import ATTACKS, ORDER, PYTHON, Attack, sha256
 from stage import BASH, ON_LINE, Process, loopback, socketpair, tcp
 
 DASH = "/usr/bin/dash"
@@ -26,6 +26,7 @@ READING = "bash in a read of the connection"
 DASH_READING = "dash in a read of the connection"
 TWINS = "two shells on one connection"
 SOCAT = "socat's terminal"
+BUILT_IN = "shell that starts no process: it is not looked at"
 PORT_22 = "local port 22: taken for a service"
 COMMAND = "bash -c: business"
 SCRIPT_FILE = "shell that runs a script file: business"
@@ -166,7 +167,7 @@ def on_terminal_of_daemon(site):
 def twins(site):
     processes = {name: Process(ON_LINE, run=(DASH, "sh", "-s", name)) for name in ("twin", "other-twin")}
     # The other one reads what comes meanwhile.
-    return Attack({"line": site.line}, processes, ("sh", "-s", "twin"), program=DASH, afterwards="sleep 0.5")
+    return Attack({"line": site.line}, processes, ("sh", "-s", "twin"), program=DASH, order=f"{ORDER}; sleep 0.5")
 
 
 def fed_without_socket(site):
@@ -212,6 +213,7 @@ SILENT = {
     "peer is 127.0.0.1: one address on both sides": lambda site: reader(
         loopback("127.0.0.1"), ("bash", "-s", "one-address"), orders="line.accepted"
     ),
+    BUILT_IN: lambda site: reader(site.line, ("bash", "-s", "built-in"), order="echo $((6*7))-e2e"),
     PORT_22: lambda site: reader(site.line_from_port_22, ("bash", "-s", "port-22")),
     EXEMPT: lambda site: reader(
         site.line, ("bash", "-s", "exempted-by-prefix")
@@ -247,6 +249,7 @@ FOUND_BY_PERIOD_SCAN = {
     COMMAND_OVER_IPV6,
     HOSTILE_CMDLINE,
     RELAYED,
+    BUILT_IN,
     PORT_22,
     EXEMPT,
     COMMAND,

@@ -8,6 +8,7 @@ import contextlib
 import re
 import shutil
 import socket
+import time
 
 import pytest
 
@@ -37,6 +38,9 @@ from instant_attacks import (
 # The clock that tells how long a process has been quiet knows whole seconds.
 LEAST_DELAY = 2.0
 DELAY_LIMIT = 60.0
+ATTEMPTS = 2
+KEEP_UP_SECONDS = 0.1
+KEEP_UP_ATTEMPTS = 50
 
 
 def is_free(address, port):
@@ -61,6 +65,7 @@ class Watch:
     """An agent, what was done to the host before its eyes, and what it said."""
 
     def __init__(self, attacker, directory, cleanup):
+        self.complete = True
         self.missing = missing_for(attacker)
         site = Site(attacker, directory)
         config = {
@@ -89,7 +94,18 @@ class Watch:
         self.events = self.agent.events()
         self.log = self.agent.log()
 
+    def _await_agent_that_keeps_up(self):
+        """One that lags behind what the host starts would spread the orders over two passes."""
+        filtered = re.escape(f"Filter the child process of root.[pid={self.staged[ORPHAN].pid} ")
+        for _ in range(KEEP_UP_ATTEMPTS if ORPHAN not in self.missing else 0):
+            seen, began = len(re.findall(filtered, self.agent.log())), time.monotonic()
+            self.campaign.converse(ORPHAN, f"{ORDER}\n", ANSWER)
+            self.agent.wait_for_log(filtered, DELAY_LIMIT, seen + 1)
+            if time.monotonic() - began < KEEP_UP_SECONDS:
+                return
+
     def _first_orders(self):
+        self._await_agent_that_keeps_up()
         self.campaign.order([name for name in self.staged if name != TWINS] + [TWINS], also=[self._order_others])
         self.ordered = dict(self.campaign.ordered)
         self._await_events(FOUND, is_of_instant_scan)
@@ -118,9 +134,11 @@ class Watch:
         names = [name for name in names if name not in self.missing]
         for name in names:
             self.expected.setdefault(name, self.campaign.expected(name))
-        with contextlib.suppress(AssertionError):
+        try:
             for name in names:
                 self.agent.wait_for_event(self.staged[name].pid, DELAY_LIMIT, wanted)
+        except AssertionError:
+            self.complete = False
 
     def events_about(self, pid, wanted):
         return [event for event in self.events if wanted(event) and event["eventContent"]["pid"] == pid]
@@ -135,8 +153,14 @@ class Watch:
 
 @pytest.fixture(scope="module")
 def watch(attacker, tmp_path_factory):
-    with contextlib.ExitStack() as cleanup:
-        yield Watch(attacker, tmp_path_factory.mktemp("instant"), cleanup)
+    for attempt in range(ATTEMPTS):
+        with contextlib.ExitStack() as cleanup:
+            watch = Watch(attacker, tmp_path_factory.mktemp("instant"), cleanup)
+            # On a host that starts very much at just that moment, two passes share the attacks, and the second one
+            # knows the connections already.
+            if watch.complete or attempt + 1 == ATTEMPTS:
+                yield watch
+                return
 
 
 def skip_if_missing(watch, name):
