@@ -1,5 +1,6 @@
 """Running the agent, and waiting for what it says."""
 
+import datetime
 import json
 import os
 import pathlib
@@ -63,6 +64,19 @@ def parse_event(line):
     else:
         assert list(content) == OPERATION_KEYS[content["operationType"]], line
     return event
+
+
+def is_of_instant_scan(event):
+    return list(event["eventContent"]) == INSTANT_SCAN_KEYS
+
+
+def is_of_period_scan(event):
+    return list(event["eventContent"]) == PERIOD_SCAN_KEYS
+
+
+def seconds_of(event):
+    """The event's time in seconds since the epoch."""
+    return datetime.datetime.fromisoformat(event["eventTime"].replace("Z", "+00:00")).timestamp()
 
 
 def contents_of(events, pid):
@@ -155,10 +169,14 @@ class Agent:
         """Waits for something that the events or the log tell."""
         self._wait(found, what, limit)
 
-    def wait_for_event(self, pid, limit):
-        """The content of the first event about the process."""
-        self._wait(lambda: self.contents(pid), f"an event about process {pid}", limit)
-        return self.contents(pid)[0]
+    def wait_for_event(self, pid, limit, wanted=lambda event: True):
+        """The content of the first event about the process that is wanted."""
+
+        def contents():
+            return contents_of(filter(wanted, self.events()), pid)
+
+        self._wait(contents, f"an event about process {pid}", limit)
+        return contents()[0]
 
     def wait_for_log(self, pattern, limit=10, count=1):
         self._wait(lambda: len(re.findall(pattern, self.log())) >= count, f"log line {pattern}, {count} times", limit)

@@ -13,8 +13,12 @@ LISTENER = pathlib.Path(__file__).with_name("listener.py")
 NAME_PREFIX = "orlim-e2e-"
 
 # Set aside for documentation, so that nobody is reached by mistake. A host may use one for itself all the same.
-IPV4_NETWORKS = ("198.51.100.248/30", "203.0.113.248/30", "192.0.2.248/30")
-IPV6_NETWORKS = ("2001:db8:e2e::/64", "2001:db8:e2f::/64")
+# Several, because several runs may share a host.
+IPV4_NETWORKS = (
+    *("198.51.100.248/30", "203.0.113.248/30", "192.0.2.248/30"),
+    *("198.51.100.244/30", "203.0.113.244/30", "192.0.2.244/30"),
+)
+IPV6_NETWORKS = ("2001:db8:e2e::/64", "2001:db8:e2f::/64", "2001:db8:e30::/64", "2001:db8:e31::/64")
 
 
 def ip(*arguments):

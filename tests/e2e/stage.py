@@ -24,8 +24,8 @@ BASH = os.path.realpath("/bin/bash")
 ON_LINE = {0: "line", 1: "line", 2: "line"}
 
 
-def tcp(address):
-    return ("tcp", address)
+def tcp(address, from_address=None):
+    return ("tcp", address, from_address)
 
 
 def udp(address):
@@ -101,6 +101,10 @@ class Stage:
         self.addresses = answer["addresses"]
 
     @property
+    def parent_pid(self):
+        return self._child.pid
+
+    @property
     def pid(self):
         return self.pids["shell"]
 
@@ -116,7 +120,7 @@ class Stage:
         return {
             "pid": self.pids[process],
             "path": os.path.realpath(self._processes[process].run[0]),
-            "ppid": self._child.pid,
+            "ppid": self.parent_pid,
             "parentPath": os.path.realpath(sys.executable),
             "cmdline": self._processes[process].cmdline(),
             "parentCmdline": f"{sys.executable} {STAGEHAND}",
@@ -125,6 +129,14 @@ class Stage:
             "remoteIp": remote_ip,
             "remotePort": remote_port,
         }
+
+    def converse(self, end, send, until):
+        """What comes out of an end of a channel in answer to send, up to and including until."""
+        self._child.stdin.write(json.dumps({"end": end, "send": send, "until": until}) + "\n")
+        self._child.stdin.flush()
+        answer = json.loads(self._child.stdout.readline())
+        assert "received" in answer, answer
+        return answer["received"]
 
     def close(self):
         end_child(self._child)

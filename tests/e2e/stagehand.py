@@ -1,8 +1,8 @@
 """Builds one wiring: opens its channels, starts its processes on them, and holds everything until its input ends.
 
 Takes the wiring as one line of JSON on standard input and answers with one line: the processes' ids and the addresses
-of the sockets, or an error. See stage.py for what a wiring says. Being the parent of what it starts, it is also the
-parent that an event names.
+of the sockets, or an error. See stage.py for what a wiring says. Then, for each further line, it talks on an end that
+it holds. Being the parent of what it starts, it is also the parent that an event names.
 """
 
 import ctypes
@@ -11,25 +11,31 @@ import fcntl
 import json
 import os
 import pty
+import select
 import signal
 import socket
 import struct
 import sys
+import time
 
 from waiting import wait_until
 
 PR_SET_PDEATHSIG = 1
 FIRST_SPARE_DESCRIPTOR = 100
+REPLY_LIMIT_SECONDS = 10
 C_LIBRARY = ctypes.CDLL(None, use_errno=True)
 
 # An interactive shell reads and writes files of its user otherwise.
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent", "HISTFILE": "/dev/null", "LC_ALL": "C"}
 
 
-def connected(kind, address):
+def connected(kind, address, from_address=None):
     family = socket.AF_INET6 if ":" in address[0] else socket.AF_INET
     opened = socket.socket(family, kind)
     opened.settimeout(10)
+    if from_address is not None:
+        opened.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        opened.bind(tuple(from_address))
     opened.connect(tuple(address))
     opened.setblocking(True)
     if kind == socket.SOCK_STREAM:
@@ -58,7 +64,7 @@ def fifo(path):
 def open_channel(name, kind, arguments):
     """The channel's ends by name: descriptors, or sockets where there is an address to tell."""
     if kind == "tcp":
-        return {name: connected(socket.SOCK_STREAM, arguments[0])}
+        return {name: connected(socket.SOCK_STREAM, *arguments)}
     if kind == "udp":
         return {name: connected(socket.SOCK_DGRAM, arguments[0])}
     if kind == "loopback":
@@ -159,6 +165,22 @@ def build(wiring, processes):
     return ends, {"processes": processes, "addresses": addresses}
 
 
+def converse(ends, request):
+    """Sends text into an end and takes what comes back, up to and including a given text."""
+    end = number_of(ends[request["end"]])
+    os.write(end, request["send"].encode())
+    deadline = time.monotonic() + REPLY_LIMIT_SECONDS
+    received = b""
+    while request["until"].encode() not in received:
+        if not select.select([end], [], [], max(0, deadline - time.monotonic()))[0]:
+            return {"error": f"{request['end']} answers only {received!r}"}
+        block = os.read(end, 65536)
+        if not block:
+            return {"error": f"{request['end']} has ended"}
+        received += block
+    return {"received": received.decode(errors="replace")}
+
+
 def end_sessions(pids):
     """Each process has led a session of its own, so what it has started in turn goes with it."""
     for pid in pids:
@@ -180,7 +202,8 @@ def main():
     try:
         ends, answer = build(json.loads(sys.stdin.readline()), processes)
         print(json.dumps(answer), flush=True)
-        sys.stdin.read()
+        for line in sys.stdin:
+            print(json.dumps(converse(ends, json.loads(line))), flush=True)
         del ends
     except Exception as error:
         print(json.dumps({"error": f"{type(error).__name__}: {error}"}), flush=True)
