@@ -39,8 +39,8 @@ public:
     // An entry of fd/ by any name, whether or not it is a number.
     void AddDescriptorEntry(int pid, const std::string& name, const std::string& link);
 
-    // A file of the process, such as "stack" or "fdinfo/3", or with no pid one of the host, such as "net/tcp". One that is
-    // there already is replaced.
+    // A file of the process, such as "stack" or "fdinfo/3", or with no pid one of the host, such as "net/tcp". One that
+    // is there already is replaced.
     void AddFile(int pid, const std::string& name, const std::string& text);
     void AddFile(const std::string& name, const std::string& text);
 

@@ -1,0 +1,48 @@
+// The count of descriptors that paces all snapshots together begins when the module is loaded.
+#include <unistd.h>
+
+#include "inspect/process_snapshot.h"
+#include "inspect_fixture.h"
+
+namespace {
+
+constexpr int pid = 4242;
+constexpr std::chrono::microseconds manyDescriptorsPause{400};
+
+class ProcessSnapshotCount : public ProcInspectTest {
+protected:
+    void AddDescriptors(int from, int to) {
+        for (int fd = from; fd < to; ++fd) {
+            proc->AddDescriptor(pid, fd, "/dev/null");
+        }
+    }
+
+    static size_t ManyDescriptorsPauses() {
+        TimeRecorder::Reset();
+        ProcInfo info;
+        GetProcInfo(pid, info);
+        return CountOf(TimeRecorder::Pauses(), manyDescriptorsPause);
+    }
+
+    // In a program that has just begun; 0 if the pause came with the two hundredth descriptor and no other.
+    int RunInFreshProgram() {
+        AddDescriptors(0, 99);
+        const size_t withNinetyNine = ManyDescriptorsPauses();
+        AddDescriptors(99, 100);
+        const size_t withOneHundredNinetyNine = ManyDescriptorsPauses();
+        std::filesystem::remove_all(proc->Folder() / std::to_string(pid) / "fd");
+        std::filesystem::create_directory(proc->Folder() / std::to_string(pid) / "fd");
+        AddDescriptors(0, 1);
+        const size_t withTwoHundred = ManyDescriptorsPauses();
+        proc.reset();
+        return withNinetyNine == 0 && withOneHundredNinetyNine == 0 && withTwoHundred == 1 ? 0 : 1;
+    }
+};
+
+TEST_F(ProcessSnapshotCount, BeginsAtZero) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    proc->Add({.pid = pid, .ppid = 77, .exe = "/usr/bin/bash"});
+    EXPECT_EXIT(_exit(RunInFreshProgram()), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
