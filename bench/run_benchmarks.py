@@ -11,6 +11,8 @@ import pathlib
 import subprocess
 import sys
 
+import exec_storm
+
 ADDRESS = "192.0.2.1"
 PASSES = 5
 PROCESSES = (100, 1000, 5000)
@@ -38,29 +40,48 @@ def measure_pass(build, processes, connections, shells):
     return result
 
 
-def print_table(rows):
-    cells = [[title for _, title, _ in COLUMNS]]
-    cells += [[form.format(row[key]) for key, _, form in COLUMNS] for row in rows]
-    widths = [max(len(line[i]) for line in cells) for i in range(len(COLUMNS))]
+def print_table(columns, rows):
+    cells = [[title for _, title, _ in columns]]
+    cells += [[form.format(row[key]) for key, _, form in columns] for row in rows]
+    widths = [max(len(line[i]) for line in cells) for i in range(len(columns))]
     for number, line in enumerate(cells):
         print("| " + " | ".join(cell.rjust(width) for cell, width in zip(line, widths)) + " |")
         if number == 0:
             print("|" + "|".join("-" * (width + 1) + ":" for width in widths) + "|")
 
 
+def measure_passes(build):
+    rows = [measure_pass(build, processes, connections, shells)
+            for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
+    print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
+    print_table(COLUMNS, rows)
+
+
+def measure_storms(build):
+    rows = exec_storm.measure_all(build)
+    print(f"\nA storm of short commands; queue, ages and CPU time of its first {exec_storm.STORM_SECONDS} seconds.\n")
+    print_table(exec_storm.COLUMNS, rows)
+
+
+def measure_services(build):
+    print("\nServices\n", flush=True)
+    subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
+
+
+PARTS = {"passes": measure_passes, "storms": measure_storms, "services": measure_services}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the release build")
+    parser.add_argument("--only", choices=PARTS, help="this part alone")
     arguments = parser.parse_args()
     if os.geteuid() != 0:
         sys.exit("run_benchmarks: needs root, for namespaces of its own")
     build = arguments.build.resolve()
-    rows = [measure_pass(build, processes, connections, shells)
-            for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
-    print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
-    print_table(rows)
-    print("\nServices\n", flush=True)
-    subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
+    for name, measure in PARTS.items():
+        if arguments.only in (None, name):
+            measure(build)
 
 
 if __name__ == "__main__":
