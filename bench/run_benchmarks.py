@@ -11,6 +11,8 @@ import pathlib
 import subprocess
 import sys
 
+import exec_storm
+
 ADDRESS = "192.0.2.1"
 PASSES = 5
 PROCESSES = (100, 1000, 5000)
@@ -75,17 +77,14 @@ def print_table(columns, rows):
             print("|" + "|".join("-" * (width + 1) + ":" for width in widths) + "|")
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the release build")
-    arguments = parser.parse_args()
-    if os.geteuid() != 0:
-        sys.exit("run_benchmarks: needs root, for namespaces of its own")
-    build = arguments.build.resolve()
+def measure_passes(build):
     rows = [measure_pass(build, processes, connections, shells)
             for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
     print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
     print_table(PASS_COLUMNS, rows)
+
+
+def measure_inspections(build):
     print("\nOne refresh of the socket table\n")
     print_table(REFRESH_COLUMNS, [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS)
                                   for sockets in CONNECTIONS])
@@ -95,8 +94,38 @@ def main():
     shell = run_in_own_host(build, "inspect_cost", "shell", RUNS)
     print(f"\nIs a file a shell: {shell['missMs'] * 1000:.2f} µs where its size tells, {shell['hitMs']:.2f} ms where "
           "1 MiB is read")
+
+
+def measure_storms(build):
+    rows = exec_storm.measure_all(build)
+    print(f"\nA storm of short commands; queue, ages and CPU time of its first {exec_storm.STORM_SECONDS} seconds.\n")
+    print_table(exec_storm.COLUMNS, rows)
+
+
+def measure_services(build):
     print("\nServices\n", flush=True)
     subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
+
+
+PARTS = {
+    "passes": measure_passes,
+    "inspection": measure_inspections,
+    "storms": measure_storms,
+    "services": measure_services,
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the release build")
+    parser.add_argument("--only", choices=PARTS, help="this part alone")
+    arguments = parser.parse_args()
+    if os.geteuid() != 0:
+        sys.exit("run_benchmarks: needs root, for namespaces of its own")
+    build = arguments.build.resolve()
+    for name, measure in PARTS.items():
+        if arguments.only in (None, name):
+            measure(build)
 
 
 if __name__ == "__main__":

@@ -1,9 +1,12 @@
 #include "host/services/process_event_service.h"
 
+#include <dlfcn.h>
 #include <poll.h>
 
 #include <array>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
 
 #include "agent/logger.h"
@@ -14,6 +17,26 @@ namespace Host {
 namespace {
 
 constexpr int retryPauseMs = 1000;
+
+// Of which library, and where in it, so that addr2line names the function.
+void ReportLaggard(const EventDispatcher::Laggard& laggard) {
+    const auto address = reinterpret_cast<uintptr_t>(laggard.callback);
+    Dl_info library{};
+    std::string name("an unknown library");
+    if (dladdr(reinterpret_cast<void*>(laggard.callback), &library) != 0 && library.dli_fname != nullptr) {
+        name = std::filesystem::path(library.dli_fname).filename();
+    }
+    const auto offset = static_cast<unsigned long>(address - reinterpret_cast<uintptr_t>(library.dli_fbase));
+    // The kernel's time stamps are of the same clock.
+    const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
+    const std::chrono::nanoseconds behind = now - std::chrono::nanoseconds(laggard.oldestEventNs);
+    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                   "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind and has "
+                   "missed %llu events",
+                   name.c_str(), offset, laggard.threadName.c_str(),
+                   static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
+                   static_cast<unsigned long long>(laggard.overflowed));
+}
 
 }  // namespace
 
@@ -29,13 +52,12 @@ bool ProcessEventService::Add(Callback callback) {
     std::unique_lock lock(mutex_);
     if (dispatcher_.OnOwnThread()) {
         // Nothing stops while a callback is being called.
-        dispatcher_.Add(callback);
-        return true;
+        return AddToDispatcher(callback);
     }
     changed_.wait(lock, [this] { return !changing_; });
-    dispatcher_.Add(callback);
+    const bool added = AddToDispatcher(callback);
     if (running_) {
-        return true;
+        return added;
     }
     changing_ = true;
     lock.unlock();
@@ -62,7 +84,7 @@ void ProcessEventService::Remove(Callback callback) {
             break;
         }
         lock.unlock();
-        dispatcher_.AwaitCallEnd();
+        dispatcher_.AwaitIdle();
         lock.lock();
     }
     changing_ = true;
@@ -77,6 +99,19 @@ void ProcessEventService::Remove(Callback callback) {
 ProcessEventCounters ProcessEventService::Count() const {
     const EventDispatcher::Counters dispatched = dispatcher_.Count();
     return {received_, dispatched.delivered, dispatched.overflowed, kernelLosses_, dispatched.queued};
+}
+
+bool ProcessEventService::AddToDispatcher(Callback callback) {
+    try {
+        dispatcher_.Add(callback);
+        return true;
+    } catch (const std::system_error& error) {
+        if (threadPacer_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
+                           "a callback gets no process events until there is a thread for it: %s", error.what());
+        }
+        return false;
+    }
 }
 
 bool ProcessEventService::Start() {
@@ -132,7 +167,10 @@ void ProcessEventService::ReadEvents() {
         const ProcessConnector::Received received = connector_->Receive(batch);
         received_ += batch.events.size();
         kernelLosses_ += received.losses;
-        ReportLosses(received.losses, dispatcher_.Push(batch.events));
+        ReportKernelLosses(received.losses);
+        for (const EventDispatcher::Laggard& laggard : dispatcher_.Push(batch.events)) {
+            ReportLaggard(laggard);
+        }
         if (received.error != 0) {
             if (errorPacer_.MayLog()) {
                 LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
@@ -145,16 +183,11 @@ void ProcessEventService::ReadEvents() {
     }
 }
 
-void ProcessEventService::ReportLosses(unsigned int kernelLosses, size_t overflowed) {
-    if (kernelLosses != 0 && kernelLossPacer_.MayLog()) {
+void ProcessEventService::ReportKernelLosses(unsigned int losses) {
+    if (losses != 0 && kernelLossPacer_.MayLog()) {
         LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
                        "the kernel has dropped process events, %llu times since the start: its buffer was full",
                        static_cast<unsigned long long>(kernelLosses_.load()));
-    }
-    if (overflowed != 0 && overflowPacer_.MayLog()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
-                       "process events were dropped, %llu since the start: the callbacks are too slow",
-                       static_cast<unsigned long long>(dispatcher_.Count().overflowed));
     }
 }
 

@@ -1,4 +1,4 @@
-// Process events from the kernel's socket to the callbacks: who starts and who stops the two threads.
+// Process events from the kernel's socket to the callbacks: who starts and who stops the threads.
 #pragma once
 
 #include <atomic>
@@ -36,7 +36,7 @@ public:
     ProcessEventService(const ProcessEventService&) = delete;
     ProcessEventService& operator=(const ProcessEventService&) = delete;
 
-    // As TavUtils::ProcessMonitor::AddProcessEventCallback.
+    // As TavUtils::ProcessMonitor::AddProcessEventCallback; false also when the system gives no thread for the callback.
     bool Add(Callback callback);
 
     // As TavUtils::ProcessMonitor::RemoveProcessEventCallback. The stop is left to the next Remove of another thread if
@@ -46,11 +46,12 @@ public:
     ProcessEventCounters Count() const;
 
 private:
+    bool AddToDispatcher(Callback callback);
     bool Start();
     std::string TryStart();
     void Stop();
     void ReadEvents();
-    void ReportLosses(unsigned int kernelLosses, size_t overflowed);
+    void ReportKernelLosses(unsigned int losses);
 
     EventDispatcher dispatcher_;
 
@@ -66,7 +67,7 @@ private:
 
     LogPacer kernelLossPacer_;
     LogPacer errorPacer_;
-    LogPacer overflowPacer_;
+    LogPacer threadPacer_;
     std::atomic<uint64_t> received_ = 0;
     std::atomic<uint64_t> kernelLosses_ = 0;
 };

@@ -6,15 +6,17 @@
 
 namespace Host {
 
+// An event makes one call of each callback for each time that it was added. received counts events, the next three count
+// calls; what a removed callback had waiting is in none of them.
 struct ProcessEventCounters {
     uint64_t received;      // fork and exec events taken from the kernel
-    uint64_t delivered;     // events handed to the callbacks
-    uint64_t overflowed;    // events dropped because the queue was full
-    uint64_t kernelLosses;  // times the kernel reported that it had dropped events (ENOBUFS)
-    uint64_t queued;        // events waiting at this moment
+    uint64_t delivered;     // calls of callbacks that have ended
+    uint64_t overflowed;    // calls that were not made because the callback's queue was full
+    uint64_t kernelLosses;  // times the kernel reported that it had dropped events (ENOBUFS), of unknown number
+    uint64_t queued;        // calls waiting at this moment, of all callbacks together
 };
 
-// Counts since the agent started. Any thread.
+// Since the agent started. Any thread.
 ProcessEventCounters GetProcessEventCounters();
 
 // Asks the kernel for process events and listens no longer than half a second. Empty if they come; otherwise one

@@ -10,6 +10,6 @@
 // none. Called by the thread that starts the module.
 bool InitTmpCommandPaths(const std::set<std::string>& shells);
 
-// Notes the exec of a short command; any other event and null are ignored. Called on the process monitor's thread.
-// Costs 0.5 ms a byte of the command line, for every exec on the host.
+// Notes the exec of a short command; any other event and null are ignored. Called on a thread of the process monitor's
+// that serves nothing else. Costs 0.5 ms a byte of the command line, for every exec on the host.
 void OnTmpProcEvent(proc_event* event);

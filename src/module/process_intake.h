@@ -12,8 +12,8 @@
 // Guarded by pidMapLock. Kept when the module stops.
 inline std::map<int, unsigned long> intakeMap;
 
-// Notes the process that has forked, and its parent; any other event and null are ignored. Called on the process
-// monitor's thread. Costs the pauses of one look at a process's parent.
+// Notes the process that has forked, and its parent; any other event and null are ignored. Called on a thread of the
+// process monitor's that serves nothing else. Costs the pauses of one look at a process's parent.
 void OnProcessEvent(proc_event* event);
 
 // One fork event's worth of the above. Children of init, processes that have gone and the agent itself are not noted.

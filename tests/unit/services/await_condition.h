@@ -23,16 +23,21 @@ inline bool Await(const std::function<bool()>& condition) {
     return true;
 }
 
-// How many threads of this process have that name.
-inline int ThreadsNamed(const std::string& name) {
+// How many threads of this process have a name that begins so.
+inline int ThreadsNamedLike(const std::string& prefix) {
     int count = 0;
     std::error_code error;
     for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task", error)) {
         std::string comm;
-        std::getline(std::ifstream(thread.path() / "comm"), comm);
-        count += comm == name ? 1 : 0;
+        std::getline(std::ifstream(thread.path() / "comm"), comm, '\0');
+        count += comm.starts_with(prefix) ? 1 : 0;
     }
     return count;
+}
+
+// How many threads of this process have that name.
+inline int ThreadsNamed(const std::string& name) {
+    return ThreadsNamedLike(name + "\n");
 }
 
 }  // namespace TestSupport
