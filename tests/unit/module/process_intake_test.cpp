@@ -252,6 +252,19 @@ TEST_F(SocketAge, MayNotBeMoreThanThreeSeconds) {
     EXPECT_FALSE(CountsWhenSeen(6));
 }
 
+TEST_F(ProcessIntake, JudgesByATableOfSocketsThatIsReadAgainForAnUnknownOne) {
+    AddShell(forker, grandparent);
+    const KernelObject socket = objects.Socket();
+    Hold(forker, 0, socket);
+    Block(forker, "inet_recvmsg", 0);
+    proc->AddFile("net/tcp",
+                  "   0: 036433C6:9C41 070200C0:115C 01 00000000:00000000 00:00000000 00000000     0        0 " +
+                      std::to_string(socket.inode) + " 1 0000000000000000 20 4 30 10 -1\n");
+    intakeMap[forker] = 1;
+    Tick();
+    EXPECT_TRUE(HasLogged("found type 1 rshell.[pid=5000002]"));
+}
+
 TEST_F(ProcessIntake, LeavesTheWeedingAtAStop) {
     AddShell(forker, grandparent);
     AddShell(child, grandparent);
