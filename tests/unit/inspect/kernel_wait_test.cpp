@@ -75,6 +75,7 @@ TEST(BlockedDescriptor, IsTheFirstArgumentOfARead) {
         {"63 0x0 0x1", 0},
         {"45 0xff 0x1", 255},
         {"45 ff", 255},
+        {"0 0xdeadbeef00000003 0x1", 3},
         {"0 3", 3},
         {"-1 0x7ffd 0x7fb0", 0x7ffd},
         {"running", 0},
@@ -89,6 +90,7 @@ TEST(BlockedDescriptor, IsTheFirstArgumentOfARead) {
 
 TEST(BlockedDescriptor, IsZeroForASelectThatWatchesNothingElse) {
     EXPECT_EQ(BlockedDescriptor("270 0x1 0x7ffd57dbc710 0x0", "do_select"), 0UL);
+    EXPECT_EQ(BlockedDescriptor("270 0xdeadbeef00000001 0x7ffd57dbc710 0x0", "do_select"), 0UL);
     for (const char* line : {"270 0x0 0x0", "270 0x2 0x7ffd", "270 0x3 0x7ffd", "270 0x11 0x7ffd", "running", "270",
                              "270 0xffffffffffffffff"}) {
         EXPECT_EQ(BlockedDescriptor(line, "do_select"), std::nullopt) << line;
