@@ -21,6 +21,7 @@ FIRST_PASS_SECONDS = 22  # the period scan's first pass is over then, and the ne
 STORM_SECONDS = 10  # before the attack; the storm goes on until the attack is reported
 PATIENCE_SECONDS = 45  # from the attack on
 
+# Each age is the greatest that an event had when the callback was called that works on forks, or on execs.
 COLUMNS = (
     ("rate", "exec/s", "{:d}"),
     ("length", "bytes", "{:d}"),

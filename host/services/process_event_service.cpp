@@ -31,8 +31,8 @@ void ReportLaggard(const EventDispatcher::Laggard& laggard) {
     const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
     const std::chrono::nanoseconds behind = now - std::chrono::nanoseconds(laggard.oldestEventNs);
     LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
-                   "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind and has "
-                   "missed %llu events",
+                   "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
+                   "missed so far: %llu",
                    name.c_str(), offset, laggard.threadName.c_str(),
                    static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
                    static_cast<unsigned long long>(laggard.overflowed));

@@ -1,6 +1,7 @@
 #include "host/services/event_dispatcher.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
 #include <algorithm>
 #include <atomic>
@@ -68,6 +69,20 @@ TEST(EventDispatcher, DeliversInOrderAndTheRecordUnchanged) {
     for (size_t i = 0; i < taken.size(); ++i) {
         ASSERT_EQ(taken[i], i / 2);
     }
+}
+
+std::atomic<int> slackNs = 0;
+
+void NoteTimerSlack(proc_event*) {
+    slackNs = prctl(PR_GET_TIMERSLACK, 0UL, 0UL, 0UL, 0UL);
+}
+
+TEST(EventDispatcher, PausesOfCallbacksAreNotStretched) {
+    EventDispatcher dispatcher;
+    dispatcher.Add(NoteTimerSlack);
+    dispatcher.Push(NumberedEvents(1));
+    dispatcher.Start();
+    EXPECT_TRUE(Await([] { return slackNs == 1; }));
 }
 
 TEST(EventDispatcher, AFunctionAddedAgainIsCalledOnceMoreFromTheNextEventOn) {
