@@ -1,7 +1,8 @@
 // Starts short commands at a steady rate, one child process each, until its standard input ends. Prints one JSON object
 // then.
 //
-// Usage: exec_storm COMMAND RATE LENGTH, in commands a second and in bytes of a command's line
+// Usage: exec_storm COMMAND RATE LENGTH ALIVE, in commands a second, bytes of a command's line, and milliseconds that a
+// command lives
 
 #include <poll.h>
 #include <signal.h>
@@ -27,11 +28,13 @@ bool InputEnded() {
 }
 
 // A process that starts commands late catches up, so that the rate is that of the whole run.
-long StartCommands(const char* command, long rate, size_t length) {
+long StartCommands(const char* command, long rate, size_t length, const char* alive) {
     std::string name("cmd");
     std::string argument(length - std::min(length, name.size() + 2), 'A');
     std::array<char*, 3> arguments{name.data(), argument.data(), nullptr};
-    std::array<char*, 1> environment{nullptr};
+    // Not as an argument: the length of the line is given.
+    std::string variable = std::string("STORM_ALIVE_MS=") + alive;
+    std::array<char*, 2> environment{variable.data(), nullptr};
     const nanoseconds gap(1000000000L / rate);
     long started = 0;
     for (auto due = steady_clock::now(); !InputEnded(); due += gap) {
@@ -45,15 +48,15 @@ long StartCommands(const char* command, long rate, size_t length) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const long rate = argc == 4 ? strtol(argv[2], nullptr, 10) : 0;
+    const long rate = argc == 5 ? strtol(argv[2], nullptr, 10) : 0;
     if (rate <= 0) {
-        fprintf(stderr, "usage: exec_storm COMMAND RATE LENGTH\n");
+        fprintf(stderr, "usage: exec_storm COMMAND RATE LENGTH ALIVE\n");
         return 2;
     }
     // The kernel takes the ended commands away itself.
     signal(SIGCHLD, SIG_IGN);
     const auto began = steady_clock::now();
-    const long started = StartCommands(argv[1], rate, strtoul(argv[3], nullptr, 10));
+    const long started = StartCommands(argv[1], rate, strtoul(argv[3], nullptr, 10), argv[4]);
     const std::chrono::duration<double> took = steady_clock::now() - began;
     printf("{\"started\": %ld, \"seconds\": %.3f}\n", started, took.count());
     return 0;

@@ -15,8 +15,11 @@ from attacker import Attacker  # noqa: E402
 from children import end_child  # noqa: E402
 from stage import BASH, ON_LINE, Process, reverse_shell  # noqa: E402
 
-RATES = (100, 500, 2000)
-LENGTHS = (20, 2000)
+# Commands a second, bytes of a command's line, milliseconds that a command lives beyond its start.
+STORMS = tuple((rate, length, 0) for length in (20, 2000) for rate in (100, 500, 2000)) + (
+    (100, 20, 100),
+    (100, 2000, 100),
+)
 FIRST_PASS_SECONDS = 22  # the period scan's first pass is over then, and the next one is a day away
 STORM_SECONDS = 10  # before the attack; the storm goes on until the attack is reported
 PATIENCE_SECONDS = 45  # from the attack on
@@ -25,6 +28,7 @@ PATIENCE_SECONDS = 45  # from the attack on
 COLUMNS = (
     ("rate", "exec/s", "{:d}"),
     ("length", "bytes", "{:d}"),
+    ("alive", "alive ms", "{:d}"),
     ("achieved", "achieved", "{:.0f}"),
     ("queued", "queued", "{:d}"),
     ("forkAge", "fork age s", "{:.2f}"),
@@ -81,10 +85,10 @@ class Watch:
 
 
 class Storm:
-    def __init__(self, build, rate, length):
+    def __init__(self, build, rate, length, alive):
         programs = build / "bin"
         self._child = subprocess.Popen(
-            [programs / "exec_storm", programs / "short_command", str(rate), str(length)],
+            [programs / "exec_storm", programs / "short_command", str(rate), str(length), str(alive)],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             text=True,
@@ -107,13 +111,13 @@ def greatest_age(callbacks, kind):
     )
 
 
-def measure(build, attacker, rate, length):
+def measure(build, attacker, rate, length, alive):
     with contextlib.ExitStack() as cleanup:
         watch = Watch(build)
         cleanup.callback(watch.close)
         time.sleep(FIRST_PASS_SECONDS)
         before = watch.counters()
-        storm = Storm(build, rate, length)
+        storm = Storm(build, rate, length, alive)
         cleanup.callback(storm.close)
         time.sleep(STORM_SECONDS)
         at_attack = watch.counters()
@@ -126,6 +130,7 @@ def measure(build, attacker, rate, length):
     return {
         "rate": rate,
         "length": length,
+        "alive": alive,
         "achieved": achieved,
         "queued": at_attack["queued"],
         "forkAge": greatest_age(at_attack["callbacks"], "fork"),
@@ -140,6 +145,6 @@ def measure(build, attacker, rate, length):
 def measure_all(build):
     attacker = Attacker()
     try:
-        return [measure(build, attacker, rate, length) for length in LENGTHS for rate in RATES]
+        return [measure(build, attacker, *storm) for storm in STORMS]
     finally:
         attacker.close()
