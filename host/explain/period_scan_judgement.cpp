@@ -19,25 +19,27 @@ std::shared_ptr<Candidate> FindCandidate(const ReverseShellDetector& detector, i
     return found == detector.bashProcs.end() ? nullptr : *found;
 }
 
-// What descriptor 0 or 1 holds, as far as it matters to the scan; empty if nothing that leads on.
+// What a descriptor of the candidate holds, as far as it matters to the scan; empty if nothing that leads on.
 std::string HeldText(const Scene& scene, const Candidate& candidate, int fd) {
     const auto held = candidate.fds.find(fd);
     if (held == candidate.fds.end() || held->second.inode == ReverseShellDetector::INVALID_INODE) {
         return "";
     }
     const auto inode = static_cast<unsigned long>(held->second.inode);
-    return "descriptor " + std::to_string(fd) + " holds " +
-           (held->second.type == ReverseShellDetector::INODE_SOCKET ? SocketText(scene, inode)
-                                                                    : "pipe " + std::to_string(inode));
+    return held->second.type == ReverseShellDetector::INODE_SOCKET ? SocketText(scene, inode)
+                                                                   : "pipe " + std::to_string(inode);
 }
 
 bool CheckDescriptors(const Scene& scene, const Candidate& candidate, Judgement& judgement) {
     const std::string input = HeldText(scene, candidate, 0);
     const std::string output = HeldText(scene, candidate, 1);
-    const std::string both = input + (input.empty() || output.empty() ? "" : ", ") + output;
-    return judgement.Check(!both.empty(), both,
-                           "neither descriptor 0 nor descriptor 1 holds a pipe or a socket" +
-                               std::string(candidate.fds.empty() ? ", nor does any of the lowest six" : ""));
+    std::string held = "descriptors 0 and 1 hold " + input;
+    if (input != output) {
+        held = input.empty() ? "" : "descriptor 0 holds " + input;
+        held += output.empty() ? "" : (input.empty() ? "" : ", ") + ("descriptor 1 holds " + output);
+    }
+    return judgement.Check(!input.empty() || !output.empty(), held,
+                           "neither descriptor 0 nor descriptor 1 holds a pipe or a socket");
 }
 
 void CheckCandidate(const Scene& scene, const ReverseShellDetector& detector, const OwnEvent* event,
@@ -55,11 +57,10 @@ void CheckCandidate(const Scene& scene, const ReverseShellDetector& detector, co
                          "a pattern of the whitelist matches its command line")) {
         return;
     }
-    judgement.Check(event != nullptr,
-                    "over pipes and sockets that it shares with children of " + NameOf(scene, candidate->ppid) +
-                        ", or at once, it leads to " + (event == nullptr ? "" : event->connection),
-                    "neither they, nor what children of the same parent, " + NameOf(scene, candidate->ppid) +
-                        ", hold beside them, is a connection with another host");
+    const std::string parent = NameOf(scene, candidate->ppid);
+    judgement.Check(
+        event != nullptr, "the search from there meets the connection " + (event == nullptr ? "" : event->connection),
+        "the search from there, among shells and children of " + parent + ", meets no connection with another host");
 }
 
 }  // namespace
