@@ -50,7 +50,7 @@ Judgement JudgeByShellFile(const Scene& scene) {
     if (judgement.reported) {
         judgement.verdict = "at its exec, as a copy of " + events.front().path;
     } else if (IsShellFile(path)) {
-        judgement.verdict = "but any change to the file";
+        judgement.verdict = "only a change of the file";
     }
     return judgement;
 }

@@ -31,9 +31,9 @@ bool CheckAbnormal(const Scene& scene, unsigned long inode, SocketInfo& sock, bo
 }
 
 void NoteSocketAge(int pid, int seconds, Judgement& judgement) {
-    judgement.Note("a running agent takes the socket only if it first saw it " + std::to_string(seconds) +
-                   " s before its look or later; nothing tells the age of a socket, the process has run for " +
-                   AgeText(pid));
+    judgement.Note("a running agent takes the socket only while it is new, first seen at most " +
+                   std::to_string(seconds) +
+                   " s before the look; the age of a socket cannot be read, the process has run for " + AgeText(pid));
 }
 
 }  // namespace Host

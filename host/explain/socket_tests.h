@@ -13,7 +13,7 @@ bool CheckAbnormal(const Scene& scene, unsigned long inode, SocketInfo& sock, bo
 // Why the module does not take the socket in its table for abnormal, in words.
 std::string WhyNotAbnormal(unsigned long inode);
 
-// Adds how much older than the agent's look the socket may be.
+// Adds how old a socket may be that a running agent counts, and what is known of this one's age.
 void NoteSocketAge(int pid, int seconds, Judgement& judgement);
 
 }  // namespace Host
