@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from agent import run_to_end, write_config
+from agent import Scan, run_to_end, write_config
 from stage import ON_LINE, Process, Stage, companion, pipe, reverse_shell, shell, tcp, terminal
 from test_command_line import NOBODY, assert_refused, copied_program, open_directory  # noqa: F401
 
@@ -64,16 +64,20 @@ def test_shell_on_a_connection_is_explained_as_reported(attacker):
             assert said.refusals(detection) == []
         assert said.reporters == f"{PERIOD_SCAN}; {SOCKET_WAIT}"
         assert said.refusals("shell file protection, copy")
+        assert Scan().contents(stage.pid) == [stage.expected_content()]
 
 
-def test_shell_on_a_terminal_is_explained_as_silent_with_reasons():
-    with Stage({"terminal": terminal()}, {"shell": shell("typed", ON_TERMINAL)}) as stage:
+def test_shell_on_a_terminal_is_explained_as_silent_with_reasons(attacker):
+    # A foreign connection elsewhere, so that there is something that could be found.
+    witness = reverse_shell(attacker, shell("witness", ON_LINE))
+    with witness, Stage({"terminal": terminal()}, {"shell": shell("typed", ON_TERMINAL)}) as stage:
         said = Explanation(stage.pid)
         assert said.reporters == ""
         assert not any(said.reports(detection) for detection in DETECTIONS)
         assert all(said.refusals(detection) for detection in DETECTIONS[:-1])
         assert said.refusals(PERIOD_SCAN) == ["neither descriptor 0 nor descriptor 1 holds a pipe or a socket"]
         assert re.search(r"0,1,2  /dev/pts/\d+\n.*other end: ", said.wiring)
+        assert Scan().contents(stage.pid) == []
 
 
 def test_terminal_of_a_connected_parent_is_explained_as_reported(attacker):
