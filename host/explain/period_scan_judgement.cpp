@@ -51,8 +51,7 @@ void CheckCandidate(const Scene& scene, const ReverseShellDetector& detector, co
     if (!CheckDescriptors(scene, *candidate, judgement)) {
         return;
     }
-    const bool listed = TavUtils::StringProcess::IsMatchingShellWildcardList(scene.processes.at(scene.pid).cmdline,
-                                                                             *CurrentWhitelist());
+    const bool listed = TavUtils::StringProcess::IsMatchingShellWildcardList(candidate->cmdline, *CurrentWhitelist());
     if (!judgement.Check(!listed, "no pattern of the whitelist matches its command line",
                          "a pattern of the whitelist matches its command line")) {
         return;

@@ -36,7 +36,7 @@ TEST_F(ShellFileJudgement, CopyUnderAnotherNameIsReportedWithTheShell) {
     const Judgement judgement = JudgeByShellFile(ReadScene(child.Pid()));
     EXPECT_TRUE(judgement.reported);
     EXPECT_THAT(judgement.verdict, HasSubstr("as a copy of " + std::filesystem::canonical("/bin/bash").string()));
-    for (const Test& test : judgement.tests) {
+    for (const auto& test : judgement.tests) {
         EXPECT_EQ(test.mark, Mark::ok) << test.text;
     }
 }
@@ -54,7 +54,7 @@ TEST_F(ShellFileJudgement, OtherProgramFailsByItsSizeOrItsContent) {
         const Judgement judgement = JudgeByShellFile(ReadScene(child.Pid()));
         EXPECT_FALSE(judgement.reported);
         size_t refusals = 0;
-        for (const Test& test : judgement.tests) {
+        for (const auto& test : judgement.tests) {
             if (test.mark == Mark::no) {
                 EXPECT_THAT(test.text, HasSubstr(row.reason));
                 ++refusals;
