@@ -70,8 +70,12 @@ std::string RefusalText(const std::string& name, const std::string& process, int
     if (::stat(process.c_str(), &status) == 0) {
         owner = ", which belongs to " + TavUtils::UserInfo::GetUserNameByUid(status.st_uid) + ",";
     }
-    return name + owner + " does not show its program and descriptors to user " +
-           TavUtils::UserInfo::GetUserNameByUid(::geteuid()) + ". Run this as root, with CAP_SYS_PTRACE";
+    const std::string refused = name + owner + " does not show its program and descriptors to ";
+    if (::geteuid() == 0) {
+        return refused + "root here: the system protects it, or CAP_SYS_PTRACE is missing";
+    }
+    return refused + "user " + TavUtils::UserInfo::GetUserNameByUid(::geteuid()) +
+           ". Run this as root, with CAP_SYS_PTRACE";
 }
 
 }  // namespace
