@@ -60,7 +60,7 @@ void AddModuleOption(CLI::App& command, Options& options) {
 void AddExplainOptions(CLI::App& command, Options& options) {
     command.add_option("PID", options.pid, "Id of the process")
         ->required()
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()).description("above 0"))
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""))
         ->type_name("");
     command.add_flag("--dot", options.dot, "Print the wiring alone, as a graph for Graphviz");
 }
