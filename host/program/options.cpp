@@ -1,6 +1,8 @@
 #include "host/program/options.h"
 
 #include <CLI/CLI.hpp>
+#include <limits>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -20,6 +22,10 @@ constexpr const char* footer =
     "  orlim-agent run --config /etc/orlim/orlim-agent.json\n"
     "                                                      watch until SIGTERM or SIGINT\n"
     "  orlim-agent scan > findings.jsonl                   look for reverse shells once\n"
+    "  orlim-agent explain 4711                            see how a process is wired, and why it is or is not "
+    "reported\n"
+    "  orlim-agent explain 4711 --dot | dot -Tsvg > 4711.svg\n"
+    "                                                      the same wiring as a picture\n"
     "\n"
     "Signals (run):\n"
     "  SIGTERM, SIGINT  stop the module, write what is queued, leave\n"
@@ -28,22 +34,41 @@ constexpr const char* footer =
     "\n"
     "Exit status:\n"
     "  0  done (check: nothing essential is missing)\n"
-    "  1  the module or a step of the start failed (check: something essential is missing)\n"
+    "  1  the module or a step of the start failed (check: something essential is missing; explain: the process "
+    "cannot\n"
+    "     be looked at)\n"
     "  2  the command line or the configuration is wrong\n"
     "\n"
     "The agent has to run as root, or with CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH, CAP_NET_ADMIN and CAP_SYS_ADMIN.\n"
     "Without --config both detection functions run with their defaults, and shells are looked up in\n"
     "/etc/orlim/default_shells and /etc/shells.";
 
-void AddFileOptions(CLI::App& command, Options& options) {
+void AddConfigOption(CLI::App& command, Options& options) {
     command.add_option("--config", options.configFile, "Configuration, JSON with comments; defaults without it")
         ->type_name("FILE");
+    command.footer("See orlim-agent --help for examples, signals and exit status.");
+}
+
+void AddModuleOption(CLI::App& command, Options& options) {
     command
         .add_option("--module", options.moduleFile,
                     "Detection module, liborlim_detect-shell.so; looked up beside the agent and in the library "
                     "directories without it")
         ->type_name("FILE");
-    command.footer("See orlim-agent --help for examples, signals and exit status.");
+}
+
+void AddExplainOptions(CLI::App& command, Options& options) {
+    command.add_option("PID", options.pid, "Id of the process")
+        ->required()
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""))
+        ->type_name("");
+    command.add_flag("--dot", options.dot, "Print the wiring alone, as a graph for Graphviz");
+}
+
+Command CommandOf(const CLI::App& app) {
+    static const std::map<std::string, Command> commands{
+        {"run", Command::run}, {"scan", Command::scan}, {"check", Command::check}, {"explain", Command::explain}};
+    return commands.at(app.get_subcommands().front()->get_name());
 }
 
 // The library says of a misspelt command only that one is missing.
@@ -53,9 +78,9 @@ std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
     }
     const std::vector<std::string> rest = app.remaining();
     if (rest.empty()) {
-        return "a command is missing: run, scan or check";
+        return "a command is missing: run, scan, check or explain";
     }
-    return rest.front() + " is not a command; the commands are run, scan and check";
+    return rest.front() + " is not a command; the commands are run, scan, check and explain";
 }
 
 }  // namespace
@@ -70,9 +95,14 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
     CLI::App* run = app.add_subcommand("run", "Watch this host until told to stop");
     CLI::App* scan = app.add_subcommand("scan", "Look for reverse shells once, then leave");
     CLI::App* check = app.add_subcommand("check", "Tell what this host lacks for the detection, and what that costs");
-    for (CLI::App* command : {run, scan, check}) {
-        AddFileOptions(*command, options);
+    CLI::App* explain = app.add_subcommand("explain", "Tell how a process is wired, and why it is or is not reported");
+    for (CLI::App* command : {run, scan, check, explain}) {
+        AddConfigOption(*command, options);
     }
+    for (CLI::App* command : {run, scan, check}) {
+        AddModuleOption(*command, options);
+    }
+    AddExplainOptions(*explain, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -88,7 +118,7 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
         }
         return parsed;
     }
-    options.command = scan->parsed() ? Command::scan : check->parsed() ? Command::check : Command::run;
+    options.command = CommandOf(app);
     parsed.options = options;
     return parsed;
 }

@@ -6,12 +6,14 @@
 
 namespace Host {
 
-enum class Command { run, scan, check };
+enum class Command { run, scan, check, explain };
 
 struct Options {
     Command command = Command::run;
     std::optional<std::string> configFile;
     std::optional<std::string> moduleFile;
+    int pid = 0;       // to explain
+    bool dot = false;  // the graph of it alone
 };
 
 // Either options, or the status to leave with and what to print before: output on standard output, error on standard

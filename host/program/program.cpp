@@ -9,6 +9,7 @@
 #include "host/program/check_command.h"
 #include "host/program/complain.h"
 #include "host/program/exit_status.h"
+#include "host/program/explain_command.h"
 #include "host/program/options.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
@@ -35,6 +36,8 @@ int Execute(const Options& options) {
             return ScanCommand(options);
         case Command::check:
             return CheckCommand(options);
+        case Command::explain:
+            return ExplainCommand(options);
         case Command::run:
             break;
     }

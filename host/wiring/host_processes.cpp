@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include "agent/files.h"
@@ -46,6 +48,24 @@ DescriptorKind KindOf(const struct stat& file) {
                : DescriptorKind::other;
 }
 
+// A slave's device number tells which it is, 256 to a major; of a master fdinfo does (proc(5)).
+std::optional<unsigned int> TerminalNumber(DescriptorKind kind, const struct stat& file, const std::string& info) {
+    if (kind == DescriptorKind::terminal && major(file.st_rdev) >= firstPtsMajor) {
+        return (major(file.st_rdev) - firstPtsMajor) * 256 + minor(file.st_rdev);
+    }
+    if (kind != DescriptorKind::terminalMultiplexer) {
+        return std::nullopt;
+    }
+    const std::string key = "tty-index:";
+    std::ifstream lines(info);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(key, 0) == 0) {
+            return static_cast<unsigned int>(strtoul(line.c_str() + key.size(), nullptr, 10));
+        }
+    }
+    return std::nullopt;
+}
+
 // Names of a directory's entries; none if it cannot be read.
 std::vector<std::string> EntriesOf(const std::string& path, bool& readable) {
     std::vector<std::string> names;
@@ -58,18 +78,21 @@ std::vector<std::string> EntriesOf(const std::string& path, bool& readable) {
     return names;
 }
 
-bool ReadDescriptors(const std::string& directory, std::vector<HeldDescriptor>& descriptors) {
+bool ReadDescriptors(const std::string& process, std::vector<HeldDescriptor>& descriptors) {
     bool readable = false;
+    const std::string directory = process + "/fd";
     for (const std::string& name : EntriesOf(directory, readable)) {
         const std::optional<int> number = NumberOf(name);
         struct stat file {};
         if (!number || stat((directory + "/" + name).c_str(), &file) != 0) {
             continue;
         }
+        const DescriptorKind kind = KindOf(file);
         descriptors.push_back({.number = *number,
-                               .kind = KindOf(file),
+                               .kind = kind,
                                .object = {file.st_dev, file.st_ino},
-                               .link = TavUtils::FileAttribute::GetRealLink(directory + "/" + name)});
+                               .link = TavUtils::FileAttribute::GetRealLink(directory + "/" + name),
+                               .terminal = TerminalNumber(kind, file, process + "/fdinfo/" + name)});
     }
     std::sort(descriptors.begin(), descriptors.end(),
               [](const HeldDescriptor& one, const HeldDescriptor& other) { return one.number < other.number; });
@@ -90,7 +113,7 @@ bool ReadHostProcess(int pid, HostProcess& process) {
     process.ppid = status.ppid;
     process.name = TavUtils::FileAttribute::GetBasename(program);
     process.cmdline = ProcessUtils::GetProcessCmdline(pid);
-    return ReadDescriptors("/proc/" + std::to_string(pid) + "/fd", process.descriptors);
+    return ReadDescriptors("/proc/" + std::to_string(pid), process.descriptors);
 }
 
 std::map<int, HostProcess> ReadHostProcesses() {

@@ -5,6 +5,7 @@
 
 #include <compare>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,8 @@ struct HeldDescriptor {
     int number = 0;
     DescriptorKind kind = DescriptorKind::other;
     ObjectId object;
-    std::string link;  // as /proc shows it; any bytes
+    std::string link;                      // as /proc shows it; any bytes
+    std::optional<unsigned int> terminal;  // number of the pseudo-terminal of which this is one side, as in /dev/pts
 };
 
 struct HostProcess {

@@ -1,5 +1,6 @@
 #include <map>
 #include <set>
+#include <utility>
 
 #include "host/wiring/wiring_label.h"
 #include "host/wiring/wiring_text.h"
@@ -34,13 +35,16 @@ private:
     }
 
     void AddEdge(const WiredProcess& process, const Wire& wire, const std::vector<int>& numbers) {
+        if (!joined_.emplace(process.pid, wire.object).second) {
+            return;
+        }
         text_ += "  " + ProcessNode(process) + " -- " + ObjectNode(wire) + " [label=" + Quoted(NumbersLabel(numbers)) +
                  "];\n";
     }
 
     void AddProcess(const WiredProcess& process) {
         if (process.toldAbove) {
-            return;
+            return;  // its node is there already
         }
         text_ += "  " + ProcessNode(process) + " [shape=box,label=" + Quoted(ProcessLabel(process)) + "];\n";
         for (const Wire& wire : process.wires) {
@@ -52,13 +56,24 @@ private:
             AddEdge(process, wire, wire.numbers);
             for (const WiredProcess& sharer : wire.sharers) {
                 AddProcess(sharer);
+                AddEdge(sharer, wire, sharer.numbers);
             }
+            AddUntold(wire);
+        }
+    }
+
+    void AddUntold(const Wire& wire) {
+        if (wire.untold != 0) {
+            const std::string node = "more" + std::to_string(objects_.at(wire.object));
+            text_ += "  " + node + " [shape=plaintext,label=" + Quoted("and " + std::to_string(wire.untold) + " more") +
+                     "];\n  " + node + " -- " + ObjectNode(wire) + ";\n";
         }
     }
 
     std::string text_;
     std::map<ObjectId, size_t> objects_;
     std::set<ObjectId> drawn_;
+    std::set<std::pair<int, ObjectId>> joined_;
 };
 
 }  // namespace

@@ -37,6 +37,9 @@ std::string NumbersLabel(const std::vector<int>& numbers) {
 
 std::string ObjectLabel(const Wire& wire) {
     std::string label = Printable(wire.link, longestLink);
+    if (wire.kind == DescriptorKind::terminalMultiplexer && wire.terminal) {
+        label += "  of /dev/pts/" + std::to_string(*wire.terminal);
+    }
     if (wire.connection) {
         label += "  " + wire.connection->protocol + " " + wire.connection->local + " - " + wire.connection->remote;
         label += wire.connection->foreign ? "  FOREIGN" : "";

@@ -21,7 +21,8 @@ void AppendSharers(const Wire& wire, const std::string& indent, std::string& tex
     for (size_t i = 0; i < wire.sharers.size(); ++i) {
         const WiredProcess& sharer = wire.sharers[i];
         const Branch branch = BranchOf(indent, i + 1 == wire.sharers.size() && wire.untold == 0);
-        text += branch.head + "also " + NumbersLabel(sharer.numbers) + " of " + ProcessLabel(sharer);
+        text += branch.head + (sharer.otherEnd ? "other end: " : "also ") + NumbersLabel(sharer.numbers) + " of " +
+                ProcessLabel(sharer);
         text += sharer.toldAbove ? ", told above\n" : "  " + CommandLabel(sharer) + "\n";
         AppendProcess(sharer, branch.below, text);
     }
@@ -35,7 +36,8 @@ void AppendProcess(const WiredProcess& process, const std::string& indent, std::
     for (size_t i = 0; i < process.wires.size(); ++i) {
         const Wire& wire = process.wires[i];
         const Branch branch = BranchOf(indent, i + 1 == process.wires.size());
-        text += branch.head + NumbersLabel(wire.numbers) + "  " + ObjectLabel(wire) + "\n";
+        text += branch.head + NumbersLabel(wire.numbers) + "  " + ObjectLabel(wire) +
+                (wire.toldAt == 0 ? "" : ", shared as told at " + std::to_string(wire.toldAt)) + "\n";
         AppendSharers(wire, branch.below, text);
     }
 }

@@ -57,7 +57,9 @@ WRONG_USES = {
     "two commands": (["run", "scan"], "scan"),
     "surplus argument": (["scan", "surplus"], "surplus"),
     "option without its value": (["scan", "--config"], "--config"),
-    "empty command": ([""], "run, scan and check"),
+    "empty command": ([""], "run, scan, check and explain"),
+    "explain without a process": (["explain"], "PID"),
+    "explain of a name": (["explain", "bash"], "PID"),
 }
 
 
@@ -72,7 +74,7 @@ def test_version():
     assert re.fullmatch(rb"orlim-agent \d+\.\d+\.\d+\n", done.stdout)
 
 
-@pytest.mark.parametrize("arguments", [["--help"], ["-h"], ["run", "--help"], ["scan", "--help"], ["check", "-h"]])
+@pytest.mark.parametrize("arguments", [["--help"], ["-h"], ["run", "--help"], ["scan", "--help"], ["check", "-h"], ["explain", "-h"]])
 def test_help_tells_the_use(arguments):
     done = run_to_end(*arguments)
     assert (done.returncode, done.stderr) == (0, b"")
@@ -81,7 +83,7 @@ def test_help_tells_the_use(arguments):
 
 def test_help_names_all_commands_signals_and_exit_statuses():
     text = run_to_end("--help").stdout.decode()
-    for word in ("run", "scan", "check", "SIGTERM", "SIGHUP", "Exit status", "root"):
+    for word in ("run", "scan", "check", "explain", "SIGTERM", "SIGHUP", "Exit status", "root"):
         assert word in text
 
 

@@ -38,6 +38,19 @@ TEST(Options, CommandsAndFilesAreTaken) {
     }
 }
 
+TEST(Options, ExplainTakesAProcess) {
+    const ParsedOptions plain = Parse({"explain", "4711"});
+    ASSERT_TRUE(plain.options) << plain.error;
+    EXPECT_EQ(plain.options->command, Command::explain);
+    EXPECT_EQ(plain.options->pid, 4711);
+    EXPECT_FALSE(plain.options->dot);
+    const ParsedOptions full = Parse({"explain", "--dot", "--config", "a", "1"});
+    ASSERT_TRUE(full.options) << full.error;
+    EXPECT_EQ(full.options->pid, 1);
+    EXPECT_EQ(full.options->configFile, "a");
+    EXPECT_TRUE(full.options->dot);
+}
+
 TEST(Options, WrongUseLeavesWithTwoAndAHint) {
     const struct {
         std::initializer_list<const char*> arguments;
@@ -46,7 +59,11 @@ TEST(Options, WrongUseLeavesWithTwoAndAHint) {
         {{}, "a command is missing"},      {{"walk"}, "walk is not a command"},
         {{"run", "--fast"}, "--fast"},     {{"run", "extra"}, "extra"},
         {{"run", "--config"}, "--config"}, {{"run", "--config", "a", "--config", "b"}, "--config"},
-        {{"run", "scan"}, "scan"},
+        {{"run", "scan"}, "scan"},         {{"explain"}, "PID"},
+        {{"explain", "bash"}, "PID"},      {{"explain", "0"}, "PID"},
+        {{"explain", "-1"}, "-1"},         {{"explain", "99999999999"}, "PID"},
+        {{"explain", "1", "2"}, "2"},      {{"explain", "1", "--module", "m"}, "--module"},
+        {{"explain", "1x"}, "PID"},        {{"run", "--dot"}, "--dot"},
     };
     for (const auto& row : rows) {
         const ParsedOptions parsed = Parse(row.arguments);
@@ -64,7 +81,7 @@ TEST(Options, HelpTellsExamplesSignalsAndStatus) {
     EXPECT_FALSE(parsed.options);
     EXPECT_EQ(parsed.exitStatus, 0);
     EXPECT_EQ(parsed.error, "");
-    for (const char* part : {"run", "scan", "check", "Examples:", "SIGHUP", "Exit status:"}) {
+    for (const char* part : {"run", "scan", "check", "explain", "Examples:", "SIGHUP", "Exit status:"}) {
         EXPECT_THAT(parsed.output, HasSubstr(part));
     }
 }

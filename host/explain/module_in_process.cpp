@@ -1,0 +1,36 @@
+#include "host/explain/module_in_process.h"
+
+#include <stdexcept>
+
+#include "frame/module_lock.h"
+#include "frame/run_state.h"
+#include "frame/settings.h"
+#include "module/configuration.h"
+#include "module/host_shells.h"
+#include "shellfile/shell_baseline.h"
+
+namespace Host {
+
+ModuleInProcess::ModuleInProcess(const std::string& configuration) {
+    sshdInodes = FindSshdInodes();
+    shellPaths.clear();
+    if (!ResolveShellPaths(ListedShells(), shellPaths) || shellPaths.empty()) {
+        throw std::runtime_error(
+            "no shell of this host is known, so the module does not start either. See orlim-agent check");
+    }
+    InitShellsHashSize(shellPaths);
+    if (!ReadConfiguration(configuration.c_str())) {
+        throw std::runtime_error("the module does not take the configuration");
+    }
+    if (!socketTableLock.Init()) {
+        throw std::runtime_error("the system refuses a lock");
+    }
+    moduleRunning.store(1);
+}
+
+ModuleInProcess::~ModuleInProcess() {
+    moduleRunning.store(0);
+    socketTableLock.Destroy();
+}
+
+}  // namespace Host

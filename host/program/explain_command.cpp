@@ -1,0 +1,79 @@
+#include "host/program/explain_command.h"
+
+#include <unistd.h>
+
+#include <exception>
+
+#include "host/explain/explanation.h"
+#include "host/explain/judgement_text.h"
+#include "host/program/check_rights.h"
+#include "host/program/complain.h"
+#include "host/program/config_in_force.h"
+#include "host/program/exit_status.h"
+#include "host/program/explain_subject.h"
+#include "host/sinks/write_all.h"
+#include "host/wiring/wiring_text.h"
+
+namespace Host {
+namespace {
+
+constexpr const char* clearLine = "\r\033[K";
+
+void ShowStep(const std::string& step) {
+    if (::isatty(STDERR_FILENO) == 1) {
+        WriteAll(STDERR_FILENO, clearLine + (step.empty() ? "" : "asking the module: " + step + " ..."));
+    }
+}
+
+bool Print(const std::string& text) {
+    if (WriteAll(STDOUT_FILENO, text).error == 0) {
+        return true;
+    }
+    Complain("standard output cannot be written to");
+    return false;
+}
+
+bool PrintWiring(const Options& options) {
+    const std::optional<WiredProcess> wiring = TraceWiring(options.pid, ReadHostProcesses(), ReadConnections());
+    if (!wiring) {
+        const std::string reason = WhyNotExplained(options.pid);
+        Complain(reason.empty() ? "process " + std::to_string(options.pid) + " cannot be looked at" : reason);
+        return false;
+    }
+    return Print(options.dot ? WiringDot(*wiring) : WiringText(*wiring));
+}
+
+bool PrintJudgements(const Options& options, const AgentConfig& config) {
+    try {
+        const std::vector<Judgement> judgements = ExplainProcess(options.pid, config.moduleText, ShowStep);
+        ShowStep("");
+        return Print("\n" + JudgementText(judgements));
+    } catch (const std::exception&) {
+        ShowStep("");
+        throw;
+    }
+}
+
+}  // namespace
+
+int ExplainCommand(const Options& options) {
+    std::string error;
+    const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
+    if (!config) {
+        Complain(error);
+        return EXIT_WRONG_USE;
+    }
+    ApplyToProcess(*config, LOG_LEVEL_WARNING);
+    const std::string reason = WhyNotExplained(options.pid);
+    if (!reason.empty()) {
+        Complain(reason);
+        return EXIT_FAILED;
+    }
+    LogMissingCapabilities();
+    if (!PrintWiring(options)) {
+        return EXIT_FAILED;
+    }
+    return options.dot || PrintJudgements(options, *config) ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace Host

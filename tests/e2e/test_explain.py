@@ -1,0 +1,177 @@
+"""What the agent explains of a process: its wiring, and by which tests it is or is not reported."""
+
+import os
+import re
+
+import pytest
+
+from agent import Scan, run_to_end, write_config
+from stage import ON_LINE, Process, Stage, companion, pipe, reverse_shell, shell, tcp, terminal
+from test_command_line import NOBODY, assert_refused, copied_program, open_directory  # noqa: F401
+
+PERIOD_SCAN = "period scan"
+SOCKET_WAIT = "instant scan, waits on a socket itself"
+RELAY_PIPE = "instant scan, pipe fed by a relay"
+HELD_TERMINAL = "instant scan, terminal held by its parent"
+DETECTIONS = [
+    PERIOD_SCAN,
+    SOCKET_WAIT,
+    RELAY_PIPE,
+    "instant scan, pipe fed by a descendant",
+    "instant scan, Unix stream with a raw-socket parent",
+    HELD_TERMINAL,
+    "short commands",
+    "shell file protection, copy",
+]
+ON_TERMINAL = {0: "terminal", 1: "terminal", 2: "terminal"}
+
+
+class Explanation:
+    """The wiring, and for each detection its verdict and its tests."""
+
+    def __init__(self, pid, *arguments):
+        done = run_to_end("explain", str(pid), *arguments)
+        assert done.returncode == 0, done.stderr
+        assert done.stderr == b""
+        self.wiring, summary, *blocks = done.stdout.decode("utf-8").split("\n\n")
+        self.reporters = re.sub(r"^It would be reported by: |^No detection would report it\.", "", summary)
+        self.verdicts, self.tests = {}, {}
+        for block in blocks:
+            verdict, *tests = block.strip("\n").split("\n")
+            name, _, self.verdicts[name] = verdict.partition(": ")
+            self.tests[name] = [re.fullmatch(r"  (ok|no|note) +(.+)", line).groups() for line in tests]
+        assert list(self.verdicts) == DETECTIONS
+
+    def reports(self, detection):
+        said = self.verdicts[detection]
+        assert said.startswith(("would report it", "would not report it")), said
+        return said.startswith("would report it")
+
+    def refusals(self, detection):
+        return [text for mark, text in self.tests[detection] if mark == "no"]
+
+
+def line_text(stage):
+    return " - ".join(f"{ip}:{port}" for ip, port in (stage.addresses["line"][end] for end in ("local", "remote")))
+
+
+def test_shell_on_a_connection_is_explained_as_reported(attacker):
+    with reverse_shell(attacker, shell("explained", ON_LINE)) as stage:
+        said = Explanation(stage.pid)
+        assert re.search(rf"0,1,2  socket:\[\d+\]  tcp {line_text(stage)}  FOREIGN", said.wiring)
+        for detection in (PERIOD_SCAN, SOCKET_WAIT):
+            assert said.verdicts[detection] == f"would report it, with the connection {line_text(stage)}"
+            assert said.refusals(detection) == []
+        assert said.reporters == f"{PERIOD_SCAN}; {SOCKET_WAIT}"
+        assert said.refusals("shell file protection, copy")
+        assert Scan().contents(stage.pid) == [stage.expected_content()]
+
+
+def test_shell_on_a_terminal_is_explained_as_silent_with_reasons(attacker):
+    # A foreign connection elsewhere, so that there is something that could be found.
+    witness = reverse_shell(attacker, shell("witness", ON_LINE))
+    with witness, Stage({"terminal": terminal()}, {"shell": shell("typed", ON_TERMINAL)}) as stage:
+        said = Explanation(stage.pid)
+        assert said.reporters == ""
+        assert not any(said.reports(detection) for detection in DETECTIONS)
+        assert all(said.refusals(detection) for detection in DETECTIONS[:-1])
+        assert said.refusals(PERIOD_SCAN) == ["neither descriptor 0 nor descriptor 1 holds a pipe or a socket"]
+        assert re.search(r"0,1,2  /dev/pts/\d+\n.*other end: ", said.wiring)
+        assert Scan().contents(stage.pid) == []
+
+
+def test_terminal_of_a_connected_parent_is_explained_as_reported(attacker):
+    """The stagehand is the parent, and holds both the terminal's other side and the connection."""
+    channels = {"terminal": terminal(), "line": tcp(attacker.tcp)}
+    with Stage(channels, {"shell": shell("held", ON_TERMINAL)}) as stage:
+        said = Explanation(stage.pid)
+        assert said.reporters == HELD_TERMINAL
+        assert said.refusals(HELD_TERMINAL) == []
+        assert f"{line_text(stage)}  FOREIGN" in said.wiring
+
+
+def test_pipe_of_a_reading_relay_is_explained_as_reported(attacker):
+    channels = {"in": pipe(), "line": tcp(attacker.tcp)}
+    relay = Process({0: "line", 1: "in.write"}, run=("/bin/cat", "cat"))
+    with Stage(channels, {"shell": shell("fed", {0: "in.read"}), "relay": relay}) as stage:
+        said = Explanation(stage.pid)
+        assert said.reporters == f"{PERIOD_SCAN}; {RELAY_PIPE}"
+        assert said.refusals(RELAY_PIPE) == []
+
+
+def test_idle_relay_is_told_with_its_connection(attacker):
+    """It waits for no input, so the instant scan passes it over."""
+    channels = {"in": pipe(), "line": tcp(attacker.tcp)}
+    processes = {"shell": shell("relayed", {0: "in.read"}), "relay": companion({0: "line", 1: "in.write"})}
+    with Stage(channels, processes) as stage:
+        said = Explanation(stage.pid)
+        assert re.search(rf"also 1 of \S+ \({stage.pids['relay']}\)", said.wiring)
+        assert f"{line_text(stage)}  FOREIGN" in said.wiring
+        assert said.reporters == PERIOD_SCAN
+        (reason,) = said.refusals(RELAY_PIPE)
+        assert f"({stage.pids['relay']}) writes pipe" in reason
+        assert "does not wait for input from an internet socket" in reason
+
+
+def test_explanation_agrees_with_a_whitelist(attacker, tmp_path):
+    config = write_config(tmp_path, {"module": {"reverseShell": {"whitelist": ["bash -s listed"]}}})
+    with reverse_shell(attacker, shell("listed", ON_LINE)) as stage:
+        said = Explanation(stage.pid, "--config", config)
+        assert said.reporters == ""
+        assert "a pattern of the whitelist matches its command line" in said.refusals(PERIOD_SCAN)
+        assert any("whitelist" in reason for reason in said.refusals(SOCKET_WAIT))
+        assert "the configuration does not have module.abnormalShell" in said.refusals(DETECTIONS[-1])
+
+
+def parse_dot(text):
+    """Labels of the nodes by name, and the edges; the text has to be a graph in every line."""
+    quoted = r'"((?:[^"\\]|\\.)*)"'
+    lines = text.split("\n")
+    assert lines[:2] == ["graph wiring {", "  rankdir=LR;"]
+    assert lines[-2:] == ["}", ""]
+    nodes, edges = {}, []
+    for line in lines[2:-2]:
+        node = re.fullmatch(rf"  (\w+) \[(?:shape=\w+,)?label={quoted}(?:,color=red)?\];", line)
+        edge = re.fullmatch(rf"  (\w+) -- (\w+)(?: \[label={quoted}\])?;", line)
+        assert node or edge, line
+        if node:
+            assert node[1] not in nodes
+            nodes[node[1]] = node[2]
+        else:
+            edges.append((edge[1], edge[2]))
+    assert all(end in nodes for edge in edges for end in edge)
+    return nodes, edges
+
+
+def test_dot_joins_shell_and_relay_by_their_pipe(attacker):
+    channels = {"in": pipe(), "line": tcp(attacker.tcp)}
+    processes = {"shell": shell('"]; x', {0: "in.read"}), "relay": companion({0: "line", 1: "in.write"})}
+    with Stage(channels, processes) as stage:
+        done = run_to_end("explain", "--dot", str(stage.pid))
+        assert (done.returncode, done.stderr) == (0, b"")
+        nodes, edges = parse_dot(done.stdout.decode("utf-8"))
+        own, relay = f"p{stage.pid}", f"p{stage.pids['relay']}"
+        ((foreign, _),) = [item for item in nodes.items() if f"{line_text(stage)}  FOREIGN" in item[1]]
+        assert (relay, foreign) in edges
+        assert {end for process, end in edges if process == own} & {end for process, end in edges if process == relay}
+
+
+def kernel_thread():
+    with open("/proc/2/comm", encoding="utf-8") as name:
+        return name.read() == "kthreadd\n"
+
+
+def test_process_that_cannot_be_explained_is_refused(tmp_path):
+    assert_refused(run_to_end("explain", "2147483647"), 1, "there is no process 2147483647")
+    config = write_config(tmp_path, '{"log": 7}')
+    assert_refused(run_to_end("explain", str(os.getpid()), "--config", config), 2, str(config), "log: found 7")
+    if kernel_thread():
+        assert_refused(run_to_end("explain", "2"), 1, "thread of the kernel")
+
+
+@pytest.mark.parametrize("arguments", [[], ["--dot"]], ids=["text", "dot"])
+def test_process_of_another_user_is_refused_without_rights(copied_program, arguments):  # noqa: F811
+    done = run_to_end(
+        *("explain", str(os.getpid()), *arguments), program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[]
+    )
+    assert_refused(done, 1, f"process {os.getpid()}", "belongs to root", "CAP_SYS_PTRACE")
