@@ -1,6 +1,6 @@
 // What the readers of /proc cost besides the pauses that they owe: a refresh of the socket table, a snapshot of a
-// process, the question whether a file is a shell. Prints one JSON object with the median of the runs, in which the pauses
-// are counted and not slept, and the CPU time of one more run that does sleep: a pause has a price of its own.
+// process, the question whether a file is a shell. Prints one JSON object with the median of the runs, in which the
+// pauses are counted and not slept, and the CPU time of one more run that does sleep: a pause has a price of its own.
 //
 // Usage: inspect_cost sockets CONNECTIONS RUNS ADDRESS
 //        inspect_cost snapshot DESCRIPTORS RUNS
@@ -110,8 +110,8 @@ void MeasureSockets(int connections, int runs, const char* address) {
            cost.pausedMs, cost.cpuMs, sleptMs, static_cast<double>(usage.ru_maxrss) / 1024);
 }
 
-// A sleeping process with an even number of descriptors, every other one the end of a pipe: for those the snapshot reads
-// most. The others are /dev/null.
+// A sleeping process with an even number of descriptors, every other one the end of a pipe: for those the snapshot
+// reads most. The others are /dev/null.
 class DescriptorHolder {
 public:
     explicit DescriptorHolder(int descriptors) {

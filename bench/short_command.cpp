@@ -1,4 +1,5 @@
-// The shortest of commands: linked statically, it has ended as soon as it has begun, or after the time that is asked for.
+// The shortest of commands: linked statically, it has ended as soon as it has begun, or after the time that is asked
+// for.
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // Runs the module on the agent's services and tells how process events reach the module's callbacks. Prints each event
-// that the module pushes; prints the counters, those of the callbacks since the last time, for each line of its standard
-// input. Ends with its input.
+// that the module pushes; prints the counters, those of the callbacks since the last time, for each line of its
+// standard input. Ends with its input.
 //
 // Usage: storm_watch MODULE
 

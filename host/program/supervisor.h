@@ -18,9 +18,9 @@ class Supervisor {
 public:
     Supervisor(const ModuleEntries& module, ApplyConfig apply);
 
-    // Initialises the module and starts its functions with moduleText. False, with one log line that says why, if either
-    // fails; a module that was initialised but did not start is stopped and deinitialised. The configuration must be in
-    // force already.
+    // Initialises the module and starts its functions with moduleText. False, with one log line that says why, if
+    // either fails; a module that was initialised but did not start is stopped and deinitialised. The configuration
+    // must be in force already.
     bool Start(const AgentConfig& config, const std::string& moduleText);
 
     // Stops the module and starts it anew with the configuration, which is brought into force. If that fails the one

@@ -16,8 +16,9 @@ namespace Host {
 // Takes one event, a JSON text without a line end. Called on the queue's writer thread alone.
 using EventWriter = std::function<void(std::string_view)>;
 
-// Looks after what the writer could not finish; true while something of that is left. Called on the writer thread alone:
-// when it starts, when the queue has run empty, after Wake, and about once a second as long as the answer is true.
+// Looks after what the writer could not finish; true while something of that is left. Called on the writer thread
+// alone: when it starts, when the queue has run empty, after Wake, and about once a second as long as the answer is
+// true.
 using EventIdle = std::function<bool()>;
 
 struct EventQueueCounters {
@@ -40,7 +41,8 @@ public:
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    // Throws std::system_error if the system refuses the thread. Starts the writer thread; events pushed before are kept and written now. Has no effect while one runs. Any thread.
+    // Throws std::system_error if the system refuses the thread. Starts the writer thread; events pushed before are
+    // kept and written now. Has no effect while one runs. Any thread.
     void Start(EventWriter writer, EventIdle idle = {});
 
     // At most events in each fixed window of a minute, 0 for no limit; 60 until the first call. Any thread.

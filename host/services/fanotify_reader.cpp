@@ -26,8 +26,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// How often the flag and the owner's descriptor are looked at: nothing tells of their change but the wait for the thread
-// that follows it, where the thread is one that can be waited for.
+// How often the flag and the owner's descriptor are looked at: nothing tells of their change but the wait for the
+// thread that follows it, where the thread is one that can be waited for.
 constexpr int lookPauseMs = 100;
 constexpr int waitedForLookPauseMs = 1000;
 // How long after the end the owner may take to close its descriptor.

@@ -35,8 +35,8 @@ void EnlargeReceiveBuffer(int fd) {
     }
 }
 
-// Exits, new sessions, new names and credentials together outnumber forks and execs. Dropped in the kernel, they neither
-// fill the receive buffer nor wake the reader.
+// Exits, new sessions, new names and credentials together outnumber forks and execs. Dropped in the kernel, they
+// neither fill the receive buffer nor wake the reader.
 bool AttachFilter(int fd) {
     constexpr uint32_t whatOffset = sizeof(nlmsghdr) + sizeof(cn_msg) + offsetof(proc_event, what);
     constexpr uint32_t everything = 0xffffffff;

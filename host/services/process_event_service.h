@@ -36,7 +36,8 @@ public:
     ProcessEventService(const ProcessEventService&) = delete;
     ProcessEventService& operator=(const ProcessEventService&) = delete;
 
-    // As TavUtils::ProcessMonitor::AddProcessEventCallback; false also when the system gives no thread for the callback.
+    // As TavUtils::ProcessMonitor::AddProcessEventCallback; false also when the system gives no thread for the
+    // callback.
     bool Add(Callback callback);
 
     // As TavUtils::ProcessMonitor::RemoveProcessEventCallback. The stop is left to the next Remove of another thread if

@@ -6,8 +6,8 @@
 
 namespace Host {
 
-// An event makes one call of each callback for each time that it was added. received counts events, the next three count
-// calls; what a removed callback had waiting is in none of them.
+// An event makes one call of each callback for each time that it was added. received counts events, the next three
+// count calls; what a removed callback had waiting is in none of them.
 struct ProcessEventCounters {
     uint64_t received;      // fork and exec events taken from the kernel
     uint64_t delivered;     // calls of callbacks that have ended

@@ -10,8 +10,8 @@
 
 namespace Host {
 
-// Writes whole lines to fd. A reader that has stopped reading costs one wait of patience; from then on lines are dropped
-// and counted until there is room again, and the count stands in the log in their place. Any thread.
+// Writes whole lines to fd. A reader that has stopped reading costs one wait of patience; from then on lines are
+// dropped and counted until there is room again, and the count stands in the log in their place. Any thread.
 class StderrSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
     explicit StderrSink(int fd, std::chrono::milliseconds patience = std::chrono::seconds(1));

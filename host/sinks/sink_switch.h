@@ -23,7 +23,8 @@ public:
     void Write(std::string_view line);
     bool Tend();
 
-    // Tries pending lines once more and closes the sinks; how many events they have lost. After the writer thread's end.
+    // Tries pending lines once more and closes the sinks; how many events they have lost. After the writer thread's
+    // end.
     uint64_t Finish();
 
 private:

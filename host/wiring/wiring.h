@@ -37,7 +37,8 @@ struct WiredProcess {
 };
 
 // The tree from pid: its descriptors 0 to 5, who has the other side of its terminal, and for each process that shares
-// one of its pipes or sockets, that one's pipes and sockets, up to six processes away. Nothing if the process has no entry. Any thread.
+// one of its pipes or sockets, that one's pipes and sockets, up to six processes away. Nothing if the process has no
+// entry. Any thread.
 std::optional<WiredProcess> TraceWiring(int pid, const std::map<int, HostProcess>& processes,
                                         const std::map<unsigned long, Connection>& connections);
 

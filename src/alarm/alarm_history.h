@@ -10,7 +10,7 @@ struct MSG_KEY {
     time_t time = 0;  // seconds, when the key was first accepted
 };
 
-// True if this key was accepted less than 3600 seconds ago; otherwise false, and the key is accepted now. Repeats do not
-// extend the period. An empty key is always false and is not kept. Costs a few pauses of 0.1 ms, and 1 ms on a repeat.
-// Any thread; callers wait for each other.
+// True if this key was accepted less than 3600 seconds ago; otherwise false, and the key is accepted now. Repeats do
+// not extend the period. An empty key is always false and is not kept. Costs a few pauses of 0.1 ms, and 1 ms on a
+// repeat. Any thread; callers wait for each other.
 bool IsRepeatedAlarm(const std::string& key);

@@ -14,8 +14,8 @@ bool IsExecTmpCommand(const std::string& word);
 std::string ResolveArgumentPath(std::string path, std::string cwd);
 
 // Looks through the arguments of the process for the first that names a regular file. True, with record.sourcePath set
-// to that file, unless it is an ordinary command of the host. Costs 1 ms a byte of the command line. Any thread, no lock
-// held.
+// to that file, unless it is an ordinary command of the host. Costs 1 ms a byte of the command line. Any thread, no
+// lock held.
 bool FindScriptArgument(RshellAlarmInfo& record, long pid);
 
 // True if the process runs a file of the host's user: a script held open by a shell, or a second word of its command

@@ -1,6 +1,6 @@
-// From a finding of the classifier to the event on the agent's queue. Neither entry reports anything back: a finding that
-// a check holds back is dropped without a word. Called on task threads, no lock held; both sleep, and attribution alone
-// may take seconds.
+// From a finding of the classifier to the event on the agent's queue. Neither entry reports anything back: a finding
+// that a check holds back is dropped without a word. Called on task threads, no lock held; both sleep, and attribution
+// alone may take seconds.
 #pragma once
 
 #include "inspect/process_snapshot.h"

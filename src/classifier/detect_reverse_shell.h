@@ -10,9 +10,9 @@
 
 // One pass over some processes. An object lives for one pass, on the thread that runs it.
 //
-// Four stages look at the shells among the processes, each for one wiring. A stage that finds a shell claims it: it leaves
-// bashPids, and later stages do not see it. A finding is a pid and its socket, appended in step to two vectors of the
-// caller; the third stage raises its alarms itself. In the log a finding goes by a type number:
+// Four stages look at the shells among the processes, each for one wiring. A stage that finds a shell claims it: it
+// leaves bashPids, and later stages do not see it. A finding is a pid and its socket, appended in step to two vectors
+// of the caller; the third stage raises its alarms itself. In the log a finding goes by a type number:
 //   1  the shell itself waits on an abnormal socket           CheckSingleprocShell
 //   3  the shell reads a pipe that another process feeds       CheckSpecialShell
 //   4  the shell reads a Unix stream, its parent a raw socket  CheckSpecialShell
@@ -20,16 +20,16 @@
 //      abnormal socket
 class ReverseShell {
 public:
-    // A socket first seen before oldestSockTime (seconds of time(2)) does not count. With refreshed the pass does not read
-    // the socket table again. limit is printed and decides nothing.
+    // A socket first seen before oldestSockTime (seconds of time(2)) does not count. With refreshed the pass does not
+    // read the socket table again. limit is printed and decides nothing.
     ReverseShell(const std::set<std::string>& shellPaths, const std::vector<int>& activePids, long oldestSockTime,
                  bool refreshed, unsigned long limit);
     ~ReverseShell() = default;
     ReverseShell(const ReverseShell&) = delete;
     ReverseShell& operator=(const ReverseShell&) = delete;
 
-    // Runs the pass, once for an object. Sleeps with every process, socket and descriptor that it looks at; a stop of the
-    // module ends each stage at its next step.
+    // Runs the pass, once for an object. Sleeps with every process, socket and descriptor that it looks at; a stop of
+    // the module ends each stage at its next step.
     void GetReverseShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
 
     // Fills shellInodes from shells.
@@ -57,12 +57,12 @@ public:
     // Appends a snapshot; there is no limit to them but the number of pids.
     void AddNode(const ProcInfo& proc);
 
-    // A relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. Non-zero on a find;
-    // sock then holds the socket.
+    // A relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. Non-zero on a
+    // find; sock then holds the socket.
     int FindSockByPipe(int pid, unsigned long pipe, SocketInfo& sock);
 
-    // A descendant of pid that writes pipe and has no abnormal socket: it feeds the shell on somebody's behalf. Non-zero
-    // on a find; sock then holds what the last look-up left in it.
+    // A descendant of pid that writes pipe and has no abnormal socket: it feeds the shell on somebody's behalf.
+    // Non-zero on a find; sock then holds what the last look-up left in it.
     int FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& sock);
 
     // Non-zero if pid is a shell on a terminal whose multiplexer its parent holds beside an abnormal socket, and that
@@ -75,7 +75,8 @@ public:
     void GetProcListenPort(const std::set<unsigned long>& sockets, std::set<unsigned long>& ports);
     // Non-zero if one of the processes has an abnormal socket that it did not accept on a port of its own.
     int GetForeignSock(const std::vector<unsigned int>& indexes, SocketInfo& sock);
-    // 1 if all the processes but one at most wait on a pipe; shellPid then holds the last waiting shell, if there is one.
+    // 1 if all the processes but one at most wait on a pipe; shellPid then holds the last waiting shell, if there is
+    // one.
     int GetBashProcess(const std::vector<unsigned int>& indexes, int& shellPid) const;
 
     std::vector<ProcInfo> procs;  // snapshots of this pass

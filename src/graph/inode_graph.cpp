@@ -6,8 +6,8 @@
 #include "agent/bounds_checked.h"
 #include "graph/reverse_shell_detector.h"
 
-// Link texts up to this length are passed over, whatever they name: the few pipes and sockets with numbers this low were
-// made when the system came up.
+// Link texts up to this length are passed over, whatever they name: the few pipes and sockets with numbers this low
+// were made when the system came up.
 static constexpr unsigned int longestIgnoredLink = 10;
 
 static bool StartsWith(const char* text, const char* prefix) {

@@ -43,8 +43,8 @@ static size_t ReadLink(const char* path, char* link) {
     return static_cast<size_t>(length);
 }
 
-// The parent of a process with a readable program file and status; nothing for any other. name receives the base name of
-// the program file. A deleted file's name carries the kernel's suffix, and so is no name of a shell.
+// The parent of a process with a readable program file and status; nothing for any other. name receives the base name
+// of the program file. A deleted file's name carries the kernel's suffix, and so is no name of a shell.
 static std::optional<int> ReadProgramName(int pid, char* link, std::string& name) {
     char path[32];
     if (sprintf_s(path, sizeof(path), "/proc/%d/exe", pid) == -1 || ReadLink(path, link) == 0) {

@@ -46,7 +46,8 @@ public:
     };
 
     // Runs the whole pass and reports what it finds. whitelist holds wildcard patterns over whole command lines. Sleeps
-    // 50 ms after the connections, after the scan, and after every 100 scanned processes. Once begun it runs to its end.
+    // 50 ms after the connections, after the scan, and after every 100 scanned processes. Once begun it runs to its
+    // end.
     void DetectRoutine(const std::set<std::string>& whitelist);
 
     // Fills foreignSockets with the connections whose peer is none of the three local addresses. True if there are any.
@@ -64,8 +65,8 @@ public:
     // Brings the noted children of ppid into the graph, once.
     void CollectRelatedProc(int ppid);
 
-    // Enters one descriptor of proc into the graph if it holds a pipe or socket. link is the zero-terminated text of its
-    // link in /proc, len the length that readlink gave.
+    // Enters one descriptor of proc into the graph if it holds a pipe or socket. link is the zero-terminated text of
+    // its link in /proc, len the length that readlink gave.
     void AddIPCInode(const char* link, unsigned int len, int fd, std::shared_ptr<ProcInfomation> proc);
 
     // The number behind the first bracket of a link text; 0 where no digit follows, INVALID_INODE without a bracket.

@@ -42,8 +42,8 @@ int GetProcPpid(int pid);
 // Bytes that the process has written, held at the greatest int; 0 on failure.
 int ParseWriteCharsNum(int pid);
 
-// Start time in clock ticks since boot; 0 on failure. A process whose name holds a blank gives another field of its stat
-// file: the fields are counted by white space.
+// Start time in clock ticks since boot; 0 on failure. A process whose name holds a blank gives another field of its
+// stat file: the fields are counted by white space.
 unsigned long long GetProcStartJiff(int pid);
 
 // The same in milliseconds.

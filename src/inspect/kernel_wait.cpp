@@ -68,8 +68,8 @@ std::optional<unsigned long> BlockedDescriptor(const char* line, const std::stri
     if (sscanf_s(line, "%*d%lx", &fd) == -1) {
         return std::nullopt;
     }
-    // The file shows the whole register, of which the kernel takes the low 32 bits as descriptor or count: what a process
-    // leaves above them must not hide it.
+    // The file shows the whole register, of which the kernel takes the low 32 bits as descriptor or count: what a
+    // process leaves above them must not hide it.
     fd &= 0xFFFFFFFFUL;
     if (function != selectCall) {
         return fd;

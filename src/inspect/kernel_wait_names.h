@@ -4,6 +4,6 @@
 #include <string>
 #include <string_view>
 
-// True if kernelFunction, as a kernel stack names it, is the wait that function asks for: the function itself or another
-// name of the same wait. A function without such names stands for itself alone. Any thread.
+// True if kernelFunction, as a kernel stack names it, is the wait that function asks for: the function itself or
+// another name of the same wait. A function without such names stands for itself alone. Any thread.
 bool IsNameOfWait(std::string_view function, std::string_view kernelFunction);

@@ -11,7 +11,8 @@
 static constexpr int sshPort = 22;
 static constexpr unsigned int quickRefreshWaitSeconds = 2;
 
-// Held for a whole refresh, so that two of them do not meet. It guards the two values below, and look-ups do not take it.
+// Held for a whole refresh, so that two of them do not meet. It guards the two values below, and look-ups do not take
+// it.
 static std::mutex refreshLock;
 static std::map<unsigned long, SocketInfo> socketSnapshot;
 static long lastSocketRefresh = 0;

@@ -37,12 +37,12 @@ bool FindSocketByInode(unsigned long inode, SocketInfo& out);
 // stopped, what has been read so far is kept. Any thread, no lock held.
 void RefreshSocketTable();
 
-// Whether the socket has a peer that is worth a look: any socket that is no TCP; a TCP socket connected or connecting to
-// another address, and not from local port 22.
+// Whether the socket has a peer that is worth a look: any socket that is no TCP; a TCP socket connected or connecting
+// to another address, and not from local port 22.
 bool IsAbnormalSocket(const SocketInfo& info);
 
-// Is this a listening socket? Is this an abnormal one, first seen at since or later? Both leave in info what they found,
-// and refresh the table if that leaves the answer open and refreshed is not set; then they set it. So a caller pays for
-// one read at most for each flag of its own.
+// Is this a listening socket? Is this an abnormal one, first seen at since or later? Both leave in info what they
+// found, and refresh the table if that leaves the answer open and refreshed is not set; then they set it. So a caller
+// pays for one read at most for each flag of its own.
 bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed);
 bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bool& refreshed);

@@ -8,8 +8,8 @@
 
 #include "inspect/socket_table.h"
 
-// When a process or a child of it last forked (seconds of time(2)), by pid, for those that have not been looked at since.
-// Guarded by pidMapLock. Kept when the module stops.
+// When a process or a child of it last forked (seconds of time(2)), by pid, for those that have not been looked at
+// since. Guarded by pidMapLock. Kept when the module stops.
 inline std::map<int, unsigned long> intakeMap;
 
 // Notes the process that has forked, and its parent; any other event and null are ignored. Called on a thread of the

@@ -9,8 +9,8 @@
 // that cannot be read stays one by its name. Called by the thread that initialises and starts the module.
 void InitShellsHashSize(std::set<std::string> shells);
 
-// The functions below may be called from any thread. A repeated start may replace the baseline meanwhile; each answer is
-// that of the one or the other.
+// The functions below may be called from any thread. A repeated start may replace the baseline meanwhile; each answer
+// is that of the one or the other.
 
 // The shells as they were handed in.
 std::set<std::string> ShellFiles();

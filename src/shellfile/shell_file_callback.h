@@ -4,8 +4,8 @@
 #include <atomic>
 #include <string>
 
-// 1 while reports are taken. Written by the thread that starts and stops the module, read by the file monitor's; a report
-// that meets the change either way is as good as one that comes a moment sooner or later.
+// 1 while reports are taken. Written by the thread that starts and stops the module, read by the file monitor's; a
+// report that meets the change either way is as good as one that comes a moment sooner or later.
 inline std::atomic<int> shellEventStarted{0};
 
 // Hands a report that concerns a shell to its handler and pauses for 0.1 ms; drops any other, also one that names a

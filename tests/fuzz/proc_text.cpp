@@ -1,4 +1,5 @@
-// A file of /proc/<pid>, such as status, io, fdinfo/<fd> and cmdline, read by the readers that go through the file system.
+// A file of /proc/<pid>, such as status, io, fdinfo/<fd> and cmdline, read by the readers that go through the file
+// system.
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -50,7 +50,8 @@ private:
     TemporaryDirectory folder_;
 };
 
-// Mounts a file with this content over an existing one for the lifetime of the object, in the test's own mount namespace.
+// Mounts a file with this content over an existing one for the lifetime of the object, in the test's own mount
+// namespace.
 class FileOverlay {
 public:
     FileOverlay(const std::string& target, const std::string& content);
