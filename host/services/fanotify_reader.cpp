@@ -85,11 +85,16 @@ bool FanotifyReader::IsRunning() const {
     return std::atomic_ref(*running_).load() != 0;
 }
 
-// An owner that clears the flag and then closes is not done yet when the flag is seen.
+// An owner that clears the flag and then closes is not done yet when the flag is seen. A thread that can be waited for
+// takes that wait for the sign, because it comes behind the close.
 void FanotifyReader::AwaitOwnersClose() const {
+    const WakeSignal* const stop = ThisThreadsStop();
+    pollfd waitedFor{stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0};
     const auto deadline = steady_clock::now() + closePatience;
-    while (group_.IsOwnersOpen() && steady_clock::now() < deadline) {
-        poll(nullptr, 0, closePauseMs);
+    while (group_.IsOwnersOpen() && (stop != nullptr || steady_clock::now() < deadline)) {
+        if (poll(&waitedFor, 1, stop == nullptr ? closePauseMs : lookPauseMs) > 0) {
+            return;
+        }
     }
 }
 
@@ -104,10 +109,12 @@ void FanotifyReader::ReadEvents() {
         }
         if (readFailures_.MayLog()) {
             LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
-                           "fanotify events cannot be read and are tried again: %s", std::strerror(errno));
+                           "fanotify events cannot be read, and every marked path is looked at instead: %s",
+                           std::strerror(errno));
         }
-        // Not at once: what ails the group may last.
+        // Not at once: what ails the process, such as a want of descriptors, may last. The event itself is gone.
         poll(nullptr, 0, lookPauseMs);
+        TellAll();
         return;
     }
     auto left = static_cast<size_t>(size);

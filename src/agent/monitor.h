@@ -85,8 +85,8 @@ int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask)
 
 // Thread entry, given FanotifyLoopArgs: reads the group's events and calls the callback with (number, path, mask) while
 // the running flag is non-zero. path is the marked path that leads to the file, of several the one marked first. What
-// this process does itself is not told. Ends within half a second when the flag is 0 or the descriptor is closed. If
-// the descriptor was closed, event->fd is -1 from then on, so that closing it once more harms nobody. Returns null.
+// this process does itself is not told. When the flag is 0 or the descriptor is closed it ends as soon as its thread is
+// waited for (StopHipsThreadEx), in any other thread within half a second. If the descriptor was closed, event->fd is -1 from then on, so that closing it once more harms nobody. Returns null.
 void* FanotifyLoop(void* args);
 
 }  // namespace TavUtils::Monitor

@@ -15,6 +15,7 @@
 #include "alarm/command_paths.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
+#include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
 #include "inspect/file_handle.h"
 #include "inspect/file_kind.h"
@@ -74,6 +75,9 @@ static std::vector<std::string> ReadWords(long pid) {
         }
         memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
         Pause(blockPauseMicroseconds);
+        if (IsStopping()) {
+            break;
+        }
     }
     // A process may write over its arguments and leave no end behind the last: that one is taken as it stands.
     if (!word.empty()) {

@@ -6,7 +6,8 @@
 #include "alarm/rshell_alarm_info.h"
 #include "inspect/process_snapshot.h"
 
-// True for "-c" and "-x": the word behind a shell's name that makes the rest of its command line a command of its own.
+// True for "-c" and "-x": the word behind a shell's name that is taken to make the rest of the command line a
+// command of its own.
 bool IsExecTmpCommand(const std::string& word);
 
 // What a path on a command line resolves to, taken from cwd where it is relative; empty if there is no such file. Any

@@ -10,7 +10,7 @@
 
 // One pass over some processes. An object lives for one pass, on the thread that runs it.
 //
-// Four stages look at the shells among the processes, each for one wiring. A stage that finds a shell claims it: it
+// Four stages look at the shells among the processes, each for its wirings. A stage that finds a shell claims it: it
 // leaves bashPids, and later stages do not see it. A finding is a pid and its socket, appended in step to two vectors
 // of the caller; the third stage raises its alarms itself. In the log a finding goes by a type number:
 //   1  the shell itself waits on an abnormal socket           CheckSingleprocShell
@@ -29,7 +29,7 @@ public:
     ReverseShell& operator=(const ReverseShell&) = delete;
 
     // Runs the pass, once for an object. Sleeps with every process, socket and descriptor that it looks at; a stop of
-    // the module ends each stage at its next step.
+    // the module ends each stage at its next process.
     void GetReverseShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
 
     // Fills shellInodes from shells.

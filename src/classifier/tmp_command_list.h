@@ -13,9 +13,10 @@ struct TPROC_INFO {
     int pid = 0;
     std::string path;     // of its program
     std::string cmdline;  // the path where that is empty
-    unsigned long long timestamp =
-        0;  // of the exec event: nanoseconds of CLOCK_MONOTONIC (drivers/connector/cn_proc.c)
-    unsigned long long suspended = 0;  // nanoseconds that the host had slept by then, which that clock leaves out
+    // Of the exec event: nanoseconds of CLOCK_MONOTONIC (drivers/connector/cn_proc.c).
+    unsigned long long timestamp = 0;
+    // Nanoseconds that the host had slept when the event was handled, which that clock leaves out.
+    unsigned long long suspended = 0;
 };
 
 // What is known of one parent.

@@ -1,5 +1,5 @@
 // The watcher for processes that run short commands for a remote peer: it notes the commands as they are executed, and
-// judges each parent once, when it has at least two that have ended.
+// judges each parent once they have ended: at the first two, or at the first that no person can have typed.
 #pragma once
 
 #include <set>

@@ -9,3 +9,6 @@ inline std::atomic<int> moduleRunning{0};
 
 // True when the module is being stopped: long loops ask and leave. Each such answer writes one log line. Any thread.
 bool NeedStop();
+
+// The same without the log line, for loops that ask often. Any thread.
+bool IsStopping();

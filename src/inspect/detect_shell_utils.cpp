@@ -16,6 +16,7 @@
 #include "agent/strings.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
+#include "frame/run_state.h"
 #include "inspect/file_handle.h"
 #include "inspect/file_kind.h"
 
@@ -31,7 +32,7 @@ static std::string ProcPath(int pid, const char* suffix) {
     return "/proc/" + std::to_string(pid) + suffix;
 }
 
-// The calls refuse what is not there by themselves; resolving first is what keeps a dangling link from being opened.
+// The links of /proc lead to a file even when it has been deleted; resolved by its name, such a file is not there.
 static std::string RealPath(const std::string& path) {
     const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
     return resolved == nullptr ? std::string() : std::string(resolved.get());
@@ -88,6 +89,11 @@ std::string DetectShellUtil::ReadFileContent(const std::string& path) {
         Pause(blockPauseMicroseconds);
         BlockToText(block.get(), length);
         text += block.get();
+        // A process may give itself a command line that takes hours to read at this pace (PR_SET_MM_MAP of prctl(2)): a
+        // stop does not wait for its end.
+        if (IsStopping()) {
+            break;
+        }
     }
     return TavUtils::StringProcess::StrTrim(text);
 }

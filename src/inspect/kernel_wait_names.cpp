@@ -12,8 +12,8 @@ struct WaitName {
 
 }  // namespace
 
-// Each wait goes by its name in the kernels up to 6.14 or so; the rows are its names elsewhere. "unix_stream_recvmsg"
-// and "do_select" have kept theirs from 5.10 to 7.2.
+// What a stack may hold besides the name that a wait is asked for by. "unix_stream_recvmsg" and "do_select" have kept
+// theirs from 5.10 to 7.2.
 static constexpr WaitName otherNames[] = {
     // Anonymous pipes have had a read function of their own since 6.15 (commit f017b0a4951f), and fifo_pipe_read calls
     // it for named ones. At least one distribution carries the change on 6.6.

@@ -82,11 +82,12 @@ static void StampNewSockets(SocketMap& fresh) {
 void ReadSocketTables(const SocketMap& known) {
     SocketMap fresh;
     for (int type = 1; tables[type - 1][0] != '\0'; ++type) {
-        const FileStream file(DetectShellUtil::OpenFile(tables[type - 1]));
+        FileStream file(DetectShellUtil::OpenFile(tables[type - 1]));
         if (file == nullptr) {
             continue;
         }
         ReadTable(file.get(), type, known, fresh);
+        file.reset();
         Pause(tablePauseMicroseconds);
     }
     StampNewSockets(fresh);

@@ -64,6 +64,9 @@ static std::vector<int> TakeQuietPids(long now) {
 
 void* CheckNetlinkProcsTask([[maybe_unused]] void* arg) {
     std::vector<int> candidates;
+    if (NeedStop()) {
+        return nullptr;
+    }
     for (const int pid : TakeQuietPids(time(nullptr))) {
         // Each command line is read at the pace of its bytes: a stop must not wait for all of them.
         if (NeedStop()) {

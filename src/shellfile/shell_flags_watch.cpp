@@ -53,13 +53,14 @@ static void CloseGroup(FANOTIFY_EVENT& event) {
     close(std::atomic_ref<int>(event.fd).load());
 }
 
-static void ReleaseGroup() {
+// True if there was one.
+static bool ReleaseGroup() {
     if (fanotifyEvent == nullptr) {
-        return;
+        return false;
     }
     CloseGroup(*fanotifyEvent);
     fanotifyEvent.reset();
-    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "shell file system attr thread stop!\n");
+    return true;
 }
 
 void TakeFlagsBaseline() {
@@ -104,7 +105,9 @@ void StopFlagsWatch() {
         StopHipsThreadEx(fanotifyThread);
         fanotifyThread = 0;
     }
-    ReleaseGroup();
+    if (ReleaseGroup()) {
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "shell file system attr thread stop!\n");
+    }
 }
 
 static std::optional<ShellAttr> KnownAttr(const std::string& path) {

@@ -18,10 +18,12 @@ import time
 import pytest
 
 from agent import DETAIL, Agent, environment, write_config
+from waiting import wait_until
 
 WORKER = pathlib.Path(__file__).with_name("remote_worker.py")
 BOOTTIME_AHEAD_SECONDS = 100000
 SWEEP_LIMIT = 10 + 25
+OLD_ENOUGH_SECONDS = 0.5
 SEEN = "Filter the child process of root"
 SEEN_LIMIT = 30
 QUIET_CONFIG = {"module": {"reverseShell": {"detectInterval": 86400}}, "log": DETAIL}
@@ -100,6 +102,11 @@ class Worker:
             text = ""
         answer = self._attacker.converse(self.connection["local"][1], text, "taken\n")
         assert answer == "taken\n"
+
+    def age(self):
+        """Seconds since the worker's own process came into being."""
+        started = int(pathlib.Path(f"/proc/{self._child.pid}/stat").read_text().rpartition(")")[2].split()[19])
+        return time.clock_gettime(time.CLOCK_BOOTTIME) - started / os.sysconf("SC_CLK_TCK")
 
     def wait_until_started(self):
         answer = self._read()
@@ -237,6 +244,9 @@ class Story:
 
 
 def tell(told):
+    # What a process starts within its first moments is taken for a script's.
+    youngest = list(told.workers.values())[-1]
+    wait_until(lambda: youngest.age() > OLD_ENOUGH_SECONDS, "workers that are old enough")
     for name, wiring in {**SILENT, **FOUND}.items():
         told.workers[name].ask(wiring.request)
     by_hand = told.workers["by hand"]

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "agent/strings.h"
+#include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/temporary_directory.h"
@@ -63,6 +64,7 @@ void CheckField(const std::string& path, const std::string& text, const char* ke
 }
 
 void CheckContent(const std::string& path, const std::string& text) {
+    moduleRunning = 1;
     const std::string content = DetectShellUtil::ReadFileContent(path);
     Require(content.size() <= text.size(), "nothing is added to a file's content");
     Require(content.find('\0') == std::string::npos, "the content holds no zero byte");

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/run_state.h"
 #include "frame/settings.h"
 #include "tests/fakes/fake_agent.h"
 #include "tests/support/failing_calls.h"
@@ -20,6 +21,7 @@ protected:
     void SetUp() override {
         Fake::ResetAgent();
         TimeRecorder::Reset();
+        moduleRunning = 1;
         shellPaths.clear();
         tool = folder.Write("bin/ls", "a tool");
         Fake::TheAgent().environment["PATH"] = folder.Path("bin");
@@ -32,6 +34,7 @@ protected:
 
     void TearDown() override {
         FailingCalls::FailAllocation(0);
+        moduleRunning = 0;
         shellPaths.clear();
     }
 

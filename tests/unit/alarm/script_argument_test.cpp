@@ -204,6 +204,14 @@ TEST_F(ScriptArgument, IsFoundBehindAWordOfManyBlocks) {
     EXPECT_EQ(Find(std::string(20000, 'x') + '\0' + "a.py"), script);
 }
 
+TEST_F(ScriptArgument, IsSoughtInThePresentBlockAloneWhenTheModuleIsBeingStopped) {
+    const int pid = AddProcess(std::string("prog\0", 5) + std::string(20000, 'x'));
+    TimeRecorder::AtEachPause([](size_t) { moduleRunning = 0; });
+    RshellAlarmInfo record;
+    EXPECT_FALSE(FindScriptArgument(record, pid));
+    EXPECT_LT(TimeRecorder::Pauses().size(), 4200U);
+}
+
 TEST_F(ScriptArgument, CostsAPauseAByteAndABlockAndARejectedWord) {
     AddFile("a.py");
     const std::string start = Arguments({"python"});

@@ -231,4 +231,10 @@ TEST_F(ParseFromFile, GivesTheLongestValueThatALineHolds) {
     EXPECT_EQ(Parse("key " + value + "more\n", "key"), value);
 }
 
+TEST_F(ReadFileContent, EndsWithItsBlockWhenTheModuleIsBeingStopped) {
+    const std::string path = folder.Write("long", std::string(3 * blockSize, 'x'));
+    StopAtPause(10);
+    EXPECT_EQ(DetectShellUtil::ReadFileContent(path), std::string(blockSize, 'x'));
+}
+
 }  // namespace
