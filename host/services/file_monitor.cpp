@@ -82,21 +82,24 @@ void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) 
 
 void FileMonitor::HandleOwnEnd(const InotifyEvent& event, Reports& reports) {
     const bool isMove = (event.mask & IN_MOVE_SELF) != 0;
+    const bool isUntoldByName = isMove || (event.mask & IN_UNMOUNT) != 0;
     if ((event.mask & IN_IGNORED) != 0) {
         watches_.Forget(event.watch);
     }
     const Explanation explanation{isMove ? FILE_MOVED_FROM : FILE_DELETED, isMove ? FILE_MOVED_TO : FILE_MODIFIED,
                                   false};
     for (auto& [handle, rule] : rules_) {
-        // The end of a file is left to its directory to tell, which does so only after this. So is that of a directory
-        // whose parent is watched for names.
-        const bool isItsDirectory =
-            rule.isDirectory && rule.file == event.watch && (isMove || !AreNamesWatched(rule.Own().watch));
+        // The end of what has a name of the rule is left to its directory to tell, which does so only after this.
+        const bool isNamed = (rule.isDirectory && rule.file == event.watch) || rule.IsLastLink(event.watch);
         const bool isAround =
             std::any_of(rule.names.begin(), rule.names.end(), [&](const Place& p) { return p.watch == event.watch; });
         const bool isAwaitedThere = rule.awaited && rule.awaited->watch == event.watch;
-        if (isItsDirectory || isAround || isAwaitedThere || rule.IsOnWay(event.watch)) {
+        if (isAround || isAwaitedThere || rule.IsOnWay(event.watch) || (isNamed && isUntoldByName)) {
             Settle(rule, explanation, reports);
+        } else if (isNamed) {
+            // A file system that others change too may have ended it without a word of the name.
+            rule.isComplete = false;
+            RetryLater();
         }
     }
 }
@@ -138,6 +141,8 @@ void FileMonitor::FollowName(const InotifyEvent& event, const Place& place, Repo
             Settle(rule, {FILE_DELETED, FILE_MODIFIED, true}, reports);
         } else if (isArrival && rule.awaited == place) {
             Settle(rule, {FILE_DELETED, (event.mask & IN_CREATE) != 0 ? FILE_MODIFIED : FILE_MOVED_TO, false}, reports);
+        } else if (rule.IsOnWay(place)) {
+            Settle(rule, {}, reports);
         }
     }
     TakeLinkCounts(left);
@@ -163,6 +168,14 @@ void FileMonitor::TellArrival(const Place& place, Time now, Reports& reports) {
 }
 
 void FileMonitor::HandleContent(const InotifyEvent& event, Time now, Reports& reports) {
+    if (event.name.empty() && (event.mask & IN_ATTRIB) != 0) {
+        // A link on the way may have lost its name.
+        for (auto& [handle, rule] : rules_) {
+            if (rule.IsOnWay(event.watch)) {
+                Settle(rule, {}, reports);
+            }
+        }
+    }
     std::optional<Place> place;
     int file = event.watch;
     if (!event.name.empty()) {
@@ -224,8 +237,8 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
     };
     const ChangeSide sideBefore = explanation.isTold ? ChangeSide() : side();
     AttachRule(rule, watches_);
-    if (!rule.isComplete && !retry_) {
-        retry_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    if (!rule.isComplete) {
+        RetryLater();
     }
     if (rule.file == before) {
         return;
@@ -256,6 +269,10 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
         ForgetUnused(file);
         rule.hasEnded = true;
     }
+}
+
+void FileMonitor::RetryLater() {
+    retry_ = retry_.value_or(std::chrono::steady_clock::now() + std::chrono::seconds(1));
 }
 
 // Two paths may be one place: then it is one change.
@@ -290,15 +307,6 @@ void FileMonitor::ForgetUnused(int file) {
         files_.erase(file);
         entries_.erase(file);
     }
-}
-
-bool FileMonitor::AreNamesWatched(int directory) const {
-    return std::any_of(rules_.begin(), rules_.end(), [&](const auto& each) {
-        const WatchedRule& rule = each.second;
-        return rule.isDirectory ? rule.file == directory
-                                : std::any_of(rule.names.begin(), rule.names.end(),
-                                              [&](const Place& place) { return place.watch == directory; });
-    });
 }
 
 int FileMonitor::FileAt(const Place& place) const {

@@ -20,6 +20,10 @@ constexpr uint32_t content = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | ownEnd;
 // Without IN_EXCL_UNLINK a file that is written after its name went to another one would pass for the other.
 constexpr uint32_t names = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | content;
 constexpr uint32_t arrival = IN_CREATE | IN_MOVED_TO | ownEnd;
+// The end of something that is held open is no event of its own before it is let go. A directory's parent tells at once,
+// and a link has its count changed at once.
+constexpr uint32_t directoryEnd = IN_DELETE | IN_MOVED_TO | ownEnd;
+constexpr uint32_t linkEnd = IN_ATTRIB | ownEnd;
 
 // A walk is of use only if it is still right when everything on it is watched.
 constexpr int mostAttempts = 3;
@@ -27,6 +31,8 @@ constexpr int mostAttempts = 3;
 struct Attachment {
     std::vector<WatchHold> holds;
     std::vector<int> way;
+    std::vector<int> lastLinks;
+    std::vector<Place> wayNames;
     std::vector<Place> names;
     std::optional<Place> awaited;
     int file = -1;
@@ -49,21 +55,28 @@ Attachment Attach(const std::vector<PathStep>& steps, WatchTable& watches) {
     Attachment made;
     const PathStep& end = steps.back();
     made.isDirectory = end.kind == Kind::directory;
+    const bool isAwaiting = end.kind == Kind::missing;
     for (const PathStep& step : steps) {
         const bool isEnd = &step == &end;
         if (isEnd && (step.kind == Kind::directory || step.kind == Kind::file)) {
             made.file = Hold(made, watches, step, made.isDirectory ? names : content, made.isDirectory);
-        } else if (step.kind == Kind::directory || step.kind == Kind::link) {
+        } else if (step.kind == Kind::directory) {
             made.way.push_back(Hold(made, watches, step, ownEnd, false));
+        } else if (step.kind == Kind::link) {
+            const int link = Hold(made, watches, step, step.isLastName ? ownEnd : linkEnd, false);
+            (step.isLastName ? made.lastLinks : made.way).push_back(link);
         }
         const PathStep& directory = steps[step.directory];
         if (step.isLastName && !step.name.empty()) {
-            // The end of a directory is an event of its own, so that its parent, which may be a busy one, can be left
-            // alone. A file's end is told only when nobody has it open any more.
-            const uint32_t mask = made.isDirectory ? ownEnd : names;
+            // A directory's parent may be a busy one: no more is asked of it than is needed.
+            const uint32_t mask = made.isDirectory ? directoryEnd : names;
             made.names.push_back({Hold(made, watches, directory, mask, !made.isDirectory), step.name});
         } else if (step.kind == Kind::missing) {
             made.awaited = Place{Hold(made, watches, directory, arrival, true), step.name};
+        }
+        // With something in it, a directory on the way stays.
+        if (isAwaiting && step.kind == Kind::directory && !step.name.empty()) {
+            made.wayNames.push_back({Hold(made, watches, directory, directoryEnd, false), step.name});
         }
     }
     return made;
@@ -94,6 +107,14 @@ bool WatchedRule::HasName(const Place& place) const {
 
 bool WatchedRule::IsOnWay(int watch) const {
     return std::find(way.begin(), way.end(), watch) != way.end();
+}
+
+bool WatchedRule::IsLastLink(int watch) const {
+    return std::find(lastLinks.begin(), lastLinks.end(), watch) != lastLinks.end();
+}
+
+bool WatchedRule::IsOnWay(const Place& place) const {
+    return std::find(wayNames.begin(), wayNames.end(), place) != wayNames.end();
 }
 
 bool IsWatchablePath(const std::string& path) {
@@ -137,6 +158,8 @@ void AttachRule(WatchedRule& rule, WatchTable& watches) {
     Release(rule.holds, watches);
     rule.holds = std::move(made.holds);
     rule.way = std::move(made.way);
+    rule.lastLinks = std::move(made.lastLinks);
+    rule.wayNames = std::move(made.wayNames);
     rule.names = std::move(made.names);
     rule.awaited = std::move(made.awaited);
     rule.file = made.file;
@@ -149,6 +172,8 @@ void DetachRule(WatchedRule& rule, WatchTable& watches) {
     Release(rule.holds, watches);
     rule.holds.clear();
     rule.way.clear();
+    rule.lastLinks.clear();
+    rule.wayNames.clear();
     rule.names.clear();
     rule.awaited.reset();
     rule.file = -1;

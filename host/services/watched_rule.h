@@ -26,6 +26,8 @@ struct WatchedRule {
 
     std::vector<WatchHold> holds;  // all that is watched for this rule
     std::vector<int> way;          // directories and links on the way: if one of them goes, the path leads elsewhere
+    std::vector<int> lastLinks;    // links among what has the names: their directories tell their end
+    std::vector<Place> wayNames;   // of the directories on the way, while the rule awaits a name
     std::vector<Place> names;      // the path's last name, then those that links lead to; none for the root
     std::optional<Place> awaited;  // the name on the way that is missing
     int file = -1;                 // what the path leads to, a file or a directory; -1 if nothing
@@ -35,6 +37,8 @@ struct WatchedRule {
 
     bool HasName(const Place& place) const;
     bool IsOnWay(int watch) const;
+    bool IsLastLink(int watch) const;
+    bool IsOnWay(const Place& place) const;
 
     // The place by which changes of the path itself are known.
     Place Own() const { return names.empty() ? Place{file, {}} : names.front(); }

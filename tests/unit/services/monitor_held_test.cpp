@@ -1,0 +1,98 @@
+// What the monitor tells while others keep things open, and while the monitor itself lacks something.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/services/descriptor.h"
+#include "tests/unit/services/monitor_stage.h"
+
+namespace {
+
+using Host::Descriptor;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using TestSupport::Stage;
+
+// Keeps something open, of which the kernel then does not tell the end.
+Descriptor KeepOpen(const std::string& path) {
+    Descriptor kept(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    EXPECT_TRUE(kept.IsOpen()) << path;
+    return kept;
+}
+
+TEST(MonitorHeldPaths, ADirectoryThatIsMadeAgainIsWatchedAgain) {
+    for (const bool isDirectoryWatched : {false, true}) {
+        Stage stage;
+        stage.Write("one/two/shell");
+        ASSERT_TRUE(!isDirectoryWatched || stage.Watch("one/two"));
+        ASSERT_TRUE(stage.Watch("one/two/shell"));
+        const Descriptor one = KeepOpen(stage.Path("one"));
+        const Descriptor two = KeepOpen(stage.Path("one/two"));
+        std::filesystem::remove(stage.Path("one/two/shell"));
+        EXPECT_THAT(stage.Told(), ElementsAre("3 one/two/shell"));
+        stage.Remove("one");
+        EXPECT_EQ(stage.Told(),
+                  isDirectoryWatched ? std::vector<std::string>{"3 one/two"} : std::vector<std::string>());
+        stage.MakeDirectory("one/two");
+        EXPECT_THAT(stage.Told(), IsEmpty());
+        stage.Write("one/two/shell");
+        EXPECT_THAT(stage.Told(), ElementsAre("2 one/two/shell"));
+        chmod(stage.Path("one/two/shell").c_str(), 0700);
+        EXPECT_THAT(stage.Told(), ElementsAre("1 one/two/shell attribute oaccess=33188 access=33216"));
+    }
+}
+
+TEST(MonitorHeldPaths, ADirectoryThatIsMovedOverIsFollowed) {
+    Stage stage;
+    stage.MakeDirectory("one");
+    ASSERT_TRUE(stage.Watch("one"));
+    ASSERT_TRUE(stage.Watch("one/shell"));
+    const Descriptor one = KeepOpen(stage.Path("one"));
+    stage.Write("new/shell");
+    stage.Told();
+    stage.Move("new", "one");
+    EXPECT_THAT(stage.Told(), testing::UnorderedElementsAre("6 one", "2 one/shell"));
+    chmod(stage.Path("one/shell").c_str(), 0700);
+    EXPECT_THAT(stage.Told(), ElementsAre("1 one/shell attribute oaccess=33188 access=33216"));
+}
+
+TEST(MonitorPaths, TheEndOfALinkIsToldOnce) {
+    Stage stage;
+    stage.Write("real/shell");
+    stage.Link("real", "bin");
+    stage.Link("real/shell", "sh");
+    ASSERT_TRUE(stage.Watch("bin"));
+    ASSERT_TRUE(stage.Watch("bin/shell"));
+    ASSERT_TRUE(stage.Watch("sh"));
+    stage.Remove("sh");
+    EXPECT_THAT(stage.Told(), ElementsAre("3 sh"));
+    stage.Remove("bin");
+    EXPECT_THAT(stage.Told(), testing::UnorderedElementsAre("3 bin", "3 bin/shell"));
+}
+
+TEST(MonitorHeldPaths, ALinkOnTheWayThatLeadsElsewhereIsTold) {
+    for (const bool hasOtherName : {false, true}) {
+        Stage stage;
+        stage.Write("good/shell");
+        stage.Write("evil/shell");
+        stage.Link("good", "bin");
+        ASSERT_TRUE(stage.Watch("bin/shell"));
+        const Descriptor link = KeepOpen(stage.Path("bin"));
+        if (hasOtherName) {
+            ASSERT_EQ(::link(stage.Path("bin").c_str(), stage.Path("other").c_str()), 0);
+        }
+        stage.Link("evil", "new");
+        stage.Move("new", "bin");
+        EXPECT_THAT(stage.Told(), ElementsAre("6 bin/shell"));
+        stage.Write("evil/shell", "other");
+        EXPECT_THAT(stage.Told(), ElementsAre("2 bin/shell"));
+    }
+}
+
+}  // namespace
