@@ -28,19 +28,26 @@ bool FileMonitor::Add(int handle, const TavUtils::Monitor::FileWatchRule& rule) 
     WatchedRule watched;
     watched.handle = handle;
     watched.rule = rule;
-    AttachRule(watched, watches_);
-    if (!watched.isComplete) {
-        const int error = errno;
+    const int error = AttachRule(watched, watches_);
+    if (error != 0 && error != EAGAIN) {
         DetachRule(watched, watches_);
-        if (failurePacer_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "%s cannot be watched: %s%s",
-                           rule.path.c_str(), std::strerror(error),
-                           error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
-        }
+        LogFailure(watched, error);
         return false;
     }
-    Know(rules_.emplace(handle, std::move(watched)).first->second);
+    WatchedRule& added = rules_.emplace(handle, std::move(watched)).first->second;
+    added.isComplete = Know(added) && error == 0;
+    if (!added.isComplete) {
+        RetryLater();
+    }
     return true;
+}
+
+void FileMonitor::LogFailure(const WatchedRule& rule, int error) {
+    if (error != EAGAIN && failurePacer_.MayLog()) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "%s cannot be watched: %s%s",
+                       rule.rule.path.c_str(), std::strerror(error),
+                       error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
+    }
 }
 
 void FileMonitor::Remove(int handle) {
@@ -62,7 +69,7 @@ std::shared_ptr<TavUtils::Monitor::FileWatchCallback> FileMonitor::ListenerOf(in
 void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) {
     told_.clear();
     if ((event.mask & IN_Q_OVERFLOW) != 0) {
-        lossSince_ = lossSince_.value_or(now);
+        lossSince_ = std::min(lossSince_.value_or(now), now);
         if (lossPacer_.MayLog()) {
             LoggerWriteLog(
                 "NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
@@ -236,7 +243,13 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
                                   : SideOfName(rules_, watches_, rule.names.front());
     };
     const ChangeSide sideBefore = explanation.isTold ? ChangeSide() : side();
-    AttachRule(rule, watches_);
+    const int error = AttachRule(rule, watches_);
+    const bool isKnown = Know(rule);
+    if (error != 0) {
+        LogFailure(rule, error);
+    }
+    rule.isComplete = error == 0 && isKnown;
+    rule.isTold = !rule.isComplete && rule.file == before && explanation.isTold;
     if (!rule.isComplete) {
         RetryLater();
     }
@@ -244,14 +257,11 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
         return;
     }
     ForgetUnused(before);
-    Know(rule);
     const auto known = files_.find(rule.file);
     if (explanation.isTold) {
         // Nothing to add.
     } else if (rule.file < 0) {
         TellOnce(keyBefore, sideBefore, explanation.vanished, reports);
-    } else if (known == files_.end()) {
-        // It has gone again; the event of that is still to come.
     } else if (before >= 0 && rule.isDirectory == wasDirectory) {
         TellOnce(rule.Own(), side(), FILE_MOVED_TO, reports);
     } else if (HasContent(known->second.state) || explanation.appeared == FILE_MOVED_TO) {
@@ -282,22 +292,25 @@ void FileMonitor::TellOnce(const Place& key, const ChangeSide& side, FileOperati
     }
 }
 
-void FileMonitor::Know(const WatchedRule& rule) {
+// False if the entries of the directory could not be listed for want of something.
+bool FileMonitor::Know(const WatchedRule& rule) {
     if (rule.file < 0) {
-        return;
+        return true;
     }
-    FileState state;
-    if (!files_.contains(rule.file) && ReadState(rule.file, state)) {
-        files_[rule.file].state = state;
+    if (!files_.contains(rule.file)) {
+        files_[rule.file].state = rule.state;
     }
     if (rule.isDirectory && !entries_.contains(rule.file)) {
-        Entries& entries = entries_[rule.file];
         std::map<std::string, FileState> found;
-        ListDirectory(rule.rule.path, mostEntries, found);
+        if (IsShortage(ListDirectory(rule.rule.path, mostEntries, found))) {
+            return false;
+        }
+        Entries& entries = entries_[rule.file];
         for (const auto& [name, each] : found) {
             entries[name].state = each;
         }
     }
+    return true;
 }
 
 void FileMonitor::ForgetUnused(int file) {

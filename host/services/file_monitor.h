@@ -88,7 +88,8 @@ private:
     void Settle(WatchedRule& rule, const Explanation& explanation, Reports& reports);
     void RetryLater();
     void TellOnce(const Place& key, const ChangeSide& side, FileOperation operation, Reports& reports);
-    void Know(const WatchedRule& rule);
+    void LogFailure(const WatchedRule& rule, int error);
+    bool Know(const WatchedRule& rule);
     void ForgetUnused(int file);
     bool ReadState(int file, FileState& state);
     int FileAt(const Place& place) const;

@@ -37,6 +37,8 @@ struct Attachment {
     std::optional<Place> awaited;
     int file = -1;
     bool isDirectory = false;
+    bool isFileKnown = true;
+    FileState state;
     int error = 0;
 };
 
@@ -60,6 +62,10 @@ Attachment Attach(const std::vector<PathStep>& steps, WatchTable& watches) {
         const bool isEnd = &step == &end;
         if (isEnd && (step.kind == Kind::directory || step.kind == Kind::file)) {
             made.file = Hold(made, watches, step, made.isDirectory ? names : content, made.isDirectory);
+            made.isFileKnown = made.file >= 0 || made.error == 0;
+            if (made.file >= 0 && !ReadFileState(step.file.Get(), made.state)) {
+                made.error = errno;
+            }
         } else if (step.kind == Kind::directory) {
             made.way.push_back(Hold(made, watches, step, ownEnd, false));
         } else if (step.kind == Kind::link) {
@@ -124,14 +130,16 @@ bool IsWatchablePath(const std::string& path) {
     if (path.front() != '/' || path.size() >= PATH_MAX || path.find('\0') != std::string::npos) {
         return false;
     }
+    size_t steps = 1;
     for (size_t begin = 0; begin < path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
         if (end - begin > NAME_MAX) {
             return false;
         }
+        steps += end > begin ? 1 : 0;
         begin = end + 1;
     }
-    return true;
+    return steps <= mostSteps;
 }
 
 Descriptor OpenRulePath(const WatchedRule& rule) {
@@ -143,16 +151,24 @@ std::string JoinPath(const std::string& directory, const std::string& name) {
     return directory.ends_with('/') ? directory + name : directory + "/" + name;
 }
 
-void AttachRule(WatchedRule& rule, WatchTable& watches) {
+int AttachRule(WatchedRule& rule, WatchTable& watches) {
     Attachment made;
-    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    rule.isComplete = false;
+    int error = EAGAIN;
+    for (int attempt = 0; attempt < mostAttempts && error == EAGAIN; ++attempt) {
         const std::vector<PathStep> steps = WalkPath(rule.rule.path);
+        if (steps.back().error != 0) {
+            Release(made.holds, watches);
+            return steps.back().error;
+        }
         // The new holds come before the old ones go, so that no watch ends in between and takes its events along.
         Attachment next = Attach(steps, watches);
         Release(made.holds, watches);
         made = std::move(next);
-        if (IsSameWalk(steps, WalkPath(rule.rule.path))) {
-            break;
+        const std::vector<PathStep> again = WalkPath(rule.rule.path);
+        error = again.back().error;
+        if (error == 0 && !IsSameWalk(steps, again)) {
+            error = EAGAIN;
         }
     }
     Release(rule.holds, watches);
@@ -162,10 +178,14 @@ void AttachRule(WatchedRule& rule, WatchTable& watches) {
     rule.wayNames = std::move(made.wayNames);
     rule.names = std::move(made.names);
     rule.awaited = std::move(made.awaited);
-    rule.file = made.file;
-    rule.isDirectory = made.isDirectory;
-    rule.isComplete = made.error == 0;
-    errno = made.error;
+    if (made.isFileKnown) {
+        rule.file = made.file;
+        rule.isDirectory = made.isDirectory;
+        rule.state = made.state;
+    }
+    error = made.error != 0 ? made.error : error;
+    rule.isComplete = error == 0;
+    return error;
 }
 
 void DetachRule(WatchedRule& rule, WatchTable& watches) {

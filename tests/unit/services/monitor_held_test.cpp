@@ -2,14 +2,23 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/services/descriptor.h"
+#include "host/services/directory_list.h"
+#include "host/services/path_walk.h"
+#include "host/services/watched_rule.h"
 #include "tests/unit/services/monitor_stage.h"
 
 namespace {
@@ -93,6 +102,121 @@ TEST(MonitorHeldPaths, ALinkOnTheWayThatLeadsElsewhereIsTold) {
         stage.Write("evil/shell", "other");
         EXPECT_THAT(stage.Told(), ElementsAre("2 bin/shell"));
     }
+}
+
+// Leaves this process that many descriptors at most.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(rlim_t count) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const Descriptor lowest(open("/", O_PATH | O_CLOEXEC));
+        const rlimit few{static_cast<rlim_t>(lowest.Get()) + count, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    }
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+TEST(MonitorShortage, APathThatCannotBeLookedUpIsNotTakenForMissing) {
+    for (const rlim_t count : {0, 1, 2, 3, 4}) {
+        Stage stage;
+        stage.Write("one/shell");
+        ASSERT_TRUE(stage.Watch("one"));
+        ASSERT_TRUE(stage.Watch("one/shell"));
+        {
+            const FewDescriptors few(count);
+            stage.Move("one", "two");
+            stage.Move("two", "one");
+            // The directory's own name is an event that needs no look-up.
+            EXPECT_THAT(stage.Told(), ElementsAre("6 one")) << count;
+        }
+        chmod(stage.Path("one/shell").c_str(), 0700);
+        EXPECT_THAT(stage.Told(), ElementsAre("1 one/shell attribute oaccess=33188 access=33216")) << count;
+    }
+}
+
+TEST(MonitorShortage, WhatCouldNotBeLookedUpIsToldLater) {
+    Stage stage;
+    stage.Write("one/shell");
+    ASSERT_TRUE(stage.Watch("one/shell"));
+    {
+        const FewDescriptors few(2);
+        stage.Move("one", "two");
+        EXPECT_THAT(stage.Told(), IsEmpty());
+    }
+    EXPECT_TRUE(TestSupport::Await([&] { return stage.Told() == std::vector<std::string>{"3 one/shell"}; }));
+}
+
+TEST(MonitorShortage, WhatIsToldByNameIsNotToldAgain) {
+    Stage stage;
+    stage.Write("one/shell");
+    stage.Write("one/other");
+    ASSERT_TRUE(stage.Watch("one/shell"));
+    {
+        const FewDescriptors few(2);
+        stage.Move("one/other", "one/shell");
+        EXPECT_THAT(stage.Told(), ElementsAre("4 one/other -> one/shell"));
+    }
+    // Once a change of its attributes is told, the new file is watched.
+    mode_t mode = 0644;
+    std::vector<std::string> told;
+    EXPECT_TRUE(TestSupport::Await([&] {
+        mode ^= 0100;
+        chmod(stage.Path("one/shell").c_str(), mode);
+        told = stage.Told();
+        return !told.empty();
+    }));
+    EXPECT_THAT(told, ElementsAre(testing::StartsWith("1 one/shell attribute oaccess=")));
+}
+
+TEST(MonitorShortage, APathThatDoesNotRestIsTriedAgain) {
+    const TemporaryDirectory dir;
+    dir.Write("one/shell", "x");
+    dir.Write("two/shell", "x");
+    Host::Inotify inotify;
+    ASSERT_EQ(inotify.Open(), 0);
+    Host::WatchTable watches(inotify);
+    Host::WatchedRule rule;
+    rule.rule.path = dir.Path("one/shell");
+    std::atomic<bool> isOver = false;
+    std::thread storm([&] {
+        while (!isOver) {
+            renameat2(AT_FDCWD, dir.Path("one").c_str(), AT_FDCWD, dir.Path("two").c_str(), RENAME_EXCHANGE);
+        }
+    });
+    EXPECT_TRUE(TestSupport::Await([&] { return AttachRule(rule, watches) == EAGAIN; }));
+    EXPECT_FALSE(rule.isComplete);
+    isOver = true;
+    storm.join();
+    EXPECT_EQ(AttachRule(rule, watches), 0);
+    EXPECT_TRUE(rule.isComplete);
+}
+
+TEST(MonitorShortage, APathOfTooManyNamesIsRefused) {
+    Stage stage;
+    std::string path = "x";
+    for (size_t names = 1; names < Host::mostSteps; ++names) {
+        path = "a/" + path;
+    }
+    EXPECT_FALSE(stage.Watch(path));
+    EXPECT_TRUE(stage.Watch(path.substr(100)));
+}
+
+TEST(MonitorShortage, EntriesAreListedWithOneDescriptor) {
+    const TemporaryDirectory dir;
+    dir.Write("one", "x");
+    std::map<std::string, Host::FileState> entries;
+    {
+        const FewDescriptors few(1);
+        EXPECT_EQ(Host::ListDirectory(dir.Path(), 4, entries), 0);
+    }
+    EXPECT_EQ(entries.size(), 1U);
+    const FewDescriptors none(0);
+    EXPECT_TRUE(Host::IsShortage(Host::ListDirectory(dir.Path(), 4, entries)));
 }
 
 }  // namespace
