@@ -9,8 +9,11 @@
 
 namespace Host {
 
-// At most limit entries by name; links are entries, not what they lead to. False if the directory cannot be read or has
-// more of them.
-bool ListDirectory(const std::string& path, size_t limit, std::map<std::string, FileState>& entries);
+// At most limit entries by name; links are entries, not what they lead to. An entry of which the state cannot be read is
+// left out. 0 or the errno of the failure, E2BIG if there are more of them.
+int ListDirectory(const std::string& path, size_t limit, std::map<std::string, FileState>& entries);
+
+// True for failures that pass: something has run out.
+bool IsShortage(int error);
 
 }  // namespace Host

@@ -1,6 +1,8 @@
 // The entries of watched directories, and what is on disk against what is known.
 #include <sys/inotify.h>
 
+#include <cerrno>
+
 #include "host/services/directory_list.h"
 #include "host/services/file_monitor.h"
 
@@ -10,6 +12,9 @@ namespace {
 
 // A flood of events that does not end must not put the comparison off for ever.
 constexpr std::chrono::seconds longestLoss(1);
+
+// What has run out may stay so for a while.
+constexpr std::chrono::seconds shortagePause(1);
 
 }  // namespace
 
@@ -29,7 +34,7 @@ void FileMonitor::Tick(Time now, bool isQuiet, Reports& reports) {
         Look(file, std::nullopt, Occasion::linksDue, now, reports);
     }
     // Once nothing waits, what the events have told is not told again.
-    if (lossSince_ && (isQuiet || now - *lossSince_ >= longestLoss)) {
+    if (lossSince_ && *lossSince_ <= now && (isQuiet || now - *lossSince_ >= longestLoss)) {
         lossSince_.reset();
         Compare(now, reports);
     }
@@ -37,7 +42,7 @@ void FileMonitor::Tick(Time now, bool isQuiet, Reports& reports) {
         retry_.reset();
         for (auto& [handle, rule] : rules_) {
             if (!rule.isComplete) {
-                Settle(rule, {}, reports);
+                Settle(rule, {FILE_DELETED, FILE_MODIFIED, rule.isTold}, reports);
             }
         }
     }
@@ -83,7 +88,13 @@ void FileMonitor::Compare(Time now, Reports& reports) {
 void FileMonitor::CompareEntries(int directory, Time now, Reports& reports) {
     const std::optional<std::string> path = DirectoryPath(directory);
     std::map<std::string, FileState> found;
-    if (!path || !ListDirectory(*path, mostEntries, found)) {
+    if (!path) {
+        return;
+    }
+    if (const int error = ListDirectory(*path, mostEntries, found); error != 0) {
+        if (IsShortage(error)) {
+            lossSince_ = now + shortagePause;
+        }
         return;
     }
     Entries& entries = entries_[directory];
@@ -95,7 +106,9 @@ void FileMonitor::CompareEntries(int directory, Time now, Reports& reports) {
         }
     };
     for (auto entry = entries.begin(); entry != entries.end();) {
-        if (found.contains(entry->first)) {
+        FileState state;
+        const bool isThere = found.contains(entry->first) || ReadFileState(JoinPath(*path, entry->first), state);
+        if (isThere || (errno != ENOENT && errno != ENOTDIR)) {
             ++entry;
         } else {
             tell(entry->first, FILE_DELETED, {});

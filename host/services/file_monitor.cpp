@@ -28,19 +28,26 @@ bool FileMonitor::Add(int handle, const TavUtils::Monitor::FileWatchRule& rule) 
     WatchedRule watched;
     watched.handle = handle;
     watched.rule = rule;
-    AttachRule(watched, watches_);
-    if (!watched.isComplete) {
-        const int error = errno;
+    const int error = AttachRule(watched, watches_);
+    if (error != 0 && error != EAGAIN) {
         DetachRule(watched, watches_);
-        if (failurePacer_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "%s cannot be watched: %s%s",
-                           rule.path.c_str(), std::strerror(error),
-                           error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
-        }
+        LogFailure(watched, error);
         return false;
     }
-    Know(rules_.emplace(handle, std::move(watched)).first->second);
+    WatchedRule& added = rules_.emplace(handle, std::move(watched)).first->second;
+    added.isComplete = Know(added) && error == 0;
+    if (!added.isComplete) {
+        RetryLater();
+    }
     return true;
+}
+
+void FileMonitor::LogFailure(const WatchedRule& rule, int error) {
+    if (error != EAGAIN && failurePacer_.MayLog()) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "%s cannot be watched: %s%s",
+                       rule.rule.path.c_str(), std::strerror(error),
+                       error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
+    }
 }
 
 void FileMonitor::Remove(int handle) {
@@ -62,7 +69,7 @@ std::shared_ptr<TavUtils::Monitor::FileWatchCallback> FileMonitor::ListenerOf(in
 void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) {
     told_.clear();
     if ((event.mask & IN_Q_OVERFLOW) != 0) {
-        lossSince_ = lossSince_.value_or(now);
+        lossSince_ = std::min(lossSince_.value_or(now), now);
         if (lossPacer_.MayLog()) {
             LoggerWriteLog(
                 "NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
@@ -82,21 +89,24 @@ void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) 
 
 void FileMonitor::HandleOwnEnd(const InotifyEvent& event, Reports& reports) {
     const bool isMove = (event.mask & IN_MOVE_SELF) != 0;
+    const bool isUntoldByName = isMove || (event.mask & IN_UNMOUNT) != 0;
     if ((event.mask & IN_IGNORED) != 0) {
         watches_.Forget(event.watch);
     }
     const Explanation explanation{isMove ? FILE_MOVED_FROM : FILE_DELETED, isMove ? FILE_MOVED_TO : FILE_MODIFIED,
                                   false};
     for (auto& [handle, rule] : rules_) {
-        // The end of a file is left to its directory to tell, which does so only after this. So is that of a directory
-        // whose parent is watched for names.
-        const bool isItsDirectory =
-            rule.isDirectory && rule.file == event.watch && (isMove || !AreNamesWatched(rule.Own().watch));
+        // The end of what has a name of the rule is left to its directory to tell, which does so only after this.
+        const bool isNamed = (rule.isDirectory && rule.file == event.watch) || rule.IsLastLink(event.watch);
         const bool isAround =
             std::any_of(rule.names.begin(), rule.names.end(), [&](const Place& p) { return p.watch == event.watch; });
         const bool isAwaitedThere = rule.awaited && rule.awaited->watch == event.watch;
-        if (isItsDirectory || isAround || isAwaitedThere || rule.IsOnWay(event.watch)) {
+        if (isAround || isAwaitedThere || rule.IsOnWay(event.watch) || (isNamed && isUntoldByName)) {
             Settle(rule, explanation, reports);
+        } else if (isNamed) {
+            // A file system that others change too may have ended it without a word of the name.
+            rule.isComplete = false;
+            RetryLater();
         }
     }
 }
@@ -138,6 +148,8 @@ void FileMonitor::FollowName(const InotifyEvent& event, const Place& place, Repo
             Settle(rule, {FILE_DELETED, FILE_MODIFIED, true}, reports);
         } else if (isArrival && rule.awaited == place) {
             Settle(rule, {FILE_DELETED, (event.mask & IN_CREATE) != 0 ? FILE_MODIFIED : FILE_MOVED_TO, false}, reports);
+        } else if (rule.IsOnWay(place)) {
+            Settle(rule, {}, reports);
         }
     }
     TakeLinkCounts(left);
@@ -163,6 +175,14 @@ void FileMonitor::TellArrival(const Place& place, Time now, Reports& reports) {
 }
 
 void FileMonitor::HandleContent(const InotifyEvent& event, Time now, Reports& reports) {
+    if (event.name.empty() && (event.mask & IN_ATTRIB) != 0) {
+        // A link on the way may have lost its name.
+        for (auto& [handle, rule] : rules_) {
+            if (rule.IsOnWay(event.watch)) {
+                Settle(rule, {}, reports);
+            }
+        }
+    }
     std::optional<Place> place;
     int file = event.watch;
     if (!event.name.empty()) {
@@ -223,22 +243,25 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
                                   : SideOfName(rules_, watches_, rule.names.front());
     };
     const ChangeSide sideBefore = explanation.isTold ? ChangeSide() : side();
-    AttachRule(rule, watches_);
-    if (!rule.isComplete && !retry_) {
-        retry_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    const int error = AttachRule(rule, watches_);
+    const bool isKnown = Know(rule);
+    if (error != 0) {
+        LogFailure(rule, error);
+    }
+    rule.isComplete = error == 0 && isKnown;
+    rule.isTold = !rule.isComplete && rule.file == before && explanation.isTold;
+    if (!rule.isComplete) {
+        RetryLater();
     }
     if (rule.file == before) {
         return;
     }
     ForgetUnused(before);
-    Know(rule);
     const auto known = files_.find(rule.file);
     if (explanation.isTold) {
         // Nothing to add.
     } else if (rule.file < 0) {
         TellOnce(keyBefore, sideBefore, explanation.vanished, reports);
-    } else if (known == files_.end()) {
-        // It has gone again; the event of that is still to come.
     } else if (before >= 0 && rule.isDirectory == wasDirectory) {
         TellOnce(rule.Own(), side(), FILE_MOVED_TO, reports);
     } else if (HasContent(known->second.state) || explanation.appeared == FILE_MOVED_TO) {
@@ -258,6 +281,10 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
     }
 }
 
+void FileMonitor::RetryLater() {
+    retry_ = retry_.value_or(std::chrono::steady_clock::now() + std::chrono::seconds(1));
+}
+
 // Two paths may be one place: then it is one change.
 void FileMonitor::TellOnce(const Place& key, const ChangeSide& side, FileOperation operation, Reports& reports) {
     if (told_.emplace(key, operation).second) {
@@ -265,22 +292,25 @@ void FileMonitor::TellOnce(const Place& key, const ChangeSide& side, FileOperati
     }
 }
 
-void FileMonitor::Know(const WatchedRule& rule) {
+// False if the entries of the directory could not be listed for want of something.
+bool FileMonitor::Know(const WatchedRule& rule) {
     if (rule.file < 0) {
-        return;
+        return true;
     }
-    FileState state;
-    if (!files_.contains(rule.file) && ReadState(rule.file, state)) {
-        files_[rule.file].state = state;
+    if (!files_.contains(rule.file)) {
+        files_[rule.file].state = rule.state;
     }
     if (rule.isDirectory && !entries_.contains(rule.file)) {
-        Entries& entries = entries_[rule.file];
         std::map<std::string, FileState> found;
-        ListDirectory(rule.rule.path, mostEntries, found);
+        if (IsShortage(ListDirectory(rule.rule.path, mostEntries, found))) {
+            return false;
+        }
+        Entries& entries = entries_[rule.file];
         for (const auto& [name, each] : found) {
             entries[name].state = each;
         }
     }
+    return true;
 }
 
 void FileMonitor::ForgetUnused(int file) {
@@ -290,15 +320,6 @@ void FileMonitor::ForgetUnused(int file) {
         files_.erase(file);
         entries_.erase(file);
     }
-}
-
-bool FileMonitor::AreNamesWatched(int directory) const {
-    return std::any_of(rules_.begin(), rules_.end(), [&](const auto& each) {
-        const WatchedRule& rule = each.second;
-        return rule.isDirectory ? rule.file == directory
-                                : std::any_of(rule.names.begin(), rule.names.end(),
-                                              [&](const Place& place) { return place.watch == directory; });
-    });
 }
 
 int FileMonitor::FileAt(const Place& place) const {

@@ -86,11 +86,12 @@ private:
     void TellArrival(const Place& place, Time now, Reports& reports);
 
     void Settle(WatchedRule& rule, const Explanation& explanation, Reports& reports);
+    void RetryLater();
     void TellOnce(const Place& key, const ChangeSide& side, FileOperation operation, Reports& reports);
-    void Know(const WatchedRule& rule);
+    void LogFailure(const WatchedRule& rule, int error);
+    bool Know(const WatchedRule& rule);
     void ForgetUnused(int file);
     bool ReadState(int file, FileState& state);
-    bool AreNamesWatched(int directory) const;
     int FileAt(const Place& place) const;
     bool IsNameOfRule(const Place& place) const;
     void Look(int file, const std::optional<Place>& place, Occasion occasion, Time now, Reports& reports);

@@ -1,5 +1,6 @@
 #include "host/services/file_state.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace Host {
@@ -42,8 +43,12 @@ bool ReadFileState(int fd, FileState& state) {
 }
 
 bool ReadFileState(const std::string& path, FileState& state) {
+    return ReadFileState(AT_FDCWD, path.c_str(), state);
+}
+
+bool ReadFileState(int directoryFd, const char* name, FileState& state) {
     struct stat attributes {};
-    if (lstat(path.c_str(), &attributes) != 0) {
+    if (fstatat(directoryFd, name, &attributes, AT_SYMLINK_NOFOLLOW) != 0) {
         return false;
     }
     state = StateOf(attributes);

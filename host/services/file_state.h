@@ -25,8 +25,11 @@ struct FileState {
 // State of the inode behind a descriptor, which may be open with O_PATH. False on failure.
 bool ReadFileState(int fd, FileState& state);
 
-// State of what has that path, links not followed. False on failure.
+// State of what has that path, links not followed. False on failure, with errno.
 bool ReadFileState(const std::string& path, FileState& state);
+
+// The same for a name in a directory.
+bool ReadFileState(int directoryFd, const char* name, FileState& state);
 
 bool IsDirectory(const FileState& state);
 

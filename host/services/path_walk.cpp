@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <deque>
 #include <string_view>
 #include <utility>
@@ -13,9 +14,8 @@ namespace Host {
 namespace {
 
 constexpr int openFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-// The kernel's own limit on links, path_resolution(7), and a bound for the descriptors that a walk holds.
+// The kernel's own limit on links, path_resolution(7).
 constexpr int mostLinks = 40;
-constexpr size_t mostSteps = 300;
 
 void PushFront(std::deque<std::string>& names, std::string_view path) {
     std::deque<std::string> before;
@@ -39,15 +39,26 @@ std::string Child(const std::string& directory, const std::string& name) {
     return path += name;
 }
 
-PathStep::Kind KindOf(int fd) {
+// Names that are too long come from links.
+bool IsAbsence(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
+void Fail(PathStep& step, int error) {
+    step.kind = PathStep::Kind::missing;
+    step.error = IsAbsence(error) ? 0 : error;
+}
+
+// Sets kind and error by the descriptor, or by errno if it is closed.
+void Classify(PathStep& step) {
     struct stat attributes {};
-    if (fstat(fd, &attributes) != 0) {
-        return PathStep::Kind::missing;
+    if (!step.file.IsOpen() || fstat(step.file.Get(), &attributes) != 0) {
+        Fail(step, errno);
+    } else if (S_ISDIR(attributes.st_mode)) {
+        step.kind = PathStep::Kind::directory;
+    } else {
+        step.kind = S_ISLNK(attributes.st_mode) ? PathStep::Kind::link : PathStep::Kind::file;
     }
-    if (S_ISDIR(attributes.st_mode)) {
-        return PathStep::Kind::directory;
-    }
-    return S_ISLNK(attributes.st_mode) ? PathStep::Kind::link : PathStep::Kind::file;
 }
 
 PathStep LookUp(const PathStep& directory, size_t index, const std::string& name) {
@@ -56,13 +67,17 @@ PathStep LookUp(const PathStep& directory, size_t index, const std::string& name
     step.name = name;
     step.path = Child(directory.path, name);
     step.file = Descriptor(openat(directory.file.Get(), name.c_str(), openFlags));
-    step.kind = step.file.IsOpen() ? KindOf(step.file.Get()) : PathStep::Kind::missing;
+    Classify(step);
     return step;
 }
 
-std::string TargetOf(const PathStep& link) {
+// Empty on failure, of which the step then says that it is missing.
+std::string TargetOf(PathStep& link) {
     std::string target(4096, '\0');
     const ssize_t length = readlinkat(link.file.Get(), "", target.data(), target.size());
+    if (length <= 0) {
+        Fail(link, length < 0 ? errno : ENOENT);
+    }
     target.resize(static_cast<size_t>(length > 0 ? length : 0));
     return target;
 }
@@ -73,7 +88,7 @@ std::vector<PathStep> WalkPath(const std::string& path) {
     std::vector<PathStep> steps(1);
     steps[0].path = '/';
     steps[0].file = Descriptor(open("/", openFlags | O_DIRECTORY));
-    steps[0].kind = steps[0].file.IsOpen() ? PathStep::Kind::directory : PathStep::Kind::missing;
+    Classify(steps[0]);
     std::deque<std::string> names;
     PushFront(names, path);
     steps[0].isLastName = names.empty();
@@ -90,7 +105,7 @@ std::vector<PathStep> WalkPath(const std::string& path) {
         }
         const bool isTooFar = steps.size() >= mostSteps || (step.kind == PathStep::Kind::link && ++links > mostLinks);
         const bool isNoWay = step.kind == PathStep::Kind::file && !names.empty();
-        if (isTooFar || isNoWay || (step.kind == PathStep::Kind::link && target.empty())) {
+        if (isTooFar || isNoWay) {
             step.kind = PathStep::Kind::missing;
         }
         if (step.kind == PathStep::Kind::link) {

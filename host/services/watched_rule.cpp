@@ -20,6 +20,10 @@ constexpr uint32_t content = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | ownEnd;
 // Without IN_EXCL_UNLINK a file that is written after its name went to another one would pass for the other.
 constexpr uint32_t names = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | content;
 constexpr uint32_t arrival = IN_CREATE | IN_MOVED_TO | ownEnd;
+// The end of something that is held open is no event of its own before it is let go. A directory's parent tells at once,
+// and a link has its count changed at once.
+constexpr uint32_t directoryEnd = IN_DELETE | IN_MOVED_TO | ownEnd;
+constexpr uint32_t linkEnd = IN_ATTRIB | ownEnd;
 
 // A walk is of use only if it is still right when everything on it is watched.
 constexpr int mostAttempts = 3;
@@ -27,10 +31,14 @@ constexpr int mostAttempts = 3;
 struct Attachment {
     std::vector<WatchHold> holds;
     std::vector<int> way;
+    std::vector<int> lastLinks;
+    std::vector<Place> wayNames;
     std::vector<Place> names;
     std::optional<Place> awaited;
     int file = -1;
     bool isDirectory = false;
+    bool isFileKnown = true;
+    FileState state;
     int error = 0;
 };
 
@@ -49,21 +57,32 @@ Attachment Attach(const std::vector<PathStep>& steps, WatchTable& watches) {
     Attachment made;
     const PathStep& end = steps.back();
     made.isDirectory = end.kind == Kind::directory;
+    const bool isAwaiting = end.kind == Kind::missing;
     for (const PathStep& step : steps) {
         const bool isEnd = &step == &end;
         if (isEnd && (step.kind == Kind::directory || step.kind == Kind::file)) {
             made.file = Hold(made, watches, step, made.isDirectory ? names : content, made.isDirectory);
-        } else if (step.kind == Kind::directory || step.kind == Kind::link) {
+            made.isFileKnown = made.file >= 0 || made.error == 0;
+            if (made.file >= 0 && !ReadFileState(step.file.Get(), made.state)) {
+                made.error = errno;
+            }
+        } else if (step.kind == Kind::directory) {
             made.way.push_back(Hold(made, watches, step, ownEnd, false));
+        } else if (step.kind == Kind::link) {
+            const int link = Hold(made, watches, step, step.isLastName ? ownEnd : linkEnd, false);
+            (step.isLastName ? made.lastLinks : made.way).push_back(link);
         }
         const PathStep& directory = steps[step.directory];
         if (step.isLastName && !step.name.empty()) {
-            // The end of a directory is an event of its own, so that its parent, which may be a busy one, can be left
-            // alone. A file's end is told only when nobody has it open any more.
-            const uint32_t mask = made.isDirectory ? ownEnd : names;
+            // A directory's parent may be a busy one: no more is asked of it than is needed.
+            const uint32_t mask = made.isDirectory ? directoryEnd : names;
             made.names.push_back({Hold(made, watches, directory, mask, !made.isDirectory), step.name});
         } else if (step.kind == Kind::missing) {
             made.awaited = Place{Hold(made, watches, directory, arrival, true), step.name};
+        }
+        // With something in it, a directory on the way stays.
+        if (isAwaiting && step.kind == Kind::directory && !step.name.empty()) {
+            made.wayNames.push_back({Hold(made, watches, directory, directoryEnd, false), step.name});
         }
     }
     return made;
@@ -96,6 +115,14 @@ bool WatchedRule::IsOnWay(int watch) const {
     return std::find(way.begin(), way.end(), watch) != way.end();
 }
 
+bool WatchedRule::IsLastLink(int watch) const {
+    return std::find(lastLinks.begin(), lastLinks.end(), watch) != lastLinks.end();
+}
+
+bool WatchedRule::IsOnWay(const Place& place) const {
+    return std::find(wayNames.begin(), wayNames.end(), place) != wayNames.end();
+}
+
 bool IsWatchablePath(const std::string& path) {
     if (path.empty()) {
         return true;
@@ -103,14 +130,16 @@ bool IsWatchablePath(const std::string& path) {
     if (path.front() != '/' || path.size() >= PATH_MAX || path.find('\0') != std::string::npos) {
         return false;
     }
+    size_t steps = 1;
     for (size_t begin = 0; begin < path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
         if (end - begin > NAME_MAX) {
             return false;
         }
+        steps += end > begin ? 1 : 0;
         begin = end + 1;
     }
-    return true;
+    return steps <= mostSteps;
 }
 
 Descriptor OpenRulePath(const WatchedRule& rule) {
@@ -122,33 +151,49 @@ std::string JoinPath(const std::string& directory, const std::string& name) {
     return directory.ends_with('/') ? directory + name : directory + "/" + name;
 }
 
-void AttachRule(WatchedRule& rule, WatchTable& watches) {
+int AttachRule(WatchedRule& rule, WatchTable& watches) {
     Attachment made;
-    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    rule.isComplete = false;
+    int error = EAGAIN;
+    for (int attempt = 0; attempt < mostAttempts && error == EAGAIN; ++attempt) {
         const std::vector<PathStep> steps = WalkPath(rule.rule.path);
+        if (steps.back().error != 0) {
+            Release(made.holds, watches);
+            return steps.back().error;
+        }
         // The new holds come before the old ones go, so that no watch ends in between and takes its events along.
         Attachment next = Attach(steps, watches);
         Release(made.holds, watches);
         made = std::move(next);
-        if (IsSameWalk(steps, WalkPath(rule.rule.path))) {
-            break;
+        const std::vector<PathStep> again = WalkPath(rule.rule.path);
+        error = again.back().error;
+        if (error == 0 && !IsSameWalk(steps, again)) {
+            error = EAGAIN;
         }
     }
     Release(rule.holds, watches);
     rule.holds = std::move(made.holds);
     rule.way = std::move(made.way);
+    rule.lastLinks = std::move(made.lastLinks);
+    rule.wayNames = std::move(made.wayNames);
     rule.names = std::move(made.names);
     rule.awaited = std::move(made.awaited);
-    rule.file = made.file;
-    rule.isDirectory = made.isDirectory;
-    rule.isComplete = made.error == 0;
-    errno = made.error;
+    if (made.isFileKnown) {
+        rule.file = made.file;
+        rule.isDirectory = made.isDirectory;
+        rule.state = made.state;
+    }
+    error = made.error != 0 ? made.error : error;
+    rule.isComplete = error == 0;
+    return error;
 }
 
 void DetachRule(WatchedRule& rule, WatchTable& watches) {
     Release(rule.holds, watches);
     rule.holds.clear();
     rule.way.clear();
+    rule.lastLinks.clear();
+    rule.wayNames.clear();
     rule.names.clear();
     rule.awaited.reset();
     rule.file = -1;

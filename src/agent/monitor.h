@@ -25,8 +25,10 @@ enum MonitorType : int {
 // 2: the content is written, or content has come to a path at which there was nothing.
 // 3: removed.
 // 4: moved, from path to other path.
-// 5: moved from path to where nobody watches; other path is null.
-// 6: something has come to path from where nobody watches; other path is null.
+// 5: moved from path to where nobody watches; other path is null. A rule that does not ask for 4 is told 5 of any move
+//    away, with the other path if it is known.
+// 6: something has come to path from where nobody watches; other path is null. A rule that asks neither for 4 nor, at
+//    the other path, for 5 is told 6 of any move, with the other path if it is known.
 using FileWatchCallback = std::function<void(int, const char*, const char*, bool, int, const std::string&)>;
 
 // One path to watch: a file, or a directory with its entries. Links are followed. The path need not be there yet. The
@@ -67,8 +69,9 @@ struct FanotifyLoopArgs {
 };
 
 // Starts watching the rule's path and calls the rule's callback for each event. Returns a non-zero handle, 0 on
-// failure: no callback, a path that is not absolute or that the kernel would not take, no watch left. Any thread, that
-// of a callback among them.
+// failure: no callback, a path that is not absolute, that the kernel would not take or that has 300 names or more, a path
+// that cannot be looked up for another reason than that nothing is there, no watch left. Any thread, that of a callback
+// among them.
 int AddMonitor(const FileWatchRule& rule, MonitorType type);
 
 // Ends the watch of that rule, known by its handle. Waits for a running call of the rule's callback, save on the

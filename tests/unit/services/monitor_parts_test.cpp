@@ -244,13 +244,13 @@ TEST(ListDirectory, StopsAtItsLimit) {
     }
     ASSERT_EQ(symlink("nowhere", dir.Path("link").c_str()), 0);
     std::map<std::string, FileState> entries;
-    EXPECT_TRUE(ListDirectory(dir.Path(), 4, entries));
+    EXPECT_EQ(ListDirectory(dir.Path(), 4, entries), 0);
     EXPECT_EQ(entries.size(), 4U);
     EXPECT_TRUE(S_ISLNK(entries["link"].mode));
     entries.clear();
-    EXPECT_FALSE(ListDirectory(dir.Path(), 3, entries));
+    EXPECT_EQ(ListDirectory(dir.Path(), 3, entries), E2BIG);
     EXPECT_EQ(entries.size(), 3U);
-    EXPECT_FALSE(ListDirectory(dir.Path("missing"), 3, entries));
+    EXPECT_EQ(ListDirectory(dir.Path("missing"), 3, entries), ENOENT);
 }
 
 TEST(WatchTable, EventsThatNobodyWantsAnyMoreDoNotCome) {
