@@ -6,19 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "host/services/descriptor.h"
 #include "host/services/directory_list.h"
 #include "host/services/path_walk.h"
-#include "host/services/watched_rule.h"
 #include "tests/unit/services/monitor_stage.h"
 
 namespace {
@@ -171,29 +168,6 @@ TEST(MonitorShortage, WhatIsToldByNameIsNotToldAgain) {
         return !told.empty();
     }));
     EXPECT_THAT(told, ElementsAre(testing::StartsWith("1 one/shell attribute oaccess=")));
-}
-
-TEST(MonitorShortage, APathThatDoesNotRestIsTriedAgain) {
-    const TemporaryDirectory dir;
-    dir.Write("one/shell", "x");
-    dir.Write("two/shell", "x");
-    Host::Inotify inotify;
-    ASSERT_EQ(inotify.Open(), 0);
-    Host::WatchTable watches(inotify);
-    Host::WatchedRule rule;
-    rule.rule.path = dir.Path("one/shell");
-    std::atomic<bool> isOver = false;
-    std::thread storm([&] {
-        while (!isOver) {
-            renameat2(AT_FDCWD, dir.Path("one").c_str(), AT_FDCWD, dir.Path("two").c_str(), RENAME_EXCHANGE);
-        }
-    });
-    EXPECT_TRUE(TestSupport::Await([&] { return AttachRule(rule, watches) == EAGAIN; }));
-    EXPECT_FALSE(rule.isComplete);
-    isOver = true;
-    storm.join();
-    EXPECT_EQ(AttachRule(rule, watches), 0);
-    EXPECT_TRUE(rule.isComplete);
 }
 
 TEST(MonitorShortage, APathOfTooManyNamesIsRefused) {
