@@ -166,8 +166,9 @@ std::string ReportSummary(const Scoreboard& scoreboard, double seconds) {
         text += ", " + std::to_string(skipped) + " skipped";
     }
     if (!scoreboard.Others().empty()) {
-        text +=
-            "; " + std::to_string(scoreboard.Others().size()) + " findings about other processes of this host, above";
+        text += "; " + std::to_string(scoreboard.Others().size()) +
+                (scoreboard.Others().size() == 1 ? " finding" : " findings") +
+                " about other processes of this host, above";
     }
     return text + "; " + SecondsText(seconds) + " s in all";
 }

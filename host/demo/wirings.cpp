@@ -12,9 +12,13 @@ constexpr uint16_t firstPort = 4441;
 // Makes a shell fork, which is what brings it to the instant scan's notice, and does nothing else.
 const std::vector<AttackerLine> oneCommand{{milliseconds(0), "id\n"}};
 
-// Each has to live long enough to be looked at, and they come at the pace of a person.
-const std::vector<AttackerLine> threeCommands{
-    {milliseconds(0), "sleep 0.25\n"}, {milliseconds(1200), "sleep 0.25\n"}, {milliseconds(1200), "sleep 0.25\n"}};
+// Each lives long enough to be looked at on a busy host, they come at the pace of a person, and the program is back at
+// its connection whenever the watcher sweeps. What the first sweep misses is there for the next.
+const std::vector<AttackerLine> typedCommands{{milliseconds(0), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"},
+                                              {milliseconds(9000), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"}};
 
 Expectation By(Detection detection) {
     return {detection, ""};
@@ -43,7 +47,7 @@ std::vector<WiringPlan> MakeWirings() {
         {"short-commands",
          "a program that runs commands for the connection",
          {By(Detection::shortCommandWatcher)},
-         threeCommands},
+         typedCommands},
         {"renamed-bash",
          "a copy of bash under another name, on a connection",
          {Tampering("copy"), By(Detection::instantScan)},
