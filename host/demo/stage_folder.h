@@ -11,8 +11,8 @@ namespace Host {
 // A directory of the demonstration's own, removed with all that is in it at the end.
 class StageFolder {
 public:
-    // Makes it, in the directory for temporary files, with a list of shells that names one throw-away shell for each of the
-    // plans that changes one. Throws std::system_error if that fails.
+    // Makes it, in the directory for temporary files, with a list of shells that names one throw-away shell for each of
+    // the plans that changes one. Throws std::system_error if that fails.
     explicit StageFolder(const std::vector<const WiringPlan*>& plans);
     ~StageFolder();
     StageFolder(const StageFolder&) = delete;

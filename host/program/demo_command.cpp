@@ -54,6 +54,7 @@ int Demonstrate(const Options& options) {
                 config.settings["TAVORIN_ETC"] = etcDirectory;
                 config.perMinuteLimit = 0;
                 ApplyToProcess(config, LOG_LEVEL_WARNING);
+                LogMissingCapabilities();
                 return supervisor.Start(config, config.moduleText);
             },
         .stop = [&] { supervisor.Stop(); },
