@@ -26,8 +26,8 @@ struct Finding {
     std::string tree;          // the wiring as WiringText gives it, empty if there is nothing to see
 };
 
-// Reads an event. Nothing if it is none that the demonstration knows. Reverse shells of the short-command watcher cannot
-// be told from the instant scan's by their form, and count as the latter. Any thread.
+// Reads an event. Nothing if it is none that the demonstration knows. Reverse shells of the short-command watcher
+// cannot be told from the instant scan's by their form, and count as the latter. Any thread.
 std::optional<Finding> ParseFinding(std::string_view event);
 
 }  // namespace Host
