@@ -26,6 +26,8 @@ constexpr const char* footer =
     "reported\n"
     "  orlim-agent explain 4711 --dot | dot -Tsvg > 4711.svg\n"
     "                                                      the same wiring as a picture\n"
+    "  orlim-agent demo                                    see every detection at work on staged attacks, within a "
+    "minute\n"
     "\n"
     "Signals (run):\n"
     "  SIGTERM, SIGINT  stop the module, write what is queued, leave\n"
@@ -36,7 +38,7 @@ constexpr const char* footer =
     "  0  done (check: nothing essential is missing)\n"
     "  1  the module or a step of the start failed (check: something essential is missing; explain: the process "
     "cannot\n"
-    "     be looked at)\n"
+    "     be looked at; demo: something was not found, or found where nothing is)\n"
     "  2  the command line or the configuration is wrong\n"
     "\n"
     "The agent has to run as root, or with CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH, CAP_NET_ADMIN and CAP_SYS_ADMIN.\n"
@@ -65,9 +67,21 @@ void AddExplainOptions(CLI::App& command, Options& options) {
     command.add_flag("--dot", options.dot, "Print the wiring alone, as a graph for Graphviz");
 }
 
+void AddDemoOptions(CLI::App& command, DemoOptions& options) {
+    command.add_option("--only", options.only, "Stage this wiring, may be given several times; all without it")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    command.add_flag("--list", options.list, "Tell the wirings and what is expected of each, and leave");
+    command.add_flag("--json", options.json, "Print one JSON text at the end and nothing else");
+    command.footer("See orlim-agent --help for examples, signals and exit status.");
+}
+
 Command CommandOf(const CLI::App& app) {
-    static const std::map<std::string, Command> commands{
-        {"run", Command::run}, {"scan", Command::scan}, {"check", Command::check}, {"explain", Command::explain}};
+    static const std::map<std::string, Command> commands{{"run", Command::run},
+                                                         {"scan", Command::scan},
+                                                         {"check", Command::check},
+                                                         {"explain", Command::explain},
+                                                         {"demo", Command::demo}};
     return commands.at(app.get_subcommands().front()->get_name());
 }
 
@@ -78,9 +92,9 @@ std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
     }
     const std::vector<std::string> rest = app.remaining();
     if (rest.empty()) {
-        return "a command is missing: run, scan, check or explain";
+        return "a command is missing: run, scan, check, explain or demo";
     }
-    return rest.front() + " is not a command; the commands are run, scan, check and explain";
+    return rest.front() + " is not a command; the commands are run, scan, check, explain and demo";
 }
 
 }  // namespace
@@ -96,13 +110,16 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
     CLI::App* scan = app.add_subcommand("scan", "Look for reverse shells once, then leave");
     CLI::App* check = app.add_subcommand("check", "Tell what this host lacks for the detection, and what that costs");
     CLI::App* explain = app.add_subcommand("explain", "Tell how a process is wired, and why it is or is not reported");
+    CLI::App* demo =
+        app.add_subcommand("demo", "Stage known attacks between two hosts made for it, and show which are found");
     for (CLI::App* command : {run, scan, check, explain}) {
         AddConfigOption(*command, options);
     }
-    for (CLI::App* command : {run, scan, check}) {
+    for (CLI::App* command : {run, scan, check, demo}) {
         AddModuleOption(*command, options);
     }
     AddExplainOptions(*explain, options);
+    AddDemoOptions(*demo, options.demo);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

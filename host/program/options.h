@@ -4,9 +4,11 @@
 #include <optional>
 #include <string>
 
+#include "host/demo/demo.h"
+
 namespace Host {
 
-enum class Command { run, scan, check, explain };
+enum class Command { run, scan, check, explain, demo };
 
 struct Options {
     Command command = Command::run;
@@ -14,6 +16,7 @@ struct Options {
     std::optional<std::string> moduleFile;
     int pid = 0;       // to explain
     bool dot = false;  // the graph of it alone
+    DemoOptions demo;
 };
 
 // Either options, or the status to leave with and what to print before: output on standard output, error on standard

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <exception>
 #include <string>
 
+#include "host/demo/stagehand.h"
 #include "host/program/check_command.h"
 #include "host/program/complain.h"
+#include "host/program/demo_command.h"
 #include "host/program/exit_status.h"
 #include "host/program/explain_command.h"
 #include "host/program/options.h"
@@ -38,6 +41,8 @@ int Execute(const Options& options) {
             return CheckCommand(options);
         case Command::explain:
             return ExplainCommand(options);
+        case Command::demo:
+            return DemoCommand(options);
         case Command::run:
             break;
     }
@@ -47,6 +52,9 @@ int Execute(const Options& options) {
 }  // namespace
 
 int Main(int argc, const char* const* argv) {
+    if (argc > 1 && std::strcmp(argv[1], stagehandCommand) == 0) {
+        return StagehandMain(argc, argv);
+    }
     OccupyStandardStreams();
     IgnoreWriteSignals();
     const ParsedOptions parsed = ParseOptions(argc, argv);

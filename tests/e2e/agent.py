@@ -14,6 +14,7 @@ import jsonschema
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
+LIBRARIES = PROGRAM.parent.parent / "lib"
 
 # The keys of "eventContent" in their order: of a reverse shell, by detection, and of a change to a shell.
 PERIOD_SCAN_KEYS = [

@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import signal
+import tempfile
 
 import pytest
 
@@ -49,3 +50,25 @@ def attacker(rights):
     host = Attacker()
     yield host
     host.close()
+
+
+@pytest.fixture
+def open_directory():
+    """A directory that every user may enter; the usual ones are closed to all but root."""
+    directory = pathlib.Path(tempfile.mkdtemp(prefix="orlim-e2e-"))
+    try:
+        directory.chmod(0o755)
+        yield directory
+    finally:
+        shutil.rmtree(directory)
+
+
+@pytest.fixture
+def copied_program(open_directory):
+    """The agent with its libraries, in a place of its own."""
+    (open_directory / "bin").mkdir()
+    shutil.copy(agent.PROGRAM, open_directory / "bin")
+    (open_directory / "lib").mkdir()
+    for library in agent.LIBRARIES.rglob("liborlim_*.so"):
+        shutil.copy(library, open_directory / "lib")
+    return open_directory / "bin" / agent.PROGRAM.name

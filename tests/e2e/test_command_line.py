@@ -1,19 +1,15 @@
 """What the agent says and how it ends when it is called in other ways than the usual one."""
 
 import os
-import pathlib
 import re
-import shutil
 import signal
-import tempfile
 
 import pytest
 
-from agent import PROGRAM, Agent, environment, run_to_end, write_config
+from agent import LIBRARIES, PROGRAM, Agent, environment, run_to_end, write_config
 from stage import ON_LINE, reverse_shell, shell
 
 NOBODY = 65534
-LIBRARIES = PROGRAM.parent.parent / "lib"
 MODULE = "liborlim_detect-shell.so"
 
 
@@ -27,28 +23,6 @@ def assert_refused(done, status, *fragments):
         assert fragment in complaint
 
 
-@pytest.fixture
-def open_directory():
-    """A directory that every user may enter; the usual ones are closed to all but root."""
-    directory = pathlib.Path(tempfile.mkdtemp(prefix="orlim-e2e-"))
-    try:
-        directory.chmod(0o755)
-        yield directory
-    finally:
-        shutil.rmtree(directory)
-
-
-@pytest.fixture
-def copied_program(open_directory):
-    """The agent with its libraries, in a place of its own."""
-    (open_directory / "bin").mkdir()
-    shutil.copy(PROGRAM, open_directory / "bin")
-    (open_directory / "lib").mkdir()
-    for library in LIBRARIES.rglob("liborlim_*.so"):
-        shutil.copy(library, open_directory / "lib")
-    return open_directory / "bin" / PROGRAM.name
-
-
 WRONG_USES = {
     "nothing": ([], "a command is missing"),
     "unknown option": (["run", "--bogus"], "--bogus"),
@@ -57,7 +31,7 @@ WRONG_USES = {
     "two commands": (["run", "scan"], "scan"),
     "surplus argument": (["scan", "surplus"], "surplus"),
     "option without its value": (["scan", "--config"], "--config"),
-    "empty command": ([""], "run, scan, check and explain"),
+    "empty command": ([""], "run, scan, check, explain and demo"),
     "explain without a process": (["explain"], "PID"),
     "explain of a name": (["explain", "bash"], "PID"),
 }

@@ -51,6 +51,21 @@ TEST(Options, ExplainTakesAProcess) {
     EXPECT_TRUE(full.options->dot);
 }
 
+TEST(Options, DemoTakesWirings) {
+    const ParsedOptions plain = Parse({"demo"});
+    ASSERT_TRUE(plain.options) << plain.error;
+    EXPECT_EQ(plain.options->command, Command::demo);
+    EXPECT_TRUE(plain.options->demo.only.empty());
+    EXPECT_FALSE(plain.options->demo.list);
+    EXPECT_FALSE(plain.options->demo.json);
+    const ParsedOptions full = Parse({"demo", "--only", "a", "--json", "--only=b", "--list", "--module", "m"});
+    ASSERT_TRUE(full.options) << full.error;
+    EXPECT_EQ(full.options->demo.only, (std::vector<std::string>{"a", "b"}));
+    EXPECT_TRUE(full.options->demo.list);
+    EXPECT_TRUE(full.options->demo.json);
+    EXPECT_EQ(full.options->moduleFile, "m");
+}
+
 TEST(Options, WrongUseLeavesWithTwoAndAHint) {
     const struct {
         std::initializer_list<const char*> arguments;
@@ -64,6 +79,7 @@ TEST(Options, WrongUseLeavesWithTwoAndAHint) {
         {{"explain", "-1"}, "-1"},         {{"explain", "99999999999"}, "PID"},
         {{"explain", "1", "2"}, "2"},      {{"explain", "1", "--module", "m"}, "--module"},
         {{"explain", "1x"}, "PID"},        {{"run", "--dot"}, "--dot"},
+        {{"demo", "--only"}, "--only"},    {{"demo", "--only", "a", "b"}, "b"},
     };
     for (const auto& row : rows) {
         const ParsedOptions parsed = Parse(row.arguments);
@@ -81,7 +97,7 @@ TEST(Options, HelpTellsExamplesSignalsAndStatus) {
     EXPECT_FALSE(parsed.options);
     EXPECT_EQ(parsed.exitStatus, 0);
     EXPECT_EQ(parsed.error, "");
-    for (const char* part : {"run", "scan", "check", "explain", "Examples:", "SIGHUP", "Exit status:"}) {
+    for (const char* part : {"run", "scan", "check", "explain", "demo", "Examples:", "SIGHUP", "Exit status:"}) {
         EXPECT_THAT(parsed.output, HasSubstr(part));
     }
 }

@@ -1,0 +1,30 @@
+// The demonstration: known wirings, the real module, and whether the one finds the other.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+struct DemoOptions {
+    std::vector<std::string> only;  // names of wirings; empty for all
+    bool list = false;              // tell the wirings and leave
+    bool json = false;              // nothing but one JSON text
+};
+
+// The module. Both are called on a thread of their own, which stays in the network namespace that the program began in,
+// where alone the kernel tells of processes.
+struct DemoDetector {
+    std::function<bool(const std::string& etcDirectory)> start;  // with that directory for the list of shells
+    std::function<void()> stop;
+};
+
+enum class DemoEnd { passed, failed, interrupted, impossible };
+
+// Runs it and shows it on standard output. With DemoEnd::impossible, error says why. On the main thread, before any
+// other has been started, with SIGINT and SIGTERM blocked; the thread's network namespace is another one from then on.
+// The names in options must be those of wirings.
+DemoEnd RunDemo(const DemoOptions& options, const DemoDetector& detector, std::string& error);
+
+}  // namespace Host

@@ -1,0 +1,89 @@
+#include "host/program/demo_command.h"
+
+#include <unistd.h>
+
+#include "agent/env.h"
+#include "host/demo/report.h"
+#include "host/demo/wirings.h"
+#include "host/program/check_rights.h"
+#include "host/program/complain.h"
+#include "host/program/config_in_force.h"
+#include "host/program/exit_status.h"
+#include "host/program/module.h"
+#include "host/program/signals.h"
+#include "host/program/supervisor.h"
+#include "host/sinks/write_all.h"
+
+namespace Host {
+namespace {
+
+// Empty if all names are those of wirings.
+std::string UnknownName(const DemoOptions& options) {
+    for (const std::string& name : options.only) {
+        if (FindWiring(name) == nullptr) {
+            return name;
+        }
+    }
+    return "";
+}
+
+std::string WhyImpossible() {
+    if (::geteuid() != 0) {
+        return "the demonstration needs root: it makes network namespaces and looks at other processes. Run it with "
+               "sudo, or see its wirings with --list";
+    }
+    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
+        return "AGENT_LOCATION is set in the environment, and the module then keeps its search for reverse shells off. "
+               "Unset it: env -u AGENT_LOCATION orlim-agent demo";
+    }
+    return "";
+}
+
+int Demonstrate(const Options& options) {
+    std::string error;
+    const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
+    if (!module) {
+        Complain(error);
+        return EXIT_FAILED;
+    }
+    Supervisor supervisor(module->Entries(), [](const AgentConfig&) {});
+    const DemoDetector detector{
+        .start =
+            [&](const std::string& etcDirectory) {
+                AgentConfig config;
+                config.settings["TAVORIN_ETC"] = etcDirectory;
+                config.perMinuteLimit = 0;
+                ApplyToProcess(config, LOG_LEVEL_WARNING);
+                LogMissingCapabilities();
+                return supervisor.Start(config, config.moduleText);
+            },
+        .stop = [&] { supervisor.Stop(); },
+    };
+    const DemoEnd end = RunDemo(options.demo, detector, error);
+    if (end == DemoEnd::impossible) {
+        Complain("the demonstration cannot go on: " + error + ". orlim-agent check tells what this host lacks.");
+    }
+    return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace
+
+int DemoCommand(const Options& options) {
+    if (options.demo.list) {
+        return WriteAll(STDOUT_FILENO, ListText()).error == 0 ? EXIT_DONE : EXIT_FAILED;
+    }
+    const std::string unknown = UnknownName(options.demo);
+    if (!unknown.empty()) {
+        Complain("--only: found " + unknown + ", expected the name of a wiring; orlim-agent demo --list tells them");
+        return EXIT_WRONG_USE;
+    }
+    const std::string reason = WhyImpossible();
+    if (!reason.empty()) {
+        Complain(reason);
+        return EXIT_FAILED;
+    }
+    BlockControlSignals();
+    return Demonstrate(options);
+}
+
+}  // namespace Host

@@ -1,0 +1,218 @@
+"""The demonstration as people and machines run it, and what is left behind."""
+
+import contextlib
+import glob
+import json
+import os
+import pty
+import re
+import signal
+import subprocess
+import tempfile
+import time
+
+import pytest
+
+from agent import PROGRAM, environment, run_to_end
+from waiting import wait_until
+
+WHOLE_RUN_LIMIT = 60
+END_LIMIT = 15
+NOBODY = 65534
+NAMES = {
+    *("bash-on-socket", "fifo-waiting-relay", "fifo-polling-relay", "two-relays", "terminal-relay", "short-commands"),
+    *("renamed-bash", "shell-chmod", "shell-chattr", "shell-rename"),
+    *("harmless-terminal", "harmless-pipeline", "harmless-build"),
+}
+HARMLESS = {name for name in NAMES if name.startswith("harmless-")}
+
+
+def folders():
+    return set(glob.glob(os.path.join(tempfile.gettempdir(), "orlim-demo-*")))
+
+
+def interfaces():
+    return set(os.listdir("/sys/class/net"))
+
+
+def processes_in(folder):
+    """Those whose command line, program or descriptors lead into the folder."""
+    found = []
+    for process in glob.glob("/proc/[0-9]*"):
+        with contextlib.suppress(OSError):
+            with open(f"{process}/cmdline", "rb") as file:
+                places = [os.fsdecode(file.read())]
+            places.append(os.readlink(f"{process}/exe"))
+            if any(folder in place for place in places):
+                found.append(process)
+    return found
+
+
+def descendants(pid):
+    parents = {}
+    for status in glob.glob("/proc/[0-9]*/stat"):
+        with contextlib.suppress(OSError):
+            with open(status, encoding="utf-8", errors="replace") as file:
+                number, rest = file.read().split(" (", 1)
+                parents[int(number)] = int(rest.rpartition(")")[2].split()[1])
+    found = {pid}
+    while more := {child for child, parent in parents.items() if parent in found} - found:
+        found |= more
+    return found - {pid}
+
+
+def run_demo(*arguments, **options):
+    return run_to_end("demo", *arguments, limit=WHOLE_RUN_LIMIT, **options)
+
+
+@pytest.fixture
+def nothing_left():
+    """Checks that folders and interfaces are the same before and after."""
+    before = folders(), interfaces()
+    yield
+    assert (folders(), interfaces()) == before
+
+
+class RunningDemo:
+    """A demonstration that is under way, with everything staged."""
+
+    def __init__(self, **options):
+        before = folders()
+        self.child = subprocess.Popen(
+            [PROGRAM, "demo"], stdin=subprocess.DEVNULL, env=environment(), start_new_session=True, **options
+        )
+        wait_until(lambda: folders() - before, "the folder of the demonstration is there")
+        (self.folder,) = folders() - before
+
+    def wait_until_staged(self):
+        wait_until(
+            lambda: any("harmless-build" in self._words(pid) for pid in descendants(self.child.pid)), "all is staged"
+        )
+
+    @staticmethod
+    def _words(pid):
+        try:
+            with open(f"/proc/{pid}/cmdline", "rb") as file:
+                return os.fsdecode(file.read())
+        except OSError:
+            return ""
+
+    def end(self):
+        if self.child.poll() is None:
+            self.child.kill()
+        self.child.wait()
+        if self.child.stdout is not None:
+            self.child.stdout.close()
+
+
+@pytest.fixture
+def running():
+    demo = RunningDemo(stdout=subprocess.PIPE)
+    yield demo
+    demo.end()
+
+
+def test_all_wirings_are_judged_as_expected_within_a_minute(nothing_left):
+    done = run_demo("--json")
+    report = json.loads(done.stdout)
+    failed = [wiring for wiring in report["wirings"] if not wiring["passed"]]
+    assert not failed, json.dumps(failed, indent=1)
+    assert done.returncode == 0
+    assert report["passed"] and report["complete"] and report["seconds"] < WHOLE_RUN_LIMIT
+    assert {wiring["name"] for wiring in report["wirings"]} == NAMES
+    for wiring in report["wirings"]:
+        if wiring["name"] in HARMLESS:
+            assert (wiring["verdict"], wiring["findings"]) == ("silent", [])
+        elif wiring["verdict"] != "skipped":
+            assert wiring["verdict"] == "found"
+            assert all(expected["seconds"] >= 0 for expected in wiring["expected"])
+        for finding in wiring["findings"]:
+            if finding["event"]["eventType"] == "reverse-shell":
+                assert "FOREIGN" in finding["wiring"], finding
+
+
+def test_one_wiring_as_text_in_a_pipe(nothing_left):
+    done = run_demo("--only", "bash-on-socket")
+    text = done.stdout.decode()
+    assert done.returncode == 0, text + done.stderr.decode()
+    assert "\033" not in text and "\r" not in text
+    assert re.search(r"^ +[\d.]+ s  staged  bash-on-socket: ", text, re.MULTILINE)
+    assert re.search(r"^ +[\d.]+ s  FOUND   bash-on-socket by instant scan, ", text, re.MULTILINE)
+    assert re.search(r"└─ 0,1,2  socket:\[\d+\]  tcp 198\.18\.0\.1:\d+ - 198\.18\.0\.2:\d+  FOREIGN", text)
+    assert re.search(r"^ok +bash-on-socket +instant scan +instant scan +[\d.]+$", text, re.MULTILINE)
+    assert "1 of 1 wirings as expected" in text
+    assert "two-relays" not in text
+
+
+def test_several_wirings_are_staged_together(nothing_left):
+    done = run_demo("--json", "--only", "shell-rename", "--only", "shell-chmod")
+    report = json.loads(done.stdout)
+    assert done.returncode == 0
+    assert [wiring["name"] for wiring in report["wirings"]] == ["shell-chmod", "shell-rename"]
+
+
+def test_terminal_gets_colours_and_a_moving_line(nothing_left):
+    control, terminal = pty.openpty()
+    child = subprocess.Popen(
+        [PROGRAM, "demo", "--only", "bash-on-socket"], stdin=terminal, stdout=terminal, env=environment(TERM="xterm")
+    )
+    os.close(terminal)
+    text = b""
+    with contextlib.suppress(OSError):  # the terminal's other side has gone
+        while block := os.read(control, 4096):
+            text += block
+    os.close(control)
+    assert child.wait(END_LIMIT) == 0, text
+    assert b"\r\033[K" in text and b"period scan in " in text
+    assert b"\033[32mok" in text
+
+
+def test_list_tells_every_wiring_without_rights():
+    done = run_to_end("demo", "--list")
+    assert done.returncode == 0
+    assert {line.split()[0] for line in done.stdout.decode().splitlines()} == NAMES
+
+
+def test_unknown_wiring_is_refused_by_name():
+    done = run_to_end("demo", "--only", "bash-on-sockets")
+    assert (done.returncode, done.stdout) == (2, b"")
+    assert "bash-on-sockets" in done.stderr.decode() and "--list" in done.stderr.decode()
+
+
+def test_without_root_it_says_so(copied_program):
+    done = run_to_end("demo", program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[])
+    assert (done.returncode, done.stdout) == (1, b"")
+    assert re.fullmatch(r"orlim-agent: the demonstration needs root.*\n", done.stderr.decode())
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_interrupted_it_leaves_nothing(running, number):
+    interfaces_before = interfaces()
+    running.wait_until_staged()
+    children = descendants(running.child.pid)
+    assert len(children) > len(NAMES)
+    began = time.monotonic()
+    running.child.send_signal(number)
+    assert running.child.wait(END_LIMIT) == 1
+    assert time.monotonic() - began < END_LIMIT
+    assert b"nothing is left behind" in running.child.stdout.read()
+    assert not os.path.exists(running.folder)
+    assert not processes_in(running.folder)
+    assert not [pid for pid in children if os.path.exists(f"/proc/{pid}")]
+    assert interfaces() == interfaces_before
+
+
+def test_killed_it_leaves_no_process_on_the_stage(running):
+    running.wait_until_staged()
+    running.child.kill()
+    running.child.wait()
+    try:
+        wait_until(lambda: not processes_in(running.folder), "all that was staged has ended")
+    finally:
+        subprocess.run(["rm", "-r", running.folder], check=True)
+
+
+def test_stagehand_is_no_command():
+    done = run_to_end("stagehand")
+    assert (done.returncode, done.stdout) == (2, b"")
+    assert "orlim-agent demo" in done.stderr.decode()
