@@ -41,6 +41,7 @@ std::vector<OwnEvent> EventsOf(const std::function<void()>& work) {
         throw std::runtime_error("the queue of events does not empty");
     }
     std::vector<OwnEvent> events;
+    events.reserve(texts.size());
     for (const std::string& text : texts) {
         events.push_back(Parse(text));
     }

@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <compare>
 #include <map>
 #include <optional>
 #include <string>
@@ -16,7 +15,10 @@ struct ObjectId {
     dev_t device = 0;
     ino_t inode = 0;
 
-    auto operator<=>(const ObjectId&) const = default;
+    bool operator==(const ObjectId& other) const { return device == other.device && inode == other.inode; }
+    bool operator<(const ObjectId& other) const {
+        return device != other.device ? device < other.device : inode < other.inode;
+    }
 };
 
 enum class DescriptorKind { pipe, socket, terminal, terminalMultiplexer, other };

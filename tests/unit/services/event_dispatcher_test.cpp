@@ -340,7 +340,8 @@ TEST_F(SharedDispatcher, AddingAndRemovingMayRaceWithEvents) {
         thread.join();
     }
     dispatcher_.Remove(ReplaceItself);
-    EXPECT_EQ(mostInside, 1);
+    // None, where each event came while the callback was not there.
+    EXPECT_LE(mostInside, 1);
     EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") <= 1; }));
 }
 
