@@ -1,7 +1,6 @@
 // A rule and the inodes that stand for its path at the moment.
 #pragma once
 
-#include <compare>
 #include <map>
 #include <optional>
 #include <string>
@@ -18,7 +17,8 @@ struct Place {
     int watch = -1;
     std::string name;
 
-    auto operator<=>(const Place&) const = default;
+    bool operator==(const Place& other) const { return watch == other.watch && name == other.name; }
+    bool operator<(const Place& other) const { return watch != other.watch ? watch < other.watch : name < other.name; }
 };
 
 struct WatchedRule {
