@@ -84,13 +84,15 @@ TEST(MonitorThread, SleepsWhileNothingChanges) {
         return -1L;
     };
     ASSERT_TRUE(fence.Pass());
-    // The last report is made before the thread sleeps again.
-    long last = -1;
-    ASSERT_TRUE(Await([&] { return std::exchange(last, switches()) == switches(); }));
-    const long asleep = switches();
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    EXPECT_GT(asleep, 0);
-    EXPECT_LE(switches() - asleep, 1);
+    EXPECT_GT(switches(), 0);
+    // What the fence has left may wake it a few times yet; a thread that polls never rests.
+    bool rests = false;
+    for (int attempt = 0; attempt < 10 && !rests; ++attempt) {
+        const long before = switches();
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        rests = switches() - before <= 1;
+    }
+    EXPECT_TRUE(rests);
 }
 
 TEST(MonitorThread, RemovalWaitsForARunningCall) {
