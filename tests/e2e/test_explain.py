@@ -7,7 +7,7 @@ import pytest
 
 from agent import Scan, run_to_end, write_config
 from stage import ON_LINE, Process, Stage, companion, pipe, reverse_shell, shell, tcp, terminal
-from test_command_line import NOBODY, assert_refused, copied_program, open_directory  # noqa: F401
+from test_command_line import NOBODY, assert_refused
 
 PERIOD_SCAN = "period scan"
 SOCKET_WAIT = "instant scan, waits on a socket itself"
