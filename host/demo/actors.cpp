@@ -69,6 +69,7 @@ pid_t Start(const std::string& what, const std::function<void(int report)>& beco
 
 void Exec(const std::string& program, const std::vector<std::string>& words) {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (const std::string& word : words) {
         pointers.push_back(const_cast<char*>(word.c_str()));
     }

@@ -89,6 +89,7 @@ StageProcess::StageProcess(const std::vector<std::string>& arguments) {
     Pipe output = MakePipe();
     const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         pointers.push_back(const_cast<char*>(argument.c_str()));
     }
