@@ -13,11 +13,11 @@
 #include "agent/files.h"
 #include "agent/strings.h"
 #include "alarm/command_paths.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
-#include "inspect/file_handle.h"
 #include "inspect/file_kind.h"
 
 static constexpr char logSource[] = "detect_shell";

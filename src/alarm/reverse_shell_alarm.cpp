@@ -1,6 +1,5 @@
 #include "alarm/reverse_shell_alarm.h"
 
-#include <cstring>
 #include <string>
 
 #include "agent/events.h"
@@ -9,11 +8,11 @@
 #include "alarm/command_attribution.h"
 #include "alarm/reverse_shell_event.h"
 #include "alarm/rshell_alarm_info.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/whitelist.h"
 #include "inspect/detect_shell_utils.h"
-#include "inspect/file_handle.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -32,7 +31,7 @@ static bool HasPlausibleDescriptors(int pid) {
     }
     int count = 0;
     while (const dirent* entry = readdir(directory.get())) {
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) {
+        if (IsDotEntry(*entry)) {
             continue;
         }
         if (++count > mostParentDescriptors) {

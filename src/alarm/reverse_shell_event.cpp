@@ -3,9 +3,8 @@
 #include <arpa/inet.h>
 
 #include "agent/json.h"
-#include "agent/time_master.h"
+#include "frame/event_text.h"
 
-using TavUtils::JsonAdaptor::JsonStreamWriter;
 using TavUtils::JsonAdaptor::JsonValue;
 
 static std::string AddressText(uint32_t address) {
@@ -29,14 +28,5 @@ std::string ReverseShellEventText(const RshellAlarmInfo& record) {
     content["localPort"] = static_cast<int>(record.localPort);
     content["remoteIp"] = AddressText(record.remoteIp);
     content["remotePort"] = static_cast<int>(record.remotePort);
-
-    std::string time;
-    TavUtils::TimeMaster::GetCurrentUTC(time);
-    JsonValue event(TavUtils::JsonAdaptor::JSON_OBJECT);
-    event["eventType"] = "reverse-shell";
-    event["eventTime"] = time;
-    event.JsonItemAddToObject("eventContent", content);
-    std::string text;
-    JsonStreamWriter(false).Write(event, text);
-    return text;
+    return EventText("reverse-shell", content);
 }

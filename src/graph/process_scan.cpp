@@ -1,14 +1,13 @@
-#include <dirent.h>
 #include <libgen.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <new>
 #include <optional>
 
 #include "agent/bounds_checked.h"
 #include "agent/convert.h"
 #include "agent/process_utils.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "graph/reverse_shell_detector.h"
@@ -22,15 +21,6 @@ static constexpr unsigned int scanPauseMicroseconds = 50000;
 
 static constexpr size_t longestLink = 4096;
 static constexpr size_t linkBufferSize = longestLink + 1;
-
-namespace {
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
-
-}  // namespace
 
 // Reads the link at path into link, which has linkBufferSize bytes, and terminates it. The length, 0 if it cannot be
 // read.
@@ -64,7 +54,7 @@ static std::optional<int> ReadProgramName(int pid, char* link, std::string& name
 }
 
 void ReverseShellDetector::ScanProc() {
-    const Directory processes(opendir("/proc"));
+    const DirectoryStream processes(opendir("/proc"));
     if (processes == nullptr) {
         return;
     }
@@ -114,7 +104,7 @@ void ReverseShellDetector::GetProcFdInfo(std::shared_ptr<ProcInfomation> proc) {
     if (directoryLength == -1) {
         return;
     }
-    const Directory descriptors(opendir(path));
+    const DirectoryStream descriptors(opendir(path));
     if (descriptors == nullptr) {
         for (const char* channel : {startupLog, normalLog}) {
             MODULE_LOG(channel, LOG_LEVEL_DETAIL, "Open [%d]'s fd dir failed ", proc->pid);
@@ -129,7 +119,7 @@ void ReverseShellDetector::GetProcFdInfo(std::shared_ptr<ProcInfomation> proc) {
         if (entry == nullptr) {
             break;
         }
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) {
+        if (IsDotEntry(*entry)) {
             continue;
         }
         --budget;

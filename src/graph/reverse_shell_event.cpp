@@ -1,11 +1,10 @@
 #include <list>
 #include <utility>
 
-#include "agent/convert.h"
 #include "agent/events.h"
 #include "agent/json.h"
 #include "agent/process_utils.h"
-#include "agent/time_master.h"
+#include "frame/event_text.h"
 #include "frame/log.h"
 #include "graph/reverse_shell_detector.h"
 
@@ -58,12 +57,5 @@ void ReverseShellDetector::SendEvent(std::shared_ptr<ProcInfomation> proc,
     content["localPort"] = static_cast<int>(conn.localPort);
     content["remoteIp"] = conn.remoteIp;
     content["remotePort"] = static_cast<int>(conn.remotePort);
-
-    std::string time;
-    TavUtils::TimeMaster::GetCurrentUTC(time);
-    JsonValue event(TavUtils::JsonAdaptor::JSON_OBJECT);
-    event["eventType"] = "reverse-shell";
-    event["eventTime"] = time;
-    event.JsonItemAddToObject("eventContent", content);
-    EventConsumer::Instance().PushMinuteLimitEvent(TavUtils::Convert::JsonToString(event));
+    EventConsumer::Instance().PushMinuteLimitEvent(EventText("reverse-shell", content));
 }

@@ -14,10 +14,10 @@
 #include "agent/bounds_checked.h"
 #include "agent/files.h"
 #include "agent/strings.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
-#include "inspect/file_handle.h"
 #include "inspect/file_kind.h"
 
 static constexpr char logSource[] = "detect_shell_utils";

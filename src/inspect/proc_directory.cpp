@@ -1,11 +1,9 @@
 #include "inspect/proc_directory.h"
 
-#include <cstring>
-
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
-#include "inspect/file_handle.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -13,10 +11,6 @@ static constexpr int lastCountedEntry = 10000;
 static constexpr int entriesPerPause = 20;
 static constexpr unsigned int entryPauseMicroseconds = 5000;
 static constexpr unsigned int entriesPauseMicroseconds = 1000;
-
-static bool IsDotEntry(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
-}
 
 int ScanDir(const char* dir, DirEntryCallback callback, std::vector<std::string>& out, bool limit) {
     if (dir == nullptr) {
@@ -28,7 +22,7 @@ int ScanDir(const char* dir, DirEntryCallback callback, std::vector<std::string>
     }
     int count = 0;
     while (const dirent* entry = readdir(directory.get())) {
-        if (IsDotEntry(entry->d_name)) {
+        if (IsDotEntry(*entry)) {
             continue;
         }
         if (!CheckDirNum(count, dir, limit)) {

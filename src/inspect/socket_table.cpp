@@ -51,6 +51,16 @@ bool IsAbnormalSocket(const SocketInfo& info) {
     return info.state == tcpEstablished || info.state == tcpSynSent || info.state == tcpSynReceived;
 }
 
+// Looks the socket up in tables that are read again for it; false without a look if they have been already.
+static bool FindInRefreshedTable(unsigned long inode, SocketInfo& info, bool& refreshed) {
+    if (refreshed) {
+        return false;
+    }
+    RefreshSocketTable();
+    refreshed = true;
+    return FindSocketByInode(inode, info);
+}
+
 bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed) {
     if (FindSocketByInode(inode, info)) {
         if (info.state == tcpListen) {
@@ -60,12 +70,7 @@ bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed)
             return false;
         }
     }
-    if (refreshed) {
-        return false;
-    }
-    RefreshSocketTable();
-    refreshed = true;
-    return FindSocketByInode(inode, info) && info.state == tcpListen;
+    return FindInRefreshedTable(inode, info, refreshed) && info.state == tcpListen;
 }
 
 bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bool& refreshed) {
@@ -78,10 +83,5 @@ bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bo
             return false;
         }
     }
-    if (refreshed) {
-        return false;
-    }
-    RefreshSocketTable();
-    refreshed = true;
-    return FindSocketByInode(inode, info) && IsAbnormalSocket(info) && info.firstSeen >= since;
+    return FindInRefreshedTable(inode, info, refreshed) && IsAbnormalSocket(info) && info.firstSeen >= since;
 }

@@ -4,12 +4,12 @@
 #include <mutex>
 #include <optional>
 
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/module_lock.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
-#include "inspect/file_handle.h"
 #include "inspect/socket_table_line.h"
 
 static constexpr char logSource[] = "detect_shell";

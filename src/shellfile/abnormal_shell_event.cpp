@@ -4,10 +4,9 @@
 
 #include "agent/events.h"
 #include "agent/json.h"
-#include "agent/time_master.h"
+#include "frame/event_text.h"
 #include "frame/pacing.h"
 
-using TavUtils::JsonAdaptor::JsonStreamWriter;
 using TavUtils::JsonAdaptor::JsonValue;
 
 static constexpr unsigned int eventPauseMicroseconds = 10000;
@@ -60,15 +59,7 @@ static void SendShellEventJson(const SHELL_EVENT& event) {
         content["operationType"] = operation;
     }
     AddDetails(event, content);
-    std::string time;
-    TavUtils::TimeMaster::GetCurrentUTC(time);
-    JsonValue document(TavUtils::JsonAdaptor::JSON_OBJECT);
-    document["eventType"] = "abnormal-shell";
-    document["eventTime"] = time;
-    document.JsonItemAddToObject("eventContent", content);
-    std::string text;
-    JsonStreamWriter(false).Write(document, text);
-    EventConsumer::Instance().PushMinuteLimitEvent(text);
+    EventConsumer::Instance().PushMinuteLimitEvent(EventText("abnormal-shell", content));
 }
 
 void AddShellEvent(const SHELL_EVENT& event) {

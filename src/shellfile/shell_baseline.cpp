@@ -9,9 +9,9 @@
 
 #include "agent/files.h"
 #include "agent/sha256.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "inspect/detect_shell_utils.h"
-#include "inspect/file_handle.h"
 
 static constexpr char logSource[] = "detect_shell_event";
 

@@ -1,10 +1,11 @@
-// Owners of what the readers of /proc open.
+// Owners of what the module opens.
 #pragma once
 
 #include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 // Closes the descriptor it was given at the end; -1 is none.
@@ -34,3 +35,8 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
+
+// True for the two entries that every directory has, "." and "..".
+inline bool IsDotEntry(const dirent& entry) {
+    return strcmp(entry.d_name, ".") == 0 || strcmp(entry.d_name, "..") == 0;
+}
