@@ -61,7 +61,8 @@ void CheckFanotify(CheckReport& report) {
     const Descriptor group(::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC));
     std::string why;
     if (!group.IsOpen()) {
-        why = "cannot be used: " + ErrorText(errno) + (errno == EPERM ? ", without CAP_SYS_ADMIN" : "");
+        const int error = errno;
+        why = "cannot be used: " + ErrorText(error) + (error == EPERM ? ", without CAP_SYS_ADMIN" : "");
     } else if (::fanotify_mark(group.Get(), FAN_MARK_ADD, FAN_CLOSE_NOWRITE, AT_FDCWD, markedFile) != 0) {
         why = "takes no mark: " + ErrorText(errno);
     }
