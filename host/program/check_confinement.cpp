@@ -1,13 +1,17 @@
 #include "host/program/check_confinement.h"
 
 #include <linux/capability.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 
 #include "host/program/check_rights.h"
 #include "host/program/small_file.h"
+#include "host/services/descriptor.h"
 
 namespace Host {
 namespace {
@@ -46,6 +50,34 @@ void CheckPidNamespace(CheckReport& report) {
     if (IsProcOfOwnNamespace()) {
         report.Lacks(Facility::processes, "/proc shows the processes of one PID namespace alone");
     }
+}
+
+// The kernel's end of the connector exists in the initial network namespace alone (cn_init in
+// drivers/connector/connector.c), so that elsewhere nobody takes a message. One without content is passed over. False if
+// the kernel has no connector.
+bool IsLaterNetworkNamespace() {
+    const Descriptor socket(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_CONNECTOR));
+    nlmsghdr message{};
+    message.nlmsg_len = sizeof(message);
+    message.nlmsg_type = NLMSG_NOOP;
+    sockaddr_nl kernel{};
+    kernel.nl_family = AF_NETLINK;
+    return ::sendto(socket.Get(), &message, sizeof(message), MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&kernel),
+                    sizeof(kernel)) < 0 &&
+           errno == ECONNREFUSED;
+}
+
+void CheckNetworkNamespace(CheckReport& report) {
+    const char* const what = "network namespace";
+    if (!IsLaterNetworkNamespace()) {
+        report.Ok(what, "the initial one, as far as the connector tells");
+        return;
+    }
+    report.Limited(what,
+                   "not the initial one; the kernel sends it no process events, and connections outside are not shown",
+                   runOnHost);
+    report.Lacks(Facility::processEvents, "the kernel sends no process events into a network namespace");
+    report.Lacks(Facility::connectionTables, "/proc/net shows the connections of one network namespace alone");
 }
 
 void CheckUserNamespace(CheckReport& report) {
@@ -108,6 +140,7 @@ void CheckHidepid(CheckReport& report) {
 
 void CheckNamespaces(CheckReport& report) {
     CheckPidNamespace(report);
+    CheckNetworkNamespace(report);
     CheckUserNamespace(report);
 }
 

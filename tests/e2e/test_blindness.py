@@ -14,7 +14,9 @@ import pytest
 from agent import PROGRAM, Agent, environment, is_of_instant_scan, is_of_period_scan, run_to_end, write_config
 from campaign import Campaign
 from instant_attacks import FOUND, READING, Site
-from test_shell_files import IMMUTABLE, set_flags
+from stage import BASH, ON_LINE, Process, Stage, tcp
+from test_shell_files import IMMUTABLE, NOBODY, set_flags
+from waiting import wait_until
 
 PERIOD_SCAN = "period scan"
 WAITS = {
@@ -68,7 +70,9 @@ LACKS = {
         ("unshare", "--pid", "--fork", "--kill-child"), OF_PROCESS_EVENTS, "no process events into a PID namespace"
     ),
     "rights of a user namespace": Lack(("unshare", "-Ur"), {COPY, FLAGS, *REVERSE_SHELLS}),
-    "process connector": Lack(("unshare", "--net"), OF_PROCESS_EVENTS, "there are no process events: "),
+    "connections outside a network namespace": Lack(
+        ("unshare", "--net"), {COPY, *REVERSE_SHELLS}, "network namespace"
+    ),
     "processes hidden": Lack(
         (*after(HIDING, "--mount"), *without("sys_ptrace")), {COPY, *REVERSE_SHELLS}, "mounted with hidepid=", 1
     ),
@@ -90,8 +94,7 @@ def waits_are_shown():
     reader = subprocess.Popen(["cat"], stdin=subprocess.PIPE)
     try:
         process = pathlib.Path(f"/proc/{reader.pid}")
-        while (process / "stat").read_text().rpartition(")")[2].split()[0] != "S" or "cat" not in os.readlink(process / "exe"):
-            pass
+        wait_until(lambda: (process / "stat").read_text().rpartition(")")[2].split()[0] == "S", "cat sleeps")
         return "pipe_read" in (process / "stack").read_text()
     finally:
         reader.stdin.close()
@@ -115,11 +118,15 @@ def lack(request, tmp_path):
     return case, ("--config", str(config)), {"env": environment(**case.environment)}
 
 
-def check(wrapper, *arguments, **options):
-    """Exit status and standard output."""
-    program, *rest = (*wrapper, PROGRAM, "check", *arguments)
+def run_wrapped(wrapper, *arguments, **options):
+    """Exit status and standard output of the agent, started by the wrapper."""
+    program, *rest = (*wrapper, PROGRAM, *arguments)
     done = run_to_end(*rest, program=program, **options)
     return done.returncode, done.stdout.decode()
+
+
+def check(wrapper, *arguments, **options):
+    return run_wrapped(wrapper, "check", *arguments, **options)
 
 
 def blind_lines(text):
@@ -153,6 +160,26 @@ def test_run_logs_each_blind_detection_once(lack, always_blind):
         warnings = [line for line in agent.log().splitlines() if "blind: " in line]
         assert len(warnings) == len(blind_lines(before_start))
         assert all(" warning " in line for line in warnings)
+
+
+@pytest.fixture(scope="module")
+def shell_of_nobody(attacker):
+    """A reverse shell that the agent's own user does not own, and its mark in events."""
+    as_nobody = ("setpriv", "--reuid", str(NOBODY), "--clear-groups", "--inh-caps", "-all")
+    arguments = ("bash", "-s", "blindness")
+    process = Process(ON_LINE, run=(shutil.which("setpriv"), *as_nobody, *arguments), becomes=arguments)
+    with Stage({"line": tcp(attacker.tcp)}, {"shell": process}) as stage:
+        wait_until(lambda: os.readlink(f"/proc/{stage.pid}/exe") == BASH, "the shell runs")
+        yield f'"pid":{stage.pid},'
+
+
+def test_period_scan_finds_unless_it_is_named(lack, shell_of_nobody):
+    case, arguments, options = lack
+    if case.environment or "reverseShell" not in case.module:
+        pytest.skip("a scan is refused there")
+    status, events = run_wrapped(case.wrapper, "scan", *arguments, **options)
+    assert status == 0
+    assert (shell_of_nobody in events) == (PERIOD_SCAN not in case.blind)
 
 
 def test_check_has_a_remedy_for_all_that_is_not_in_order():

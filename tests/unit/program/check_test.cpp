@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -133,6 +134,44 @@ TEST(CheckKernel, NamespaceWithoutProcessEventsIsNotAskedForThem) {
     CheckProcessEvents(report);
     EXPECT_THAT(report.Text(), StartsWith("LIMITED process events: not asked for"));
     EXPECT_EQ(report.Lacking().size(), 1U);
+}
+
+// No descriptor can be had while the object lives.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+TEST(CheckKernel, FacilityThatCannotBeHadIsLacking) {
+    const struct {
+        void (*check)(CheckReport&);
+        Facility facility;
+    } rows[] = {
+        {CheckKernelWaits, Facility::kernelWaits},
+        {CheckProcessEvents, Facility::processEvents},
+        {CheckConnectionTables, Facility::connectionTables},
+        {CheckInotify, Facility::inotify},
+        {CheckFanotify, Facility::fanotify},
+    };
+    for (const auto& row : rows) {
+        CheckReport report;
+        {
+            const NoDescriptors none;
+            row.check(report);
+        }
+        EXPECT_TRUE(report.IsLacking(row.facility)) << report.Text();
+        EXPECT_THAT(report.Text(), HasSubstr("Too many open files"));
+    }
 }
 
 TEST(CheckKernel, WaitProbeLeavesNoChildBehind) {
