@@ -199,6 +199,8 @@ void CheckKernelWaits(CheckReport& report) {
     if (seen) {
         why = WhyWaitIsHidden(*seen);
         remedy = RemedyForHiddenWait(*seen);
+    } else {
+        why = "it cannot be tried whether waits are shown: " + why;
     }
     if (why.empty()) {
         report.Ok(what, "/proc/<pid>/stack and /proc/<pid>/syscall show what a process waits for");
