@@ -272,7 +272,7 @@ TEST(AgentConfig, UnfitFileIsRefused) {
 
 // The packaged file says that its values are the defaults.
 TEST(AgentConfig, PackagedFileHoldsTheDefaults) {
-    const std::filesystem::path root = std::filesystem::path(__FILE__).parent_path() / "../../..";
+    const std::filesystem::path root = ORLIM_SOURCE_FOLDER;
     std::string error;
     const std::optional<AgentConfig> config = ReadAgentConfig(root / "packaging/orlim-agent.json", error);
     ASSERT_TRUE(config) << error;
