@@ -19,6 +19,7 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.append(str(ROOT / "tests/e2e"))
+sys.dont_write_bytecode = True
 
 import documented_commands
 from attacker import Attacker
@@ -209,8 +210,9 @@ def walk_inside(folder):
 def walk_outside():
     """Makes the folder, has the walk done in a mount namespace, and removes the folder when its mounts are gone."""
     folder = tempfile.mkdtemp(prefix="orlim-walk-")
-    inside = ["unshare", "--mount", "--propagation", "private", sys.executable, __file__, "--inside", folder]
-    child = subprocess.Popen(inside)
+    entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
+    # In a session of its own Ctrl-C does not reach it twice.
+    child = subprocess.Popen([*entry, sys.executable, __file__, "--inside", folder], start_new_session=True)
     try:
         return child.wait()
     except KeyboardInterrupt:
