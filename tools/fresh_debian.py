@@ -27,7 +27,8 @@ def output_of(*command):
 
 def debian_sources():
     """What this machine takes the release from, as lines of a sources.list."""
-    targets = output_of("apt-get", "indextargets", "--format", "$(ORIGIN) $(REPO_URI) $(CODENAME)", "Created-By: Packages")
+    fields = "$(ORIGIN) $(REPO_URI) $(CODENAME)"
+    targets = output_of("apt-get", "indextargets", "--format", fields, "Created-By: Packages")
     sources = []
     for origin, address, codename in (line.split() for line in targets.splitlines() if line.count(" ") == 2):
         line = f"deb {address} {codename} main"

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Does on a fresh Debian 12 what README and docs/ say, command by command, and tells which does not hold.
 
-As root, with debootstrap and git. The fresh machine is a tree in a temporary folder, in which every process and the network
-of this machine are seen; the repository that it clones is what is committed here. Takes as long as the packages and the
-build take, and removes everything in the end.
+As root, with debootstrap and git. The fresh machine is a tree in a temporary folder, in which every process and the
+network of this machine are seen; the repository that it clones is what is committed here. Takes as long as the packages
+and the build take, and removes everything in the end.
 """
 
 import argparse
@@ -180,7 +180,8 @@ def walk_inside(folder):
     tree = FreshDebian(folder / "tree")
     began = time.monotonic()
     tree.build()
-    subprocess.run(["git", "clone", "-q", "--bare", "--no-hardlinks", ROOT, tree.root / REPOSITORY.lstrip("/")], check=True)
+    repository = tree.root / REPOSITORY.lstrip("/")
+    subprocess.run(["git", "clone", "-q", "--bare", "--no-hardlinks", ROOT, repository], check=True)
     tree.mount()
     print(f"{time.monotonic() - began:7.1f} s  a fresh Debian 12", flush=True)
     failed = 0

@@ -19,7 +19,7 @@ OPTION = re.compile(r"(?<![\w-])--?[a-z][a-z-]*")
 
 
 def formatted(name):
-    """The page as it is read, in lines so long that nothing is broken; what was complained of it is no more than that."""
+    """The page as it is read, in lines so long that nothing is broken."""
     if shutil.which("groff") is None:
         pytest.skip("the manual pages are formatted by groff, of the package groff-base")
     if not PAGES[name].exists() and shutil.which("lowdown") is None:
@@ -92,7 +92,8 @@ def test_page_says_of_each_option_which_commands_take_it():
 def known_keys(tmp_path, path, unknown):
     """What the agent says it expects in the place of an unknown key."""
     said = run_to_end("check", "--config", write_config(tmp_path, unknown)).stdout.decode()
-    (expected,) = re.findall(rf"{re.escape(path)}nonsense: found an unknown key, expected (?:one of |only )?([\w, ]+)", said)
+    complaint = re.escape(f"{path}nonsense: found an unknown key, expected ")
+    (expected,) = re.findall(rf"{complaint}(?:one of |only )?([\w, ]+)", said)
     return re.split(r", | or ", expected)
 
 
