@@ -8,6 +8,9 @@ import subprocess
 # Text in the fixed-width font, within a line and as a block, in what lowdown writes.
 LITERAL = re.compile(r"\\fC.*?\\fR|^\.EX$.*?^\.EE$", re.DOTALL | re.MULTILINE)
 
+# What the top of a page calls the manual's sections.
+VOLUMES = {"5": "File Formats Manual", "8": "System Manager's Manual"}
+
 
 def cells(row):
     return [cell.strip() for cell in row.strip().strip("|").split("|")]
@@ -55,15 +58,20 @@ def main():
     parser.add_argument("document")
     parser.add_argument("page")
     parser.add_argument("--lowdown", default="lowdown")
-    for option in ("name", "section", "summary", "see-also", "release"):
+    for option in ("name", "summary", "see-also", "release"):
         parser.add_argument(f"--{option}", required=True)
+    parser.add_argument("--section", required=True, choices=VOLUMES)
     options = parser.parse_args()
     with open(options.document, encoding="utf-8") as document:
         text = as_page(document.read(), options.name, options.summary, options.see_also)
-    title = options.name.upper()
-    metadata = [f"-mtitle={title}", f"-msection={options.section}", f"-msource={options.release}"]
+    metadata = {
+        "title": options.name.upper(),
+        "section": options.section,
+        "source": options.release,
+        "volume": VOLUMES[options.section],
+    }
     page = subprocess.run(
-        [options.lowdown, "-s", "-tman", "--nroff-nolinks", *metadata],
+        [options.lowdown, "-s", "-tman", "--nroff-nolinks", *(f"-m{key}={value}" for key, value in metadata.items())],
         input=text,
         stdout=subprocess.PIPE,
         encoding="utf-8",
