@@ -59,13 +59,7 @@ class FreshDebian:
         options = ["--variant=minbase", *([f"--keyring={KEYRING}"] if os.path.exists(KEYRING) else [])]
         if any("https:" in line for line in sources):
             options.append("--include=ca-certificates")
-        subprocess.run(
-            ["debootstrap", *options, RELEASE, self.root, mirror],
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
-            env=environment,
-            check=True,
-        )
+        self._debootstrap([*options, RELEASE, self.root, mirror], environment)
         self._write("etc/apt/sources.list", "\n".join(sources))
         self._write("etc/apt/apt.conf.d/90proxies", "\n".join(apt_proxies()))
         for file in ("etc/resolv.conf", "etc/hosts"):
@@ -73,6 +67,23 @@ class FreshDebian:
         # Packages must not start servers or set the kernel's parameters: both would be this machine's.
         self._write("usr/sbin/policy-rc.d", "#!/bin/sh\nexit 101")
         (self.root / "usr/sbin/policy-rc.d").chmod(0o755)
+
+    def _debootstrap(self, arguments, environment):
+        child = subprocess.Popen(
+            ["debootstrap", *arguments],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            env=environment,
+            start_new_session=True,
+        )
+        try:
+            status = child.wait()
+        except BaseException:
+            os.killpg(child.pid, signal.SIGKILL)
+            child.wait()
+            raise
+        if status != 0:
+            raise SystemExit(f"debootstrap ends with status {status}")
 
     def _write(self, file, text):
         (self.root / file).write_text(text + "\n", encoding="utf-8")

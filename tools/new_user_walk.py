@@ -7,6 +7,7 @@ and the build take, and removes everything in the end.
 """
 
 import argparse
+import contextlib
 import os
 import pathlib
 import re
@@ -148,7 +149,7 @@ class Walk:
         if command in WRITES:
             file, text = map(self._fill, WRITES[command])
             written = self._tree.root / self._directory.lstrip("/") / file
-            if text not in written.read_text(encoding="utf-8"):
+            if not written.exists() or text not in written.read_text(encoding="utf-8"):
                 raise Failure(f"does not write {text} into {file}")
 
     def check_configuration(self, text):
@@ -175,37 +176,39 @@ def check_tables():
         raise SystemExit(f"shown by no document: {stale}; in a block that is not marked sh: {hidden}")
 
 
-def walk_inside(folder):
-    """Everything that happens in the mount namespace. The exit status."""
-    tree = FreshDebian(folder / "tree")
-    began = time.monotonic()
+def fresh_tree(tree):
     tree.build()
     repository = tree.root / REPOSITORY.lstrip("/")
     subprocess.run(["git", "clone", "-q", "--bare", "--no-hardlinks", ROOT, repository], check=True)
     tree.mount()
-    print(f"{time.monotonic() - began:7.1f} s  a fresh Debian 12", flush=True)
-    failed = 0
-    attacker = Attacker()
-    walk = Walk(tree, folder)
+
+
+def timed(what, function):
+    """Does it and tells how that went. Whether it went well."""
+    began = time.monotonic()
+    result = "ok"
     try:
+        function()
+    except Failure as failure:
+        result = f"FAILED: {failure}"
+    print(f"{time.monotonic() - began:7.1f} s  {what}: {result}", flush=True)
+    return result == "ok"
+
+
+def walk_inside(folder):
+    """Everything that happens in the mount namespace. The exit status."""
+    tree = FreshDebian(folder / "tree")
+    with contextlib.ExitStack() as stack:
+        stack.callback(tree.end_processes)
+        timed("a fresh Debian 12", lambda: fresh_tree(tree))
+        attacker = stack.enter_context(contextlib.closing(Attacker()))
+        walk = Walk(tree, folder)
         walk.stage_attack(attacker)
-        for document, what, function in steps(walk):
-            began = time.monotonic()
-            try:
-                function()
-                result = "ok"
-            except Failure as failure:
-                result = f"FAILED: {failure}"
-                failed += 1
-            print(f"{time.monotonic() - began:7.1f} s  {document}: {what}: {result}", flush=True)
-    finally:
-        if walk.victim is not None:
-            walk.victim.close()
-        attacker.close()
-        tree.end_processes()
+        stack.callback(walk.victim.close)
+        results = [timed(f"{document}: {what}", function) for document, what, function in steps(walk)]
     for command, reason in NOT_RUN.items():
         print(f"  not run  {command}: {reason}")
-    return 1 if failed else 0
+    return 0 if all(results) else 1
 
 
 def walk_outside():
@@ -217,6 +220,7 @@ def walk_outside():
     try:
         return child.wait()
     except KeyboardInterrupt:
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
         child.send_signal(signal.SIGINT)
         return child.wait() or 1
     finally:
