@@ -31,6 +31,7 @@ REPOSITORY = "/srv/orlim.git"  # in the tree
 BUILD_LIMIT = 3600
 FIND_LIMIT = 60
 END_LIMIT = 30
+INTERRUPTED = 130
 
 # What stands for something else, and for what.
 PLACEHOLDERS = {
@@ -222,7 +223,7 @@ def walk_outside():
     except KeyboardInterrupt:
         signal.signal(signal.SIGINT, signal.SIG_IGN)
         child.send_signal(signal.SIGINT)
-        return child.wait() or 1
+        return child.wait() or INTERRUPTED
     finally:
         shutil.rmtree(folder)
 
@@ -231,10 +232,14 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--inside", type=pathlib.Path, help=argparse.SUPPRESS)
     options = parser.parse_args()
-    # One that is told to end cleans up as one that is interrupted does.
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    # One that is told to end cleans up as one that is interrupted does; one in the background has interrupts ignored.
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
     if options.inside:
-        return walk_inside(options.inside)
+        try:
+            return walk_inside(options.inside)
+        except KeyboardInterrupt:
+            return INTERRUPTED
     check_tables()
     for program in ("debootstrap", "git", "unshare", "ip"):
         if shutil.which(program) is None:
