@@ -15,6 +15,7 @@ namespace Host {
 struct AgentConfig {
     std::string moduleText = R"({"abnormalShell":{},"reverseShell":{}})";    // JSON, for StartModule as it stands
     std::optional<std::string> reverseShellText = R"({"reverseShell":{}})";  // only that part; empty if there is none
+    bool abnormalShell = true;                                               // whether moduleText has that part
     std::map<std::string, std::string> settings = {{"TAVORIN_ETC", "/etc/orlim"}};
     unsigned int perMinuteLimit = 60;  // events, 0 for no limit
     std::vector<SinkSpec> sinks = {SinkSpec{}};

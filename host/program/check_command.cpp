@@ -2,11 +2,9 @@
 
 #include <unistd.h>
 
-#include "host/program/check_kernel.h"
+#include "host/program/check_host.h"
 #include "host/program/check_report.h"
-#include "host/program/check_rights.h"
 #include "host/program/check_setup.h"
-#include "host/program/check_stack.h"
 #include "host/program/config_in_force.h"
 #include "host/program/exit_status.h"
 #include "host/services/log_control.h"
@@ -21,12 +19,14 @@ AgentConfig CheckConfig(const std::optional<std::string>& file, bool& valid, Che
     const std::optional<AgentConfig> config = LoadConfig(file, error);
     valid = config.has_value();
     if (!valid) {
-        report.Missing("configuration", error + " The agent does not start with it");
+        report.Missing("configuration", error + " The agent does not start with it",
+                       "The lines below go by the defaults");
+        report.Lacks(Facility::module, "the configuration is wrong, and the agent does not start with it");
         return {};
     }
     report.Ok("configuration", file ? *file : "none named, the defaults hold");
     for (const std::string& warning : config->warnings) {
-        report.Limited("configuration", warning);
+        report.Limited("configuration", warning, "Correct it, or take it out");
     }
     return *config;
 }
@@ -38,21 +38,10 @@ int CheckCommand(const Options& options) {
     CheckReport report;
     bool configValid = false;
     const AgentConfig config = CheckConfig(options.configFile, configValid, report);
-    CheckLocation(report);
-    CheckUser(report);
-    CheckCapabilities(report);
     // Before anything that may start a thread, since it forks.
-    CheckKernelStacks(report);
-    CheckOthersDescriptors(report);
-    CheckHidepid(report);
-    CheckConnectionTables(report);
-    CheckFanotify(report);
-    CheckInotify(report);
-    const auto etc = config.settings.find("TAVORIN_ETC");
-    CheckShellFlags(CheckShellLists(etc == config.settings.end() ? "" : etc->second, "/etc/shells", report), report);
+    CheckHost(config, report);
     CheckModule(options.moduleFile, report);
-    CheckProcessEvents(report);
-    WriteAll(STDOUT_FILENO, report.Text());
+    WriteAll(STDOUT_FILENO, report.Text() + BlindLines(report, config));
     if (!configValid) {
         return EXIT_WRONG_USE;
     }

@@ -15,91 +15,90 @@
 #include "host/sinks/error_text.h"
 
 namespace Host {
-namespace {
-
-// A file to put marks on, so that nothing of the host's is touched.
-class TemporaryFile {
-public:
-    TemporaryFile() : file_(::mkostemp(path_, O_CLOEXEC)) {}
-    ~TemporaryFile() {
-        if (file_.IsOpen()) {
-            ::unlink(path_);
-        }
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    bool Exists() const { return file_.IsOpen(); }
-    const char* Path() const { return path_; }
-
-private:
-    char path_[32] = "/tmp/orlim-check-XXXXXX";
-    Descriptor file_;
-};
-
-}  // namespace
-
 void CheckProcessEvents(CheckReport& report) {
+    const char* const what = "process events";
+    const char* const remedy =
+        "Run the agent on the host itself, with CAP_NET_ADMIN, on a kernel built with CONFIG_PROC_EVENTS";
+    // The kernel would not even refuse, and half a second would go by.
+    if (report.IsLacking(Facility::processEvents)) {
+        report.Limited(what, "not asked for, because the kernel sends none to this namespace", remedy);
+        return;
+    }
     const std::string why = ProbeProcessEvents();
     if (why.empty()) {
-        report.Ok("process events", "the kernel reports new processes");
-    } else {
-        report.Limited("process events", why +
-                                             ". Reverse shells are found by the periodic scan alone, and those that "
-                                             "end before it are missed");
+        report.Ok(what, "the kernel reports new processes");
+        return;
     }
+    report.Limited(what, why + "; of reverse shells only the period scan is left", remedy);
+    report.Lacks(Facility::processEvents, "there are no process events: " + why);
 }
 
 void CheckConnectionTables(CheckReport& report) {
+    const char* const remedy = "Mount /proc without subset=pid, on a kernel built with CONFIG_INET";
     for (const char* path : {"/proc/net/tcp", "/proc/net/udp", "/proc/net/tcp6"}) {
         int error = 0;
         const std::string table = ReadSmallFile(path, error);
         const bool isSixth = std::string(path) == "/proc/net/tcp6";
+        const std::string finding = error == 0 ? "is empty" : ErrorText(error);
         if (!table.empty()) {
             report.Ok(path, "can be read");
+        } else if (isSixth && error == ENOENT) {
+            report.Ok(path, "is not there, as where IPv6 is switched off");
         } else if (isSixth) {
-            report.Limited(path, ErrorText(error) + "; connections over IPv6 are not told apart");
+            report.Limited(path, finding + "; connections over IPv6 are not seen", remedy);
         } else {
-            report.Missing(path, ErrorText(error) + "; the connections behind reverse shells are not seen");
+            report.Missing(path, finding + "; the connections behind reverse shells are not seen", remedy);
+        }
+        if (table.empty() && std::string(path) == "/proc/net/tcp") {
+            report.Lacks(Facility::connectionTables, std::string(path) + " cannot be read: " + finding);
         }
     }
 }
 
 void CheckFanotify(CheckReport& report) {
-    const char* const cost = "; the agent is not told when a watched file has been run or read";
-    const TemporaryFile file;
-    if (!file.Exists()) {
-        report.Limited("fanotify", "cannot be tried, because /tmp takes no file: " + ErrorText(errno));
+    // The mark is on a file of the agent's own, and gone with the group.
+    constexpr const char* markedFile = "/proc/self/exe";
+    const Descriptor group(::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC));
+    std::string why;
+    if (!group.IsOpen()) {
+        const int error = errno;
+        why = "cannot be used: " + ErrorText(error) + (error == EPERM ? ", without CAP_SYS_ADMIN" : "");
+    } else if (::fanotify_mark(group.Get(), FAN_MARK_ADD, FAN_CLOSE_NOWRITE, AT_FDCWD, markedFile) != 0) {
+        why = "takes no mark: " + ErrorText(errno);
+    }
+    if (why.empty()) {
+        report.Ok("fanotify", "takes marks");
         return;
     }
-    const Descriptor group(::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC));
-    if (!group.IsOpen()) {
-        report.Limited("fanotify", "cannot be used: " + ErrorText(errno) + cost);
-    } else if (::fanotify_mark(group.Get(), FAN_MARK_ADD, FAN_CLOSE_NOWRITE, AT_FDCWD, file.Path()) != 0) {
-        report.Limited("fanotify", "takes no mark: " + ErrorText(errno) + cost);
-    } else {
-        report.Ok("fanotify", "takes marks");
-    }
+    report.Limited("fanotify", why,
+                   "Run the agent with CAP_SYS_ADMIN in the initial user namespace, on a kernel built with "
+                   "CONFIG_FANOTIFY");
+    report.Lacks(Facility::fanotify, "fanotify " + why);
 }
 
 void CheckInotify(CheckReport& report) {
     constexpr long enoughWatches = 256;
-    const char* const cost = "; changes to the shell programs are not noticed as they happen";
+    const char* const raise = "Raise fs.inotify.max_user_watches and fs.inotify.max_user_instances";
     const Descriptor instance(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    std::string why;
     if (!instance.IsOpen()) {
-        report.Missing("inotify", "cannot be used: " + ErrorText(errno) + cost);
-        return;
+        why = "cannot be used: " + ErrorText(errno);
+    } else if (::inotify_add_watch(instance.Get(), "/", IN_ATTRIB) < 0) {
+        why = "takes no watch: " + ErrorText(errno);
     }
-    if (::inotify_add_watch(instance.Get(), "/", IN_ATTRIB) < 0) {
-        report.Missing("inotify", "takes no watch: " + ErrorText(errno) + cost);
+    if (!why.empty()) {
+        report.Missing("inotify", why, raise);
+        report.Lacks(Facility::inotify, "inotify " + why);
         return;
     }
     int error = 0;
     const std::string limit = ReadSmallFile("/proc/sys/fs/inotify/max_user_watches", error);
     const long watches = std::strtol(limit.c_str(), nullptr, 10);
     if (error == 0 && watches < enoughWatches) {
-        report.Limited("inotify", "fs.inotify.max_user_watches is " + std::to_string(watches) +
-                                      ", which may not do for all shell programs; raise it to 8192");
+        report.Limited(
+            "inotify",
+            "fs.inotify.max_user_watches is " + std::to_string(watches) + ", which may not do for all shell programs",
+            "Raise it to 8192");
         return;
     }
     report.Ok("inotify", error == 0 ? "takes watches, at most " + std::to_string(watches) + " for a user"

@@ -23,23 +23,35 @@ struct Right {
 };
 
 constexpr Right rights[] = {
-    {"CAP_SYS_PTRACE", CAP_SYS_PTRACE, true,
-     "the open files of other users' processes cannot be seen, so their reverse shells are not found"},
+    {"CAP_SYS_PTRACE", CAP_SYS_PTRACE, true, "the programs and open files of other users' processes cannot be seen"},
     {"CAP_DAC_READ_SEARCH", CAP_DAC_READ_SEARCH, false,
-     "programs and shells in directories closed to this user cannot be examined"},
-    {"CAP_NET_ADMIN", CAP_NET_ADMIN, false,
-     "kernels before 6.6 do not report new processes then; reverse shells are found by the periodic scan alone"},
-    {"CAP_SYS_ADMIN", CAP_SYS_ADMIN, false,
-     "neither kernel stacks nor fanotify can be used; see the lines on those for what that costs"},
+     "the open files of other users' processes, and programs and shells in directories closed to this user, cannot be "
+     "examined"},
+    {"CAP_NET_ADMIN", CAP_NET_ADMIN, false, "kernels before 6.6 do not report new processes then"},
+    {"CAP_SYS_ADMIN", CAP_SYS_ADMIN, false, "neither /proc/<pid>/stack nor fanotify can be used"},
+};
+
+// Kinds of capability that a trial cannot stand for: no process of another user may be there to be tried.
+struct Sight {
+    unsigned int number;
+    Facility facility;
+    const char* reason;
+};
+
+constexpr Sight sights[] = {
+    {CAP_SYS_PTRACE, Facility::processes,
+     "CAP_SYS_PTRACE is missing, and the agent may not look into processes of other users or with more rights"},
+    {CAP_DAC_READ_SEARCH, Facility::descriptors,
+     "CAP_DAC_READ_SEARCH is missing, and /proc/<pid>/fd of other users' processes is closed"},
 };
 
 bool Has(uint64_t capabilities, unsigned int number) {
     return (capabilities >> number & 1U) != 0;
 }
 
-bool IsGranted(uint64_t capabilities, const Right& right) {
-    const bool covered = right.number == CAP_DAC_READ_SEARCH && Has(capabilities, CAP_DAC_OVERRIDE);
-    return covered || Has(capabilities, right.number);
+bool IsGranted(uint64_t capabilities, unsigned int number) {
+    const bool covered = number == CAP_DAC_READ_SEARCH && Has(capabilities, CAP_DAC_OVERRIDE);
+    return covered || Has(capabilities, number);
 }
 
 uint64_t OwnCapabilities() {
@@ -107,29 +119,8 @@ uint64_t EffectiveCapabilities(const std::string& status) {
     return 0;
 }
 
-std::string HidepidOption(const std::string& mounts) {
-    std::string found;
-    std::istringstream lines(mounts);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        std::string device;
-        std::string place;
-        std::string type;
-        std::string options;
-        fields >> device >> place >> type >> options;
-        if (place != "/proc" || type != "proc") {
-            continue;
-        }
-        found.clear();  // a later mount covers an earlier one
-        const std::string all = "," + options + ",";
-        const std::string key = ",hidepid=";
-        const size_t at = all.find(key);
-        if (at != std::string::npos) {
-            const size_t begin = at + key.size();
-            found = all.substr(begin, all.find(',', begin) - begin);
-        }
-    }
-    return found;
+bool HasCapability(unsigned int number) {
+    return Has(OwnCapabilities(), number);
 }
 
 void CheckUser(CheckReport& report) {
@@ -137,15 +128,17 @@ void CheckUser(CheckReport& report) {
     if (user == 0) {
         report.Ok("user", "root");
     } else {
-        report.Limited("user", "user id " + std::to_string(user) +
-                                   " is not root; only what the capabilities below allow can be seen");
+        report.Limited(
+            "user",
+            "user id " + std::to_string(user) + " is not root; only what the capabilities below allow can be seen",
+            "Run the agent as root, or see to each of them");
     }
 }
 
 void LogMissingCapabilities() {
     const uint64_t capabilities = OwnCapabilities();
     for (const Right& right : rights) {
-        if (!IsGranted(capabilities, right)) {
+        if (!IsGranted(capabilities, right.number)) {
             LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "check_rights", __LINE__, "%s is missing: %s", right.name,
                            right.cost);
         }
@@ -155,12 +148,19 @@ void LogMissingCapabilities() {
 void CheckCapabilities(CheckReport& report) {
     const uint64_t capabilities = OwnCapabilities();
     for (const Right& right : rights) {
-        if (IsGranted(capabilities, right)) {
+        const std::string remedy =
+            std::string("Run the agent as root, or with AmbientCapabilities=") + right.name + " in its systemd unit";
+        if (IsGranted(capabilities, right.number)) {
             report.Ok(right.name, "in effect");
         } else if (right.essential) {
-            report.Missing(right.name, right.cost);
+            report.Missing(right.name, right.cost, remedy);
         } else {
-            report.Limited(right.name, right.cost);
+            report.Limited(right.name, right.cost, remedy);
+        }
+    }
+    for (const Sight& sight : sights) {
+        if (!IsGranted(capabilities, sight.number)) {
+            report.Lacks(sight.facility, sight.reason);
         }
     }
 }
@@ -168,27 +168,16 @@ void CheckCapabilities(CheckReport& report) {
 void CheckOthersDescriptors(CheckReport& report) {
     const char* const what = "open files of processes";
     const DescriptorAccess access = TryDescriptors();
-    const std::string counts = std::to_string(access.refused) + " of " + std::to_string(access.processes);
+    const std::string finding = "cannot be read of " + std::to_string(access.refused) + " of " +
+                                std::to_string(access.processes) + " processes";
     if (access.refused == 0) {
         report.Ok(what, "can be read of all " + std::to_string(access.processes) + " processes");
-    } else if (Has(OwnCapabilities(), CAP_SYS_PTRACE)) {
-        report.Limited(what, "cannot be read of " + counts +
-                                 " processes, which the system protects; reverse shells among them are not found");
+    } else if (HasCapability(CAP_SYS_PTRACE)) {
+        report.Limited(what, finding + "; reverse shells among them are not found",
+                       "See to the capabilities above; where they are in effect, the system protects these processes");
     } else {
-        report.Missing(what, "cannot be read of " + counts + " processes; reverse shells among them are not found");
-    }
-}
-
-void CheckHidepid(CheckReport& report) {
-    int error = 0;
-    const std::string option = HidepidOption(ReadSmallFile("/proc/self/mounts", error));
-    if (option.empty() || option == "0" || option == "off") {
-        report.Ok("hidepid", "/proc shows all processes");
-    } else if (Has(OwnCapabilities(), CAP_SYS_PTRACE)) {
-        report.Ok("hidepid", "/proc is mounted with hidepid=" + option + ", which CAP_SYS_PTRACE overrides");
-    } else {
-        report.Missing("hidepid",
-                       "/proc is mounted with hidepid=" + option + "; processes of other users are not seen at all");
+        report.Missing(what, finding + "; reverse shells among them are not found",
+                       "Run the agent with CAP_SYS_PTRACE and CAP_DAC_READ_SEARCH");
     }
 }
 

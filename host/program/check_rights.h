@@ -11,8 +11,8 @@ namespace Host {
 // Value of CapEff in the text of /proc/<pid>/status, 0 if there is none.
 uint64_t EffectiveCapabilities(const std::string& status);
 
-// Value of the hidepid option of the mount at /proc in the text of /proc/self/mounts, empty if there is none.
-std::string HidepidOption(const std::string& mounts);
+// Whether the capability with this number is in effect for this process.
+bool HasCapability(unsigned int number);
 
 // One warning in the log for each capability that is not in effect, with what that costs.
 void LogMissingCapabilities();
@@ -20,6 +20,5 @@ void LogMissingCapabilities();
 void CheckUser(CheckReport& report);
 void CheckCapabilities(CheckReport& report);
 void CheckOthersDescriptors(CheckReport& report);
-void CheckHidepid(CheckReport& report);
 
 }  // namespace Host

@@ -32,7 +32,8 @@ bool IsShellProgram(const std::string& path) {
 void CheckShellList(const std::string& file, std::set<std::string>& resolved, CheckReport& report) {
     std::set<std::string> listed;
     if (!TavUtils::FileOperation::ParseShellsFile(listed, file)) {
-        report.Limited(file, "cannot be read; shells listed there are unknown to the agent");
+        report.Limited(file, "cannot be read; shells listed there are unknown to the agent",
+                       "Write the absolute paths of shells into it, one a line, if it should list any");
         return;
     }
     std::set<std::string> present;
@@ -56,7 +57,8 @@ void CheckModule(const std::optional<std::string>& named, CheckReport& report) {
     if (!path.empty() && Module::Load(path, error)) {
         report.Ok("module", path + " can be loaded and has its four entries");
     } else {
-        report.Missing("module", error);
+        report.Missing("module", error, "Install it, or name it with --module");
+        report.Lacks(Facility::module, "the module cannot be loaded");
     }
 }
 
@@ -65,8 +67,10 @@ void CheckLocation(CheckReport& report) {
         report.Ok("AGENT_LOCATION", "is not set");
     } else {
         report.Limited("AGENT_LOCATION",
-                       "is set in the environment; the module then keeps its search for reverse "
-                       "shells off. Unset it to have that");
+                       "is set in the environment; the module then keeps its search for reverse shells off",
+                       "Unset it to search");
+        report.Lacks(Facility::location,
+                     "AGENT_LOCATION is set in the environment: the module keeps its search for reverse shells off");
     }
 }
 
@@ -76,10 +80,9 @@ std::set<std::string> CheckShellLists(const std::string& etcDirectory, const std
     CheckShellList(etcDirectory + "/default_shells", resolved, report);
     CheckShellList(shellsFile, resolved, report);
     if (resolved.empty()) {
-        report.Missing("shells",
-                       "neither list names a shell that exists, so the module does not start. Write the "
-                       "absolute path of one into " +
-                           shellsFile);
+        report.Missing("shells", "neither list names a shell that exists, so the module does not start",
+                       "Write the absolute path of one into " + shellsFile);
+        report.Lacks(Facility::module, "no shell is listed, so that the module does not start");
     } else {
         report.Ok("shells", std::to_string(resolved.size()) + " to look after");
     }
@@ -100,8 +103,10 @@ void CheckShellFlags(const std::set<std::string>& shells, CheckReport& report) {
     if (failed.empty()) {
         report.Ok("file flags", "can be read of all shells");
     } else {
-        report.Limited("file flags", "cannot be read of " + Joined(failed) + ": " + ErrorText(lastError) +
-                                         "; a change of their immutable flag is not noticed");
+        const std::string finding = "cannot be read of " + Joined(failed) + ": " + ErrorText(lastError);
+        report.Limited("file flags", finding + "; a change of them is not noticed",
+                       "Keep the shells on a file system that has flags, such as ext4, xfs or btrfs");
+        report.Lacks(Facility::fileFlags, "file flags " + finding);
     }
 }
 

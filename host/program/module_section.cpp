@@ -81,6 +81,7 @@ void CheckReverseShell(const Json& value, AgentConfig& config) {
 void ReadModuleSection(const Json& module, AgentConfig& config) {
     config.moduleText = module.dump();
     config.reverseShellText.reset();
+    config.abnormalShell = module.contains("abnormalShell");
     WarnOfUnknownKeys(module, "module", {"abnormalShell", "reverseShell"}, "abnormalShell or reverseShell", config);
     const auto reverseShell = module.find("reverseShell");
     if (reverseShell != module.end()) {

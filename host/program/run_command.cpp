@@ -5,8 +5,7 @@
 
 #include <utility>
 
-#include "agent/env.h"
-#include "host/program/check_rights.h"
+#include "host/program/check_host.h"
 #include "host/program/complain.h"
 #include "host/program/config_in_force.h"
 #include "host/program/event_output.h"
@@ -65,12 +64,7 @@ int RunCommand(const Options& options) {
         return EXIT_WRONG_USE;
     }
     ApplyToProcess(*config, LOG_LEVEL_LIFECYCLE);
-    LogMissingCapabilities();
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "run_command", __LINE__,
-                       "AGENT_LOCATION is set in the environment: the module keeps its search for reverse shells off; "
-                       "unset it to search");
-    }
+    LogBlindDetections(*config);
     const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
     if (!module) {
         Complain(error);

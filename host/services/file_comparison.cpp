@@ -13,6 +13,9 @@ namespace {
 // A flood of events that does not end must not put the comparison off for ever.
 constexpr std::chrono::seconds longestLoss(1);
 
+// Nor a lower link count.
+constexpr std::chrono::seconds longestLinks(1);
+
 // What has run out may stay so for a while.
 constexpr std::chrono::seconds shortagePause(1);
 
@@ -20,12 +23,19 @@ constexpr std::chrono::seconds shortagePause(1);
 
 void FileMonitor::Tick(Time now, bool isQuiet, Reports& reports) {
     told_.clear();
+    if (isQuiet) {
+        quiet_ = now;
+        if (restDue_ && *restDue_ <= now) {
+            restDue_.reset();
+        }
+    }
     for (const ChangeSide& side : pairs_.TakeOverdue(now, isQuiet)) {
         AppendHalfMove(side, FILE_MOVED_FROM, reports);
     }
     std::set<int> due;
     for (const auto& [file, known] : files_) {
-        if (known.linksDue && *known.linksDue <= now) {
+        // The end of the name may be among the events that wait.
+        if (known.linksDue && *known.linksDue <= now && (isQuiet || now - *known.linksDue >= longestLinks)) {
             due.insert(file);
         }
     }
@@ -59,7 +69,8 @@ std::optional<FileMonitor::Time> FileMonitor::Due() const {
         include(known.linksDue);
     }
     include(retry_);
-    // The comparison waits for the queue to be empty, which is found out at once.
+    // These wait for the queue to be empty, which is found out at once.
+    include(restDue_);
     include(lossSince_);
     return due;
 }
@@ -127,7 +138,7 @@ void FileMonitor::CompareEntries(int directory, Time now, Reports& reports) {
             known->second.state = state;
             tell(name, FILE_MOVED_TO, {});
         } else {
-            const Finding finding = Observe(known->second, state, Occasion::loss, now);
+            const Finding finding = Observe(known->second, state, Occasion::loss, At(now));
             if (finding.isModified) {
                 tell(name, FILE_MODIFIED, {});
             }
@@ -173,7 +184,7 @@ void FileMonitor::HandleEntry(const InotifyEvent& event, const Place& place, Tim
         return;
     }
     const auto known = entries->second.find(place.name);
-    if ((event.mask & IN_MODIFY) != 0 && (known == entries->second.end() || known->second.burst.Begins(now))) {
+    if ((event.mask & IN_MODIFY) != 0 && (known == entries->second.end() || known->second.burst.Begins(At(now)))) {
         AppendReports(SideOfFile(rules_, -1, place), FILE_MODIFIED, {}, reports);
     }
     FileState state;
@@ -182,7 +193,7 @@ void FileMonitor::HandleEntry(const InotifyEvent& event, const Place& place, Tim
         return;
     }
     const Occasion occasion = (event.mask & IN_CLOSE_WRITE) != 0 ? Occasion::closed : Occasion::changed;
-    const Finding finding = Observe(known->second, state, occasion, now);
+    const Finding finding = Observe(known->second, state, occasion, At(now));
     if (known->second.linksDue) {
         // The end of another name is told as that.
         known->second.linksDue.reset();

@@ -17,11 +17,6 @@ namespace {
 constexpr uint32_t nameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 constexpr uint32_t contentEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE;
 
-// A file found behind a new directory may have an event of its own on the way.
-bool WasArrivalTold(const KnownFile& known, KnownFile::Time now) {
-    return known.arrivalTold && now - *known.arrivalTold < WriteBurst::rest;
-}
-
 }  // namespace
 
 bool FileMonitor::Add(int handle, const TavUtils::Monitor::FileWatchRule& rule) {
@@ -68,6 +63,9 @@ std::shared_ptr<TavUtils::Monitor::FileWatchCallback> FileMonitor::ListenerOf(in
 
 void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) {
     told_.clear();
+    if ((event.mask & (contentEvents | IN_CREATE)) != 0) {
+        restDue_ = now + WriteBurst::rest;
+    }
     if ((event.mask & IN_Q_OVERFLOW) != 0) {
         lossSince_ = std::min(lossSince_.value_or(now), now);
         if (lossPacer_.MayLog()) {
@@ -162,16 +160,21 @@ void FileMonitor::TellArrival(const Place& place, Time now, Reports& reports) {
             continue;
         }
         const auto known = files_.find(rule.file);
-        if (known != files_.end() && HasContent(known->second.state) && !WasArrivalTold(known->second, now)) {
+        if (known != files_.end() && HasContent(known->second.state) && !WasArrivalTold(known->second)) {
             AppendReports(SideOfName(rules_, watches_, place), FILE_MODIFIED, {}, reports);
             const bool isLink = rule.names.back() != place || known->second.state.links > 1;
             if (!isLink) {
                 // What its writer goes on to write belongs to this change.
-                known->second.burst.Begins(now);
+                known->second.burst.Begins(At(now));
             }
         }
         return;
     }
+}
+
+// A file found behind a new directory may have an event of its own on the way.
+bool FileMonitor::WasArrivalTold(const KnownFile& known) const {
+    return known.arrivalTold && quiet_ - *known.arrivalTold < WriteBurst::rest;
 }
 
 void FileMonitor::HandleContent(const InotifyEvent& event, Time now, Reports& reports) {
@@ -198,7 +201,7 @@ void FileMonitor::HandleContent(const InotifyEvent& event, Time now, Reports& re
     if (known == files_.end()) {
         return;
     }
-    if ((event.mask & IN_MODIFY) != 0 && known->second.burst.Begins(now)) {
+    if ((event.mask & IN_MODIFY) != 0 && known->second.burst.Begins(At(now))) {
         AppendReports(SideOfFile(rules_, file, place), FILE_MODIFIED, {}, reports);
     }
     Look(file, place, (event.mask & IN_CLOSE_WRITE) != 0 ? Occasion::closed : Occasion::changed, now, reports);
@@ -210,7 +213,7 @@ void FileMonitor::Look(int file, const std::optional<Place>& place, Occasion occ
     if (known == files_.end() || !ReadState(file, state)) {
         return;
     }
-    const Finding finding = Observe(known->second, state, occasion, now);
+    const Finding finding = Observe(known->second, state, occasion, At(now));
     if (finding.isModified) {
         AppendReports(SideOfFile(rules_, file, place), FILE_MODIFIED, {}, reports);
     }
@@ -267,9 +270,10 @@ void FileMonitor::Settle(WatchedRule& rule, const Explanation& explanation, Repo
     } else if (HasContent(known->second.state) || explanation.appeared == FILE_MOVED_TO) {
         const Time now = std::chrono::steady_clock::now();
         known->second.arrivalTold = now;
+        restDue_ = now + WriteBurst::rest;
         if (explanation.appeared == FILE_MODIFIED) {
             // What its writer goes on to write belongs to this change.
-            known->second.burst.Begins(now);
+            known->second.burst.Begins(At(now));
         }
         TellOnce(rule.Own(), side(), explanation.appeared, reports);
     }

@@ -59,7 +59,7 @@ public:
     // Takes one event and appends what is to be told.
     void Handle(const InotifyEvent& event, Time now, Reports& reports);
 
-    // Does what is due. isQuiet says that no event waits.
+    // Does what is due. isQuiet says that no event waited at that time.
     void Tick(Time now, bool isQuiet, Reports& reports);
 
     // When Tick has something to do, if no event comes before.
@@ -86,6 +86,8 @@ private:
     void TellArrival(const Place& place, Time now, Reports& reports);
 
     void Settle(WatchedRule& rule, const Explanation& explanation, Reports& reports);
+    Moment At(Time now) const { return {now, quiet_}; }
+    bool WasArrivalTold(const KnownFile& known) const;
     void RetryLater();
     void TellOnce(const Place& key, const ChangeSide& side, FileOperation operation, Reports& reports);
     void LogFailure(const WatchedRule& rule, int error);
@@ -110,6 +112,8 @@ private:
     std::map<int, Entries> entries_;  // of directories that have a rule, by watch
     RenamePairs pairs_;
     std::set<std::pair<Place, FileOperation>> told_;  // of the present event
+    Time quiet_;                                      // when no event waited last
+    std::optional<Time> restDue_;                     // when the last writer has rested, if no event waits then
     std::optional<Time> lossSince_;
     std::optional<Time> retry_;  // of rules that are not complete
     LogPacer lossPacer_;

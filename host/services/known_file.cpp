@@ -4,16 +4,16 @@ namespace Host {
 
 namespace {
 
-bool IsModified(KnownFile& known, const FileState& now, Occasion occasion, KnownFile::Time time) {
+bool IsModified(KnownFile& known, const FileState& now, Occasion occasion, Moment moment) {
     if (occasion == Occasion::loss) {
-        return ContentMayDifferUnseen(known.state, now) && known.burst.Begins(time);
+        return ContentMayDifferUnseen(known.state, now) && known.burst.Begins(moment);
     }
     if (occasion != Occasion::closed) {
         return false;
     }
     // Writes to a mapping of the file make no event of their own.
     if (ContentMayDiffer(known.state, now)) {
-        return known.burst.Begins(time);
+        return known.burst.Begins(moment);
     }
     known.burst.End();
     return false;
@@ -21,9 +21,9 @@ bool IsModified(KnownFile& known, const FileState& now, Occasion occasion, Known
 
 }  // namespace
 
-Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, KnownFile::Time time) {
+Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, Moment moment) {
     Finding finding;
-    finding.isModified = IsModified(known, now, occasion, time);
+    finding.isModified = IsModified(known, now, occasion, moment);
     if (now.links == 0) {
         // It has lost its last name, which is told as the end of that name.
         return finding;
@@ -34,7 +34,7 @@ Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, Known
         known.linksDue.reset();
     } else {
         told.links = known.state.links;
-        known.linksDue = known.linksDue.value_or(time + linksPatience);
+        known.linksDue = known.linksDue.value_or(moment.now + linksPatience);
     }
     finding.attributes = AttributeDetail(known.state, told);
     known.state = told;

@@ -37,6 +37,6 @@ struct Finding {
 constexpr std::chrono::milliseconds linksPatience{30};
 
 // Compares the file with what is known of it, and knows the new state from then on.
-Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, KnownFile::Time time);
+Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, Moment moment);
 
 }  // namespace Host

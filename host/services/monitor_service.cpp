@@ -117,11 +117,13 @@ void MonitorService::Run() {
     Lock lock(mutex_);
     while (!monitor_->IsEmpty()) {
         std::vector<ChangeReport> reports;
-        const bool isQuiet = Wait(lock);
+        Wait(lock);
+        const auto now = steady_clock::now();
+        const bool isQuiet = IsQuiet();
         if (!isQuiet) {
             HandleEvents(lock);
         }
-        monitor_->Tick(steady_clock::now(), isQuiet, reports);
+        monitor_->Tick(isQuiet ? now : steady_clock::now(), isQuiet, reports);
         Deliver(lock, reports);
     }
     monitor_.reset();
@@ -132,8 +134,14 @@ void MonitorService::Run() {
     ended_.notify_all();
 }
 
-// True if no event came before something was due.
-bool MonitorService::Wait(Lock& lock) {
+// True if no event waits.
+bool MonitorService::IsQuiet() const {
+    pollfd events{monitor_->PollDescriptor(), POLLIN, 0};
+    return poll(&events, 1, 0) == 0;
+}
+
+// Until an event comes, or something is due.
+void MonitorService::Wait(Lock& lock) {
     std::array<pollfd, 3> waiting{
         {{monitor_->PollDescriptor(), POLLIN, 0}, {wake_->Descriptor(), POLLIN, 0}, {mounts_.Get(), POLLPRI, 0}}};
     int timeoutMs = -1;
@@ -153,7 +161,6 @@ bool MonitorService::Wait(Lock& lock) {
         monitor_->LookAtPaths(reports);
         Deliver(lock, reports);
     }
-    return waiting[0].revents == 0;
 }
 
 void MonitorService::HandleEvents(Lock& lock) {

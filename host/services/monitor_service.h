@@ -46,7 +46,8 @@ private:
     bool Start();
     int NextHandle();
     void Run();
-    bool Wait(Lock& lock);
+    void Wait(Lock& lock);
+    bool IsQuiet() const;
     void HandleEvents(Lock& lock);
     void Deliver(Lock& lock, const std::vector<ChangeReport>& reports);
     void Call(const TavUtils::Monitor::FileWatchCallback& callback, const ChangeReport& report);

@@ -35,6 +35,7 @@ TEST(AgentConfig, EmptyObjectGivesTheDefaults) {
     const AgentConfig config = Parsed("{}");
     EXPECT_EQ(config.moduleText, R"({"abnormalShell":{},"reverseShell":{}})");
     EXPECT_EQ(config.reverseShellText, R"({"reverseShell":{}})");
+    EXPECT_TRUE(config.abnormalShell);
     EXPECT_EQ(config.settings, (std::map<std::string, std::string>{{"TAVORIN_ETC", "/etc/orlim"}}));
     EXPECT_EQ(config.perMinuteLimit, 60U);
     EXPECT_THAT(config.sinks, ElementsAre(standardOutput));
@@ -50,6 +51,7 @@ TEST(AgentConfig, AllValuesAreTaken) {
         "log": {"level": 3, "target": "stderr"}
     })");
     EXPECT_EQ(config.moduleText, R"({"reverseShell":{"detectInterval":30,"whitelist":["a"]}})");
+    EXPECT_FALSE(config.abnormalShell);
     EXPECT_EQ(config.reverseShellText, config.moduleText);
     EXPECT_EQ(config.settings, (std::map<std::string, std::string>{{"TAVORIN_ETC", "/opt/etc"}, {"OTHER", ""}}));
     EXPECT_EQ(config.perMinuteLimit, 0U);

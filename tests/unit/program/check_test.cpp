@@ -1,11 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
 #include "host/program/check_command.h"
+#include "host/program/check_confinement.h"
 #include "host/program/check_kernel.h"
 #include "host/program/check_report.h"
 #include "host/program/check_rights.h"
@@ -23,33 +25,35 @@ using testing::StartsWith;
 TEST(CheckReport, OneLineACall) {
     CheckReport report;
     report.Ok("a", "b\nc");
-    report.Limited("d", "e");
+    report.Limited("d", "e", "Do this");
     EXPECT_FALSE(report.SomethingMissing());
-    report.Missing("f", "g");
+    report.Missing("f", "g", "Do that");
     EXPECT_TRUE(report.SomethingMissing());
-    EXPECT_EQ(report.Text(), "OK      a: b\\nc\nLIMITED d: e\nMISSING f: g\n");
+    EXPECT_EQ(report.Text(), "OK      a: b\\nc\nLIMITED d: e. Do this\nMISSING f: g. Do that\n");
+}
+
+TEST(CheckReport, LackIsKeptApartFromTheLines) {
+    CheckReport report;
+    report.Lacks(Facility::inotify, "x");
+    EXPECT_EQ(report.Text(), "");
+    EXPECT_FALSE(report.SomethingMissing());
+    EXPECT_TRUE(report.IsLacking(Facility::inotify));
+    EXPECT_FALSE(report.IsLacking(Facility::fanotify));
+}
+
+TEST(CheckReport, BlindDetectionsAreOneLineEach) {
+    CheckReport report;
+    EXPECT_EQ(BlindLines(report, AgentConfig{}), "no detection is blind\n");
+    report.Lacks(Facility::fanotify, "a\nb");
+    report.Lacks(Facility::inotify, "c");
+    EXPECT_EQ(BlindLines(report, AgentConfig{}),
+              "blind: shell file protection, change: because c\n"
+              "blind: shell file protection, flags: because a\\nb\n");
 }
 
 TEST(CheckRights, CapabilitiesAreReadFromStatus) {
     EXPECT_EQ(EffectiveCapabilities("Name:\tx\nCapPrm:\t00ff\nCapEff:\t000001ffffffffff\n"), 0x1ffffffffffU);
     EXPECT_EQ(EffectiveCapabilities("Name:\tCapEff: ff\n"), 0U);
-}
-
-TEST(CheckRights, HidepidIsReadFromTheMountThatCounts) {
-    const struct {
-        const char* mounts;
-        const char* option;
-    } rows[] = {
-        {"proc /proc proc rw,nosuid 0 0\n", ""},
-        {"proc /proc proc rw,hidepid=2,gid=4 0 0\n", "2"},
-        {"proc /proc proc rw,hidepid=invisible 0 0\n", "invisible"},
-        {"proc /jail/proc proc rw,hidepid=2 0 0\n", ""},
-        {"proc /proc proc rw,hidepid=2 0 0\nproc /proc proc rw 0 0\n", ""},
-        {"", ""},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(HidepidOption(row.mounts), row.option) << row.mounts;
-    }
 }
 
 TEST(CheckShells, ListedShellsAreLookedUp) {
@@ -80,6 +84,7 @@ TEST(CheckShells, FlagsThatCannotBeReadAreNamed) {
     CheckReport report;
     CheckShellFlags({"/dev/null"}, report);
     EXPECT_THAT(report.Text(), StartsWith("LIMITED file flags: cannot be read of /dev/null: "));
+    EXPECT_TRUE(report.IsLacking(Facility::fileFlags));
 }
 
 TEST(CheckModule, AbsentModuleIsEssential) {
@@ -87,6 +92,18 @@ TEST(CheckModule, AbsentModuleIsEssential) {
     CheckModule("/nowhere/x.so", report);
     EXPECT_TRUE(report.SomethingMissing());
     EXPECT_THAT(report.Text(), StartsWith("MISSING module: module /nowhere/x.so cannot be found"));
+    EXPECT_TRUE(report.IsLacking(Facility::module));
+}
+
+TEST(CheckLocation, VariableKeepsTheSearchOff) {
+    ::setenv("AGENT_LOCATION", "", 1);
+    CheckReport report;
+    CheckLocation(report);
+    ::unsetenv("AGENT_LOCATION");
+    EXPECT_TRUE(report.IsLacking(Facility::location));
+    CheckReport without;
+    CheckLocation(without);
+    EXPECT_TRUE(without.Lacking().empty());
 }
 
 TEST(CheckKernel, EachProbeGivesOneLineOfItsName) {
@@ -94,7 +111,10 @@ TEST(CheckKernel, EachProbeGivesOneLineOfItsName) {
         void (*check)(CheckReport&);
         const char* line;
     } rows[] = {
-        {CheckKernelStacks, "(OK     |LIMITED) kernel stacks: [^\n]+\n"},
+        {CheckKernelWaits, "(OK     |LIMITED) waits of processes: [^\n]+\n"},
+        {CheckProcessEvents, "(OK     |LIMITED) process events: [^\n]+\n"},
+        {CheckYama, "(OK     |LIMITED) Yama: [^\n]+\n"},
+        {CheckLockdown, "OK      lockdown: [^\n]+\n"},
         {CheckFanotify, "(OK     |LIMITED) fanotify: [^\n]+\n"},
         {CheckInotify, "(OK     |LIMITED|MISSING) inotify: [^\n]+\n"},
         {CheckOthersDescriptors, "(OK     |LIMITED|MISSING) open files of processes: [^\n]+\n"},
@@ -108,9 +128,55 @@ TEST(CheckKernel, EachProbeGivesOneLineOfItsName) {
     }
 }
 
-TEST(CheckKernel, StackProbeLeavesNoChildBehind) {
+TEST(CheckKernel, NamespaceWithoutProcessEventsIsNotAskedForThem) {
     CheckReport report;
-    CheckKernelStacks(report);
+    report.Lacks(Facility::processEvents, "x");
+    CheckProcessEvents(report);
+    EXPECT_THAT(report.Text(), StartsWith("LIMITED process events: not asked for"));
+    EXPECT_EQ(report.Lacking().size(), 1U);
+}
+
+// No descriptor can be had while the object lives.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+TEST(CheckKernel, FacilityThatCannotBeHadIsLacking) {
+    const struct {
+        void (*check)(CheckReport&);
+        Facility facility;
+    } rows[] = {
+        {CheckKernelWaits, Facility::kernelWaits},
+        {CheckProcessEvents, Facility::processEvents},
+        {CheckConnectionTables, Facility::connectionTables},
+        {CheckInotify, Facility::inotify},
+        {CheckFanotify, Facility::fanotify},
+    };
+    for (const auto& row : rows) {
+        CheckReport report;
+        {
+            const NoDescriptors none;
+            row.check(report);
+        }
+        EXPECT_TRUE(report.IsLacking(row.facility)) << report.Text();
+        EXPECT_THAT(report.Text(), HasSubstr("Too many open files"));
+    }
+}
+
+TEST(CheckKernel, WaitProbeLeavesNoChildBehind) {
+    CheckReport report;
+    CheckKernelWaits(report);
     errno = 0;
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
@@ -129,7 +195,8 @@ TEST(CheckRights, UserWithoutRightsLacksThem) {
         const bool told =
             report.Text().find("MISSING CAP_SYS_PTRACE") != std::string::npos &&
             report.Text().find("LIMITED CAP_NET_ADMIN") != std::string::npos &&
-            report.Text().find("MISSING open files of processes: cannot be read of ") != std::string::npos;
+            report.Text().find("MISSING open files of processes: cannot be read of ") != std::string::npos &&
+            report.IsLacking(Facility::processes) && report.IsLacking(Facility::descriptors);
         ::_exit(changed && told ? 0 : 1);
     }
     int status = 0;
@@ -147,6 +214,7 @@ TEST(CheckCommand, WrongConfigurationGivesTwoAndTheOtherLines) {
     const int status = CheckCommand(options);
     const std::string text = testing::internal::GetCapturedStdout();
     EXPECT_EQ(status, 2);
+    EXPECT_THAT(text, HasSubstr("\nblind: period scan: because the configuration is wrong"));
     EXPECT_THAT(text, StartsWith("MISSING configuration: " + directory.Path("c") + ": log: found 7"));
     EXPECT_THAT(text, HasSubstr("process events: "));
 }

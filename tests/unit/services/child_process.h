@@ -43,7 +43,11 @@ public:
             const rlim_t wanted = 32 * 1024 * 1024;
             stack.rlim_cur = stack.rlim_max == RLIM_INFINITY || stack.rlim_max > wanted ? wanted : stack.rlim_max;
             setrlimit(RLIMIT_STACK, &stack);
-            dup2(input[0], STDIN_FILENO);
+            if (input[0] == STDIN_FILENO) {
+                fcntl(STDIN_FILENO, F_SETFD, 0);
+            } else {
+                dup2(input[0], STDIN_FILENO);
+            }
             execv(program.c_str(), argv.data());
             _exit(write(executed[1], "x", 1) == 1 ? 126 : 127);
         }

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -16,43 +15,8 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 using TestSupport::Await;
+using TestSupport::Cork;
 using TestSupport::Listener;
-
-// A rule whose callback waits, so that the kernel's queue fills behind it.
-class Cork {
-public:
-    Cork() : file_(dir_.Write("cork", "")) {
-        rule_.path = file_;
-        rule_.onModify = true;
-        rule_.callback = std::make_shared<TestSupport::FileWatchCallback>(
-            [this](int, const char*, const char*, bool, int, const std::string&) {
-                isIn_ = true;
-                isIn_.notify_all();
-                isOpen_.wait(false);
-            });
-        rule_.handle = AddMonitor(rule_, TestSupport::MONITOR_FILE);
-        WriteFile(file_, "x");
-        isIn_.wait(false);
-    }
-    ~Cork() {
-        Pull();
-        RemoveMonitor(rule_, TestSupport::MONITOR_FILE);
-    }
-    Cork(const Cork&) = delete;
-    Cork& operator=(const Cork&) = delete;
-
-    void Pull() {
-        isOpen_ = true;
-        isOpen_.notify_all();
-    }
-
-private:
-    TemporaryDirectory dir_;
-    std::string file_;
-    TestSupport::FileWatchRule rule_;
-    std::atomic<bool> isIn_ = false;
-    std::atomic<bool> isOpen_ = false;
-};
 
 // More events than the kernel queues for one reader.
 void Flood(const std::string& one, const std::string& other) {

@@ -87,21 +87,34 @@ TEST(AttributeDetail, NamesWhatDiffersOnly) {
     EXPECT_EQ(AttributeDetail(old, now), "");
 }
 
+// Handled at once.
+Moment At(int ms) {
+    return {begin + milliseconds(ms), begin + milliseconds(ms)};
+}
+
 TEST(WriteBurst, BeginsOnceUntilTheWriterRestsOrCloses) {
     WriteBurst burst;
-    EXPECT_TRUE(burst.Begins(begin));
-    EXPECT_FALSE(burst.Begins(begin + milliseconds(90)));
-    EXPECT_FALSE(burst.Begins(begin + milliseconds(180)));
-    EXPECT_TRUE(burst.Begins(begin + milliseconds(280)));
+    EXPECT_TRUE(burst.Begins(At(0)));
+    EXPECT_FALSE(burst.Begins(At(90)));
+    EXPECT_FALSE(burst.Begins(At(180)));
+    EXPECT_TRUE(burst.Begins(At(280)));
     burst.End();
-    EXPECT_TRUE(burst.Begins(begin + milliseconds(281)));
+    EXPECT_TRUE(burst.Begins(At(281)));
+}
+
+TEST(WriteBurst, EventsThatWaitAreNoRestOfTheWriter) {
+    WriteBurst burst;
+    EXPECT_TRUE(burst.Begins(At(0)));
+    EXPECT_FALSE(burst.Begins({begin + milliseconds(900), begin + milliseconds(99)}));
+    EXPECT_FALSE(burst.Begins({begin + milliseconds(1000), begin + milliseconds(999)}));
+    EXPECT_TRUE(burst.Begins({begin + milliseconds(1200), begin + milliseconds(1100)}));
 }
 
 TEST(WriteBurst, AWriterThatNeverRestsIsToldAgain) {
     WriteBurst burst;
     int told = 0;
     for (int ms = 0; ms < 6001; ms += 50) {
-        told += burst.Begins(begin + milliseconds(ms)) ? 1 : 0;
+        told += burst.Begins(At(ms)) ? 1 : 0;
     }
     EXPECT_EQ(told, 4);
 }
@@ -111,16 +124,15 @@ TEST(Observe, ALowerLinkCountWaits) {
     known.state.links = 2;
     FileState now = known.state;
     now.links = 1;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, begin).attributes, "");
+    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "");
     EXPECT_EQ(known.linksDue, begin + linksPatience);
     now.mode = 0755;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, begin + milliseconds(5)).attributes,
-              "attribute oaccess=0 access=493");
+    EXPECT_EQ(Observe(known, now, Occasion::changed, At(5)).attributes, "attribute oaccess=0 access=493");
     EXPECT_EQ(known.linksDue, begin + linksPatience);
-    EXPECT_EQ(Observe(known, now, Occasion::linksDue, begin + linksPatience).attributes, "attribute olink=2 link=1");
+    EXPECT_EQ(Observe(known, now, Occasion::linksDue, At(30)).attributes, "attribute olink=2 link=1");
     EXPECT_FALSE(known.linksDue);
     now.links = 3;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, begin).attributes, "attribute olink=1 link=3");
+    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "attribute olink=1 link=3");
 }
 
 TEST(Observe, AFileWithoutANameIsNotLookedAt) {
@@ -129,7 +141,7 @@ TEST(Observe, AFileWithoutANameIsNotLookedAt) {
     FileState now = known.state;
     now.links = 0;
     now.mode = 0755;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, begin).attributes, "");
+    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "");
     EXPECT_EQ(known.state.links, 1U);
 }
 
@@ -153,7 +165,7 @@ TEST(Observe, AfterALossAnyUnexplainedChangeIsAWrite) {
         known.state.links = 1;
         FileState now = known.state;
         c.change(now);
-        EXPECT_EQ(Observe(known, now, Occasion::loss, begin).isModified, c.isModified) << c.name;
+        EXPECT_EQ(Observe(known, now, Occasion::loss, At(0)).isModified, c.isModified) << c.name;
     }
 }
 

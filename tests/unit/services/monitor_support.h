@@ -1,6 +1,7 @@
 // What tests of the file monitor share.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -107,6 +108,42 @@ private:
     TemporaryDirectory inside_;
     TemporaryDirectory outside_;
     Listener listener_;
+};
+
+// A rule whose callback waits: what is changed meanwhile, the monitor finds all at once.
+class Cork {
+public:
+    Cork() : file_(dir_.Write("cork", "")) {
+        rule_.path = file_;
+        rule_.onModify = true;
+        rule_.callback =
+            std::make_shared<FileWatchCallback>([this](int, const char*, const char*, bool, int, const std::string&) {
+                isIn_ = true;
+                isIn_.notify_all();
+                isOpen_.wait(false);
+            });
+        rule_.handle = AddMonitor(rule_, MONITOR_FILE);
+        WriteFile(file_, "x");
+        isIn_.wait(false);
+    }
+    ~Cork() {
+        Pull();
+        RemoveMonitor(rule_, MONITOR_FILE);
+    }
+    Cork(const Cork&) = delete;
+    Cork& operator=(const Cork&) = delete;
+
+    void Pull() {
+        isOpen_ = true;
+        isOpen_.notify_all();
+    }
+
+private:
+    TemporaryDirectory dir_;
+    std::string file_;
+    FileWatchRule rule_;
+    std::atomic<bool> isIn_ = false;
+    std::atomic<bool> isOpen_ = false;
 };
 
 }  // namespace TestSupport
