@@ -144,7 +144,7 @@ def fetch(packages, cache):
     chosen = re.findall(r"^Inst (\S+?)(?::\S+)? \((\S+) .*\[(\S+)\]\)", named.stdout, re.MULTILINE)
     if not chosen:
         fail("apt names no packages:\n" + named.stdout + named.stderr)
-    return [archives / f"{name}_{version.replace(':', '%3a')}_{architecture}.deb" for name, version, architecture in chosen]
+    return [archives / f"{name}_{version.replace(':', '%3a')}_{machine}.deb" for name, version, machine in chosen]
 
 
 def point_links_inside(folder):
