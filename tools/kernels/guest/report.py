@@ -1,0 +1,35 @@
+"""A pytest plugin that tells on standard output, a line each, how every test has ended and how long it took."""
+
+import sys
+
+
+def pytest_report_teststatus(report):
+    # The usual dots would stand in the lines.
+    return report.outcome, "", report.outcome.upper()
+
+
+class Reporter:
+    def __init__(self):
+        self._seconds = 0.0
+        self._outcome = "passed"
+        self._reason = ""
+
+    def pytest_runtest_logstart(self, nodeid, location):
+        self._seconds, self._outcome, self._reason = 0.0, "passed", ""
+
+    def pytest_runtest_logreport(self, report):
+        self._seconds += report.duration
+        if report.skipped:
+            self._outcome = "skipped"
+            self._reason = report.longrepr[2].removeprefix("Skipped: ")
+        elif report.failed:
+            self._outcome = "failed"
+
+    def pytest_runtest_logfinish(self, nodeid, location):
+        fields = (nodeid.removeprefix("tests/e2e/"), self._outcome, f"{self._seconds:.1f}", self._reason)
+        sys.__stdout__.write("\nRESULT\t" + "\t".join(fields) + "\n")
+        sys.__stdout__.flush()
+
+
+def pytest_configure(config):
+    config.pluginmanager.register(Reporter())
