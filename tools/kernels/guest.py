@@ -24,7 +24,7 @@ SHELLS = ("/bin/sh", "/bin/bash", "/bin/dash", "/usr/bin/bash", "/usr/bin/dash")
 MERGED_FOLDERS = ("bin", "sbin", "lib")
 NOT_NEEDED = ("usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/info", "usr/share/zoneinfo")
 ROOT_DISK_MEBIBYTES = 512
-TESTED_DISK_MEBIBYTES = 64
+TESTED_DISK_MEBIBYTES = 256
 
 # For the disks, then for the attacker's host of the tests. A kernel has each as a module or built in.
 DRIVERS = ("virtio_pci", "virtio_mmio", "virtio_blk", "crc32c_generic", "ext4", "veth")
