@@ -6,11 +6,12 @@ The machine's package lists, its dpkg and its architectures stay as they are.
 import os
 import re
 import subprocess
-import urllib.parse
 
 MIRROR_VARIABLE = "ORLIM_KERNELS_MIRROR"
 HOST_SUITE = "bookworm"
 APT_LIMIT_SECONDS = 900
+# What the machine does after its own updates and downloads is not for these.
+HOOKS = ("APT::Update::Pre-Invoke", "APT::Update::Post-Invoke", "APT::Update::Post-Invoke-Success", "DPkg::Post-Invoke")
 
 
 class FetchError(Exception):
@@ -62,7 +63,9 @@ class Archive:
             "Dir::State": self._folder / "state",
             "Dir::State::status": self._folder / "status",
         }
-        options = [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
+        (self._folder / "apt.conf").write_text("".join(f"#clear {hook};\n" for hook in HOOKS))
+        options = ["-c", self._folder / "apt.conf"]
+        options += [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
         done = subprocess.run(
             [program, "-q", *options, *arguments],
             stdin=subprocess.DEVNULL,
@@ -94,6 +97,15 @@ class Archive:
     def fetch(self, *packages, dependencies=True):
         """The files of the packages and of all that they depend on."""
         self._ensure_lists()
+        try:
+            return self._fetch(packages, dependencies)
+        except FetchError:
+            # The lists are from the first run, and the archive may have newer packages in place of those.
+            self._listed.unlink()
+            self._ensure_lists()
+            return self._fetch(packages, dependencies)
+
+    def _fetch(self, packages, dependencies):
         if not dependencies:
             return [self._file(*self._candidate(package)) for package in packages]
         plan = self._apt("apt-get", "--simulate", "install", *packages)
@@ -117,7 +129,8 @@ class Archive:
 
     def _file(self, package, version, architecture):
         # An epoch's colon is written as a file name can have it.
-        path = self._archives / f"{package}_{urllib.parse.quote(version, safe='+~')}_{architecture}.deb".replace("%3A", "%3a")
+        version = version.replace(":", "%3a")
+        path = self._archives / f"{package}_{version}_{architecture}.deb"
         if not path.exists():
             self._apt("apt-get", "download", package)
         return path

@@ -56,15 +56,15 @@ class Guest:
             self.status = int(found[1])
 
 
-def command(board, kernel, initial, disks):
+def command(board, bootable, disks):
     arguments = [*board.emulator, "-accel", "tcg,thread=multi", "-smp", str(board.processors), "-m", str(MEMORY_MEBIBYTES)]
     arguments += ["-nodefaults", "-no-reboot", "-display", "none", "-serial", "stdio", "-monitor", "none"]
     for number, disk in enumerate(disks):
         # What the guest writes goes with it.
         arguments += ["-drive", f"if=none,id=disk{number},file={disk},format=raw,snapshot=on"]
         arguments += ["-device", f"{board.disk_device},drive=disk{number}"]
-    options = f"console={board.console} panic=1 quiet loglevel=4 mitigations=off random.trust_cpu=on"
-    return [*arguments, "-kernel", str(kernel), "-initrd", str(initial), "-append", options]
+    options = f"console={board.console} panic=1 quiet loglevel=4 mitigations=off random.trust_cpu=on random.trust_bootloader=on"
+    return [*arguments, "-kernel", str(bootable.image), "-initrd", str(bootable.initial), "-append", options]
 
 
 def lines_of(child, deadline):
@@ -84,13 +84,13 @@ def lines_of(child, deadline):
     yield rest
 
 
-def boot(board, kernel, initial, disks, log, limit, told):
+def boot(board, bootable, disks, log, limit, told):
     """Runs a guest to its end or for limit seconds. All that it says goes to the file log; told is called line by line."""
     guest = Guest()
     began = time.monotonic()
     child = subprocess.Popen(
         # Not even a killed run leaves an emulator behind.
-        ["setpriv", "--pdeathsig", "KILL", *command(board, kernel, initial, disks)],
+        ["setpriv", "--pdeathsig", "KILL", *command(board, bootable, disks)],
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
@@ -102,7 +102,7 @@ def boot(board, kernel, initial, disks, log, limit, told):
                 file.write(f"{line}\n")
                 file.flush()
                 guest.take(line)
-                told(guest, line)
+                told(line)
     finally:
         guest.seconds = time.monotonic() - began
         child.kill()
