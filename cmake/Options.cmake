@@ -8,8 +8,8 @@ target_include_directories(orlim_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 # stat() fails for any file that somebody has dated 2040, which would hide a shell from the module. Debian 12 builds its
 # 32-bit libraries with that narrow time_t. None is handed across to them: no header of src/agent has one, and of what
 # is used, libstdc++'s and spdlog's clocks count in 64 bits of their own and struct tm, OpenSSL's digests, libmnl and
-# GoogleTest know none. What stays narrow is inside these libraries: from 2038 on, spdlog stamps the log's lines wrongly
-# on such a host.
+# GoogleTest know none. What stays narrow is inside these libraries: std::filesystem's file_size() and last_write_time()
+# fail for such a file, so stat() is asked, and from 2038 on spdlog stamps the log's lines wrongly.
 target_compile_definitions(orlim_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_compile_options(orlim_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror

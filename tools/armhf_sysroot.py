@@ -66,16 +66,33 @@ def is_suite_of(release, suite):
     return re.fullmatch(re.escape(release) + r"(-updates|-security|/updates)?", suite) is not None
 
 
+def fields_of(stanza):
+    """The fields in order, by name in lower case; a value keeps the lines that continue it."""
+    fields = {}
+    name = ""
+    for line in stanza.splitlines():
+        if line.startswith("#"):
+            continue
+        if line[:1] in (" ", "\t"):
+            fields[name] = fields.get(name, "") + "\n" + line
+        elif ":" in line:
+            name, value = line.split(":", 1)
+            name = name.lower()
+            fields[name] = value.strip()
+    return fields
+
+
 def stanzas(text, release):
     """Sources in the format of fields, those of the release, for any architecture."""
     for stanza in re.split(r"\n\s*\n", text):
-        kept = [line for line in stanza.splitlines() if not line.startswith("#")]
-        fields = {line.split(":", 1)[0].lower(): line.split(":", 1)[1].split() for line in kept if re.match(r"[\w-]+:", line)}
-        suites = fields.get("suites", [])
-        if "deb" not in fields.get("types", []) or fields.get("enabled") == ["no"] or "main" not in fields.get("components", []):
+        fields = fields_of(stanza)
+        suites = [suite for suite in fields.get("suites", "").split() if is_suite_of(release, suite)]
+        listed = "deb" in fields.get("types", "").split() and "main" in fields.get("components", "").split()
+        if not suites or not listed or fields.get("enabled", "yes") == "no":
             continue
-        if suites and all(is_suite_of(release, suite) for suite in suites):
-            yield "\n".join(line for line in kept if not line.lower().startswith("architectures:"))
+        fields.pop("architectures", None)
+        fields.update(types="deb", suites=" ".join(suites), components="main")
+        yield "\n".join(f"{name}: {value}" for name, value in fields.items())
 
 
 def lines(text, release):

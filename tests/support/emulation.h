@@ -17,3 +17,6 @@ inline std::string LinkText(const char* link) {
 // qemu answers for /proc/self/exe with the emulated program; the link of the thread, which it leaves to the kernel, is
 // to qemu. Found out at load, before a test mounts anything over /proc.
 inline const bool runsEmulated = LinkText("/proc/self/exe") != LinkText("/proc/thread-self/exe");
+
+// Why a test that starts the test program anew is skipped in an emulator.
+inline constexpr char startsNoProgram[] = "the emulator starts no program of the processor it emulates";
