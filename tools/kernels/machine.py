@@ -47,9 +47,8 @@ class Guest:
         self.failure = ""
 
     def take(self, line):
-        if line.startswith("RESULT\t"):
-            test, outcome, seconds, reason = line.split("\t")[1:5]
-            self.results.append(Result(test, outcome, float(seconds), reason))
+        if found := re.fullmatch(r"RESULT\t([^\t]+)\t(\w+)\t([\d.]+)\t(.*)", line):
+            self.results.append(Result(found[1], found[2], float(found[3]), found[4]))
         elif found := re.match(r"GUEST runs (\S+) after ([\d.]+) seconds", line):
             self.release, self.boot_seconds = found[1], float(found[2])
         elif found := re.match(r"GUEST ends with (\d+)", line):
@@ -63,7 +62,8 @@ def command(board, bootable, disks):
         # What the guest writes goes with it.
         arguments += ["-drive", f"if=none,id=disk{number},file={disk},format=raw,snapshot=on"]
         arguments += ["-device", f"{board.disk_device},drive=disk{number}"]
-    options = f"console={board.console} panic=1 quiet loglevel=4 mitigations=off random.trust_cpu=on random.trust_bootloader=on"
+    # The kernel's own lines must not come between those of the tests.
+    options = f"console={board.console} panic=1 quiet loglevel=3 mitigations=off random.trust_cpu=on random.trust_bootloader=on"
     return [*arguments, "-kernel", str(bootable.image), "-initrd", str(bootable.initial), "-append", options]
 
 
