@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "host/services/process_events.h"
-#include "tests/support/emulation.h"
 #include "tests/unit/services/await_condition.h"
 #include "tests/unit/services/process_event_support.h"
 
@@ -398,9 +397,6 @@ TEST(ProcessMonitorDeathTest, OutsideTheInitialNamespacesNothingIsGranted) {
     const std::string missing = MissingForProcessEvents();
     if (!missing.empty()) {
         GTEST_SKIP() << missing;
-    }
-    if (runsEmulated) {
-        GTEST_SKIP() << startsNoProgram;
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(AskInANewNamespace(CLONE_NEWPID), testing::ExitedWithCode(0), "no process events: .*does not answer");

@@ -112,7 +112,7 @@ public:
         EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
         pid_ = fork();
         if (pid_ == 0) {
-            Sit(descriptors);
+            Sit(descriptors, ready[1]);
         }
         close(ready[1]);
         char byte = 0;
@@ -134,17 +134,19 @@ public:
     int Pid() const { return pid_; }
 
 private:
-    [[noreturn]] static void Sit(const std::map<int, int>& descriptors) {
+    [[noreturn]] static void Sit(const std::map<int, int>& descriptors, int ready) {
         constexpr int spare = 500;
+        constexpr int last = 900;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(ready, last);
         for (const auto& [number, held] : descriptors) {
             dup2(held, spare + number);
         }
-        // With the last of these the parent's pipe closes: it knows then that all is in place.
         close_range(0, spare - 1, 0);
         for (const auto& [number, held] : descriptors) {
             dup2(spare + number, number);
         }
+        // With the last of these the parent's pipe closes: it knows then that all is in place.
         close_range(spare, ~0U, 0);
         for (;;) {
             pause();
