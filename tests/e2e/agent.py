@@ -12,6 +12,8 @@ import time
 
 import jsonschema
 
+from waiting import scaled
+
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
 LIBRARIES = PROGRAM.parent.parent / "lib"
@@ -85,9 +87,9 @@ def contents_of(events, pid):
 
 
 def run_to_end(*arguments, program=PROGRAM, limit=60, **options):
-    """What the agent writes and how it ends, when it is to end by itself."""
+    """What the agent writes and how it ends, when it is to end by itself. Limits here are of an ordinary machine."""
     settings = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-    return subprocess.run([program, *arguments], timeout=limit, **{"env": environment(), **settings, **options})
+    return subprocess.run([program, *arguments], timeout=scaled(limit), **{"env": environment(), **settings, **options})
 
 
 class Scan:
@@ -158,11 +160,12 @@ class Agent:
         return self._child.poll() is None
 
     def _wait(self, found, what, limit):
+        limit = scaled(limit)
         deadline = time.monotonic() + limit
         with self._changed:
             while not found():
                 left = deadline - time.monotonic()
-                assert left > 0, f"not within {limit} seconds: {what}; the log is:\n{self.log()}"
+                assert left > 0, f"not within {limit:.1f} seconds: {what}; the log is:\n{self.log()}"
                 self._changed.wait(min(left, 1))
                 assert self.runs() or found(), f"the agent ended before {what}; the log is:\n{self.log()}"
 
@@ -191,7 +194,7 @@ class Agent:
     def wait_for_end(self):
         """The exit status, when all that the agent has written is read."""
         try:
-            status = self._child.wait(END_LIMIT_SECONDS)
+            status = self._child.wait(scaled(END_LIMIT_SECONDS))
         except subprocess.TimeoutExpired:
             raise AssertionError(f"the agent does not end; the log is:\n{self.log()}") from None
         for reader in self._readers:

@@ -8,6 +8,7 @@ import subprocess
 import sys
 
 from children import end_child
+from waiting import scaled
 
 LISTENER = pathlib.Path(__file__).with_name("listener.py")
 NAME_PREFIX = "orlim-e2e-"
@@ -22,7 +23,9 @@ IPV6_NETWORKS = ("2001:db8:e2e::/64", "2001:db8:e2f::/64", "2001:db8:e30::/64", 
 
 
 def ip(*arguments):
-    done = subprocess.run(["ip", *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30)
+    done = subprocess.run(
+        ["ip", *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=scaled(30)
+    )
     if done.returncode != 0:
         raise RuntimeError(f"ip {' '.join(arguments)}: {done.stderr.strip()}")
     return done.stdout

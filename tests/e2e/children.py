@@ -2,6 +2,8 @@
 
 import subprocess
 
+from waiting import scaled
+
 
 def end_child(child, limit=10.0):
     """Closes the program's input, which the tests' own programs take as the end; kills the one that does not leave."""
@@ -11,7 +13,7 @@ def end_child(child, limit=10.0):
         except BrokenPipeError:
             pass
     try:
-        child.wait(limit)
+        child.wait(scaled(limit))
     except subprocess.TimeoutExpired:
         child.kill()
         child.wait()

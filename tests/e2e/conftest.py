@@ -10,14 +10,18 @@ import pytest
 
 import agent
 from attacker import Attacker
+from waiting import slowness
 
 # From /usr/include/linux/capability.h. The tests need what the agent needs, and a network namespace besides.
 NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN": 21}
 
 
-def pytest_configure():
+def pytest_configure(config):
     # A run that is told to end, as by timeout(1), cleans up as one that is interrupted does.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
+    config.addinivalue_line("markers", "kernel: shows what depends on the kernel, and is run on others by ./dev kernels")
+    # Measured here, before the tests keep this machine busy.
+    slowness()
 
 
 def missing_rights():

@@ -10,7 +10,9 @@ import socket
 import sys
 import time
 
-REPLY_LIMIT_SECONDS = 10
+from waiting import scaled
+
+REPLY_LIMIT_SECONDS = scaled(10)
 
 
 def open_sockets():

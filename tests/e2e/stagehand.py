@@ -18,11 +18,11 @@ import struct
 import sys
 import time
 
-from waiting import wait_until
+from waiting import scaled, wait_until
 
 PR_SET_PDEATHSIG = 1
 FIRST_SPARE_DESCRIPTOR = 100
-REPLY_LIMIT_SECONDS = 10
+REPLY_LIMIT_SECONDS = scaled(10)
 C_LIBRARY = ctypes.CDLL(None, use_errno=True)
 
 # An interactive shell reads and writes files of its user otherwise.

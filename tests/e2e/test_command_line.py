@@ -177,6 +177,7 @@ def test_named_module_is_taken(copied_program, tmp_path):
     assert done.returncode == 0, done.stderr
 
 
+@pytest.mark.kernel
 def test_check_tells_the_state_of_everything_and_ends_accordingly():
     done = run_to_end("check")
     lines = done.stdout.decode().splitlines()

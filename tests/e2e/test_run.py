@@ -15,7 +15,7 @@ import pytest
 from agent import DETAIL, Agent, parse_event, run_to_end, write_config
 from children import end_child
 from stage import ON_LINE, Stage, reverse_shell, shell, tcp
-from waiting import wait_until
+from waiting import scaled, wait_until
 
 FIRST_PASS_LIMIT = 20 + 10
 NEXT_PASS_LIMIT = 30 + 10
@@ -141,7 +141,7 @@ def test_sigterm_amid_a_pass_under_load_ends_in_order_and_loses_nothing(loaded):
     agent.wait_for_log(r"Details of netStat", FIRST_PASS_LIMIT)
     status, seconds = agent.end()
     assert status == 0
-    assert seconds < END_LIMIT
+    assert seconds < scaled(END_LIMIT)
     assert re.search(IN_ORDER, agent.log())
     for stage in stages:
         assert agent.contents(stage.pid) == [stage.expected_content()]
@@ -163,7 +163,7 @@ def test_closed_standard_output_is_told_and_does_not_end_the_agent(host, unread,
     unread.wait_for_log("events cannot be written to standard output: Broken pipe")
     assert unread.runs()
     status, seconds = unread.end()
-    assert (status, seconds < END_LIMIT) == (0, True)
+    assert (status, seconds < scaled(END_LIMIT)) == (0, True)
 
 
 def test_sighup_puts_a_changed_configuration_in_force(host, reconfigured, early_shell, listed_shell):
@@ -213,7 +213,7 @@ def test_shell_that_stays_is_reported_once(steady, early_shell, late_shell, betw
 def test_agent_ends_quickly_and_in_order(host, number):
     agent = host.start_agent(f"ended{number}", {})
     status, seconds = agent.end(number)
-    assert (status, seconds < END_LIMIT) == (0, True)
+    assert (status, seconds < scaled(END_LIMIT)) == (0, True)
     assert re.search(IN_ORDER, agent.log())
 
 

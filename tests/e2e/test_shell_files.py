@@ -154,6 +154,7 @@ def move(related):
     return {"operationType": "move", "relatedPath": str(related)}
 
 
+@pytest.mark.kernel
 def test_a_write_is_told(shell):
     with open(shell.path, "r+b") as file:
         file.write(b"other")
@@ -170,6 +171,7 @@ def test_a_truncation_is_told(shell):
     shell.told(MODIFY)
 
 
+@pytest.mark.kernel
 def test_a_change_of_mode_is_told(shell):
     shell.path.chmod(0o4755)
     shell.told(shell.attribute("permission", "-rwxr-xr-x", "-rwsr-xr-x"))
@@ -198,6 +200,7 @@ def test_a_hard_link_is_told_when_it_is_made_and_when_it_goes(shell):
     shell.told(shell.attribute("links", "1", "2"), shell.attribute("links", "2", "1"))
 
 
+@pytest.mark.kernel
 def test_a_removal_is_told_as_that_alone(shell):
     shell.path.unlink()
     shell.told(DELETE)
@@ -221,6 +224,7 @@ def test_a_move_away_out_of_all_watched_directories_is_told_without_it(shell, tm
     shell.told(move(""))
 
 
+@pytest.mark.kernel
 def test_a_move_over_is_told_with_the_old_name(shell):
     other = shell.path.with_suffix(".other")
     other.write_text("#!/bin/true\n")
@@ -243,6 +247,7 @@ def test_a_shell_that_was_replaced_is_watched_on(shell):
     shell.told(move(other), MODIFY)
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("flag", [IMMUTABLE, APPEND_ONLY], ids=["immutable", "append-only"])
 def test_a_flag_is_told_when_it_is_set_and_when_it_is_cleared(shell, flag):
     try:
@@ -309,6 +314,7 @@ def copied(path, command):
     return {"operationType": "copy", "command": command, "relatedPath": str(path)}
 
 
+@pytest.mark.kernel
 def test_a_copy_that_runs_is_told_once(shell):
     copy = shell.path.with_suffix(".copy")
     shutil.copy2(shell.path, copy)

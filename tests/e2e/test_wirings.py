@@ -40,6 +40,10 @@ def child_that_runs(parent, cmdline):
     return None
 
 
+BEHIND_FIFO = "behind a FIFO"
+TCP_OVER_IPV6 = "TCP over IPv6"
+UDP_OVER_IPV4 = "UDP over IPv4"
+
 # The wirings that are found: the channels, what is at the shell's descriptors, and what at each companion's. A channel
 # that is but a word is opened by open_stage, which knows the addresses. The event names the connection "line".
 FOUND = {
@@ -78,7 +82,7 @@ FOUND = {
         {0: "pipe0.read"},
         [*({0: f"pipe{i + 1}.read", 1: f"pipe{i}.write"} for i in range(4)), {0: "line", 1: "pipe4.write"}],
     ),
-    "behind a FIFO": (
+    BEHIND_FIFO: (
         {"named": "fifo", "line": "tcp"},
         {0: "named.read"},
         [{0: "line", 1: "named.write"}],
@@ -93,12 +97,12 @@ FOUND = {
         {0: "in.read"},
         [{1: "in.write", 3: "in.write", 4: "in.write", 9: "line"}],
     ),
-    "TCP over IPv6": (
+    TCP_OVER_IPV6: (
         {"line": "tcp6"},
         ON_LINE,
         [],
     ),
-    "UDP over IPv4": (
+    UDP_OVER_IPV4: (
         {"line": "udp"},
         ON_LINE,
         [],
@@ -191,7 +195,12 @@ def assert_silent(stage, witness, *arguments):
     assert scan.status == 0
 
 
-@pytest.mark.parametrize("wiring", FOUND.values(), ids=FOUND.keys())
+def parameters_of_found():
+    marks = dict.fromkeys((BEHIND_FIFO, TCP_OVER_IPV6, UDP_OVER_IPV4), pytest.mark.kernel)
+    return [pytest.param(wiring, id=name, marks=marks.get(name, ())) for name, wiring in FOUND.items()]
+
+
+@pytest.mark.parametrize("wiring", parameters_of_found())
 def test_found(attacker, tmp_path, wiring):
     with open_stage(attacker, tmp_path, *wiring, "found") as stage:
         scan = Scan()
@@ -205,6 +214,7 @@ def test_silent(attacker, witness, tmp_path, wiring):
         assert_silent(stage, witness)
 
 
+@pytest.mark.kernel
 def test_interactive_shell_that_bash_itself_connects(attacker):
     """The one line that attackers use most, and proof that it gives them the host."""
     address, port = attacker.tcp
@@ -276,6 +286,7 @@ def test_name_in_the_command_line_does_not_matter(attacker):
         assert content["path"] == BASH
 
 
+@pytest.mark.kernel
 @pytest.mark.skipif(os.path.basename(os.path.realpath("/bin/sh")) != "dash", reason="/bin/sh is not dash here")
 def test_dash_is_silent_because_its_program_file_is_not_called_sh(attacker, witness):
     with reverse_shell(attacker, shell("dash", ON_LINE, program="/bin/sh", name="sh")) as stage:

@@ -1,0 +1,21 @@
+"""Whether this kernel shows where other processes wait. Multi-core 32-bit ARM does not: its /proc/<pid>/stack is empty."""
+
+import functools
+import pathlib
+import subprocess
+
+from waiting import wait_until
+
+BLIND = "blind: this kernel does not show where other processes wait"
+
+
+@functools.cache
+def are_shown():
+    with subprocess.Popen(["sleep", "600"], stdin=subprocess.DEVNULL) as child:
+        try:
+            folder = pathlib.Path(f"/proc/{child.pid}")
+            wait_until(lambda: (folder / "comm").read_text() == "sleep\n", "another program runs")
+            wait_until(lambda: (folder / "stat").read_text().rpartition(")")[2].split()[0] == "S", "it is asleep")
+            return (folder / "stack").read_bytes() != b""
+        finally:
+            child.kill()

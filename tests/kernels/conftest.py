@@ -1,0 +1,6 @@
+"""The tests of tools/kernels find it here."""
+
+import pathlib
+import sys
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools/kernels"))

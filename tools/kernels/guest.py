@@ -1,0 +1,170 @@
+"""What a guest boots with: its root disk, the disk with what is tested, and the initial file system with the drivers."""
+
+import hashlib
+import lzma
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+REPOSITORY = HERE.parents[1]
+
+# The smallest Debian in which the agent and the end-to-end tests run.
+PACKAGES = (
+    *("base-files", "base-passwd", "bash", "busybox-static", "coreutils", "dash", "findutils", "grep", "iproute2"),
+    *("libc-bin", "libfmt9", "libgcc-s1", "libmnl0", "libspdlog1.10", "libssl3", "libstdc++6", "mawk", "mount"),
+    *("netcat-openbsd", "procps", "python3", "python3-jsonschema", "python3-pytest", "sed", "socat", "util-linux"),
+)
+# What the packages' own installation would set up.
+LINKS = {"bin/sh": "dash", "usr/bin/awk": "mawk", "usr/bin/nc": "nc.openbsd", "etc/mtab": "../proc/self/mounts"}
+SHELLS = ("/bin/sh", "/bin/bash", "/bin/dash", "/usr/bin/bash", "/usr/bin/dash")
+MERGED_FOLDERS = ("bin", "sbin", "lib")
+NOT_NEEDED = ("usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/info", "usr/share/zoneinfo")
+ROOT_DISK_MEBIBYTES = 512
+TESTED_DISK_MEBIBYTES = 256
+
+# For the disks, then for the attacker's host of the tests. A kernel has each as a module or built in.
+DRIVERS = ("virtio_pci", "virtio_mmio", "virtio_blk", "crc32c_generic", "ext4", "veth")
+
+
+def run(*arguments, **options):
+    done = subprocess.run(arguments, stdin=subprocess.DEVNULL, capture_output=True, text=True, **options)
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(map(str, arguments[:4]))}: {done.stderr.strip()[-600:]}")
+    return done.stdout
+
+
+def unpack(package, folder, *members):
+    """Packages that still name /bin go to /usr/bin, where the link leads."""
+    with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as archive:
+        run_from = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
+        subprocess.run(run_from, stdin=archive.stdout, check=True)
+    if archive.returncode != 0:
+        raise RuntimeError(f"{package} cannot be unpacked")
+
+
+def make_disk(folder, file, label, mebibytes):
+    partial = file.with_suffix(".partial")
+    partial.unlink(missing_ok=True)
+    # Without a journal, which a guest that is thrown away has no use for.
+    options = ["-q", "-t", "ext4", "-O", "^has_journal", "-L", label, "-d", str(folder)]
+    run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
+    partial.rename(file)
+
+
+def link_like_merged(root):
+    for name in MERGED_FOLDERS:
+        (root / "usr" / name).mkdir(parents=True)
+        (root / name).symlink_to(f"usr/{name}")
+
+
+def set_up(root):
+    for name in ("dev", "proc", "sys", "run", "tmp", "root", "var/tmp", "repository"):
+        (root / name).mkdir(parents=True, exist_ok=True)
+    (root / "tmp").chmod(0o1777)
+    for name in ("passwd", "group"):
+        shutil.copy(root / f"usr/share/base-passwd/{name}.master", root / "etc" / name)
+    for name, target in LINKS.items():
+        link = root / name
+        link.unlink(missing_ok=True)
+        link.symlink_to(target)
+    (root / "etc/shells").write_text("".join(f"{shell}\n" for shell in SHELLS))
+    (root / "etc/hostname").write_text("guest\n")
+    (root / "etc/hosts").write_text("127.0.0.1 localhost guest\n::1 localhost\n")
+    for name in NOT_NEEDED:
+        shutil.rmtree(root / name, ignore_errors=True)
+    # Compiled here: a guest would take minutes for it. The code of Python's files is the same on every machine.
+    modules = [str(path) for path in (root / "usr/lib").glob("python3*")]
+    run(sys.executable, "-m", "compileall", "-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(root), *modules)
+
+
+def root_disk(archive, folder):
+    """The disk with the user's programs, made anew when they have changed."""
+    files = archive.fetch(*PACKAGES)
+    state = hashlib.sha256(pathlib.Path(__file__).read_bytes())
+    for file in files:
+        state.update(file.name.encode())
+    disk = folder / f"root-{archive.architecture}-{state.hexdigest()[:16]}.img"
+    if disk.exists():
+        return disk
+    for outdated in folder.glob(f"root-{archive.architecture}-*.img"):
+        outdated.unlink()
+    root = folder / f"root-{archive.architecture}"
+    shutil.rmtree(root, ignore_errors=True)
+    link_like_merged(root)
+    for file in files:
+        unpack(file, root)
+    set_up(root)
+    make_disk(root, disk, "root", ROOT_DISK_MEBIBYTES)
+    shutil.rmtree(root)
+    return disk
+
+
+def tested_disk(build, folder, name):
+    """The disk with the agent, the module and the tests."""
+    content = folder / f"tested-{name}"
+    shutil.rmtree(content, ignore_errors=True)
+    ignored = shutil.ignore_patterns("__pycache__")
+    shutil.copytree(REPOSITORY / "tests/e2e", content / "tests/e2e", ignore=ignored)
+    shutil.copytree(REPOSITORY / "docs/schema", content / "docs/schema")
+    shutil.copytree(HERE / "guest", content / "guest", ignore=ignored)
+    (content / "build/bin").mkdir(parents=True)
+    (content / "build/lib").mkdir()
+    shutil.copy(build / "bin/orlim-agent", content / "build/bin")
+    for library in (build / "lib").glob("liborlim_*.so*"):
+        shutil.copy(library, content / "build/lib", follow_symlinks=False)
+    run(sys.executable, "-m", "compileall", "-q", "--invalidation-mode", "unchecked-hash", str(content / "tests/e2e"), str(content / "guest"))
+    disk = folder / f"tested-{name}.img"
+    make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
+    shutil.rmtree(content)
+    return disk
+
+
+class Modules:
+    """The loadable modules of an unpacked kernel package."""
+
+    def __init__(self, folder):
+        # The kernel takes "-" and "_" in a module's name for the same.
+        self._files = {path.name.split(".ko")[0].replace("-", "_"): path for path in folder.rglob("*.ko*")}
+
+    def image(self, name):
+        data = self._files[name].read_bytes()
+        return lzma.decompress(data) if self._files[name].suffix == ".xz" else data
+
+    def in_order(self, names):
+        """The files' contents by name, each behind those that it depends on. What is built in is left out."""
+        ordered = {}
+
+        def add(name):
+            if name in ordered or name not in self._files:
+                return
+            image = self.image(name)
+            # From the module's .modinfo section: terminated texts, one of which is the list.
+            for needed in re.search(rb"\0depends=([^\0]*)\0", image)[1].decode().split(","):
+                add(needed.replace("-", "_"))
+            ordered[name] = image
+
+        for name in names:
+            add(name)
+        return ordered
+
+
+def initial_file_system(modules, busybox, folder, file):
+    """Loads the drivers and changes over to the root disk. modules are their contents by name, in the order to load."""
+    shutil.rmtree(folder, ignore_errors=True)
+    for name in ("bin", "dev", "modules", "proc", "root"):
+        (folder / name).mkdir(parents=True)
+    unpack(busybox, folder, "./bin/busybox")
+    shutil.copy(HERE / "guest/init", folder / "init")
+    for name, image in modules.items():
+        (folder / "modules" / name).write_bytes(image)
+    (folder / "modules.order").write_text("".join(f"{name}\n" for name in modules))
+    names = "".join(f"{path.relative_to(folder)}\n" for path in sorted(folder.rglob("*")))
+    with file.open("wb") as archive:
+        command = ["cpio", "--quiet", "-o", "-H", "newc", "--owner", "0:0"]
+        subprocess.run(command, cwd=folder, input=names.encode(), stdout=archive, check=True)
+    shutil.rmtree(folder)
+    return file

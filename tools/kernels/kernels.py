@@ -1,0 +1,98 @@
+#!/usr/bin/python3
+"""Runs the end-to-end tests that suit every kernel on other kernels, in an emulator. ./dev kernels is how to call it."""
+
+import argparse
+import fcntl
+import os
+import pathlib
+import sys
+import time
+
+import guest
+import machine
+import sources
+import table
+from archive import HOST_SUITE, Archive, FetchError
+
+ROOT = guest.REPOSITORY
+FOLDER = ROOT / "build/kernels"
+CACHE_VARIABLE = "ORLIM_CACHE"
+LIMIT_SECONDS = 400
+# The preset that builds for an architecture.
+PRESETS = {"amd64": "release", "armhf": "armhf"}
+
+
+def say(message):
+    print(f"kernels: {message}", file=sys.stderr, flush=True)
+
+
+def cache_folder():
+    outer = os.environ.get(CACHE_VARIABLE)
+    return pathlib.Path(outer).absolute() / "kernels" if outer else FOLDER / "cache"
+
+
+def run(name, limit):
+    """The rows of one kernel."""
+    kernel = sources.KERNELS[name]
+    began = time.monotonic()
+    say(f"{name}: getting it ready")
+    bootable = sources.prepare(kernel, cache_folder(), FOLDER / name)
+    root = guest.root_disk(Archive(cache_folder(), HOST_SUITE, kernel.architecture), FOLDER)
+    tested = guest.tested_disk(ROOT / "build" / PRESETS[kernel.architecture], FOLDER, name)
+    say(f"{name}: ready after {time.monotonic() - began:.0f} s, boots for at most {limit} s")
+    log = FOLDER / f"{name}.log"
+
+    def tell(line):
+        if line.startswith("RESULT\t"):
+            say(f"{name}: " + " ".join(line.split("\t")[1:]).strip())
+
+    board = machine.BOARDS[kernel.architecture]
+    booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
+    tested.unlink()
+    rows = table.rows_of(name, booted)
+    for row in rows:
+        if not table.is_good([row]):
+            say(f"{name}: {row.test}: {row.result} {row.reason}; see {log.relative_to(ROOT)}")
+    return rows
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="./dev kernels", description=__doc__)
+    parser.add_argument("names", nargs="*", metavar="NAME", help="a kernel; without any, all of them")
+    parser.add_argument("--list", action="store_true", help="list the kernels, and run none")
+    parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help="of each kernel (%(default)s)")
+    parser.add_argument("--markdown", action="store_true", help="the table with a column a kernel")
+    parser.add_argument("--presets", action="store_true", help="list the presets that the run needs built, and run none")
+    parsed = parser.parse_args()
+    unknown = [name for name in parsed.names if name not in sources.KERNELS]
+    if unknown:
+        parser.error(f"no kernel is called {', '.join(unknown)}: {', '.join(sources.KERNELS)} are there")
+    return parsed
+
+
+def main():
+    chosen = arguments()
+    names = chosen.names or list(sources.KERNELS)
+    if chosen.list:
+        print("\n".join(names))
+        return 0
+    if chosen.presets:
+        print("\n".join(dict.fromkeys(PRESETS[sources.KERNELS[name].architecture] for name in names)))
+        return 0
+    FOLDER.mkdir(parents=True, exist_ok=True)
+    cache_folder().mkdir(parents=True, exist_ok=True)
+    rows = []
+    with (FOLDER / "lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        for name in names:
+            try:
+                rows += run(name, chosen.limit)
+            except (FetchError, RuntimeError, OSError) as error:
+                say(f"{name}: {error}")
+                rows.append(table.Row(name, "gets ready", table.FAIL, 0, str(error)))
+    print(table.markdown(rows) if chosen.markdown else table.text(rows))
+    return 0 if table.is_good(rows) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
