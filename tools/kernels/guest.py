@@ -40,10 +40,14 @@ def run(*arguments, **options):
 def unpack(package, folder, *members):
     """Packages that still name /bin go to /usr/bin, where the link leads."""
     with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as archive:
-        run_from = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
-        subprocess.run(run_from, stdin=archive.stdout, check=True)
+        command = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
+        subprocess.run(command, stdin=archive.stdout, check=True)
     if archive.returncode != 0:
         raise RuntimeError(f"{package} cannot be unpacked")
+
+
+def compile_python(*folders):
+    run(sys.executable, "-m", "compileall", "-q", "-j", "0", "--invalidation-mode", "unchecked-hash", *map(str, folders))
 
 
 def make_disk(folder, file, label, mebibytes):
@@ -51,7 +55,9 @@ def make_disk(folder, file, label, mebibytes):
     partial.unlink(missing_ok=True)
     # Without a journal, which a guest that is thrown away has no use for.
     options = ["-q", "-t", "ext4", "-O", "^has_journal", "-L", label, "-d", str(folder)]
-    run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
+    # An ordinary user's PATH does not lead there.
+    path = f"{os.environ['PATH']}:/usr/sbin:/sbin"
+    run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": path})
     partial.rename(file)
 
 
@@ -77,8 +83,7 @@ def set_up(root):
     for name in NOT_NEEDED:
         shutil.rmtree(root / name, ignore_errors=True)
     # Compiled here: a guest would take minutes for it. The code of Python's files is the same on every machine.
-    modules = [str(path) for path in (root / "usr/lib").glob("python3*")]
-    run(sys.executable, "-m", "compileall", "-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(root), *modules)
+    compile_python(*(root / "usr/lib").glob("python3*"))
 
 
 def root_disk(archive, folder):
@@ -116,7 +121,7 @@ def tested_disk(build, folder, name):
     shutil.copy(build / "bin/orlim-agent", content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
-    run(sys.executable, "-m", "compileall", "-q", "--invalidation-mode", "unchecked-hash", str(content / "tests/e2e"), str(content / "guest"))
+    compile_python(content / "tests/e2e", content / "guest")
     disk = folder / f"tested-{name}.img"
     make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
     shutil.rmtree(content)
