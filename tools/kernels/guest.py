@@ -1,4 +1,4 @@
-"""What a guest boots with: its root disk, the disk with what is tested, and the initial file system with the drivers."""
+"""What a guest boots with: its root disk, the disk with what is tested, and the drivers that it needs for them."""
 
 import hashlib
 import lzma
@@ -46,8 +46,10 @@ def unpack(package, folder, *members):
         raise RuntimeError(f"{package} cannot be unpacked")
 
 
-def compile_python(*folders):
-    run(sys.executable, "-m", "compileall", "-q", "-j", "0", "--invalidation-mode", "unchecked-hash", *map(str, folders))
+def compile_python(folder, guest_folder, *names):
+    """What the guest has in guest_folder; compiling takes it minutes, and the result is the same on every machine."""
+    options = ["-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(folder), "-p", guest_folder]
+    run(sys.executable, "-m", "compileall", *options, *(str(folder / name) for name in names))
 
 
 def make_disk(folder, file, label, mebibytes):
@@ -82,8 +84,7 @@ def set_up(root):
     (root / "etc/hosts").write_text("127.0.0.1 localhost guest\n::1 localhost\n")
     for name in NOT_NEEDED:
         shutil.rmtree(root / name, ignore_errors=True)
-    # Compiled here: a guest would take minutes for it. The code of Python's files is the same on every machine.
-    compile_python(*(root / "usr/lib").glob("python3*"))
+    compile_python(root, "/", *(path.relative_to(root) for path in (root / "usr/lib").glob("python3*")))
 
 
 def root_disk(archive, folder):
@@ -121,7 +122,7 @@ def tested_disk(build, folder, name):
     shutil.copy(build / "bin/orlim-agent", content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
-    compile_python(content / "tests/e2e", content / "guest")
+    compile_python(content, "/repository", "tests/e2e", "guest")
     disk = folder / f"tested-{name}.img"
     make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
     shutil.rmtree(content)
