@@ -74,7 +74,7 @@ def build(package, state, cache, folder):
             )
             if done.returncode != 0:
                 raise RuntimeError(f"the kernel cannot be built; see {log}")
-    demand_configuration(tree / ".config")
+            demand_configuration(tree / ".config")
     shutil.copy(tree / "arch/arm/boot/zImage", image.with_suffix(".partial"))
     image.with_suffix(".partial").rename(image)
     shutil.rmtree(tree)
