@@ -19,7 +19,7 @@ NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN
 def pytest_configure(config):
     # A run that is told to end, as by timeout(1), cleans up as one that is interrupted does.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    config.addinivalue_line("markers", "kernel: shows what depends on the kernel, and is run on others by ./dev kernels")
+    config.addinivalue_line("markers", "kernel: shows what depends on the kernel; ./dev kernels runs it on others")
     # Measured here, before the tests keep this machine busy.
     slowness()
 

@@ -1,4 +1,4 @@
-"""Whether this kernel shows where other processes wait. Multi-core 32-bit ARM does not: its /proc/<pid>/stack is empty."""
+"""Whether this kernel shows where other processes wait. Multi-core 32-bit ARM does not: /proc/<pid>/stack is empty."""
 
 import functools
 import pathlib

@@ -1,5 +1,5 @@
-"""The core of the detections, small enough for a kernel in an emulator: each by a wait or an interface that kernels give
-in ways of their own. Where a kernel does not show the stacks of others, what needs them has to stay silent."""
+"""The core of the detections, small enough for a kernel in an emulator: each by a wait or an interface that kernels
+give in ways of their own. Where a kernel does not show the stacks of others, what needs them has to stay silent."""
 
 import contextlib
 import shutil

@@ -1,4 +1,4 @@
-"""What a guest boots with: its root disk, the disk with what is tested, and the initial file system with the drivers."""
+"""What a guest boots with: its root disk, the disk with what is tested, and the drivers that it needs for them."""
 
 import hashlib
 import lzma
@@ -40,10 +40,16 @@ def run(*arguments, **options):
 def unpack(package, folder, *members):
     """Packages that still name /bin go to /usr/bin, where the link leads."""
     with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as archive:
-        run_from = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
-        subprocess.run(run_from, stdin=archive.stdout, check=True)
+        command = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
+        subprocess.run(command, stdin=archive.stdout, check=True)
     if archive.returncode != 0:
         raise RuntimeError(f"{package} cannot be unpacked")
+
+
+def compile_python(folder, guest_folder, *names):
+    """What the guest has in guest_folder; compiling takes it minutes, and the result is the same on every machine."""
+    options = ["-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(folder), "-p", guest_folder]
+    run(sys.executable, "-m", "compileall", *options, *(str(folder / name) for name in names))
 
 
 def make_disk(folder, file, label, mebibytes):
@@ -51,7 +57,9 @@ def make_disk(folder, file, label, mebibytes):
     partial.unlink(missing_ok=True)
     # Without a journal, which a guest that is thrown away has no use for.
     options = ["-q", "-t", "ext4", "-O", "^has_journal", "-L", label, "-d", str(folder)]
-    run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": f"{os.environ['PATH']}:/usr/sbin:/sbin"})
+    # An ordinary user's PATH does not lead there.
+    path = f"{os.environ['PATH']}:/usr/sbin:/sbin"
+    run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": path})
     partial.rename(file)
 
 
@@ -76,9 +84,7 @@ def set_up(root):
     (root / "etc/hosts").write_text("127.0.0.1 localhost guest\n::1 localhost\n")
     for name in NOT_NEEDED:
         shutil.rmtree(root / name, ignore_errors=True)
-    # Compiled here: a guest would take minutes for it. The code of Python's files is the same on every machine.
-    modules = [str(path) for path in (root / "usr/lib").glob("python3*")]
-    run(sys.executable, "-m", "compileall", "-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(root), *modules)
+    compile_python(root, "/", *(path.relative_to(root) for path in (root / "usr/lib").glob("python3*")))
 
 
 def root_disk(archive, folder):
@@ -116,7 +122,7 @@ def tested_disk(build, folder, name):
     shutil.copy(build / "bin/orlim-agent", content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
-    run(sys.executable, "-m", "compileall", "-q", "--invalidation-mode", "unchecked-hash", str(content / "tests/e2e"), str(content / "guest"))
+    compile_python(content, "/repository", "tests/e2e", "guest")
     disk = folder / f"tested-{name}.img"
     make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
     shutil.rmtree(content)

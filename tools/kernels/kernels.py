@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs the end-to-end tests that suit every kernel on other kernels, in an emulator. ./dev kernels is how to call it."""
+"""Runs the end-to-end tests that suit every kernel on other kernels, in an emulator. Called by ./dev kernels."""
 
 import argparse
 import fcntl
@@ -60,9 +60,10 @@ def arguments():
     parser = argparse.ArgumentParser(prog="./dev kernels", description=__doc__)
     parser.add_argument("names", nargs="*", metavar="NAME", help="a kernel; without any, all of them")
     parser.add_argument("--list", action="store_true", help="list the kernels, and run none")
-    parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help="of each kernel (%(default)s)")
+    limit_help = "until a kernel's emulator is killed (%(default)s)"
+    parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
     parser.add_argument("--markdown", action="store_true", help="the table with a column a kernel")
-    parser.add_argument("--presets", action="store_true", help="list the presets that the run needs built, and run none")
+    parser.add_argument("--presets", action="store_true", help="list the presets that the run needs, and run none")
     parsed = parser.parse_args()
     unknown = [name for name in parsed.names if name not in sources.KERNELS]
     if unknown:

@@ -22,7 +22,9 @@ class Board:
 
 
 BOARDS = {
-    "amd64": Board(("qemu-system-x86_64", "-M", "pc"), "ttyS0", "virtio-blk-pci"),
+    # Without cmpxchg16b, for which kernels have another way: behind it qemu 7.2 now and then hands an interrupt flags
+    # that are none, and 6.12 panics while it boots.
+    "amd64": Board(("qemu-system-x86_64", "-M", "pc", "-cpu", "qemu64,-cx16"), "ttyS0", "virtio-blk-pci"),
     "armhf": Board(("qemu-system-arm", "-M", "virt", "-cpu", "cortex-a15"), "ttyAMA0", "virtio-blk-device"),
 }
 
@@ -56,14 +58,15 @@ class Guest:
 
 
 def command(board, bootable, disks):
-    arguments = [*board.emulator, "-accel", "tcg,thread=multi", "-smp", str(board.processors), "-m", str(MEMORY_MEBIBYTES)]
+    arguments = [*board.emulator, "-accel", "tcg,thread=multi"]
+    arguments += ["-smp", str(board.processors), "-m", str(MEMORY_MEBIBYTES)]
     arguments += ["-nodefaults", "-no-reboot", "-display", "none", "-serial", "stdio", "-monitor", "none"]
     for number, disk in enumerate(disks):
         # What the guest writes goes with it.
         arguments += ["-drive", f"if=none,id=disk{number},file={disk},format=raw,snapshot=on"]
         arguments += ["-device", f"{board.disk_device},drive=disk{number}"]
     # The kernel's own lines must not come between those of the tests.
-    options = f"console={board.console} panic=1 quiet loglevel=3 mitigations=off random.trust_cpu=on random.trust_bootloader=on"
+    options = f"console={board.console} panic=1 quiet loglevel=3 mitigations=off random.trust_bootloader=on"
     return [*arguments, "-kernel", str(bootable.image), "-initrd", str(bootable.initial), "-append", options]
 
 
@@ -85,7 +88,7 @@ def lines_of(child, deadline):
 
 
 def boot(board, bootable, disks, log, limit, told):
-    """Runs a guest to its end or for limit seconds. All that it says goes to the file log; told is called line by line."""
+    """Runs a guest to its end or for limit seconds. What it says goes to the file log; told is called line by line."""
     guest = Guest()
     began = time.monotonic()
     child = subprocess.Popen(

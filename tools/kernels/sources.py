@@ -64,13 +64,17 @@ def build(package, state, cache, folder):
     with log.open("w", encoding="utf-8") as file:
         for target in (["allnoconfig"], [f"-j{os.cpu_count()}", "zImage"]):
             done = subprocess.run(
-                *[["make", "-s", *target]],
-                **{"cwd": tree, "env": environment, "stdin": subprocess.DEVNULL, "stdout": file, "stderr": file},
+                ["make", "-s", *target],
+                cwd=tree,
+                env=environment,
+                stdin=subprocess.DEVNULL,
+                stdout=file,
+                stderr=file,
                 timeout=BUILD_LIMIT_SECONDS,
             )
             if done.returncode != 0:
                 raise RuntimeError(f"the kernel cannot be built; see {log}")
-    demand_configuration(tree / ".config")
+            demand_configuration(tree / ".config")
     shutil.copy(tree / "arch/arm/boot/zImage", image.with_suffix(".partial"))
     image.with_suffix(".partial").rename(image)
     shutil.rmtree(tree)

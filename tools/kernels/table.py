@@ -30,7 +30,8 @@ def result_of(outcome, reason):
 
 def rows_of(name, guest):
     """A guest that ends too early, or runs nothing, has a row that says so."""
-    rows = [Row(name, f"boots: {guest.release}" if guest.release else "boots", PASS if guest.release else FAIL, guest.boot_seconds)]
+    booted = bool(guest.release)
+    rows = [Row(name, f"boots: {guest.release}" if booted else "boots", PASS if booted else FAIL, guest.boot_seconds)]
     for result in guest.results:
         row = Row(name, wording(result.test), result_of(result.outcome, result.reason), result.seconds, result.reason)
         rows.append(row)
