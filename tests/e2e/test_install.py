@@ -45,6 +45,9 @@ def test_files_are_in_the_usual_places(destination, installed):
         "sbin/orlim-agent": 0o755,
         "lib/liborlim_agent.so": None,
         "lib/orlim/liborlim_detect-shell.so": None,
+        "share/man/man8/orlim-agent.8": 0o644,
+        "share/man/man5/orlim-agent.json.5": 0o644,
+        "share/bash-completion/completions/orlim-agent": 0o644,
         destination / "etc/orlim/orlim-agent.json": 0o644,
         destination / "etc/orlim/default_shells": 0o644,
     }
@@ -57,7 +60,7 @@ def test_files_are_in_the_usual_places(destination, installed):
 
 def test_nothing_else_is_installed(installed):
     files = {path.name for path in installed.rglob("*") if path.is_file()}
-    unexpected = files - {"orlim-agent", "orlim-agent.json", "default_shells"}
+    unexpected = files - {"orlim-agent", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()
 
 

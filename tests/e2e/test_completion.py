@@ -1,0 +1,92 @@
+"""What bash offers for a command line that is being typed."""
+
+import os
+import subprocess
+
+import pytest
+
+from agent import PROGRAM, REPOSITORY, environment, run_to_end
+from test_manual import COMMANDS, options_told_by
+
+SCRIPT = REPOSITORY / "packaging/orlim-agent.bash-completion"
+# Does what readline does: it sets the words and calls the function that is registered for the program.
+ASK = """
+source "$1" && shift
+COMP_WORDS=("$@")
+COMP_CWORD=$(($# - 1))
+registered=$(complete -p orlim-agent)
+registered=${registered#*-F }
+${registered% orlim-agent}
+printf '%s\\n' "${COMPREPLY[@]}"
+"""
+
+
+def offered(*words, directory="/"):
+    """What the last of the words may become."""
+    done = subprocess.run(
+        ["bash", "--norc", "--noprofile", "-c", ASK, "bash", SCRIPT, PROGRAM, *words],
+        cwd=directory,
+        env=environment(),
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        encoding="utf-8",
+        timeout=60,
+    )
+    assert (done.returncode, done.stderr) == (0, "")
+    return {word for word in done.stdout.splitlines() if word}
+
+
+def wirings():
+    return {line.split()[0] for line in run_to_end("demo", "--list").stdout.decode().splitlines()}
+
+
+def test_first_word_is_a_command_or_an_option_without_one():
+    assert offered("") == {*COMMANDS, *options_told_by()}
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_options_are_those_of_the_help(command):
+    assert offered(command, "-") == options_told_by(command)
+
+
+BEGINNINGS = {
+    "a command": (["s"], {"scan"}),
+    "a command that many begin like": (["e"], {"explain"}),
+    "nothing that is known": (["x"], set()),
+    "an option": (["scan", "--c"], {"--config"}),
+    "an option of another command": (["demo", "--co"], set()),
+    "a second option": (["demo", "--only", "two-relays", "--j"], {"--json"}),
+    "a wiring": (["demo", "--only", "two"], {"two-relays"}),
+    "a wiring behind an equals sign": (["demo", "--only", "=", "two"], {"two-relays"}),
+    "a second wiring": (["demo", "--only", "two-relays", "--only", "pty"], set()),
+    "an option of a command that does not exist": (["scann", "--c"], set()),
+}
+
+
+@pytest.mark.parametrize("words, expected", BEGINNINGS.values(), ids=BEGINNINGS.keys())
+def test_beginning_is_completed(words, expected):
+    assert offered(*words) == expected
+
+
+@pytest.mark.parametrize("words", [["demo", "--only", ""], ["demo", "--only", "="]])
+def test_names_of_wirings_are_those_of_the_list(words):
+    assert offered(*words) == wirings()
+
+
+@pytest.mark.parametrize(
+    "command, option",
+    [
+        *((command, "--config") for command in ("run", "scan", "check", "explain")),
+        *((command, "--module") for command in ("run", "scan", "check", "demo")),
+    ],
+)
+def test_options_that_take_a_file_are_given_files(tmp_path, command, option):
+    (tmp_path / "a file").touch()
+    (tmp_path / "folder").mkdir()
+    assert offered(command, option, "", directory=tmp_path) == {"a file", "folder"}
+    assert offered(command, option, "=", "fo", directory=tmp_path) == {"folder"}
+
+
+def test_explain_is_given_processes():
+    assert {"1", str(os.getpid())} <= offered("explain", "")
+    assert offered("explain", "--dot", str(os.getpid())) >= {str(os.getpid())}
