@@ -4,8 +4,13 @@ check_pie_supported()
 
 add_library(orlim_options INTERFACE)
 target_include_directories(orlim_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
-# Files beyond 2 GiB and inodes beyond 32 bits exist on 32-bit hosts too.
-target_compile_definitions(orlim_options INTERFACE _FILE_OFFSET_BITS=64)
+# Files beyond 2 GiB, inodes beyond 32 bits and dates beyond 2038 exist on 32-bit hosts too: with a time_t of 4 bytes,
+# stat() fails for any file that somebody has dated 2040, which would hide a shell from the module. Debian 12 builds its
+# 32-bit libraries with that narrow time_t. None is handed across to them: no header of src/agent has one, and of what
+# is used, libstdc++'s and spdlog's clocks count in 64 bits of their own and struct tm, OpenSSL's digests, libmnl and
+# GoogleTest know none. What stays narrow is inside these libraries: std::filesystem's file_size() and last_write_time()
+# fail for such a file, so stat() is asked, and from 2038 on spdlog stamps the log's lines wrongly.
+target_compile_definitions(orlim_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_compile_options(orlim_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
   -fstack-protector-strong)
@@ -13,6 +18,10 @@ target_compile_options(orlim_options INTERFACE
 target_compile_options(orlim_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
 target_link_options(orlim_options INTERFACE
   -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,-z,defs -Wl,--as-needed)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+  # Notes that another release of the compiler passed some arguments of templates otherwise.
+  target_compile_options(orlim_options INTERFACE -Wno-psabi)
+endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|i.86")
   target_compile_options(orlim_options INTERFACE -fcf-protection)
 endif()

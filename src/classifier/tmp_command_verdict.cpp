@@ -83,7 +83,8 @@ bool IsTmpCommandShell(int ppid, const TPROC_INFO& lastCommand) {
     }
     SocketInfo sock;
     bool refreshed = false;
-    if (!IsAbnormalInodeByFlag(inode, sock, time(nullptr) - oldestSocketSeconds, refreshed)) {
+    const long since = static_cast<long>(time(nullptr) - oldestSocketSeconds);
+    if (!IsAbnormalInodeByFlag(inode, sock, since, refreshed)) {
         return false;
     }
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 6 rshell.[pid=%d]", proc.pid);

@@ -29,7 +29,7 @@ bool FindSocketByInode(unsigned long inode, SocketInfo& out) {
 
 void RefreshSocketTable() {
     const std::lock_guard refresh(refreshLock);
-    const long now = time(nullptr);
+    const long now = static_cast<long>(time(nullptr));
     if (lastSocketRefresh < now && now - lastSocketRefresh == 1) {
         sleep(quickRefreshWaitSeconds);
     }
@@ -38,7 +38,7 @@ void RefreshSocketTable() {
         socketSnapshot = socketTable;
     }
     ReadSocketTables(socketSnapshot);
-    lastSocketRefresh = time(nullptr);
+    lastSocketRefresh = static_cast<long>(time(nullptr));
 }
 
 bool IsAbnormalSocket(const SocketInfo& info) {

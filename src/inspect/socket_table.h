@@ -13,7 +13,8 @@ struct SocketInfo {
     unsigned long remoteIp = 0;
     int localPort = 0;  // host order
     int remotePort = 0;
-    long firstSeen = 0;  // seconds of time(2) when it was first seen with this state, these addresses and this peer
+    long firstSeen = 0;  // seconds of time(2) when it was first seen with this state, these addresses and this peer; on
+                         // a 32-bit host their lower 32 bits, which stay in order but for the moment they wrap in 2038
 };
 
 // Numbers of tables, and the states of TCP that matter (include/net/tcp_states.h).

@@ -69,7 +69,7 @@ static void ReadTable(FILE* file, int type, const SocketMap& known, SocketMap& f
 
 // All sockets that are new in one read are as old as the end of that read.
 static void StampNewSockets(SocketMap& fresh) {
-    const long now = time(nullptr);
+    const long now = static_cast<long>(time(nullptr));
     for (auto& [inode, info] : fresh) {
         if (info.firstSeen == 0) {
             info.firstSeen = now;

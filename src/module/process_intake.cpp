@@ -67,7 +67,7 @@ void* CheckNetlinkProcsTask([[maybe_unused]] void* arg) {
     if (NeedStop()) {
         return nullptr;
     }
-    for (const int pid : TakeQuietPids(time(nullptr))) {
+    for (const int pid : TakeQuietPids(static_cast<long>(time(nullptr)))) {
         // Each command line is read at the pace of its bytes: a stop must not wait for all of them.
         if (NeedStop()) {
             return nullptr;
@@ -77,7 +77,7 @@ void* CheckNetlinkProcsTask([[maybe_unused]] void* arg) {
         }
     }
     if (!candidates.empty()) {
-        CheckReverseShell(candidates, time(nullptr) - quietSeconds, false);
+        CheckReverseShell(candidates, static_cast<long>(time(nullptr) - quietSeconds), false);
     }
     return nullptr;
 }

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <new>
 
+#include "tests/support/wrapped_calls.h"
+
 static int mutexInitsUntilFailure = 0;
 static int allocationsUntilFailure = 0;
 static std::optional<uint32_t> answeredFlags;
@@ -35,8 +37,6 @@ int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
     return FailsNow(mutexInitsUntilFailure) ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
 }
-
-int __real_ioctl(int fd, unsigned long request, ...);
 
 int __wrap_ioctl(int fd, unsigned long request, ...) {
     va_list arguments;

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <optional>
 
+#include "tests/support/wrapped_calls.h"
+
 using std::chrono::nanoseconds;
 
 namespace {
@@ -30,8 +32,6 @@ void KernelClocks::Reset() {
 }
 
 extern "C" {
-
-int __real_clock_gettime(clockid_t clock, timespec* now);
 
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     const std::lock_guard guard(clocksLock);

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include "tests/support/wrapped_calls.h"
+
 using std::chrono::nanoseconds;
 
 namespace {
@@ -88,10 +90,6 @@ static bool Record(nanoseconds length) {
 }
 
 extern "C" {
-
-int __real_nanosleep(const timespec* asked, timespec* left);
-unsigned int __real_sleep(unsigned int seconds);
-time_t __real_time(time_t* result);
 
 int __wrap_nanosleep(const timespec* asked, timespec* left) {
     const nanoseconds length = std::chrono::seconds(asked->tv_sec) + nanoseconds(asked->tv_nsec);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/pacing.h"
+#include "tests/support/emulation.h"
 #include "tests/support/time_recorder.h"
 
 namespace {
@@ -172,6 +173,9 @@ TEST_F(AlarmHistory, AgesByTheTimeBeforeTheSecondPause) {
 
 // A program that starts over for this one call finds the history as it is at load.
 TEST_F(AlarmHistory, IsEmptyAtLoad) {
+    if (runsEmulated) {
+        GTEST_SKIP() << startsNoProgram;
+    }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {

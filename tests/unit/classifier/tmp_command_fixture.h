@@ -82,7 +82,7 @@ protected:
 
     // The text of /proc/<pid>/stat with the start at a time since boot (proc_pid_stat(5), field 22).
     static std::string StatText(int pid, std::chrono::milliseconds start) {
-        const long ticks = static_cast<long>(start.count()) * sysconf(_SC_CLK_TCK) / 1000;
+        const long long ticks = static_cast<long long>(start.count()) * sysconf(_SC_CLK_TCK) / 1000;
         return std::to_string(pid) + " (server) S 1 5 5 0 -1 4194560 1 2 3 4 5 6 7 8 20 0 1 0 " +
                std::to_string(ticks) + " 9 10\n";
     }

@@ -3,6 +3,7 @@
 
 #include "inspect/process_snapshot.h"
 #include "inspect_fixture.h"
+#include "tests/support/emulation.h"
 
 namespace {
 
@@ -40,6 +41,9 @@ protected:
 };
 
 TEST_F(ProcessSnapshotCount, BeginsAtZero) {
+    if (runsEmulated) {
+        GTEST_SKIP() << startsNoProgram;
+    }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     proc->Add({.pid = pid, .ppid = 77, .exe = "/usr/bin/bash"});
     EXPECT_EXIT(_exit(RunInFreshProgram()), testing::ExitedWithCode(0), "");

@@ -132,7 +132,7 @@ TEST_F(SocketTableReader, StampsNewSocketsWithTheEndOfTheRead) {
     }
     Have(1, text);
     Have(2, LineFor(2, "7000"));
-    const long start = time(nullptr);
+    const time_t start = time(nullptr);
     ReadSocketTables({});
     // 6001 lines of 5 ms; the pauses of the entries, more than another second, come after the stamp.
     ASSERT_EQ(socketTable.size(), 6001U);
@@ -203,7 +203,7 @@ TEST_F(SocketTableReader, ComparesWithWhatItIsGivenAlone) {
     Have(1, LineFor(1, "100"));
     ReadSocketTables({});
     TimeRecorder::Advance(seconds(100));
-    const long now = time(nullptr);
+    const time_t now = time(nullptr);
     ReadSocketTables({});
     EXPECT_EQ(socketTable.at(100).firstSeen, now);
 }
@@ -275,7 +275,7 @@ TEST_F(SocketTableReader, TakesFiftyThousandSocketsAndAllOfTheNextTableUpToTheOn
 TEST_F(SocketTableReader, KeepsWhatItHasWhenTheModuleStops) {
     HaveOneInEach();
     Have(1, LineFor(1, "100") + LineFor(1, "101") + LineFor(1, "102") + LineFor(1, "103"));
-    const long start = time(nullptr);
+    const time_t start = time(nullptr);
     StopAtPause(2);
     ReadSocketTables({});
     ASSERT_EQ(socketTable.size(), 2U) << "the line during whose pause the stop came still counts";

@@ -295,7 +295,7 @@ TEST_F(RealSockets, OfIpv6ToAMappedIpv4AddressHaveThatAddress) {
 
 TEST_F(RealSockets, AreStampedWithTheHostsTimeAndKeepIt) {
     const Connection made = ConnectTcp(AF_INET, "127.0.0.1", "127.0.0.2");
-    const long before = time(nullptr);
+    const time_t before = time(nullptr);
     RefreshSocketTable();
     const long firstSeen = LookUp(made.client).firstSeen;
     EXPECT_GE(firstSeen, before);

@@ -222,7 +222,7 @@ TEST_F(SocketTable, RefreshesForAConnectingSocketThatIsTooOld) {
 
 TEST_F(SocketTable, FindsAnUnknownAbnormalSocket) {
     HaveTcp({});
-    const long now = time(nullptr);
+    const long now = static_cast<long>(time(nullptr));
     EXPECT_TRUE(IsAbnormalInodeByFlag(inode, info, now, refreshed));
     EXPECT_TRUE(refreshed);
     EXPECT_EQ(info.firstSeen, now);
@@ -233,7 +233,7 @@ TEST_F(SocketTable, FindsAnUnknownAbnormalSocket) {
 
 TEST_F(SocketTable, FindsAnUnknownSocketThatIsTooOldForTheQuestion) {
     HaveTcp({});
-    EXPECT_FALSE(IsAbnormalInodeByFlag(inode, info, time(nullptr) + 1, refreshed));
+    EXPECT_FALSE(IsAbnormalInodeByFlag(inode, info, static_cast<long>(time(nullptr)) + 1, refreshed));
     EXPECT_TRUE(refreshed);
 }
 
@@ -278,7 +278,7 @@ TEST_F(SocketTable, SleepsForEachLineTableAndEntryOfARefresh) {
 TEST_F(SocketTable, ComparesARefreshWithTheOneBefore) {
     HaveTcp({.state = tcpSynSent});
     RefreshSocketTable();
-    const long first = time(nullptr);
+    const time_t first = time(nullptr);
     ASSERT_TRUE(FindSocketByInode(inode, info));
     EXPECT_EQ(info.firstSeen, first);
 

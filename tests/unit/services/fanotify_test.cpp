@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "agent/monitor.h"
+#include "tests/support/emulation.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/services/await_condition.h"
 #include "tests/unit/services/child_process.h"
@@ -78,6 +79,9 @@ protected:
     void SetUp() override {
         if (geteuid() != 0) {
             GTEST_SKIP() << "fanotify needs CAP_SYS_ADMIN";
+        }
+        if (runsEmulated) {
+            GTEST_SKIP() << "the emulator knows no fanotify";
         }
         const std::lock_guard lock(seen.mutex);
         seen.paths.clear();

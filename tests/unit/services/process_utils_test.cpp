@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "child_process.h"
+#include "tests/support/emulation.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -83,6 +84,9 @@ TEST(GetProcessCmdline, DropsEmptyArgumentsAtTheEnd) {
 }
 
 TEST(GetProcessCmdline, ReadsLongLinesUpToTwoMebibytes) {
+    if (runsEmulated) {
+        GTEST_SKIP() << "the emulator keeps the limit of the stack, which bounds the arguments, as it is";
+    }
     constexpr size_t limit = 2 * 1024 * 1024;
     for (const size_t pieces : {size_t{10}, size_t{30}}) {
         std::vector<std::string> arguments{"sh", "-c", "read line"};

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/services/task_control.h"
+#include "tests/support/emulation.h"
 #include "tests/unit/services/await_condition.h"
 #include "tests/unit/services/task_support.h"
 
@@ -316,6 +317,9 @@ TEST(TaskManager, TwoMayUnregisterTheSameTask) {
 TEST(TaskManagerDeathTest, WithoutAThreadTheTaskIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "becoming a user without processes needs CAP_SETUID";
+    }
+    if (runsEmulated) {
+        GTEST_SKIP() << startsNoProgram;
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(RegisterWithoutThreads(), testing::ExitedWithCode(0), "no-thread");

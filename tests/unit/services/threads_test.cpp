@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/emulation.h"
 #include "tests/unit/services/await_condition.h"
 
 namespace {
@@ -181,6 +182,9 @@ TEST(Threads, OfTwoThatStopTheSameThreadOneSucceeds) {
 TEST(ThreadsDeathTest, WithoutAThreadTheHandleIsZero) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "becoming a user without processes needs CAP_SETUID";
+    }
+    if (runsEmulated) {
+        GTEST_SKIP() << startsNoProgram;
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(StartWithoutThreads(), testing::ExitedWithCode(0), "no-thread");

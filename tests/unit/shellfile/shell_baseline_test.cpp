@@ -1,5 +1,6 @@
 #include "shellfile/shell_baseline.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -74,6 +75,25 @@ TEST_F(ShellBaseline, FindsAShellOverLinks) {
     for (const char* name : {"link", "second-link", "hard-link", "./sh", "/sh"}) {
         EXPECT_TRUE(IsShellByHash(folder.Path(name))) << name;
     }
+}
+
+// A host of 32 bits may have no room for the date.
+TEST_F(ShellBaseline, FindsAShellWhateverItsDate) {
+    constexpr time_t dates[] = {-1, 0x7FFFFFFF, 0x80000000, 2208988800};  // the last one is the start of 2040
+    InitShellsHashSize({shell});
+    const std::string copy = folder.Write("tool", shellText);
+    for (const time_t date : dates) {
+        const timespec times[2] = {{.tv_sec = date, .tv_nsec = 0}, {.tv_sec = date, .tv_nsec = 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, copy.c_str(), times, 0), 0) << date;
+        EXPECT_TRUE(IsShellByHash(copy)) << date;
+    }
+}
+
+TEST_F(ShellBaseline, TakesAShellWhateverItsDate) {
+    const timespec times[2] = {{.tv_sec = 2208988800, .tv_nsec = 0}, {.tv_sec = 2208988800, .tv_nsec = 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, shell.c_str(), times, 0), 0);
+    InitShellsHashSize({shell});
+    EXPECT_TRUE(IsShellByHash(folder.Write("tool", shellText)));
 }
 
 TEST_F(ShellBaseline, ComparesTheWholeContent) {
