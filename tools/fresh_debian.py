@@ -9,8 +9,10 @@ import pathlib
 import shutil
 import signal
 import subprocess
+import tempfile
 
 RELEASE = "bookworm"
+INTERRUPTED = 130
 KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
 # What a login as root has.
 ENVIRONMENT = {
@@ -19,6 +21,29 @@ ENVIRONMENT = {
     "TERM": "dumb",
     "LANG": "C.UTF-8",
 }
+
+
+def heed_signals():
+    """One that is told to end cleans up as one that is interrupted does; one in the background has interrupts ignored."""
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
+
+
+def in_mount_namespace(command, prefix):
+    """Makes a folder, has the command, which gets its name in the end, work there in a mount namespace of its own, and
+    removes the folder when its mounts are gone. The command's exit status."""
+    folder = tempfile.mkdtemp(prefix=prefix)
+    entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
+    # In a session of its own Ctrl-C does not reach it twice.
+    child = subprocess.Popen([*entry, *command, folder], start_new_session=True)
+    try:
+        return child.wait()
+    except KeyboardInterrupt:
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        child.send_signal(signal.SIGINT)
+        return child.wait() or INTERRUPTED
+    finally:
+        shutil.rmtree(folder)
 
 
 def output_of(*command):

@@ -48,6 +48,7 @@ def test_files_are_in_the_usual_places(destination, installed):
         "share/man/man8/orlim-agent.8": 0o644,
         "share/man/man5/orlim-agent.json.5": 0o644,
         "share/bash-completion/completions/orlim-agent": 0o644,
+        "lib/systemd/system/orlim-agent.service": 0o644,
         destination / "etc/orlim/orlim-agent.json": 0o644,
         destination / "etc/orlim/default_shells": 0o644,
     }
@@ -60,8 +61,18 @@ def test_files_are_in_the_usual_places(destination, installed):
 
 def test_nothing_else_is_installed(installed):
     files = {path.name for path in installed.rglob("*") if path.is_file()}
-    unexpected = files - {"orlim-agent", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
+    expected = {"orlim-agent", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
+    unexpected = files - expected - {"orlim-agent.service"}
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()
+
+
+def test_systemd_takes_the_unit(destination, installed):
+    if shutil.which("systemd-analyze") is None:
+        pytest.skip("systemd-analyze is missing, of the package systemd")
+    unit = installed / "lib/systemd/system/orlim-agent.service"
+    command = ["systemd-analyze", "verify", "--man=no", f"--root={destination}", f"/{unit.relative_to(destination)}"]
+    judged = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+    assert [line for line in judged.stderr.splitlines() if "orlim" in line] == []
 
 
 def test_installed_agent_finds_its_module_and_shells(installed, attacker):
