@@ -2,7 +2,7 @@
 """Makes a Debian package of what one of CMake's package presets has built, and has lintian judge it.
 
 debhelper does the work, by packaging/debian, in a folder of its own; the changelog that it needs is written here, from the
-version and the date of what is committed. Packages and the debug symbols' packages end up in the folder that is named.
+version and the date of what is committed. Debug symbols stay in the build folder.
 """
 
 import argparse
@@ -60,6 +60,7 @@ def make(folder, architecture, build, date):
     libraries = ROOT / "build/sysroot-armhf" if architecture == "armhf" else ""
     environment = {
         **os.environ,
+        "DEB_BUILD_OPTIONS": "noautodbgsym",
         "DEB_RULES_REQUIRES_ROOT": "no",
         "ORLIM_BUILD": str(build),
         "ORLIM_LIBRARIES": str(libraries),

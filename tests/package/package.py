@@ -27,6 +27,10 @@ class Watch:
         with open(self._output, "wb") as output, open(self._log, "wb") as log:
             self._child = tree.start(f"exec {command}", stdout=output, stderr=log)
 
+    @property
+    def pid(self):
+        return self._child.pid
+
     def said(self):
         return "\n".join(path.read_text(encoding="utf-8", errors="replace") for path in (self._output, self._log))
 
@@ -37,12 +41,9 @@ class Watch:
             assert time.monotonic() < deadline, f"not within {limit} seconds: {text}\n{self.said()}"
             time.sleep(0.05)
 
-    def signal(self, number):
-        os.kill(self._child.pid, number)
-
     def stop(self):
         """As systemd does. The exit status."""
-        self.signal(signal.SIGTERM)
+        os.kill(self.pid, signal.SIGTERM)
         return self._child.wait(END_LIMIT)
 
     def __enter__(self):
@@ -115,6 +116,10 @@ class Package:
 
     def start(self):
         return Watch(self.tree, self.with_rights_of_unit(self.unit()["Service"]["ExecStart"]), self.folder)
+
+    def reload(self, watch):
+        command = self.unit()["Service"]["ExecReload"].replace("$MAINPID", str(watch.pid))
+        self.run(self.with_rights_of_unit(command))
 
     def next_version(self):
         """A package of a higher version, which brings another default configuration."""

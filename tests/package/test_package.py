@@ -1,7 +1,6 @@
 """What the package puts where, that its agent finds attacks with the unit's rights, and that it goes without a trace."""
 
 import shutil
-import signal
 import stat
 
 from package import CONFIGURATION, KEEP_EDITED, NAME, UNIT
@@ -86,10 +85,9 @@ def test_scan_finds_a_reverse_shell_with_the_rights_of_the_unit(installed, attac
 
 
 def test_reload_of_the_unit_reads_the_configuration_again(installed):
-    assert installed.unit()["Service"]["ExecReload"] == "/bin/kill -HUP $MAINPID"
     with installed.start() as watch:
         watch.wait_for(STARTED)
-        watch.signal(signal.SIGHUP)
+        installed.reload(watch)
         watch.wait_for("the new configuration is in force")
         assert watch.stop() == 0, watch.said()
 
