@@ -24,14 +24,19 @@ ENVIRONMENT = {
 
 
 def heed_signals():
-    """One that is told to end cleans up as one that is interrupted does; one in the background has interrupts ignored."""
+    """One that is told to end cleans up as one that is interrupted does.
+
+    One in the background starts with interrupts ignored.
+    """
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, signal.default_int_handler)
 
 
 def in_mount_namespace(command, prefix):
-    """Makes a folder, has the command, which gets its name in the end, work there in a mount namespace of its own, and
-    removes the folder when its mounts are gone. The command's exit status."""
+    """Has the command work in a new folder, whose name it gets as its last argument. The command's exit status.
+
+    What the command mounts stays in a mount namespace of its own; when that is gone, the folder is removed.
+    """
     folder = tempfile.mkdtemp(prefix=prefix)
     entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
     # In a session of its own Ctrl-C does not reach it twice.

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Makes a Debian package of what one of CMake's package presets has built, and has lintian judge it.
 
-debhelper does the work, by packaging/debian, in a folder of its own; the changelog that it needs is written here, from the
-version and the date of what is committed. Debug symbols stay in the build folder.
+debhelper does the work, by packaging/debian, in a folder of its own; the changelog that it needs is written here, from
+the version and the date of what is committed. Debug symbols stay in the build folder.
 """
 
 import argparse
@@ -95,7 +95,8 @@ def main():
     shutil.rmtree(work)
     for file in files:
         print(file)
-    judged = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", *files], stdin=subprocess.DEVNULL, check=False)
+    judge = ["lintian", "--allow-root", "--fail-on", "error,warning"]
+    judged = subprocess.run([*judge, *files], stdin=subprocess.DEVNULL, check=False)
     if judged.returncode != 0:
         sys.exit(f"make_package: lintian refuses the package for {options.architecture}")
 

@@ -1,4 +1,4 @@
-"""What the package puts where, that its agent finds attacks with the unit's rights, and that it goes without a trace."""
+"""What the package puts where, that its agent works with the unit's rights, and that it goes without a trace."""
 
 import re
 import shutil
