@@ -60,6 +60,7 @@ class Package:
         self.tree = tree
         self.file = file
         self.folder = tree.root.parent
+        self.files_before = set()  # the package was installed for the first time
 
     def field(self, name):
         done = subprocess.run(["dpkg-deb", "-f", self.file, name], capture_output=True, text=True, check=True)
@@ -83,6 +84,7 @@ class Package:
     def install_dependencies(self):
         self.apt("update")
         self.apt(f"satisfy '{self.field('Depends')}'")
+        self.files_before = self.files()
 
     def install(self, file=None, options=""):
         shutil.copy(file or self.file, self.tree.root / "root/orlim-agent.deb")

@@ -124,7 +124,6 @@ def test_removal_leaves_the_configuration_alone(installed):
 
 
 def test_nothing_is_left_of_a_purged_package(package):
-    before = package.files()
     package.install()
     package.path(CONFIGURATION).write_text("{}\n")
     package.install(package.next_version(), KEEP_EDITED)
@@ -132,4 +131,4 @@ def test_nothing_is_left_of_a_purged_package(package):
     package.remove()
     package.purge()
     assert package.state() in ("", "not-installed")
-    assert package.files() == before
+    assert package.files() == package.files_before
