@@ -16,6 +16,7 @@ import re
 import shutil
 import subprocess
 import sys
+import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SOURCES = pathlib.Path("/etc/apt")
@@ -157,6 +158,18 @@ def point_links_inside(folder):
             path.symlink_to(target)
 
 
+def describe_libraries(file, folder):
+    """Adds what the package tells of its libraries to that of all, where dpkg-shlibdeps -S looks for it."""
+    with tempfile.TemporaryDirectory() as control:
+        subprocess.run(["dpkg-deb", "-e", str(file), control], check=True)
+        for name in ("shlibs", "symbols"):
+            described = pathlib.Path(control, name)
+            if described.exists():
+                (folder / "DEBIAN").mkdir(exist_ok=True)
+                with open(folder / "DEBIAN" / name, "a", encoding="utf-8") as all_described:
+                    all_described.write(described.read_text(encoding="utf-8"))
+
+
 def unpack(files, folder):
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
@@ -164,6 +177,7 @@ def unpack(files, folder):
         done = subprocess.run(["dpkg-deb", "-x", str(file), str(folder)], capture_output=True, text=True, check=False)
         if done.returncode != 0:
             fail(f"{file.name} cannot be unpacked: {done.stderr.strip()}")
+        describe_libraries(file, folder)
     point_links_inside(folder)
     shutil.rmtree(folder / "usr" / "share" / "doc", ignore_errors=True)
 

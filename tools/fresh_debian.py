@@ -9,8 +9,10 @@ import pathlib
 import shutil
 import signal
 import subprocess
+import tempfile
 
 RELEASE = "bookworm"
+INTERRUPTED = 130
 KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
 # What a login as root has.
 ENVIRONMENT = {
@@ -19,6 +21,34 @@ ENVIRONMENT = {
     "TERM": "dumb",
     "LANG": "C.UTF-8",
 }
+
+
+def heed_signals():
+    """One that is told to end cleans up as one that is interrupted does.
+
+    One in the background starts with interrupts ignored.
+    """
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
+
+
+def in_mount_namespace(command, prefix):
+    """Has the command work in a new folder, whose name it gets as its last argument. The command's exit status.
+
+    What the command mounts stays in a mount namespace of its own; when that is gone, the folder is removed.
+    """
+    folder = tempfile.mkdtemp(prefix=prefix)
+    entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
+    # In a session of its own Ctrl-C does not reach it twice.
+    child = subprocess.Popen([*entry, *command, folder], start_new_session=True)
+    try:
+        return child.wait()
+    except KeyboardInterrupt:
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        child.send_signal(signal.SIGINT)
+        return child.wait() or INTERRUPTED
+    finally:
+        shutil.rmtree(folder)
 
 
 def output_of(*command):

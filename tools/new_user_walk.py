@@ -15,7 +15,6 @@ import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -24,14 +23,13 @@ sys.dont_write_bytecode = True
 
 import documented_commands
 from attacker import Attacker
-from fresh_debian import FreshDebian
+from fresh_debian import INTERRUPTED, FreshDebian, heed_signals, in_mount_namespace
 from stage import ON_LINE, reverse_shell, shell
 
 REPOSITORY = "/srv/orlim.git"  # in the tree
 BUILD_LIMIT = 3600
 FIND_LIMIT = 60
 END_LIMIT = 30
-INTERRUPTED = 130
 
 # What stands for something else, and for what.
 PLACEHOLDERS = {
@@ -57,6 +55,9 @@ WRITES = {
 }
 WATCHES = re.compile(r"(?:\./dev|orlim-agent) run\b")
 NOT_RUN = {
+    "./dev package": "takes the tool chain for 32-bit ARM besides; the package for amd64 is made",
+    "apt-get remove orlim-agent": "takes away what the other pages need; tests/package does it",
+    "apt-get purge orlim-agent": "as above",
     "./dev bench": "measures for many minutes, and needs the machine for itself",
     "./dev lint": "for those who change the code: static analysis takes longer than all else here",
     "./dev fuzz": "for those who change the code: builds anew with another compiler, then takes a minute a parser",
@@ -212,29 +213,11 @@ def walk_inside(folder):
     return 0 if all(results) else 1
 
 
-def walk_outside():
-    """Makes the folder, has the walk done in a mount namespace, and removes the folder when its mounts are gone."""
-    folder = tempfile.mkdtemp(prefix="orlim-walk-")
-    entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
-    # In a session of its own Ctrl-C does not reach it twice.
-    child = subprocess.Popen([*entry, sys.executable, __file__, "--inside", folder], start_new_session=True)
-    try:
-        return child.wait()
-    except KeyboardInterrupt:
-        signal.signal(signal.SIGINT, signal.SIG_IGN)
-        child.send_signal(signal.SIGINT)
-        return child.wait() or INTERRUPTED
-    finally:
-        shutil.rmtree(folder)
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--inside", type=pathlib.Path, help=argparse.SUPPRESS)
     options = parser.parse_args()
-    # One that is told to end cleans up as one that is interrupted does; one in the background has interrupts ignored.
-    for number in (signal.SIGINT, signal.SIGTERM):
-        signal.signal(number, signal.default_int_handler)
+    heed_signals()
     if options.inside:
         try:
             return walk_inside(options.inside)
@@ -246,7 +229,7 @@ def main():
             raise SystemExit(f"needs {program}")
     if os.geteuid() != 0:
         raise SystemExit("needs root: it mounts, and enters the tree")
-    return walk_outside()
+    return in_mount_namespace([sys.executable, __file__, "--inside"], "orlim-walk-")
 
 
 if __name__ == "__main__":

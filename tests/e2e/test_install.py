@@ -48,6 +48,7 @@ def test_files_are_in_the_usual_places(destination, installed):
         "share/man/man8/orlim-agent.8": 0o644,
         "share/man/man5/orlim-agent.json.5": 0o644,
         "share/bash-completion/completions/orlim-agent": 0o644,
+        "lib/systemd/system/orlim-agent.service": 0o644,
         destination / "etc/orlim/orlim-agent.json": 0o644,
         destination / "etc/orlim/default_shells": 0o644,
     }
@@ -60,8 +61,22 @@ def test_files_are_in_the_usual_places(destination, installed):
 
 def test_nothing_else_is_installed(installed):
     files = {path.name for path in installed.rglob("*") if path.is_file()}
-    unexpected = files - {"orlim-agent", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
+    expected = {"orlim-agent", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
+    unexpected = files - expected - {"orlim-agent.service"}
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()
+
+
+def test_systemd_takes_the_unit(installed, tmp_path):
+    if shutil.which("systemd-analyze") is None:
+        pytest.skip("systemd-analyze is missing, of the package systemd")
+    shipped = (installed / "lib/systemd/system/orlim-agent.service").read_text()
+    unit = tmp_path / "orlim-agent.service"
+    # It looks for the program in this host's places.
+    unit.write_text(shipped.replace("ExecStart=/usr/local/", f"ExecStart={installed}/"))
+    assert str(installed) in unit.read_text()
+    command = ["systemd-analyze", "verify", "--man=no", unit]
+    judged = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+    assert [line for line in judged.stderr.splitlines() if unit.name in line] == []
 
 
 def test_installed_agent_finds_its_module_and_shells(installed, attacker):
