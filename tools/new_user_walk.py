@@ -58,6 +58,8 @@ NOT_RUN = {
     "./dev package": "takes the tool chain for 32-bit ARM besides; the package for amd64 is made",
     "apt-get remove orlim-agent": "takes away what the other pages need; tests/package does it",
     "apt-get purge orlim-agent": "as above",
+    "./dev kernels": "takes emulators and kernels of other releases besides, and a quarter of an hour",
+    "./dev kernels amd64-6.1 armhf-6.1": "as above",
     "./dev bench": "measures for many minutes, and needs the machine for itself",
     "./dev lint": "for those who change the code: static analysis takes longer than all else here",
     "./dev fuzz": "for those who change the code: builds anew with another compiler, then takes a minute a parser",
