@@ -60,6 +60,7 @@ NOT_RUN = {
     "apt-get purge orlim-agent": "as above",
     "./dev kernels": "takes emulators and kernels of other releases besides, and a quarter of an hour",
     "./dev kernels amd64-6.1 armhf-6.1": "as above",
+    "./dev kernels --markdown": "as above",
     "./dev bench": "measures for many minutes, and needs the machine for itself",
     "./dev lint": "for those who change the code: static analysis takes longer than all else here",
     "./dev fuzz": "for those who change the code: builds anew with another compiler, then takes a minute a parser",
