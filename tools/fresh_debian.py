@@ -44,7 +44,9 @@ def in_mount_namespace(command, prefix):
     try:
         return child.wait()
     except KeyboardInterrupt:
-        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        # Once is enough: what cleans up is not interrupted.
+        for number in (signal.SIGINT, signal.SIGTERM):
+            signal.signal(number, signal.SIG_IGN)
         child.send_signal(signal.SIGINT)
         return child.wait() or INTERRUPTED
     finally:
