@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <exception>
+#include <optional>
+
 #include "agent/env.h"
+#include "host/demo/apart.h"
 #include "host/demo/report.h"
 #include "host/demo/wirings.h"
 #include "host/program/check_rights.h"
@@ -66,6 +70,16 @@ int Demonstrate(const Options& options) {
     return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
 }
 
+int DemonstrateOrSayWhyNot(const Options& options) {
+    try {
+        return Demonstrate(options);
+    } catch (const std::exception& error) {
+        // Such as a thread or memory that the system refuses.
+        Complain(std::string("the demonstration cannot go on: ") + error.what());
+        return EXIT_FAILED;
+    }
+}
+
 }  // namespace
 
 int DemoCommand(const Options& options) {
@@ -83,7 +97,11 @@ int DemoCommand(const Options& options) {
         return EXIT_FAILED;
     }
     BlockControlSignals();
-    return Demonstrate(options);
+    const std::optional<int> status = RunApart([&] { return DemonstrateOrSayWhyNot(options); });
+    if (!status) {
+        Complain("the demonstration has ended without a result: it was killed, or the system starts no more processes");
+    }
+    return status.value_or(EXIT_FAILED);
 }
 
 }  // namespace Host

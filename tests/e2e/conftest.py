@@ -7,13 +7,20 @@ import signal
 import tempfile
 
 import pytest
+from _pytest.main import pytest_cmdline_main as ordinary_main
 
 import agent
+from apart import run_apart
 from attacker import Attacker
 from waiting import slowness
 
 # From /usr/include/linux/capability.h. The tests need what the agent needs, and a network namespace besides.
 NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN": 21}
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_cmdline_main(config):
+    return run_apart(lambda: int(ordinary_main(config)))
 
 
 def pytest_configure(config):
