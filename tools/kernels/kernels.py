@@ -53,8 +53,10 @@ def run(kernel_name, name, limit, make_disks):
             say(f"{name}: " + " ".join(line.split("\t")[1:]).strip())
 
     board = machine.BOARDS[kernel.architecture]
-    booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
-    tested.unlink()
+    try:
+        booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
+    finally:
+        tested.unlink()
     rows = table.rows_of(name, booted)
     for row in rows:
         if not table.is_good([row]):
