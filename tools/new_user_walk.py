@@ -58,6 +58,7 @@ NOT_RUN = {
     "./dev package": "takes the tool chain for 32-bit ARM besides; the package for amd64 is made",
     "apt-get remove orlim-agent": "takes away what the other pages need; tests/package does it",
     "apt-get purge orlim-agent": "as above",
+    "./dev package armhf --test": "takes an emulator and a kernel of 32-bit ARM besides",
     "./dev kernels": "takes emulators and kernels of other releases besides, and a quarter of an hour",
     "./dev kernels amd64-6.1 armhf-6.1": "as above",
     "./dev kernels --markdown": "as above",

@@ -7,9 +7,13 @@ import signal
 import subprocess
 import time
 
+from waiting import scaled
+
 NAME = "orlim-agent"
 UNIT = "lib/systemd/system/orlim-agent.service"
+WANTED_BY = f"etc/systemd/system/multi-user.target.wants/{NAME}.service"
 CONFIGURATION = "etc/orlim/orlim-agent.json"
+STARTED = "the module was started"
 INSTALL_LIMIT = 600
 END_LIMIT = 30
 KEEP_EDITED = "-o Dpkg::Options::=--force-confold"
@@ -35,16 +39,17 @@ class Watch:
         return "\n".join(path.read_text(encoding="utf-8", errors="replace") for path in (self._output, self._log))
 
     def wait_for(self, text, limit=60):
+        limit = scaled(limit)
         deadline = time.monotonic() + limit
         while text not in self.said():
             assert self._child.poll() is None, f"has ended:\n{self.said()}"
-            assert time.monotonic() < deadline, f"not within {limit} seconds: {text}\n{self.said()}"
+            assert time.monotonic() < deadline, f"not within {limit:.0f} seconds: {text}\n{self.said()}"
             time.sleep(0.05)
 
     def stop(self):
         """As systemd does. The exit status."""
         os.kill(self.pid, signal.SIGTERM)
-        return self._child.wait(END_LIMIT)
+        return self._child.wait(scaled(END_LIMIT))
 
     def __enter__(self):
         return self
@@ -56,10 +61,10 @@ class Watch:
 
 
 class Package:
-    def __init__(self, tree, file):
+    def __init__(self, tree, file, folder):
         self.tree = tree
         self.file = file
-        self.folder = tree.root.parent
+        self.folder = folder  # of the tests' own
         self.files_before = set()  # the package was installed for the first time
 
     def field(self, name):
@@ -134,7 +139,8 @@ class Package:
         with open(content / CONFIGURATION, "a", encoding="utf-8") as configuration:
             configuration.write("// of the next version\n")
         file = self.folder / "next.deb"
-        subprocess.run(["dpkg-deb", "--root-owner-group", "-b", content, file], stdout=subprocess.DEVNULL, check=True)
+        command = ["dpkg-deb", "--root-owner-group", "-Znone", "-b", content, file]
+        subprocess.run(command, stdout=subprocess.DEVNULL, check=True)
         return file
 
     def files(self):

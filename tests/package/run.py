@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Tests the Debian package of a folder in a fresh Debian 12, which is made for it and removed in the end.
+"""Tests the Debian package for amd64 of a folder in a fresh Debian 12, which is made for it and removed in the end.
 
 As root, with debootstrap. The tree sees the processes and the network of this machine; systemd does not run there.
 """

@@ -9,6 +9,8 @@ import shutil
 import subprocess
 import sys
 
+import dpkg_database
+
 HERE = pathlib.Path(__file__).resolve().parent
 REPOSITORY = HERE.parents[1]
 
@@ -70,7 +72,7 @@ def link_like_merged(root):
 
 
 def set_up(root):
-    for name in ("dev", "proc", "sys", "run", "tmp", "root", "var/tmp", "repository"):
+    for name in ("dev", "proc", "sys", "run", "tmp", "root", "usr/local/bin", "var/tmp", "repository"):
         (root / name).mkdir(parents=True, exist_ok=True)
     (root / "tmp").chmod(0o1777)
     for name in ("passwd", "group"):
@@ -87,46 +89,69 @@ def set_up(root):
     compile_python(root, "/", *(path.relative_to(root) for path in (root / "usr/lib").glob("python3*")))
 
 
-def root_disk(archive, folder):
+def root_disk(archive, folder, packages=PACKAGES, name="root", known_to_dpkg=False):
     """The disk with the user's programs, made anew when they have changed."""
-    files = archive.fetch(*PACKAGES)
-    state = hashlib.sha256(pathlib.Path(__file__).read_bytes())
+    files = archive.fetch(*packages)
+    state = hashlib.sha256()
+    for source in (__file__, dpkg_database.__file__):
+        state.update(pathlib.Path(source).read_bytes())
     for file in files:
         state.update(file.name.encode())
-    disk = folder / f"root-{archive.architecture}-{state.hexdigest()[:16]}.img"
+    disk = folder / f"{name}-{archive.architecture}-{state.hexdigest()[:16]}.img"
     if disk.exists():
         return disk
-    for outdated in folder.glob(f"root-{archive.architecture}-*.img"):
+    for outdated in folder.glob(f"{name}-{archive.architecture}-*.img"):
         outdated.unlink()
-    root = folder / f"root-{archive.architecture}"
+    root = folder / f"{name}-{archive.architecture}"
     shutil.rmtree(root, ignore_errors=True)
     link_like_merged(root)
     for file in files:
         unpack(file, root)
     set_up(root)
+    if known_to_dpkg:
+        dpkg_database.write(root, files)
     make_disk(root, disk, "root", ROOT_DISK_MEBIBYTES)
     shutil.rmtree(root)
     return disk
 
 
-def tested_disk(build, folder, name):
-    """The disk with the agent, the module and the tests."""
+def new_content(folder, name, *folders):
+    """What becomes of a tested disk: these folders of the repository, and the guest's own programs."""
     content = folder / f"tested-{name}"
     shutil.rmtree(content, ignore_errors=True)
     ignored = shutil.ignore_patterns("__pycache__")
-    shutil.copytree(REPOSITORY / "tests/e2e", content / "tests/e2e", ignore=ignored)
-    shutil.copytree(REPOSITORY / "docs/schema", content / "docs/schema")
+    for one in folders:
+        shutil.copytree(REPOSITORY / one, content / one, ignore=ignored)
     shutil.copytree(HERE / "guest", content / "guest", ignore=ignored)
+    return content
+
+
+def disk_of(content):
+    compile_python(content, "/repository", *(path.name for path in content.iterdir() if path.is_dir()))
+    disk = content.with_name(f"{content.name}.img")
+    make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
+    shutil.rmtree(content)
+    return disk
+
+
+def tested_disk(build, folder, name):
+    """The disk with the agent, the module and the tests."""
+    content = new_content(folder, name, "tests/e2e", "docs/schema")
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
     shutil.copy(build / "bin/orlim-agent", content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
-    compile_python(content, "/repository", "tests/e2e", "guest")
-    disk = folder / f"tested-{name}.img"
-    make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
-    shutil.rmtree(content)
-    return disk
+    return disk_of(content)
+
+
+def packaged_disk(package, folder, name):
+    """The disk with a package and its tests."""
+    content = new_content(folder, name, "tests/e2e", "tests/package")
+    (content / "tools").mkdir()
+    shutil.copy(REPOSITORY / "tools/fresh_debian.py", content / "tools")
+    shutil.copy(package, content / "orlim-agent.deb")
+    return disk_of(content)
 
 
 class Modules:

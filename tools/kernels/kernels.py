@@ -3,6 +3,7 @@
 
 import argparse
 import fcntl
+import functools
 import os
 import pathlib
 import sys
@@ -31,14 +32,19 @@ def cache_folder():
     return pathlib.Path(outer).absolute() / "kernels" if outer else FOLDER / "cache"
 
 
-def run(name, limit):
-    """The rows of one kernel."""
-    kernel = sources.KERNELS[name]
+def end_to_end_disks(name):
+    architecture = sources.KERNELS[name].architecture
+    root = guest.root_disk(Archive(cache_folder(), HOST_SUITE, architecture), FOLDER)
+    return root, guest.tested_disk(ROOT / "build" / PRESETS[architecture], FOLDER, name)
+
+
+def run(kernel_name, name, limit, make_disks):
+    """The rows of one boot, which has a name, on one kernel. make_disks() gives the root disk and the tested disk."""
+    kernel = sources.KERNELS[kernel_name]
     began = time.monotonic()
     say(f"{name}: getting it ready")
-    bootable = sources.prepare(kernel, cache_folder(), FOLDER / name)
-    root = guest.root_disk(Archive(cache_folder(), HOST_SUITE, kernel.architecture), FOLDER)
-    tested = guest.tested_disk(ROOT / "build" / PRESETS[kernel.architecture], FOLDER, name)
+    bootable = sources.prepare(kernel, cache_folder(), FOLDER / kernel_name)
+    root, tested = make_disks()
     say(f"{name}: ready after {time.monotonic() - began:.0f} s, boots for at most {limit} s")
     log = FOLDER / f"{name}.log"
 
@@ -47,13 +53,28 @@ def run(name, limit):
             say(f"{name}: " + " ".join(line.split("\t")[1:]).strip())
 
     board = machine.BOARDS[kernel.architecture]
-    booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
-    tested.unlink()
+    try:
+        booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
+    finally:
+        tested.unlink()
     rows = table.rows_of(name, booted)
     for row in rows:
         if not table.is_good([row]):
             say(f"{name}: {row.test}: {row.result} {row.reason}; see {log.relative_to(ROOT)}")
     return rows
+
+
+def run_alone(kernel_name, name, *how):
+    """As run, when no other runs in this repository; what cannot be got ready has a row that says so."""
+    FOLDER.mkdir(parents=True, exist_ok=True)
+    cache_folder().mkdir(parents=True, exist_ok=True)
+    with (FOLDER / "lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        try:
+            return run(kernel_name, name, *how)
+        except (FetchError, RuntimeError, OSError) as error:
+            say(f"{name}: {error}")
+            return [table.Row(name, "gets ready", table.FAIL, 0, str(error))]
 
 
 def arguments():
@@ -80,17 +101,9 @@ def main():
     if chosen.presets:
         print("\n".join(dict.fromkeys(PRESETS[sources.KERNELS[name].architecture] for name in names)))
         return 0
-    FOLDER.mkdir(parents=True, exist_ok=True)
-    cache_folder().mkdir(parents=True, exist_ok=True)
     rows = []
-    with (FOLDER / "lock").open("w") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        for name in names:
-            try:
-                rows += run(name, chosen.limit)
-            except (FetchError, RuntimeError, OSError) as error:
-                say(f"{name}: {error}")
-                rows.append(table.Row(name, "gets ready", table.FAIL, 0, str(error)))
+    for name in names:
+        rows += run_alone(name, name, chosen.limit, functools.partial(end_to_end_disks, name))
     print(table.markdown(rows) if chosen.markdown else table.text(rows))
     return 0 if table.is_good(rows) else 1
 

@@ -1,0 +1,59 @@
+#!/usr/bin/python3
+"""Tests the package for 32-bit ARM on a kernel of it, in an emulator. Called by ./dev package --test.
+
+The guest has dpkg and apt at work and, besides what the tests need, what the package says that it depends on. systemd
+does not run there.
+"""
+
+import argparse
+import pathlib
+import re
+import sys
+
+import guest
+import kernels
+import table
+from archive import HOST_SUITE, Archive
+
+ARCHITECTURE = "armhf"
+KERNEL = "armhf-6.1"
+NAME = "package-armhf"
+LIMIT_SECONDS = 900
+
+# The smallest Debian in which packages are installed and the tests run.
+PACKAGES = (
+    *("apt", "base-files", "base-passwd", "bash", "busybox-static", "coreutils", "dash", "debianutils", "diffutils"),
+    *("dpkg", "findutils", "grep", "gzip", "init-system-helpers", "iproute2", "libc-bin", "mawk", "mount", "perl-base"),
+    *("netcat-openbsd", "procps", "python3", "python3-pytest", "sed", "tar", "usr-is-merged", "util-linux"),
+)
+
+
+def dependencies(package):
+    """The names of what it depends on; which versions, the guest's apt sees to."""
+    field = guest.run("dpkg-deb", "-f", str(package), "Depends")
+    return re.findall(r"(?:^|, )([^ ,|(:]+)", field.strip())
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("packages", type=pathlib.Path, help=f"folder of orlim-agent_*_{ARCHITECTURE}.deb")
+    limit_help = "until the emulator is killed (%(default)s)"
+    parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
+    options = parser.parse_args()
+    packages = sorted(options.packages.absolute().glob(f"orlim-agent_*_{ARCHITECTURE}.deb"))
+    if len(packages) != 1:
+        raise SystemExit(f"needs one package for {ARCHITECTURE} in {options.packages}: {len(packages)} are there")
+
+    def disks():
+        wanted = [*PACKAGES, *dependencies(packages[0])]
+        archive = Archive(kernels.cache_folder(), HOST_SUITE, ARCHITECTURE)
+        root = guest.root_disk(archive, kernels.FOLDER, wanted, "package-root", known_to_dpkg=True)
+        return root, guest.packaged_disk(packages[0], kernels.FOLDER, NAME)
+
+    rows = kernels.run_alone(KERNEL, NAME, options.limit, disks)
+    print(table.text(rows))
+    return 0 if table.is_good(rows) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
