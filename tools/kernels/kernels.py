@@ -77,10 +77,38 @@ def run_alone(kernel_name, name, *how):
             return [table.Row(name, "gets ready", table.FAIL, 0, str(error))]
 
 
+def run_up_to(attempts, name, run_once):
+    """The rows of the first boot in which everything is as it should be, or of the last one."""
+    for attempt in range(1, attempts + 1):
+        if attempt > 1:
+            say(f"{name}: not as it should be, hence attempt {attempt} of {attempts}")
+        rows = run_once()
+        if table.is_good(rows):
+            break
+    return rows
+
+
+def fetch(names):
+    """Fetches what the kernels need. False, with a line that says why, if something of it cannot be had."""
+    cache_folder().mkdir(parents=True, exist_ok=True)
+    for name in names:
+        kernel = sources.KERNELS[name]
+        try:
+            sources.fetch(kernel, cache_folder())
+            Archive(cache_folder(), HOST_SUITE, kernel.architecture).fetch(*guest.PACKAGES)
+        except FetchError as error:
+            say(f"{name}: {error}")
+            return False
+    return True
+
+
 def arguments():
     parser = argparse.ArgumentParser(prog="./dev kernels", description=__doc__)
     parser.add_argument("names", nargs="*", metavar="NAME", help="a kernel; without any, all of them")
     parser.add_argument("--list", action="store_true", help="list the kernels, and run none")
+    parser.add_argument("--fetch", action="store_true", help="download what the kernels need, and run none")
+    attempts_help = "how often a kernel is booted at most until all is as it should be (%(default)s)"
+    parser.add_argument("--attempts", type=int, default=1, metavar="N", help=attempts_help)
     limit_help = "until a kernel's emulator is killed (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
     parser.add_argument("--markdown", action="store_true", help="the table with a column a kernel")
@@ -89,6 +117,8 @@ def arguments():
     unknown = [name for name in parsed.names if name not in sources.KERNELS]
     if unknown:
         parser.error(f"no kernel is called {', '.join(unknown)}: {', '.join(sources.KERNELS)} are there")
+    if parsed.attempts < 1:
+        parser.error("--attempts takes a number from 1 on")
     return parsed
 
 
@@ -101,9 +131,12 @@ def main():
     if chosen.presets:
         print("\n".join(dict.fromkeys(PRESETS[sources.KERNELS[name].architecture] for name in names)))
         return 0
+    if chosen.fetch:
+        return 0 if fetch(names) else 1
     rows = []
     for name in names:
-        rows += run_alone(name, name, chosen.limit, functools.partial(end_to_end_disks, name))
+        run_once = functools.partial(run_alone, name, name, chosen.limit, functools.partial(end_to_end_disks, name))
+        rows += run_up_to(chosen.attempts, name, run_once)
     print(table.markdown(rows) if chosen.markdown else table.text(rows))
     return 0 if table.is_good(rows) else 1
 
