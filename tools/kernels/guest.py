@@ -110,19 +110,22 @@ def root_disk(archive, folder):
 
 
 def tested_disk(build, folder, name):
-    """The disk with the agent, the module and the tests."""
+    """The disk with the agent, the module, the tests and, where it is built, the benchmark of a pass."""
     content = folder / f"tested-{name}"
     shutil.rmtree(content, ignore_errors=True)
     ignored = shutil.ignore_patterns("__pycache__")
     shutil.copytree(REPOSITORY / "tests/e2e", content / "tests/e2e", ignore=ignored)
     shutil.copytree(REPOSITORY / "docs/schema", content / "docs/schema")
+    shutil.copytree(REPOSITORY / "bench", content / "bench", ignore=ignored)
+    shutil.copytree(REPOSITORY / "packaging", content / "packaging", ignore=ignored)
     shutil.copytree(HERE / "guest", content / "guest", ignore=ignored)
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
-    shutil.copy(build / "bin/orlim-agent", content / "build/bin")
+    for program in filter(pathlib.Path.exists, (build / "bin/orlim-agent", build / "bin/pass_cost")):
+        shutil.copy(program, content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
-    compile_python(content, "/repository", "tests/e2e", "guest")
+    compile_python(content, "/repository", "tests/e2e", "bench", "guest")
     disk = folder / f"tested-{name}.img"
     make_disk(content, disk, "tested", TESTED_DISK_MEBIBYTES)
     shutil.rmtree(content)
