@@ -23,6 +23,8 @@ CONNECTIONS = 100
 PEER = "127.0.0.2"
 MEMORY = ("VmRSS", "RssAnon", "RssFile", "VmHWM")
 MAPPED = ("Pss", "AnonHugePages")
+# The kernel finds out by samples, a tick each, whose time it is. So few of them say nothing.
+FEWEST_TICKS = 100
 START_LIMIT_SECONDS = 60
 END_LIMIT_SECONDS = 60
 MINUTE = 60
@@ -94,7 +96,7 @@ def figures_of(samples):
     figures["the least minute, ms"] = f"{min(each):.1f}"
     figures["the greatest minute, ms"] = f"{max(each):.1f}"
     user, system = last.user_ticks - first.user_ticks, last.system_ticks - first.system_ticks
-    figures["of it in the kernel"] = f"{system / (user + system):.0%}" if user + system else "-"
+    figures["of it in the kernel"] = f"{system / (user + system):.0%}" if user + system >= FEWEST_TICKS else "-"
     figures["context switches of an idle minute"] = f"{switches_between(first, last) / minutes:.0f}"
     return figures
 

@@ -35,7 +35,7 @@ def test_switches_of_either_kind_count():
 
 
 def test_minute_is_the_mean_of_all_and_memory_that_of_three_moments():
-    samples = [sample(5, {1: 10}, 100, (1, 1)), sample(15, {1: 30}, 110, (1, 2)), sample(45, {1: 70}, 90, (2, 4))]
+    samples = [sample(5, {1: 10}, 100, (5, 5)), sample(15, {1: 30}, 110, (20, 40)), sample(45, {1: 70}, 90, (55, 155))]
     figures = idle_cost.figures_of(samples)
     assert [figures[f"VmRSS {when}, KiB"] for when in ("at the start", "after 1 min", "after 2 min")] == [
         *("100", "110", "90")
@@ -46,8 +46,9 @@ def test_minute_is_the_mean_of_all_and_memory_that_of_three_moments():
     assert figures["context switches of an idle minute"] == "30"
 
 
-def test_kernels_share_is_not_told_where_no_tick_has_fallen_into_the_agent():
-    assert idle_cost.figures_of([sample(0, {}), sample(4, {})])["of it in the kernel"] == "-"
+@pytest.mark.parametrize("ticks, share", [((0, 0), "-"), ((60, 39), "-"), ((60, 40), "40%")])
+def test_kernels_share_is_not_told_of_few_samples(ticks, share):
+    assert idle_cost.figures_of([sample(0, {}), sample(4, {}, ticks=ticks)])["of it in the kernel"] == share
 
 
 def test_thread_that_begins_counts_from_nothing_and_one_that_ends_no_more():
