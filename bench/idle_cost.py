@@ -102,10 +102,9 @@ def figures_of(samples):
 
 
 def figures_of_pass(measured):
-    shells = measured["shells"]
-    beside = ", siblings of a shell" if shells else ""
-    keys = (("wallMs", "wall"), ("pausedMs", "pauses"), ("cpuMs", "CPU"))
-    return {f"pass, {measured['processes']} processes{beside}: {title}, ms": f"{measured[key]:.1f}" for key, title in keys}
+    what = f"pass, {measured['processes']} processes{', siblings of a shell' if measured['shells'] else ''}"
+    keys = {"wallMs": "wall", "pausedMs": "pauses", "cpuMs": "CPU"}
+    return {f"{what}: {title}, ms": f"{measured[key]:.1f}" for key, title in keys.items()}
 
 
 def count_of_processes():
@@ -114,7 +113,7 @@ def count_of_processes():
 
 @contextlib.contextmanager
 def staged_host():
-    """Sleeping processes, so that there are PROCESSES, and a connection, without which a pass has nothing to look for."""
+    """Sleeping processes, so that there are PROCESSES, and a connection, without which a pass ends before it looks."""
     with contextlib.ExitStack() as stack:
         listener = stack.enter_context(socket.create_server((PEER, 0)))
         stack.enter_context(socket.create_connection(listener.getsockname()))

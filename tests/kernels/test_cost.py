@@ -51,6 +51,17 @@ def test_kernels_share_is_not_told_of_few_samples(ticks, share):
     assert idle_cost.figures_of([sample(0, {}), sample(4, {}, ticks=ticks)])["of it in the kernel"] == share
 
 
+def test_figures_of_a_pass_tell_whether_there_is_a_shell():
+    measured = {"processes": 100, "wallMs": 156.94, "pausedMs": 150.0, "cpuMs": 6.8}
+    assert idle_cost.figures_of_pass({**measured, "shells": 0}) == {
+        "pass, 100 processes: wall, ms": "156.9",
+        "pass, 100 processes: pauses, ms": "150.0",
+        "pass, 100 processes: CPU, ms": "6.8",
+    }
+    with_shell = idle_cost.figures_of_pass({**measured, "shells": 1})
+    assert list(with_shell)[0] == "pass, 100 processes, siblings of a shell: wall, ms"
+
+
 def test_thread_that_begins_counts_from_nothing_and_one_that_ends_no_more():
     assert idle_cost.switches_between(sample(0, {1: 10, 2: 50}), sample(0, {1: 15, 3: 7})) == 12
 
