@@ -29,6 +29,7 @@
 #include "inspect/socket_table.h"
 #include "shellfile/shell_baseline.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/wrapped_calls.h"
 
 // Sum of the pauses that the run asked for.
 static long long pausedNs = 0;
@@ -36,8 +37,6 @@ static long long pausedNs = 0;
 static bool sleepsInEarnest = false;
 
 extern "C" {
-
-int __real_nanosleep(const timespec* asked, timespec* left);
 
 int __wrap_nanosleep(const timespec* asked, timespec* left) {
     if (sleepsInEarnest) {

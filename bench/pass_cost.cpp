@@ -15,13 +15,12 @@
 
 #include "bench/staged_host.h"
 #include "graph/reverse_shell_detector.h"
+#include "tests/support/wrapped_calls.h"
 
 // Sum of the pauses that the pass asked for.
 static long long pausedNs = 0;
 
 extern "C" {
-
-int __real_nanosleep(const timespec* asked, timespec* left);
 
 int __wrap_nanosleep(const timespec* asked, timespec* left) {
     pausedNs += static_cast<long long>(asked->tv_sec) * 1000000000LL + asked->tv_nsec;

@@ -62,6 +62,8 @@ NOT_RUN = {
     "./dev kernels": "takes emulators and kernels of other releases besides, and a quarter of an hour",
     "./dev kernels amd64-6.1 armhf-6.1": "as above",
     "./dev kernels --markdown": "as above",
+    "./dev kernels --cost": "as above, and an hour",
+    "./dev kernels --cost armhf-6.1 --minutes 2": "as above, without the hour",
     "./dev bench": "measures for many minutes, and needs the machine for itself",
     "./dev lint": "for those who change the code: static analysis takes longer than all else here",
     "./dev fuzz": "for those who change the code: builds anew with another compiler, then takes a minute a parser",

@@ -1,6 +1,7 @@
-"""The tests of tools/kernels find it here."""
+"""The tests of tools/kernels, and of what a guest measures, find it here."""
 
 import pathlib
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools/kernels"))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / "tools/kernels"), str(ROOT / "bench")]

@@ -3,6 +3,8 @@
 import os
 import pathlib
 
+import pytest
+
 import machine
 import sources
 
@@ -56,3 +58,18 @@ def test_bytes_that_are_no_text_do_no_harm(tmp_path):
 def test_line_that_is_cut_off_is_no_result(tmp_path):
     guest, _ = boot(tmp_path, r"printf 'RESULT\ttest_a.py::test_one\tpas\n'")
     assert guest.results == []
+
+
+def test_variables_reach_the_guest_among_the_options_of_its_kernel(tmp_path):
+    board = machine.Board(("sh", "-c", 'for word; do echo "$word"; done', "emulator"), "ttyX", "disk")
+    lines = []
+    machine.boot(board, BOOTABLE, [], tmp_path / "log", 60, lines.append, "ONE=1 TWO=2")
+    options = lines[lines.index("-append") + 1].split()
+    assert options[0] == "console=ttyX"
+    assert options[-2:] == ["ONE=1", "TWO=2"]
+
+
+@pytest.mark.parametrize("counted", [False, True])
+def test_only_a_counted_board_counts_instructions(counted):
+    board = machine.Board(("emulator",), "ttyX", "disk", counted=counted)
+    assert ("-icount" in machine.command(board, BOOTABLE, [])) is counted

@@ -135,11 +135,12 @@ def disk_of(content):
 
 
 def tested_disk(build, folder, name):
-    """The disk with the agent, the module and the tests."""
-    content = new_content(folder, name, "tests/e2e", "docs/schema")
+    """The disk with the agent, the module, the tests and, where it is built, the benchmark of a pass."""
+    content = new_content(folder, name, "tests/e2e", "docs/schema", "bench", "packaging")
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
-    shutil.copy(build / "bin/orlim-agent", content / "build/bin")
+    for program in filter(pathlib.Path.exists, (build / "bin/orlim-agent", build / "bin/pass_cost")):
+        shutil.copy(program, content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)
     return disk_of(content)

@@ -11,7 +11,7 @@ import re
 import sys
 
 import guest
-import kernels
+import boots
 import table
 from archive import HOST_SUITE, Archive
 
@@ -46,11 +46,11 @@ def main():
 
     def disks():
         wanted = [*PACKAGES, *dependencies(packages[0])]
-        archive = Archive(kernels.cache_folder(), HOST_SUITE, ARCHITECTURE)
-        root = guest.root_disk(archive, kernels.FOLDER, wanted, "package-root", known_to_dpkg=True)
-        return root, guest.packaged_disk(packages[0], kernels.FOLDER, NAME)
+        archive = Archive(boots.cache_folder(), HOST_SUITE, ARCHITECTURE)
+        root = guest.root_disk(archive, boots.FOLDER, wanted, "package-root", known_to_dpkg=True)
+        return root, guest.packaged_disk(packages[0], boots.FOLDER, NAME)
 
-    rows = kernels.run_alone(KERNEL, NAME, options.limit, disks)
+    rows = boots.run_alone(KERNEL, NAME, options.limit, disks)
     print(table.text(rows))
     return 0 if table.is_good(rows) else 1
 
