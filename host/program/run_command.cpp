@@ -10,6 +10,7 @@
 #include "host/program/config_in_force.h"
 #include "host/program/event_output.h"
 #include "host/program/exit_status.h"
+#include "host/program/footprint.h"
 #include "host/program/module.h"
 #include "host/program/signals.h"
 #include "host/program/supervisor.h"
@@ -57,6 +58,7 @@ bool RunModule(const Options& options, const AgentConfig& config, const ModuleEn
 
 int RunCommand(const Options& options) {
     BlockControlSignals();
+    KeepPagesSmall();
     std::string error;
     const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
     if (!config) {

@@ -135,6 +135,11 @@ def pids_in(file):
     return [event["eventContent"]["pid"] for event in events_in(file)]
 
 
+def test_agent_is_given_no_huge_pages(steady):
+    status = pathlib.Path(f"/proc/{steady.pid}/status").read_text(encoding="utf-8")
+    assert re.search(r"^THP_enabled:\t0$", status, re.MULTILINE)
+
+
 def test_sigterm_amid_a_pass_under_load_ends_in_order_and_loses_nothing(loaded):
     agent, stages = loaded
     # The first line that a pass writes; it has still to walk over all processes then.
