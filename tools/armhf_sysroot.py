@@ -19,6 +19,7 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+LISTS = ("build.txt", "test.txt")
 SOURCES = pathlib.Path("/etc/apt")
 STAMP = ".made-from"
 
@@ -50,9 +51,10 @@ def fail(message):
 
 
 def wanted_packages():
-    """What the build finds by its -dev packages; libclang-rt-14-dev is for programs of this machine."""
-    listed = (line.split("#")[0].strip() for line in (ROOT / "packages.txt").read_text(encoding="utf-8").splitlines())
-    return sorted(name for name in listed if name.endswith("-dev") and not name.startswith("libclang-rt"))
+    """What the build and the tests find by its -dev packages."""
+    lines = [line for name in LISTS for line in (ROOT / "packages" / name).read_text(encoding="utf-8").splitlines()]
+    listed = (line.split("#")[0].strip() for line in lines)
+    return sorted(name for name in listed if name.endswith("-dev"))
 
 
 def debian_release():
