@@ -13,6 +13,7 @@
 #include "host/program/check_rights.h"
 #include "host/program/check_setup.h"
 #include "host/program/check_stack.h"
+#include "tests/support/emulation.h"
 #include "tests/support/temporary_directory.h"
 
 namespace Host {
@@ -170,7 +171,10 @@ TEST(CheckKernel, FacilityThatCannotBeHadIsLacking) {
             row.check(report);
         }
         EXPECT_TRUE(report.IsLacking(row.facility)) << report.Text();
-        EXPECT_THAT(report.Text(), HasSubstr("Too many open files"));
+        // An emulator that does not know a facility says so first.
+        if (!runsEmulated) {
+            EXPECT_THAT(report.Text(), HasSubstr("Too many open files"));
+        }
     }
 }
 
