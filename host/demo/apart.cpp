@@ -1,6 +1,5 @@
 #include "host/demo/apart.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -12,24 +11,11 @@
 #include <string_view>
 #include <thread>
 
-#include "host/services/descriptor.h"
+#include "host/demo/pipe.h"
 #include "host/sinks/write_all.h"
 
 namespace Host {
 namespace {
-
-struct Pipe {
-    Descriptor readEnd;
-    Descriptor writeEnd;
-
-    Pipe() {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) == 0) {
-            readEnd = Descriptor(ends[0]);
-            writeEnd = Descriptor(ends[1]);
-        }
-    }
-};
 
 struct Answer {
     pid_t pid;
@@ -97,8 +83,8 @@ std::optional<int> AwaitAnswer(pid_t worker, const Descriptor& answers) {
 }  // namespace
 
 std::optional<int> RunApart(const std::function<int()>& work) {
-    Pipe answers;
-    Pipe caller;
+    Pipe answers = MakePipe();
+    Pipe caller = MakePipe();
     const pid_t between = ::fork();
     if (between == 0) {
         const pid_t worker = ::fork();

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "agent/process_utils.h"
+#include "host/demo/pipe.h"
 #include "host/sinks/write_all.h"
 
 namespace Host {
@@ -23,19 +24,6 @@ using Clock = std::chrono::steady_clock;
 // What the staged shells get: they must not read or write anything of the user's.
 constexpr const char* environment[] = {
     "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/nonexistent", "HISTFILE=/dev/null", "LC_ALL=C", "TERM=dumb", nullptr};
-
-struct Pipe {
-    Descriptor readEnd;
-    Descriptor writeEnd;
-};
-
-Pipe MakePipe() {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "a pipe cannot be made");
-    }
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
 
 // What the caller of the program left open must not join the wirings to its processes.
 void CloseAllButStandardStreams() {
