@@ -31,10 +31,13 @@ def run_apart(work):
             os.write(to_caller, worker.to_bytes(8, "little"))
             os._exit(0)
         os.close(to_worker)
+        os.close(answers)
         os.read(orders, 1)  # or the end, if the caller has been killed
         status = work()
         os.write(to_caller, bytes([status]))
         return status
+    os.close(orders)
+    os.close(to_caller)
     os.waitpid(between, 0)
     worker = int.from_bytes(os.read(answers, 8), "little")
     signal.signal(signal.SIGTERM, lambda number, _: os.kill(worker, number))

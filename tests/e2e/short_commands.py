@@ -206,3 +206,12 @@ class Story:
         for name in names:
             for agent in self.agents.values():
                 agent.wait_for_event(self.workers[name].commands[-1], SWEEP_LIMIT)
+
+
+@contextlib.contextmanager
+def new_story(attacker, tmp_path_factory):
+    """One without workers and agents yet; all of it ends with the context."""
+    directory = tmp_path_factory.mktemp("short-commands")
+    prepare(directory)
+    with contextlib.ExitStack() as cleanup:
+        yield Story(attacker, directory, cleanup)

@@ -11,7 +11,7 @@ import stacks
 from agent import DETAIL, Agent, Scan, is_of_instant_scan, write_config
 from campaign import Campaign, TooSlow
 from instant_attacks import DEV_TCP, FOUND, IPV6, NETCAT, READING, RELAYED, SILENT, Site
-from short_commands import SWEEP_LIMIT, TYPED, Story, Wiring, contents_under, prepare
+from short_commands import SWEEP_LIMIT, TYPED, Wiring, contents_under, new_story
 
 pytestmark = pytest.mark.kernel
 
@@ -101,10 +101,7 @@ def test_period_scan_finds_the_shell_between_fifo_and_netcat(attacker, tmp_path)
 
 @pytest.fixture(scope="module")
 def story(attacker, tmp_path_factory):
-    directory = tmp_path_factory.mktemp("short-commands")
-    prepare(directory)
-    with contextlib.ExitStack() as cleanup:
-        told = Story(attacker, directory, cleanup)
+    with new_story(attacker, tmp_path_factory) as told:
         told.add_worker("on its connection", Wiring(TYPED))
         told.add_worker("on a pipe", Wiring(TYPED, waits_on="pipe"))
         told.start_agent("agent")

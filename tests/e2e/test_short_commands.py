@@ -2,14 +2,13 @@
 by one on a host that has. They are judged every ten seconds, so all wirings run at once, under both agents, and each
 test looks at its own."""
 
-import contextlib
 import pathlib
 import subprocess
 import time
 
 import pytest
 
-from short_commands import LIST, PRINT, SCRIPT, TYPED, Story, Wiring, contents_under, prepare
+from short_commands import LIST, PRINT, SCRIPT, TYPED, Wiring, contents_under, new_story
 
 BOOTTIME_AHEAD_SECONDS = 100000
 
@@ -71,10 +70,7 @@ def tell(told):
 
 @pytest.fixture(scope="module")
 def story(attacker, tmp_path_factory):
-    directory = tmp_path_factory.mktemp("short-commands")
-    prepare(directory)
-    with contextlib.ExitStack() as cleanup:
-        told = Story(attacker, directory, cleanup)
+    with new_story(attacker, tmp_path_factory) as told:
         for name, wiring in {**SILENT, **FOUND, "by hand": Wiring({}), "later": Wiring(TYPED)}.items():
             told.add_worker(name, wiring)
         told.start_agent("never slept")
