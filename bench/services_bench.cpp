@@ -11,7 +11,7 @@
 #include "agent/convert.h"
 #include "agent/json.h"
 #include "agent/process_utils.h"
-#include "host/services/proc_net_table.h"
+#include "host/processes/proc_net_table.h"
 
 namespace {
 

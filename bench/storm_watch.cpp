@@ -19,8 +19,8 @@
 #include <string_view>
 
 #include "agent/process_monitor.h"
-#include "host/services/event_queue.h"
-#include "host/services/process_event_service.h"
+#include "host/events/event_queue.h"
+#include "host/processes/process_event_service.h"
 
 namespace {
 

@@ -8,25 +8,37 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 # Room -> rooms that its files may include, besides its own.
+LIBRARY = ["host/base", "host/text", "host/system"]
+SERVICES = [*LIBRARY, "host/tasks", "host/processes", "host/watch", "host/sinks", "host/events"]
+
 ALLOWED = {
     "src/agent": [],
     "src/frame": ["src/agent"],
     "src/inspect": ["src/agent", "src/frame"],
-    "src/alarm": ["src/agent", "src/frame", "src/inspect"],
+    "src/wiring": ["src/agent", "src/frame", "src/inspect"],
+    "src/alarm": ["src/agent", "src/frame", "src/inspect", "src/wiring"],
     "src/shellfile": ["src/agent", "src/frame", "src/inspect", "src/alarm"],
     "src/classifier": ["src/agent", "src/frame", "src/inspect", "src/alarm", "src/shellfile"],
     "src/graph": ["src/agent", "src/frame"],
     "src/module": ["src/agent", "src/frame", "src/inspect", "src/alarm", "src/shellfile", "src/classifier", "src/graph"],
-    "host/services": ["src/agent"],
-    "host/sinks": ["src/agent", "host/services"],
-    "host/wiring": ["src/agent", "host/services"],
+    "host/base": ["src/agent"],
+    "host/text": ["src/agent", "host/base"],
+    "host/system": ["src/agent", "host/base", "host/text"],
+    "host/tasks": ["src/agent", *LIBRARY],
+    "host/processes": ["src/agent", *LIBRARY],
+    "host/watch": ["src/agent", *LIBRARY, "host/tasks"],
+    "host/sinks": ["src/agent", *LIBRARY],
+    "host/events": ["src/agent", *LIBRARY, "host/sinks"],
+    "host/config": ["src/agent", *SERVICES],
+    "host/detector": ["src/agent", *SERVICES, "host/config"],
+    "host/check": ["src/agent", *SERVICES, "host/config", "host/detector"],
     # explain asks the module's own code, so that the two never disagree.
     "host/explain": [
-        *("src/agent", "src/frame", "src/inspect", "src/alarm", "src/shellfile", "src/classifier", "src/graph", "src/module"),
-        *("host/services", "host/wiring"),
+        *("src/agent", "src/frame", "src/inspect", "src/wiring", "src/alarm", "src/shellfile", "src/classifier"),
+        *("src/graph", "src/module", *SERVICES, "host/config"),
     ],
-    "host/demo": ["src/agent", "host/services", "host/sinks", "host/wiring"],
-    "host/program": ["src/agent", "host/services", "host/sinks", "host/wiring", "host/explain", "host/demo"],
+    "host/program": ["src/agent", *SERVICES, "host/config", "host/detector", "host/check", "host/explain", "demo"],
+    "demo": ["src/agent", "src/wiring", *SERVICES, "host/explain"],
 }
 
 # The baseline of the shell files is all that the classifier may ask of its room.
@@ -36,9 +48,9 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
 def room_of_include(name):
-    """The room that an include names: by path from the root for host/, from src/ for the rest."""
+    """The room that an include names: by path from the root for host/ and demo/, from src/ for the rest."""
     folder = pathlib.PurePosixPath(name).parent
-    return str(folder) if name.startswith("host/") else f"src/{folder}"
+    return str(folder) if name.startswith(("host/", "demo/")) else f"src/{folder}"
 
 
 def violations(room, path):

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "host/services/event_queue.h"
+#include "host/events/event_queue.h"
 
 namespace Host {
 namespace {

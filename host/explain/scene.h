@@ -4,10 +4,10 @@
 #include <map>
 #include <string>
 
-#include "host/wiring/connections.h"
-#include "host/wiring/host_processes.h"
 #include "inspect/process_snapshot.h"
 #include "inspect/socket_table.h"
+#include "wiring/connections.h"
+#include "wiring/host_processes.h"
 
 namespace Host {
 

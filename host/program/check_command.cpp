@@ -2,13 +2,13 @@
 
 #include <unistd.h>
 
-#include "host/program/check_host.h"
-#include "host/program/check_report.h"
-#include "host/program/check_setup.h"
-#include "host/program/config_in_force.h"
+#include "host/base/log_control.h"
+#include "host/base/write_all.h"
+#include "host/check/checks.h"
+#include "host/check/report.h"
+#include "host/check/setup.h"
+#include "host/config/config_in_force.h"
 #include "host/program/exit_status.h"
-#include "host/services/log_control.h"
-#include "host/sinks/write_all.h"
 
 namespace Host {
 namespace {

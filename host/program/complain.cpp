@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
-#include "host/services/log_text.h"
-#include "host/sinks/write_all.h"
+#include "host/base/log_text.h"
+#include "host/base/write_all.h"
 
 namespace Host {
 

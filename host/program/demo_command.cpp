@@ -6,17 +6,17 @@
 #include <optional>
 
 #include "agent/env.h"
-#include "host/demo/apart.h"
-#include "host/demo/report.h"
-#include "host/demo/wirings.h"
-#include "host/program/check_rights.h"
+#include "demo/apart.h"
+#include "demo/report.h"
+#include "demo/wirings.h"
+#include "host/base/write_all.h"
+#include "host/check/rights.h"
+#include "host/config/config_in_force.h"
+#include "host/detector/module.h"
+#include "host/detector/supervisor.h"
 #include "host/program/complain.h"
-#include "host/program/config_in_force.h"
 #include "host/program/exit_status.h"
-#include "host/program/module.h"
 #include "host/program/signals.h"
-#include "host/program/supervisor.h"
-#include "host/sinks/write_all.h"
 
 namespace Host {
 namespace {

@@ -4,15 +4,15 @@
 
 #include <exception>
 
+#include "host/base/write_all.h"
+#include "host/check/rights.h"
+#include "host/config/config_in_force.h"
+#include "host/explain/explain_subject.h"
 #include "host/explain/explanation.h"
 #include "host/explain/judgement_text.h"
-#include "host/program/check_rights.h"
+#include "host/explain/wiring_text.h"
 #include "host/program/complain.h"
-#include "host/program/config_in_force.h"
 #include "host/program/exit_status.h"
-#include "host/program/explain_subject.h"
-#include "host/sinks/write_all.h"
-#include "host/wiring/wiring_text.h"
 
 namespace Host {
 namespace {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "host/demo/demo.h"
+#include "demo/demo.h"
 
 namespace Host {
 

@@ -7,7 +7,8 @@
 #include <exception>
 #include <string>
 
-#include "host/demo/stagehand.h"
+#include "demo/stagehand.h"
+#include "host/base/write_all.h"
 #include "host/program/check_command.h"
 #include "host/program/complain.h"
 #include "host/program/demo_command.h"
@@ -17,7 +18,6 @@
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
 #include "host/program/signals.h"
-#include "host/sinks/write_all.h"
 
 namespace Host {
 namespace {

@@ -5,15 +5,15 @@
 
 #include <utility>
 
-#include "host/program/check_host.h"
+#include "host/check/checks.h"
+#include "host/config/config_in_force.h"
+#include "host/detector/module.h"
+#include "host/detector/supervisor.h"
+#include "host/events/event_output.h"
 #include "host/program/complain.h"
-#include "host/program/config_in_force.h"
-#include "host/program/event_output.h"
 #include "host/program/exit_status.h"
 #include "host/program/footprint.h"
-#include "host/program/module.h"
 #include "host/program/signals.h"
-#include "host/program/supervisor.h"
 
 namespace Host {
 namespace {

@@ -5,15 +5,15 @@
 #include <utility>
 
 #include "agent/env.h"
-#include "host/program/check_rights.h"
+#include "host/check/rights.h"
+#include "host/config/config_in_force.h"
+#include "host/detector/module.h"
+#include "host/detector/supervisor.h"
+#include "host/events/event_output.h"
+#include "host/events/event_queue.h"
 #include "host/program/complain.h"
-#include "host/program/config_in_force.h"
-#include "host/program/event_output.h"
 #include "host/program/exit_status.h"
-#include "host/program/module.h"
-#include "host/program/supervisor.h"
-#include "host/services/event_queue.h"
-#include "host/services/task_control.h"
+#include "host/tasks/task_control.h"
 
 namespace Host {
 namespace {

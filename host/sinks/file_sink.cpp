@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "agent/logger.h"
-#include "host/sinks/error_text.h"
-#include "host/sinks/write_all.h"
+#include "host/base/error_text.h"
+#include "host/base/write_all.h"
 
 namespace Host {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/services/descriptor.h"
+#include "host/base/descriptor.h"
 #include "host/sinks/pending_lines.h"
 #include "host/sinks/sink.h"
 

@@ -1,6 +1,6 @@
 // The agent's configuration file.
 
-#include "host/program/agent_config.h"
+#include "host/config/agent_config.h"
 
 #include <algorithm>
 #include <optional>

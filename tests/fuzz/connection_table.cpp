@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/services/proc_net_table.h"
+#include "host/processes/proc_net_table.h"
 #include "tests/fuzz/fuzz_target.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/services/connector_message.h"
+#include "host/processes/connector_message.h"
 #include "tests/fuzz/fuzz_target.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

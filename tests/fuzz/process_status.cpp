@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "host/services/process_status_text.h"
+#include "host/processes/process_status_text.h"
 #include "tests/fuzz/fuzz_target.h"
 
 using ProcessUtils::ProcStatus;

@@ -4,7 +4,7 @@
 
 #include "alarm/command_attribution.h"
 #include "attribution_fixture.h"
-#include "tests/unit/services/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace {
 

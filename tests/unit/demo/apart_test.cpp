@@ -1,4 +1,4 @@
-#include "host/demo/apart.h"
+#include "demo/apart.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,7 +1,7 @@
 // Wirings and findings as a demonstration would have them.
 #pragma once
 
-#include "host/demo/scoreboard.h"
+#include "demo/scoreboard.h"
 
 namespace Host {
 

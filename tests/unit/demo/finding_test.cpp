@@ -1,4 +1,4 @@
-#include "host/demo/finding.h"
+#include "demo/finding.h"
 
 #include <gtest/gtest.h>
 

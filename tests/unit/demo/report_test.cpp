@@ -1,12 +1,12 @@
-#include "host/demo/report.h"
+#include "demo/report.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include "demo/schedule.h"
 #include "demo_fixture.h"
-#include "host/demo/schedule.h"
 
 namespace Host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/demo/scoreboard.h"
+#include "demo/scoreboard.h"
 
 #include <gtest/gtest.h>
 

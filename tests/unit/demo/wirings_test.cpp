@@ -1,4 +1,4 @@
-#include "host/demo/wirings.h"
+#include "demo/wirings.h"
 
 #include <gtest/gtest.h>
 

@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "host/explain/module_in_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/services/child_process.h"
 
 namespace Host {
 namespace {

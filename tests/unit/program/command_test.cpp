@@ -7,13 +7,13 @@
 
 #include "agent/config.h"
 #include "agent/logger.h"
-#include "host/program/config_in_force.h"
-#include "host/program/event_output.h"
+#include "host/base/log_control.h"
+#include "host/config/config_in_force.h"
+#include "host/events/event_output.h"
+#include "host/events/event_queue.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
 #include "host/program/signals.h"
-#include "host/services/event_queue.h"
-#include "host/services/log_control.h"
 #include "tests/support/temporary_directory.h"
 
 namespace Host {

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "host/services/descriptor.h"
+#include "host/base/descriptor.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <set>
 #include <sstream>
 
-#include "host/services/status_board.h"
-#include "host/services/task_control.h"
+#include "host/system/status_board.h"
+#include "host/tasks/task_control.h"
 #include "real_module.h"
 
 namespace {

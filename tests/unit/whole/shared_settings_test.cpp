@@ -5,7 +5,7 @@
 #include <mutex>
 
 #include "agent/config.h"
-#include "host/services/status_board.h"
+#include "host/system/status_board.h"
 #include "real_module.h"
 #include "tests/support/proc_tree.h"
 

@@ -1,4 +1,4 @@
-#include "host/wiring/host_processes.h"
+#include "wiring/host_processes.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,11 +13,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "host/wiring/connections.h"
-#include "host/wiring/wiring.h"
+#include "tests/support/child_process.h"
+#include "tests/support/sitting_process.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/services/child_process.h"
-#include "tests/unit/wiring/sitting_process.h"
+#include "wiring/connections.h"
+#include "wiring/wiring.h"
 
 namespace Host {
 namespace {

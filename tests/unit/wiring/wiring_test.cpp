@@ -1,8 +1,8 @@
-#include "host/wiring/wiring.h"
+#include "wiring/wiring.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/wiring/wiring_fixture.h"
+#include "tests/support/wiring_fixture.h"
 
 namespace Host {
 namespace {

@@ -1,0 +1,23 @@
+#include "demo/schedule.h"
+
+#include <cmath>
+
+namespace Host {
+namespace {
+
+std::string WholeSeconds(double seconds) {
+    return std::to_string(static_cast<int>(std::ceil(seconds))) + " s";
+}
+
+}  // namespace
+
+std::string CountdownText(double seconds) {
+    const double done = std::floor((seconds - firstSweepSeconds) / sweepIntervalSeconds);
+    const double nextSweep = firstSweepSeconds + (std::fmax(done, -1) + 1) * sweepIntervalSeconds;
+    const std::string period = seconds < periodScanSeconds
+                                   ? "period scan in " + WholeSeconds(periodScanSeconds - seconds)
+                                   : "period scan at work";
+    return period + ", short-command sweep in " + WholeSeconds(nextSweep - seconds);
+}
+
+}  // namespace Host

@@ -1,0 +1,107 @@
+#include "demo/wirings.h"
+
+#include <algorithm>
+
+namespace Host {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr uint16_t firstPort = 4441;
+
+// Makes a shell fork, which is what brings it to the instant scan's notice, and does nothing else.
+const std::vector<AttackerLine> oneCommand{{milliseconds(0), "id\n"}};
+
+// Each lives long enough to be looked at on a busy host, they come at the pace of a person, and the program is back at
+// its connection whenever the watcher sweeps. What the first sweep misses is there for the next.
+const std::vector<AttackerLine> typedCommands{{milliseconds(0), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"},
+                                              {milliseconds(9000), "sleep 1.5\n"},
+                                              {milliseconds(2500), "sleep 1.5\n"}};
+
+Expectation By(Detection detection) {
+    return {detection, ""};
+}
+
+Expectation Tampering(const char* operation) {
+    return {Detection::shellFileProtection, operation};
+}
+
+std::vector<WiringPlan> MakeWirings() {
+    return {
+        {"bash-on-socket", "bash whose input and output are a connection", {By(Detection::instantScan)}, oneCommand},
+        {"fifo-waiting-relay",
+         "bash behind a named pipe; a relay waits on the connection",
+         {By(Detection::instantScan)},
+         oneCommand},
+        {"fifo-polling-relay",
+         "bash behind a named pipe; a relay polls the connection",
+         {By(Detection::periodScan)},
+         oneCommand},
+        {"two-relays", "bash two relays away from the connection", {By(Detection::periodScan)}, oneCommand},
+        {"terminal-relay",
+         "bash on a pseudo-terminal whose owner holds the connection",
+         {By(Detection::instantScan)},
+         oneCommand},
+        {"short-commands",
+         "a program that runs commands for the connection",
+         {By(Detection::shortCommandWatcher)},
+         typedCommands},
+        {"renamed-bash",
+         "a copy of bash under another name, on a connection",
+         {Tampering("copy"), By(Detection::instantScan)},
+         oneCommand},
+        {"shell-chmod", "chmod of a shell", {Tampering("attribute")}, {}, true},
+        {"shell-chattr", "chattr of a shell", {Tampering("attribute")}, {}, true},
+        {"shell-rename", "a shell moved away", {Tampering("move")}, {}, true},
+        {"harmless-terminal", "bash on a terminal, without a connection", {}, {}},
+        {"harmless-pipeline", "a pipeline of bash", {}, {}},
+        {"harmless-build", "a script with many short processes, as a build has", {}, {}},
+    };
+}
+
+}  // namespace
+
+const char* DetectionName(Detection detection) {
+    switch (detection) {
+        case Detection::instantScan:
+            return "instant scan";
+        case Detection::shortCommandWatcher:
+            return "short-command watcher";
+        case Detection::periodScan:
+            return "period scan";
+        case Detection::shellFileProtection:
+            break;
+    }
+    return "shell file protection";
+}
+
+std::string ExpectationText(const Expectation& expectation) {
+    const std::string name = DetectionName(expectation.detection);
+    return expectation.operation.empty() ? name : name + " (" + expectation.operation + ")";
+}
+
+const std::vector<WiringPlan>& AllWirings() {
+    static const std::vector<WiringPlan> wirings = MakeWirings();
+    return wirings;
+}
+
+const WiringPlan* FindWiring(const std::string& name) {
+    const auto& all = AllWirings();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const WiringPlan& each) { return each.name == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+uint16_t PortOf(const WiringPlan& plan) {
+    const auto& all = AllWirings();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const WiringPlan& each) { return each.name == plan.name; });
+    return static_cast<uint16_t>(firstPort + (found - all.begin()));
+}
+
+std::string ShellFileOf(const std::string& directory, const std::string& name) {
+    return directory + "/" + name;
+}
+
+}  // namespace Host

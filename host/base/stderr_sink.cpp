@@ -1,0 +1,62 @@
+#include "host/base/stderr_sink.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <string>
+
+namespace Host {
+
+StderrSink::StderrSink(int fd, std::chrono::milliseconds patience) : fd_(fd), patience_(patience) {}
+
+void StderrSink::sink_it_(const spdlog::details::log_msg& message) {
+    std::string text;
+    if (midLine_) {
+        text += '\n';
+    }
+    if (dropped_ != 0) {
+        text += '(' + std::to_string(dropped_) + " lines of the log were lost here: standard error was not read)\n";
+    }
+    spdlog::memory_buf_t line;
+    formatter_->format(message, line);
+    text.append(line.data(), line.size());
+    if (Write(text)) {
+        dropped_ = 0;
+    } else {
+        ++dropped_;
+    }
+}
+
+bool StderrSink::Write(std::string_view text) {
+    while (!text.empty()) {
+        if (!AwaitRoom()) {
+            return false;
+        }
+        // A pipe that can be written to has room for so much, so that the write itself does not wait.
+        const ssize_t count = ::write(fd_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
+            continue;
+        }
+        if (count <= 0) {
+            return false;
+        }
+        midLine_ = text[static_cast<size_t>(count) - 1] != '\n';
+        text.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
+}
+
+bool StderrSink::AwaitRoom() const {
+    pollfd room{fd_, POLLOUT, 0};
+    const int patience = dropped_ != 0 ? 0 : static_cast<int>(patience_.count());
+    int ready = 0;
+    do {
+        ready = ::poll(&room, 1, patience);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+}  // namespace Host

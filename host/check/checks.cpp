@@ -1,0 +1,39 @@
+#include "host/check/checks.h"
+
+#include "agent/logger.h"
+#include "host/check/confinement.h"
+#include "host/check/kernel.h"
+#include "host/check/kernel_stack.h"
+#include "host/check/rights.h"
+#include "host/check/setup.h"
+
+namespace Host {
+
+void CheckHost(const AgentConfig& config, CheckReport& report) {
+    CheckLocation(report);
+    CheckUser(report);
+    CheckCapabilities(report);
+    CheckNamespaces(report);
+    CheckHidepid(report);
+    CheckYama(report);
+    CheckLockdown(report);
+    CheckOthersDescriptors(report);
+    CheckKernelWaits(report);
+    CheckProcessEvents(report);
+    CheckConnectionTables(report);
+    CheckInotify(report);
+    CheckFanotify(report);
+    const auto etc = config.settings.find("TAVORIN_ETC");
+    CheckShellFlags(CheckShellLists(etc == config.settings.end() ? "" : etc->second, "/etc/shells", report), report);
+}
+
+void LogBlindDetections(const AgentConfig& config) {
+    CheckReport report;
+    CheckHost(config, report);
+    for (const BlindDetection& detection : BlindDetections(report.Lacking(), config)) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "check_host", __LINE__, "blind: %s: because %s",
+                       detection.name.c_str(), detection.reason.c_str());
+    }
+}
+
+}  // namespace Host

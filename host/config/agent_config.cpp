@@ -1,0 +1,173 @@
+#include "host/config/agent_config.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/base/descriptor.h"
+#include "host/base/error_text.h"
+#include "host/config/config_section.h"
+#include "host/config/config_text.h"
+#include "host/config/module_section.h"
+
+namespace Host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t maxFileBytes = size_t{1024} * 1024;
+constexpr size_t maxSinks = 16;
+constexpr int64_t maxPerMinuteLimit = 1000000;
+
+void ReadSettings(const Section& section, AgentConfig& config) {
+    for (const auto& [key, value] : section.Value().items()) {
+        const std::string path = MemberPath(section.Path(), key);
+        if (!value.is_string()) {
+            throw ConfigError(path, ShowValue(value), "a string", "Put the value in double quotes.");
+        }
+        config.settings[key] = value.get<std::string>();
+    }
+}
+
+SinkSpec ReadSink(const Section& section) {
+    const Json* type = section.Find("type");
+    if (type == nullptr || (*type != "stdout" && *type != "file")) {
+        throw ConfigError(MemberPath(section.Path(), "type"), type == nullptr ? "nothing" : ShowValue(*type),
+                          "\"stdout\" or \"file\"",
+                          "Write {\"type\":\"stdout\"} or {\"type\":\"file\",\"path\":\"/...\"}.");
+    }
+    if (*type == "stdout") {
+        section.AllowOnly({"type"});
+        return SinkSpec{};
+    }
+    section.AllowOnly({"type", "path"});
+    const Json* path = section.Find("path");
+    const std::string text = path != nullptr && path->is_string() ? path->get<std::string>() : "";
+    if (text.empty() || text.front() != '/' || text.back() == '/' || text.find('\0') != std::string::npos) {
+        throw ConfigError(MemberPath(section.Path(), "path"), path == nullptr ? "nothing" : ShowValue(*path),
+                          "the absolute path of a file", "Write the whole path, beginning with \"/\".");
+    }
+    return SinkSpec{SinkType::file, text};
+}
+
+void ReadSinks(const Section& events, AgentConfig& config) {
+    const Json* sinks = events.Find("sinks");
+    if (sinks == nullptr) {
+        return;
+    }
+    const std::string path = MemberPath(events.Path(), "sinks");
+    if (!sinks->is_array() || sinks->empty() || sinks->size() > maxSinks) {
+        throw ConfigError(path, sinks->is_array() ? std::to_string(sinks->size()) + " sinks" : ShowValue(*sinks),
+                          "an array of 1 to 16 sinks", "Write for example [{\"type\":\"stdout\"}].");
+    }
+    config.sinks.clear();
+    for (size_t i = 0; i < sinks->size(); ++i) {
+        config.sinks.push_back(ReadSink(Section((*sinks)[i], ElementPath(path, i))));
+    }
+}
+
+void ReadEvents(const Section& section, AgentConfig& config) {
+    section.AllowOnly({"perMinuteLimit", "sinks"});
+    config.perMinuteLimit =
+        static_cast<unsigned int>(section.Integer("perMinuteLimit", 0, maxPerMinuteLimit, "Write 0 for no limit.")
+                                      .value_or(config.perMinuteLimit));
+    ReadSinks(section, config);
+}
+
+void ReadLog(const Section& section, AgentConfig& config) {
+    section.AllowOnly({"level", "target"});
+    const std::optional<int64_t> level = section.Integer(
+        "level", LOG_LEVEL_DETAIL, LOG_LEVEL_ERROR, "Write 0 for detail, 1 for info, 2 for warnings, 3 for errors.");
+    if (level) {
+        config.logLevel = static_cast<LogLevel>(*level);
+    }
+    const Json* target = section.Find("target");
+    if (target != nullptr && *target != "stderr") {
+        throw ConfigError(MemberPath(section.Path(), "target"), ShowValue(*target), "\"stderr\"",
+                          "Direct standard error to where the log is wanted.");
+    }
+}
+
+AgentConfig ReadRoot(const Json& value) {
+    AgentConfig config;
+    const Section root(value, "");
+    root.AllowOnly({"module", "settings", "events", "log"});
+    if (const std::optional<Section> module = root.Child("module")) {
+        ReadModuleSection(module->Value(), config);
+    }
+    if (const std::optional<Section> settings = root.Child("settings")) {
+        ReadSettings(*settings, config);
+    }
+    if (const std::optional<Section> events = root.Child("events")) {
+        ReadEvents(*events, config);
+    }
+    if (const std::optional<Section> log = root.Child("log")) {
+        ReadLog(*log, config);
+    }
+    return config;
+}
+
+bool ReadText(const std::string& file, std::string& text, std::string& error) {
+    const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!opened.IsOpen() || ::fstat(opened.Get(), &status) != 0) {
+        error = file + ": cannot be opened: " + ErrorText(errno) + ". Name an existing configuration file that this " +
+                "user may read.";
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = file + ": found something that is not a regular file, expected a file with JSON in it. Name that.";
+        return false;
+    }
+    text.resize(maxFileBytes + 1);
+    size_t filled = 0;
+    while (filled < text.size()) {
+        const ssize_t count = ::read(opened.Get(), text.data() + filled, text.size() - filled);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            error = file + ": cannot be read: " + ErrorText(errno) + ". Check the file and the disk it is on.";
+            return false;
+        }
+        if (count == 0) {
+            break;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    if (filled > maxFileBytes) {
+        error = file + ": found more than 1 MiB, expected at most 1 MiB. Name a configuration file, or shorten it.";
+        return false;
+    }
+    text.resize(filled);
+    return true;
+}
+
+}  // namespace
+
+std::optional<AgentConfig> ParseAgentConfig(const std::string& text, const std::string& file, std::string& error) {
+    Json value;
+    if (!ParseConfigText(text, file, value, error)) {
+        return std::nullopt;
+    }
+    try {
+        return ReadRoot(value);
+    } catch (const ConfigError& problem) {
+        error = file + ": " + problem.what();
+        return std::nullopt;
+    }
+}
+
+std::optional<AgentConfig> ReadAgentConfig(const std::string& file, std::string& error) {
+    std::string text;
+    if (!ReadText(file, text, error)) {
+        return std::nullopt;
+    }
+    return ParseAgentConfig(text, file, error);
+}
+
+}  // namespace Host

@@ -1,0 +1,32 @@
+#include "host/config/config_in_force.h"
+
+#include <mutex>
+#include <unordered_map>
+
+#include "agent/config.h"
+#include "host/base/log_control.h"
+#include "host/events/event_queue.h"
+
+namespace Host {
+
+std::optional<AgentConfig> LoadConfig(const std::optional<std::string>& file, std::string& error) {
+    return file ? ReadAgentConfig(*file, error) : AgentConfig();
+}
+
+void ApplyToProcess(const AgentConfig& config, LogLevel levelByDefault) {
+    SetLogLevel(config.logLevel.value_or(levelByDefault));
+    {
+        TavUtils::Config& settings = TavUtils::Config::GetInstance();
+        const std::lock_guard<TavUtils::Config> guard(settings);
+        std::unordered_map<std::string, std::string>& map = settings.GetConfigMap<std::string>();
+        map.clear();
+        map.insert(config.settings.begin(), config.settings.end());
+    }
+    EventQueue::Instance().SetPerMinuteLimit(config.perMinuteLimit);
+    for (const std::string& warning : config.warnings) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "config_in_force", __LINE__, "configuration: %s",
+                       warning.c_str());
+    }
+}
+
+}  // namespace Host

@@ -1,0 +1,113 @@
+#include "host/detector/module.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "agent/files.h"
+#include "host/base/error_text.h"
+
+namespace Host {
+namespace {
+
+constexpr const char* fileName = "/liborlim_detect-shell.so";
+constexpr const char* remedy = ". Install the module there, or name it with --module FILE.";
+
+std::string DirectoryOfProgram() {
+    const std::string program = TavUtils::FileAttribute::GetRealLink("/proc/self/exe");
+    const size_t slash = program.rfind('/');
+    return slash == std::string::npos ? "" : program.substr(0, slash);
+}
+
+// A path that dlopen cannot take for a name to look up in the system's own directories.
+std::string Canonical(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? resolved.get() : "";
+}
+
+bool IsRegularFile(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+template <typename Entry>
+void Resolve(void* handle, const char* name, Entry& entry, std::string& missing) {
+    entry = reinterpret_cast<Entry>(::dlsym(handle, name));
+    if (entry == nullptr) {
+        missing += missing.empty() ? name : std::string(", ") + name;
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> ModulePlaces() {
+    std::vector<std::string> places;
+    const std::string own = DirectoryOfProgram();
+    if (!own.empty()) {
+        places = {own, own + "/../lib", own + "/" ORLIM_RELATIVE_MODULE_DIR};
+    }
+    places.emplace_back(ORLIM_MODULE_DIR);
+    return places;
+}
+
+std::string FindModule(const std::optional<std::string>& named, const std::vector<std::string>& places,
+                       std::string& error) {
+    if (named) {
+        std::string path = Canonical(*named);
+        if (path.empty()) {
+            error = "module " + *named + " cannot be found: " + ErrorText(errno) +
+                    ". Name an existing file with --module FILE.";
+        }
+        return path;
+    }
+    std::string tried;
+    for (const std::string& place : places) {
+        const std::string path = place + fileName;
+        if (IsRegularFile(path)) {
+            return Canonical(path);
+        }
+        tried += (tried.empty() ? "" : ", ") + path;
+    }
+    error = "the module is in none of the places tried: " + tried + remedy;
+    return "";
+}
+
+std::optional<Module> Module::Load(const std::string& path, std::string& error) {
+    void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        const char* why = ::dlerror();
+        error = "module " + path + " cannot be loaded: " + (why == nullptr ? "unknown reason" : why) +
+                ". Use the module that belongs to this agent's version.";
+        return std::nullopt;
+    }
+    Module module(handle);
+    std::string missing;
+    Resolve(handle, "InitModule", module.entries_.init, missing);
+    Resolve(handle, "StartModule", module.entries_.start, missing);
+    Resolve(handle, "StopModule", module.entries_.stop, missing);
+    Resolve(handle, "DeinitModule", module.entries_.deinit, missing);
+    if (!missing.empty()) {
+        error = "module " + path + " lacks the entries " + missing + ". Use the module that belongs to this agent.";
+        return std::nullopt;
+    }
+    return module;
+}
+
+std::optional<Module> Module::FindAndLoad(const std::optional<std::string>& named, std::string& error) {
+    const std::string path = FindModule(named, ModulePlaces(), error);
+    return path.empty() ? std::nullopt : Load(path, error);
+}
+
+Module::~Module() {
+    if (handle_ != nullptr) {
+        ::dlclose(handle_);
+    }
+}
+
+Module::Module(Module&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)), entries_(other.entries_) {}
+
+}  // namespace Host

@@ -1,0 +1,51 @@
+#include "host/events/event_output.h"
+
+#include <chrono>
+
+#include "agent/logger.h"
+#include "host/events/event_queue.h"
+
+namespace Host {
+namespace {
+
+constexpr std::chrono::seconds drainPatience{10};
+
+}  // namespace
+
+EventOutput::~EventOutput() {
+    Stop();
+}
+
+void EventOutput::Start(const std::vector<SinkSpec>& sinks) {
+    sinks_.RequestSinks(sinks);
+    EventQueue::Instance().Start([this](std::string_view line) { sinks_.Write(line); },
+                                 [this] { return sinks_.Tend(); });
+    running_ = true;
+}
+
+void EventOutput::SetSinks(const std::vector<SinkSpec>& sinks) {
+    sinks_.RequestSinks(sinks);
+    EventQueue::Instance().Wake();
+}
+
+void EventOutput::Reopen() {
+    sinks_.RequestReopen();
+    EventQueue::Instance().Wake();
+}
+
+bool EventOutput::Stop() {
+    if (!running_) {
+        return true;
+    }
+    running_ = false;
+    if (!EventQueue::Instance().Stop(drainPatience)) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "event_output", __LINE__,
+                       "the queued events could not be written within %lld seconds; they are lost",
+                       static_cast<long long>(drainPatience.count()));
+        return false;
+    }
+    lost_ = sinks_.Finish();
+    return true;
+}
+
+}  // namespace Host

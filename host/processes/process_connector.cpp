@@ -1,0 +1,197 @@
+#include "host/processes/process_connector.h"
+
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/connector.h>
+#include <linux/filter.h>
+#include <poll.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+namespace Host {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds ackPatience(500);
+
+std::string Failure(const char* what, int error) {
+    return std::string(what) + ": " + std::strerror(error);
+}
+
+// Bursts of thousands of processes a second have to fit while the agent itself waits for a processor.
+void EnlargeReceiveBuffer(int fd) {
+    constexpr int wanted = 64 << 20;
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &wanted, sizeof(wanted)) != 0) {
+        // Without the right to exceed it, the kernel grants its own limit instead of refusing.
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &wanted, sizeof(wanted));
+    }
+}
+
+// Exits, new sessions, new names and credentials together outnumber forks and execs. Dropped in the kernel, they
+// neither fill the receive buffer nor wake the reader.
+bool AttachFilter(int fd) {
+    constexpr uint32_t whatOffset = sizeof(nlmsghdr) + sizeof(cn_msg) + offsetof(proc_event, what);
+    constexpr uint32_t everything = 0xffffffff;
+    // The load turns network order into host order; the kernel writes the field in host order.
+    const std::array<sock_filter, 6> program{{
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, whatOffset},
+        {BPF_JMP | BPF_JEQ | BPF_K, 3, 0, htonl(proc_event::PROC_EVENT_FORK)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 2, 0, htonl(proc_event::PROC_EVENT_EXEC)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, htonl(proc_event::PROC_EVENT_NONE)},
+        {BPF_RET | BPF_K, 0, 0, 0},
+        {BPF_RET | BPF_K, 0, 0, everything},
+    }};
+    const sock_fprog filter{program.size(), const_cast<sock_filter*>(program.data())};
+    return setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) == 0;
+}
+
+// The kernel sends its answer to every listener, so it has to be told from answers to others.
+uint32_t UnlikelyNumber() {
+    uint32_t number = 0;
+    if (getrandom(&number, sizeof(number), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(number))) {
+        number = static_cast<uint32_t>(steady_clock::now().time_since_epoch().count());
+    }
+    return number;
+}
+
+}  // namespace
+
+ProcessConnector::~ProcessConnector() {
+    Close();
+}
+
+std::string ProcessConnector::Open() {
+    std::string why = Prepare();
+    if (why.empty()) {
+        const uint32_t number = UnlikelyNumber();
+        asked_ = Send(PROC_CN_MCAST_LISTEN, number);
+        why = asked_ ? AwaitAck(number + 1) : Failure("the kernel does not take the request for process events", errno);
+    }
+    if (!why.empty()) {
+        Close();
+    }
+    return why;
+}
+
+std::string ProcessConnector::Prepare() {
+    socket_ = mnl_socket_open2(NETLINK_CONNECTOR, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (socket_ == nullptr) {
+        return Failure("the kernel offers no connector socket", errno);
+    }
+    const int fd = mnl_socket_get_fd(socket_);
+    EnlargeReceiveBuffer(fd);
+    // Before the socket joins the group: what comes in earlier is not filtered afterwards.
+    if (!AttachFilter(fd)) {
+        return Failure("the kernel does not take the filter of the connector socket", errno);
+    }
+    if (mnl_socket_bind(socket_, CN_IDX_PROC, MNL_SOCKET_AUTOPID) != 0) {
+        return Failure("the kernel does not let this process listen to the process connector", errno);
+    }
+    return {};
+}
+
+std::string ProcessConnector::AwaitAck(uint32_t number) {
+    const auto deadline = steady_clock::now() + ackPatience;
+    ConnectorBatch batch;
+    for (;;) {
+        const Received received = Receive(batch);
+        if (received.error != 0) {
+            return Failure("the process connector cannot be read", received.error);
+        }
+        for (const ConnectorAck& ack : batch.acks) {
+            if (ack.number == number) {
+                return ack.error == 0
+                           ? std::string()
+                           : Failure("the kernel refuses to send process events", static_cast<int>(ack.error));
+            }
+        }
+        batch.acks.clear();
+        batch.events.clear();
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        if (left <= milliseconds::zero()) {
+            return "the kernel does not answer the request for process events (it ignores those from outside the "
+                   "initial "
+                   "PID and user namespaces and those without CAP_NET_ADMIN, and all if built without "
+                   "CONFIG_PROC_EVENTS)";
+        }
+        pollfd waiting{mnl_socket_get_fd(socket_), POLLIN, 0};
+        poll(&waiting, 1, static_cast<int>(left.count()));
+    }
+}
+
+bool ProcessConnector::Send(uint32_t operation, uint32_t ack) {
+    alignas(nlmsghdr) std::array<char, 128> buffer{};
+    nlmsghdr* const header = mnl_nlmsg_put_header(buffer.data());
+    header->nlmsg_type = NLMSG_DONE;
+    cn_msg message{};
+    message.id.idx = CN_IDX_PROC;
+    message.id.val = CN_VAL_PROC;
+    message.ack = ack;
+    message.len = sizeof(operation);
+    char* const payload = static_cast<char*>(mnl_nlmsg_put_extra_header(header, sizeof(message) + sizeof(operation)));
+    std::memcpy(payload, &message, sizeof(message));
+    std::memcpy(payload + sizeof(message), &operation, sizeof(operation));
+    return mnl_socket_sendto(socket_, header, header->nlmsg_len) >= 0;
+}
+
+void ProcessConnector::Close() {
+    if (socket_ == nullptr) {
+        return;
+    }
+    if (asked_) {
+        // Older kernels count listeners and do not notice when one goes.
+        Send(PROC_CN_MCAST_IGNORE, 0);
+        asked_ = false;
+    }
+    mnl_socket_close(socket_);
+    socket_ = nullptr;
+}
+
+int ProcessConnector::Descriptor() const {
+    return mnl_socket_get_fd(socket_);
+}
+
+uint32_t ProcessConnector::Address() const {
+    return mnl_socket_get_portid(socket_);
+}
+
+ProcessConnector::Received ProcessConnector::Receive(ConnectorBatch& batch) {
+    constexpr int datagramsPerCall = 512;
+    Received received;
+    alignas(nlmsghdr) std::array<char, 8192> buffer;
+    for (int i = 0; i < datagramsPerCall; ++i) {
+        // libmnl's own receive does not tell who has sent.
+        sockaddr_nl sender{};
+        iovec part{buffer.data(), buffer.size()};
+        msghdr envelope{};
+        envelope.msg_name = &sender;
+        envelope.msg_namelen = sizeof(sender);
+        envelope.msg_iov = &part;
+        envelope.msg_iovlen = 1;
+        const ssize_t size = recvmsg(Descriptor(), &envelope, MSG_DONTWAIT);
+        if (size >= 0) {
+            // Any privileged process can write to this socket; only the kernel has the address 0.
+            if (envelope.msg_namelen == sizeof(sender) && sender.nl_pid == 0) {
+                ParseConnectorDatagram(buffer.data(), static_cast<size_t>(size), batch);
+            }
+        } else if (errno == ENOBUFS) {
+            ++received.losses;
+        } else if (errno == EAGAIN) {
+            break;
+        } else if (errno != EINTR) {
+            received.error = errno;
+            break;
+        }
+    }
+    return received;
+}
+
+}  // namespace Host

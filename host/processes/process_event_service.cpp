@@ -1,0 +1,194 @@
+#include "host/processes/process_event_service.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "agent/logger.h"
+#include "host/base/thread_name.h"
+
+namespace Host {
+
+namespace {
+
+constexpr int retryPauseMs = 1000;
+
+// Of which library, and where in it, so that addr2line names the function.
+void ReportLaggard(const EventDispatcher::Laggard& laggard) {
+    const auto address = reinterpret_cast<uintptr_t>(laggard.callback);
+    Dl_info library{};
+    std::string name("an unknown library");
+    if (dladdr(reinterpret_cast<void*>(laggard.callback), &library) != 0 && library.dli_fname != nullptr) {
+        name = std::filesystem::path(library.dli_fname).filename();
+    }
+    const auto offset = static_cast<unsigned long>(address - reinterpret_cast<uintptr_t>(library.dli_fbase));
+    // The kernel's time stamps are of the same clock.
+    const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
+    const std::chrono::nanoseconds behind = now - std::chrono::nanoseconds(laggard.oldestEventNs);
+    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                   "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
+                   "missed so far: %llu",
+                   name.c_str(), offset, laggard.threadName.c_str(),
+                   static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
+                   static_cast<unsigned long long>(laggard.overflowed));
+}
+
+}  // namespace
+
+ProcessEventService& ProcessEventService::Instance() {
+    static auto* const service = new ProcessEventService;
+    return *service;
+}
+
+bool ProcessEventService::Add(Callback callback) {
+    if (callback == nullptr) {
+        return false;
+    }
+    std::unique_lock lock(mutex_);
+    if (dispatcher_.OnOwnThread()) {
+        // Nothing stops while a callback is being called.
+        return AddToDispatcher(callback);
+    }
+    changed_.wait(lock, [this] { return !changing_; });
+    const bool added = AddToDispatcher(callback);
+    if (running_) {
+        return added;
+    }
+    changing_ = true;
+    lock.unlock();
+    const bool started = Start();
+    lock.lock();
+    running_ = started;
+    changing_ = false;
+    changed_.notify_all();
+    return started;
+}
+
+void ProcessEventService::Remove(Callback callback) {
+    dispatcher_.Remove(callback);
+    if (dispatcher_.OnOwnThread()) {
+        return;
+    }
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [this] { return !changing_; });
+        if (!running_ || dispatcher_.HasCallbacks()) {
+            return;
+        }
+        if (dispatcher_.Idle()) {
+            break;
+        }
+        lock.unlock();
+        dispatcher_.AwaitIdle();
+        lock.lock();
+    }
+    changing_ = true;
+    lock.unlock();
+    Stop();
+    lock.lock();
+    running_ = false;
+    changing_ = false;
+    changed_.notify_all();
+}
+
+ProcessEventCounters ProcessEventService::Count() const {
+    const EventDispatcher::Counters dispatched = dispatcher_.Count();
+    return {received_, dispatched.delivered, dispatched.overflowed, kernelLosses_, dispatched.queued};
+}
+
+bool ProcessEventService::AddToDispatcher(Callback callback) {
+    try {
+        dispatcher_.Add(callback);
+        return true;
+    } catch (const std::system_error& error) {
+        if (threadPacer_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
+                           "a callback gets no process events until there is a thread for it: %s", error.what());
+        }
+        return false;
+    }
+}
+
+bool ProcessEventService::Start() {
+    const std::string why = TryStart();
+    if (why.empty()) {
+        return true;
+    }
+    Stop();
+    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                   "no process events: %s; a new process is seen by the next periodic scan only, and not at all if it "
+                   "ends before; run the agent with CAP_NET_ADMIN in the host's own PID, user and network namespaces",
+                   why.c_str());
+    return false;
+}
+
+std::string ProcessEventService::TryStart() {
+    try {
+        connector_ = std::make_unique<ProcessConnector>();
+        std::string why = connector_->Open();
+        if (!why.empty()) {
+            return why;
+        }
+        stopSignal_ = std::make_unique<WakeSignal>();
+        dispatcher_.Start();
+        reader_ = std::thread([this] { ReadEvents(); });
+        return {};
+    } catch (const std::system_error& error) {
+        return error.what();
+    }
+}
+
+void ProcessEventService::Stop() {
+    if (reader_.joinable()) {
+        stopSignal_->Raise();
+        reader_.join();
+    }
+    dispatcher_.Stop();
+    stopSignal_.reset();
+    connector_.reset();
+}
+
+void ProcessEventService::ReadEvents() {
+    NameThisThread("proc-events-rd");
+    ConnectorBatch batch;
+    for (;;) {
+        std::array<pollfd, 2> waiting{{{connector_->Descriptor(), POLLIN, 0}, {stopSignal_->Descriptor(), POLLIN, 0}}};
+        poll(waiting.data(), waiting.size(), -1);
+        if (waiting[1].revents != 0) {
+            return;
+        }
+        batch.events.clear();
+        batch.acks.clear();
+        const ProcessConnector::Received received = connector_->Receive(batch);
+        received_ += batch.events.size();
+        kernelLosses_ += received.losses;
+        ReportKernelLosses(received.losses);
+        for (const EventDispatcher::Laggard& laggard : dispatcher_.Push(batch.events)) {
+            ReportLaggard(laggard);
+        }
+        if (received.error != 0) {
+            if (errorPacer_.MayLog()) {
+                LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
+                               "the process connector cannot be read and is tried again: %s",
+                               std::strerror(received.error));
+            }
+            // Not at once: what ails the socket may last.
+            poll(&waiting[1], 1, retryPauseMs);
+        }
+    }
+}
+
+void ProcessEventService::ReportKernelLosses(unsigned int losses) {
+    if (losses != 0 && kernelLossPacer_.MayLog()) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
+                       "the kernel has dropped process events, %llu times since the start: its buffer was full",
+                       static_cast<unsigned long long>(kernelLosses_.load()));
+    }
+}
+
+}  // namespace Host

@@ -1,0 +1,98 @@
+#include "host/processes/process_status_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+
+namespace Host {
+
+namespace {
+
+template <typename Number>
+bool ParseNumber(std::string_view& text, Number& number) {
+    const size_t begin = text.find_first_not_of(" \t");
+    if (begin == std::string_view::npos) {
+        return false;
+    }
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data() + begin, end, number);
+    if (result.ec != std::errc()) {
+        return false;
+    }
+    text.remove_prefix(static_cast<size_t>(result.ptr - text.data()));
+    return true;
+}
+
+bool ParseIds(std::string_view text, uint32_t (&ids)[4]) {
+    return std::all_of(std::begin(ids), std::end(ids), [&text](uint32_t& id) { return ParseNumber(text, id); });
+}
+
+void CopyName(std::string_view text, char (&name)[64]) {
+    if (!text.empty() && text.front() == '\t') {
+        text.remove_prefix(1);
+    }
+    const size_t length = std::min(text.size(), sizeof(name) - 1);
+    std::memcpy(name, text.data(), length);
+    std::memset(name + length, 0, sizeof(name) - length);
+}
+
+// False for a line of one of the record's fields that is not in the kernel's form.
+bool ParseLine(std::string_view key, std::string_view value, ProcessUtils::ProcStatus& status) {
+    if (key == "Name") {
+        CopyName(value, status.name);
+        return true;
+    }
+    if (key == "Tgid") {
+        return ParseNumber(value, status.tgid);
+    }
+    if (key == "Pid") {
+        return ParseNumber(value, status.pid);
+    }
+    if (key == "PPid") {
+        return ParseNumber(value, status.ppid);
+    }
+    if (key == "TracerPid") {
+        return ParseNumber(value, status.tracerPid);
+    }
+    if (key == "Uid") {
+        return ParseIds(value, status.uids);
+    }
+    if (key == "Gid") {
+        return ParseIds(value, status.gids);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ParseProcessStatus(std::string_view text, ProcessUtils::ProcStatus& status) {
+    ProcessUtils::ProcStatus parsed = status;
+    bool hasPid = false;
+    bool hasParent = false;
+    for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        const std::string_view line = text.substr(0, end);
+        text.remove_prefix(end + 1);
+        const size_t colon = line.find(':');
+        if (colon == std::string_view::npos) {
+            continue;
+        }
+        const std::string_view key = line.substr(0, colon);
+        if (!ParseLine(key, line.substr(colon + 1), parsed)) {
+            return false;
+        }
+        hasPid = hasPid || key == "Pid";
+        hasParent = hasParent || key == "PPid";
+        if (key == "Gid") {
+            break;
+        }
+    }
+    if (!hasPid || !hasParent) {
+        return false;
+    }
+    status = parsed;
+    return true;
+}
+
+}  // namespace Host

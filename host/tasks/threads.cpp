@@ -1,0 +1,158 @@
+#include "agent/threads.h"
+
+#include <limits.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include "agent/logger.h"
+#include "host/base/thread_name.h"
+#include "host/tasks/thread_stop.h"
+
+namespace {
+
+struct ThreadStart {
+    void* (*entry)(void*);
+    void* argument;
+    std::string name;
+    std::shared_ptr<const Host::WakeSignal> stop;
+};
+
+struct StartedThread {
+    pthread_t thread;
+    std::shared_ptr<const Host::WakeSignal> stop;
+};
+
+struct ThreadTable {
+    std::mutex mutex;
+    std::map<unsigned long, StartedThread> threads;
+    unsigned long lastHandle = 0;
+};
+
+// Never destroyed: threads of a module may still run while the process exits.
+ThreadTable& Table() {
+    static auto* const table = new ThreadTable;
+    return *table;
+}
+
+thread_local const Host::WakeSignal* stopOfThisThread = nullptr;
+
+// Null where the process has no descriptor left: the thread then goes without.
+std::shared_ptr<const Host::WakeSignal> MakeStop() {
+    try {
+        return std::make_shared<Host::WakeSignal>();
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+}
+
+void* RunThread(void* argument) {
+    const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(argument));
+    stopOfThisThread = start->stop.get();
+    Host::NameThisThread(start->name);
+    // The agent outlives whatever a module throws at it.
+    try {
+        return start->entry(start->argument);
+    } catch (const std::exception& error) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed: %s", start->name.c_str(),
+                       error.what());
+    } catch (...) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed with an unknown exception",
+                       start->name.c_str());
+    }
+    return nullptr;
+}
+
+// The stack's size as pthread_attr_setstacksize takes it; 0 if the address space cannot hold it.
+size_t StackSize(unsigned int stackBytes) {
+    const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    const uint64_t rounded = (stackBytes + page - 1) / page * page;
+    const uint64_t size = std::max<uint64_t>(rounded, static_cast<uint64_t>(PTHREAD_STACK_MIN));
+    return size <= std::numeric_limits<size_t>::max() ? static_cast<size_t>(size) : 0;
+}
+
+int StartThread(pthread_t& thread, size_t stackSize, std::unique_ptr<ThreadStart> start) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0) {
+        return error;
+    }
+    error = pthread_attr_setstacksize(&attributes, stackSize);
+    if (error == 0) {
+        error = pthread_create(&thread, &attributes, RunThread, start.get());
+    }
+    if (error == 0) {
+        // The new thread owns the record.
+        static_cast<void>(start.release());
+    }
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
+}  // namespace
+
+const Host::WakeSignal* Host::ThisThreadsStop() {
+    return stopOfThisThread;
+}
+
+unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
+                                 const std::string& name) {
+    if (entry == nullptr) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s has no entry: refused",
+                       name.c_str());
+        return 0;
+    }
+    const std::shared_ptr<const Host::WakeSignal> stop = MakeStop();
+    auto start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name, stop});
+    ThreadTable& table = Table();
+    // Held while the thread starts, so that the thread finds itself in the table whatever it does first.
+    const std::lock_guard lock(table.mutex);
+    pthread_t thread{};
+    const int error = StartThread(thread, StackSize(stackBytes), std::move(start));
+    if (error != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s cannot start: %s", name.c_str(),
+                       std::strerror(error));
+        return 0;
+    }
+    do {
+        ++table.lastHandle;
+    } while (table.lastHandle == 0 || table.threads.contains(table.lastHandle));
+    table.threads.emplace(table.lastHandle, StartedThread{thread, stop});
+    return table.lastHandle;
+}
+
+int StopHipsThreadEx(unsigned long handle) {
+    ThreadTable& table = Table();
+    StartedThread started{};
+    {
+        const std::lock_guard lock(table.mutex);
+        const auto found = table.threads.find(handle);
+        if (found == table.threads.end() || pthread_equal(found->second.thread, pthread_self()) != 0) {
+            return -1;
+        }
+        started = found->second;
+        table.threads.erase(found);
+    }
+    if (started.stop != nullptr) {
+        started.stop->Raise();
+    }
+    const int error = pthread_join(started.thread, nullptr);
+    if (error != 0) {
+        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %lu cannot be waited for: %s", handle,
+                       std::strerror(error));
+        // Two threads that wait for each other: the refused one may be asked for again.
+        const std::lock_guard lock(table.mutex);
+        table.threads.emplace(handle, started);
+    }
+    return error;
+}

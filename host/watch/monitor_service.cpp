@@ -1,0 +1,226 @@
+#include "host/watch/monitor_service.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <system_error>
+
+#include "agent/logger.h"
+#include "host/base/thread_name.h"
+
+namespace Host {
+
+namespace {
+
+constexpr int retryPauseMs = 1000;
+
+using std::chrono::steady_clock;
+
+const char* TextOf(const std::optional<std::string>& path) {
+    return path ? path->c_str() : nullptr;
+}
+
+}  // namespace
+
+MonitorService& MonitorService::Instance() {
+    static auto* const service = new MonitorService;
+    return *service;
+}
+
+MonitorService::~MonitorService() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+int MonitorService::Add(const TavUtils::Monitor::FileWatchRule& rule) {
+    if (!rule.callback || !*rule.callback || !IsWatchablePath(rule.path)) {
+        return 0;
+    }
+    const std::lock_guard lock(mutex_);
+    if (!isRunning_ && !Start()) {
+        return 0;
+    }
+    const int handle = NextHandle();
+    // The thread ends by itself if this leaves it without a rule. What a changed set of rules has due, it has to learn.
+    const bool isWatched = monitor_->Add(handle, rule);
+    wake_->Raise();
+    // Who waits for the thread's end waits in vain now.
+    ended_.notify_all();
+    return isWatched ? handle : 0;
+}
+
+int MonitorService::Remove(int handle) {
+    Lock lock(mutex_);
+    if (!monitor_ || !monitor_->Has(handle)) {
+        return -1;
+    }
+    // Kept until the lock is free: the callback's end is its owner's code.
+    const auto callback = monitor_->ListenerOf(handle);
+    monitor_->Remove(handle);
+    wake_->Raise();
+    if (runner_ == std::this_thread::get_id()) {
+        lock.unlock();
+        return 0;
+    }
+    if (handleCalled_ == handle) {
+        callEnded_.wait(lock, [this, ended = callsEnded_] { return callsEnded_ != ended; });
+    }
+    ended_.wait(lock, [this] { return !isRunning_ || !monitor_->IsEmpty(); });
+    if (!isRunning_ && thread_.joinable()) {
+        thread_.join();
+    }
+    lock.unlock();
+    return 0;
+}
+
+bool MonitorService::Start() {
+    try {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        auto monitor = std::make_unique<FileMonitor>();
+        const int error = monitor->Open();
+        if (error != 0) {
+            throw std::system_error(error, std::system_category(),
+                                    error == EMFILE ? "inotify (see fs.inotify.max_user_instances)" : "inotify");
+        }
+        wake_ = std::make_unique<WakeSignal>();
+        mounts_ = Descriptor(open("/proc/thread-self/mountinfo", O_RDONLY | O_CLOEXEC));
+        monitor_ = std::move(monitor);
+        thread_ = std::thread([this] { Run(); });
+        runner_ = thread_.get_id();
+        isRunning_ = true;
+        return true;
+    } catch (const std::system_error& error) {
+        monitor_.reset();
+        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "no path can be watched: %s", error.what());
+        return false;
+    }
+}
+
+int MonitorService::NextHandle() {
+    do {
+        lastHandle_ = lastHandle_ == std::numeric_limits<int>::max() ? 1 : lastHandle_ + 1;
+    } while (monitor_->Has(lastHandle_));
+    return lastHandle_;
+}
+
+void MonitorService::Run() {
+    NameThisThread("file-monitor");
+    Lock lock(mutex_);
+    while (!monitor_->IsEmpty()) {
+        std::vector<ChangeReport> reports;
+        Wait(lock);
+        const auto now = steady_clock::now();
+        const bool isQuiet = IsQuiet();
+        if (!isQuiet) {
+            HandleEvents(lock);
+        }
+        monitor_->Tick(isQuiet ? now : steady_clock::now(), isQuiet, reports);
+        Deliver(lock, reports);
+    }
+    monitor_.reset();
+    wake_.reset();
+    mounts_.Close();
+    runner_ = std::thread::id();
+    isRunning_ = false;
+    ended_.notify_all();
+}
+
+// True if no event waits.
+bool MonitorService::IsQuiet() const {
+    pollfd events{monitor_->PollDescriptor(), POLLIN, 0};
+    return poll(&events, 1, 0) == 0;
+}
+
+// Until an event comes, or something is due.
+void MonitorService::Wait(Lock& lock) {
+    std::array<pollfd, 3> waiting{
+        {{monitor_->PollDescriptor(), POLLIN, 0}, {wake_->Descriptor(), POLLIN, 0}, {mounts_.Get(), POLLPRI, 0}}};
+    int timeoutMs = -1;
+    if (const auto due = monitor_->Due()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - steady_clock::now()).count();
+        timeoutMs = static_cast<int>(std::clamp<decltype(left)>(left, 0, retryPauseMs));
+    }
+    lock.unlock();
+    poll(waiting.data(), waiting.size(), timeoutMs);
+    lock.lock();
+    if (waiting[1].revents != 0) {
+        eventfd_t ignored = 0;
+        eventfd_read(wake_->Descriptor(), &ignored);
+    }
+    if (waiting[2].revents != 0) {
+        std::vector<ChangeReport> reports;
+        monitor_->LookAtPaths(reports);
+        Deliver(lock, reports);
+    }
+}
+
+void MonitorService::HandleEvents(Lock& lock) {
+    std::vector<InotifyEvent> events;
+    const int error = monitor_->Read(events);
+    if (error != 0) {
+        if (readFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
+                           "file events cannot be read and are tried again: %s", std::strerror(error));
+        }
+        // Not at once: what ails the descriptor may last.
+        pollfd wake{wake_->Descriptor(), POLLIN, 0};
+        lock.unlock();
+        poll(&wake, 1, retryPauseMs);
+        lock.lock();
+        return;
+    }
+    for (const InotifyEvent& event : events) {
+        std::vector<ChangeReport> reports;
+        monitor_->Handle(event, steady_clock::now(), reports);
+        Deliver(lock, reports);
+        if (monitor_->IsEmpty()) {
+            return;
+        }
+    }
+}
+
+void MonitorService::Deliver(Lock& lock, const std::vector<ChangeReport>& reports) {
+    for (const ChangeReport& report : reports) {
+        auto callback = monitor_->ListenerOf(report.handle);
+        if (!callback) {
+            continue;
+        }
+        handleCalled_ = report.handle;
+        lock.unlock();
+        Call(*callback, report);
+        // Before the call counts as ended: nothing of the callback may be left here then.
+        callback.reset();
+        lock.lock();
+        handleCalled_ = 0;
+        ++callsEnded_;
+        callEnded_.notify_all();
+    }
+}
+
+void MonitorService::Call(const TavUtils::Monitor::FileWatchCallback& callback, const ChangeReport& report) {
+    // The agent outlives whatever a module throws at it.
+    try {
+        callback(report.handle, TextOf(report.path), TextOf(report.otherPath), false, report.operation, report.detail);
+    } catch (const std::exception& error) {
+        if (callFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__, "a callback for file changes failed: %s",
+                           error.what());
+        }
+    } catch (...) {
+        if (callFailures_.MayLog()) {
+            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
+                           "a callback for file changes failed with an unknown exception");
+        }
+    }
+}
+
+}  // namespace Host

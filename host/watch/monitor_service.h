@@ -1,0 +1,72 @@
+// The file monitor's thread, and the rules that come and go while it runs.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/monitor.h"
+#include "host/base/descriptor.h"
+#include "host/base/log_pacer.h"
+#include "host/base/wake_signal.h"
+#include "host/watch/file_monitor.h"
+
+namespace Host {
+
+// The thread runs from the first Add to the Remove that leaves no rule, and again from the next Add on. All operations
+// may be called from any thread, a callback's among them.
+//
+// Invariants: 1. mutex_ guards everything and is not held while a callback runs; 2. a rule that is not in the monitor
+// is not called, so that its removal has to wait for a running call at most; 3. the thread does not take the lock again
+// once it has set isRunning_ to false, so that it can be joined under the lock.
+class MonitorService {
+public:
+    // The process-wide service. Never destroyed: its thread may still run while the process exits.
+    static MonitorService& Instance();
+
+    MonitorService() = default;
+    // REQUIRES: no rule is left.
+    ~MonitorService();
+    MonitorService(const MonitorService&) = delete;
+    MonitorService& operator=(const MonitorService&) = delete;
+
+    // As TavUtils::Monitor::AddMonitor.
+    int Add(const TavUtils::Monitor::FileWatchRule& rule);
+
+    // As TavUtils::Monitor::RemoveMonitor.
+    int Remove(int handle);
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    bool Start();
+    int NextHandle();
+    void Run();
+    void Wait(Lock& lock);
+    bool IsQuiet() const;
+    void HandleEvents(Lock& lock);
+    void Deliver(Lock& lock, const std::vector<ChangeReport>& reports);
+    void Call(const TavUtils::Monitor::FileWatchCallback& callback, const ChangeReport& report);
+
+    LogPacer callFailures_;
+    LogPacer readFailures_;
+
+    std::mutex mutex_;
+    std::condition_variable callEnded_;
+    std::condition_variable ended_;
+    std::unique_ptr<FileMonitor> monitor_;
+    std::unique_ptr<WakeSignal> wake_;
+    Descriptor mounts_;  // /proc/thread-self/mountinfo, which poll(2) says has changed; may be missing
+    std::thread thread_;
+    std::thread::id runner_;
+    bool isRunning_ = false;
+    int lastHandle_ = 0;
+    int handleCalled_ = 0;  // the rule whose callback runs; 0 for none
+    unsigned long callsEnded_ = 0;
+};
+
+}  // namespace Host

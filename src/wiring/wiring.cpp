@@ -1,0 +1,196 @@
+#include "wiring/wiring.h"
+
+#include <algorithm>
+#include <set>
+
+namespace Host {
+namespace {
+
+constexpr int standardDescriptors = 6;
+constexpr int furthest = 6;  // processes from the root
+constexpr size_t mostSharers = 8;
+
+struct Holder {
+    const HostProcess* process;
+    std::vector<int> numbers;
+};
+
+bool LeadsOn(const HeldDescriptor& descriptor) {
+    return descriptor.kind == DescriptorKind::pipe || descriptor.kind == DescriptorKind::socket;
+}
+
+// Who holds which pipe or socket.
+std::map<ObjectId, std::map<int, Holder>> IndexHolders(const std::map<int, HostProcess>& processes) {
+    std::map<ObjectId, std::map<int, Holder>> holders;
+    for (const auto& [pid, process] : processes) {
+        for (const HeldDescriptor& descriptor : process.descriptors) {
+            if (LeadsOn(descriptor)) {
+                Holder& holder = holders[descriptor.object][pid];
+                holder.process = &process;
+                holder.numbers.push_back(descriptor.number);
+            }
+        }
+    }
+    return holders;
+}
+
+// Who holds this side of which pseudo-terminal.
+std::map<unsigned int, std::map<int, Holder>> IndexTerminals(const std::map<int, HostProcess>& processes,
+                                                             DescriptorKind side) {
+    std::map<unsigned int, std::map<int, Holder>> holders;
+    for (const auto& [pid, process] : processes) {
+        for (const HeldDescriptor& descriptor : process.descriptors) {
+            if (descriptor.terminal && descriptor.kind == side) {
+                Holder& holder = holders[*descriptor.terminal][pid];
+                holder.process = &process;
+                holder.numbers.push_back(descriptor.number);
+            }
+        }
+    }
+    return holders;
+}
+
+class Tracer {
+public:
+    Tracer(const std::map<int, HostProcess>& processes, const std::map<unsigned long, Connection>& connections)
+        : holders_(IndexHolders(processes)),
+          masters_(IndexTerminals(processes, DescriptorKind::terminalMultiplexer)),
+          slaves_(IndexTerminals(processes, DescriptorKind::terminal)),
+          connections_(connections) {}
+
+    WiredProcess Trace(const HostProcess& process, std::vector<int> numbers, const ObjectId& reachedBy, int distance) {
+        WiredProcess traced{.pid = process.pid,
+                            .name = process.name,
+                            .cmdline = process.cmdline,
+                            .numbers = std::move(numbers),
+                            .wires = {},
+                            .toldAbove = !told_.insert(process.pid).second};
+        if (!traced.toldAbove && distance < furthest) {
+            traced.wires = WiresOf(process, reachedBy, distance);
+        }
+        return traced;
+    }
+
+private:
+    // Of the root all of the first descriptors, of any other process what leads on from the object by which it was
+    // reached.
+    std::vector<Wire> WiresOf(const HostProcess& process, const ObjectId& reachedBy, int distance) {
+        std::vector<Wire> wires;
+        for (const HeldDescriptor& descriptor : process.descriptors) {
+            const bool wanted = distance == 0 ? descriptor.number < standardDescriptors
+                                              : LeadsOn(descriptor) && descriptor.object != reachedBy;
+            if (wanted && !JoinWire(descriptor, wires)) {
+                wires.push_back({.numbers = {descriptor.number},
+                                 .kind = descriptor.kind,
+                                 .object = descriptor.object,
+                                 .link = descriptor.link,
+                                 .terminal = descriptor.terminal,
+                                 .connection = ConnectionOf(descriptor),
+                                 .sharers = {}});
+            }
+        }
+        // All of them are this process's to tell before the first is followed, so that the tree stays flat.
+        for (Wire& wire : wires) {
+            const int teller = tellers_.emplace(wire.object, process.pid).first->second;
+            wire.toldAt = teller == process.pid ? 0 : teller;
+        }
+        for (Wire& wire : wires) {
+            AddSharers(process, wire, distance);
+        }
+        return wires;
+    }
+
+    static bool JoinWire(const HeldDescriptor& descriptor, std::vector<Wire>& wires) {
+        for (Wire& wire : wires) {
+            if (wire.object == descriptor.object && wire.terminal == descriptor.terminal) {
+                wire.numbers.push_back(descriptor.number);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::optional<Connection> ConnectionOf(const HeldDescriptor& descriptor) const {
+        if (descriptor.kind != DescriptorKind::socket) {
+            return std::nullopt;
+        }
+        const auto found = connections_.find(static_cast<unsigned long>(descriptor.object.inode));
+        return found == connections_.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    void AddSharers(const HostProcess& process, Wire& wire, int distance) {
+        AddOtherEnds(process, wire, distance);
+        const auto holders = holders_.find(wire.object);
+        if (holders == holders_.end() || wire.toldAt != 0) {
+            return;
+        }
+        for (const Holder* holder : OthersByInterest(process.pid, holders->second)) {
+            AddSharer(*holder, wire, false, distance);
+        }
+    }
+
+    void AddSharer(const Holder& holder, Wire& wire, bool otherEnd, int distance) {
+        if (wire.sharers.size() == mostSharers) {
+            ++wire.untold;
+            return;
+        }
+        wire.sharers.push_back(Trace(*holder.process, holder.numbers, wire.object, distance + 1));
+        wire.sharers.back().otherEnd = otherEnd;
+    }
+
+    // Pseudo-terminals of containers may bear the same number: more may be told then than is so.
+    void AddOtherEnds(const HostProcess& process, Wire& wire, int distance) {
+        if (!wire.terminal) {
+            return;
+        }
+        const bool isSlave = wire.kind == DescriptorKind::terminal;
+        const auto ends = (isSlave ? masters_ : slaves_).find(*wire.terminal);
+        if (ends == (isSlave ? masters_ : slaves_).end()) {
+            return;
+        }
+        for (const Holder* holder : OthersByInterest(process.pid, ends->second)) {
+            AddSharer(*holder, wire, true, distance);
+        }
+    }
+
+    // Those with a foreign connection first: what they are part of must not fall to the limit.
+    std::vector<const Holder*> OthersByInterest(int pid, const std::map<int, Holder>& holders) const {
+        std::vector<const Holder*> others;
+        for (const auto& [holderPid, holder] : holders) {
+            if (holderPid != pid) {
+                others.push_back(&holder);
+            }
+        }
+        std::stable_partition(others.begin(), others.end(),
+                              [this](const Holder* holder) { return HasForeignConnection(*holder->process); });
+        return others;
+    }
+
+    bool HasForeignConnection(const HostProcess& process) const {
+        return std::any_of(process.descriptors.begin(), process.descriptors.end(),
+                           [this](const HeldDescriptor& descriptor) {
+                               const std::optional<Connection> connection = ConnectionOf(descriptor);
+                               return connection && connection->foreign;
+                           });
+    }
+
+    std::map<ObjectId, std::map<int, Holder>> holders_;
+    std::map<unsigned int, std::map<int, Holder>> masters_;  // of pseudo-terminals, by their number
+    std::map<unsigned int, std::map<int, Holder>> slaves_;
+    const std::map<unsigned long, Connection>& connections_;
+    std::set<int> told_;
+    std::map<ObjectId, int> tellers_;  // which process tells who shares the object
+};
+
+}  // namespace
+
+std::optional<WiredProcess> TraceWiring(int pid, const std::map<int, HostProcess>& processes,
+                                        const std::map<unsigned long, Connection>& connections) {
+    const auto root = processes.find(pid);
+    if (root == processes.end()) {
+        return std::nullopt;
+    }
+    return Tracer(processes, connections).Trace(root->second, {}, {}, 0);
+}
+
+}  // namespace Host

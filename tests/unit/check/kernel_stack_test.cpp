@@ -1,0 +1,73 @@
+#include "host/check/kernel_stack.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace Host {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char pipeStack[] = "[<0>] anon_pipe_read+0x15a/0x430\n[<0>] vfs_read+0x1f8/0x300\n";
+constexpr char readCall[] = "0 0x5 0x7ffd2f3a8b7f 0x1 0x0 0x0 0x0 0x7ffd2f3a8b28 0x7f3f5c0e019d\n";
+
+SleepingRead Seen(const char* stack, int stackError, const char* call, int callError) {
+    return {stack, stackError, call, callError, 5};
+}
+
+TEST(CheckStack, WaitIsShownWhereStackAndCallTellIt) {
+    const struct {
+        const char* stack;
+        const char* call;
+    } rows[] = {
+        {pipeStack, readCall},
+        {"[<0>] pipe_read+0x2d0/0x3e0\n", readCall},
+        // 32-bit ARM 5.10: a bare user address at the end, and the number 0 for every call.
+        {"[<0>] pipe_read+0x280/0x3c4\n[<0>] ret_fast_syscall+0x0/0x54\n[<0>] 0xbe9c3b44\n",
+         "0 0x5 0xbe9c3b6f 0x1 0x0 0x0 0x0 0xbe9c3b30 0xb6e70e4c\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(WhyWaitIsHidden(Seen(row.stack, 0, row.call, 0)), "") << row.stack;
+    }
+}
+
+TEST(CheckStack, HiddenWaitIsToldWithItsCauseAndARemedy) {
+    const struct {
+        SleepingRead seen;
+        const char* why;
+        const char* remedy;
+    } rows[] = {
+        {Seen("", EACCES, "", 0), "/proc/<pid>/stack cannot be read: Permission denied", "CAP_SYS_ADMIN"},
+        {Seen("", EPERM, "", 0), "/proc/<pid>/stack cannot be read: Operation not permitted", "ptrace_scope below 3"},
+        {Seen("", ENOENT, "", 0), "/proc/<pid>/stack cannot be read: No such file", "CONFIG_STACKTRACE"},
+        {Seen("", 0, readCall, 0), "/proc/<pid>/stack of another process is empty", "without CONFIG_SMP"},
+        {Seen("[<0>] 0xffffffff8136c2aa\n", 0, readCall, 0), "addresses in place of names", "CONFIG_KALLSYMS"},
+        {Seen("[<0>] do_wait+0x1/0x2\n", 0, readCall, 0), "shows no read of a pipe", "Report it"},
+        {Seen(pipeStack, 0, "", EPERM), "/proc/<pid>/syscall cannot be read", "CAP_SYS_PTRACE"},
+        {Seen(pipeStack, 0, "", ENOENT), "/proc/<pid>/syscall cannot be read", "ARCH_TRACEHOOK"},
+        {Seen(pipeStack, 0, "running\n", 0), "/proc/<pid>/syscall does not show", "Report it"},
+        {Seen(pipeStack, 0, "0 0x6 0x0\n", 0), "/proc/<pid>/syscall does not show", "Report it"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT(WhyWaitIsHidden(row.seen), HasSubstr(row.why));
+        EXPECT_THAT(RemedyForHiddenWait(row.seen), HasSubstr(row.remedy)) << row.why;
+    }
+}
+
+TEST(CheckStack, TrialLooksAtAProcessAsleep) {
+    std::string error;
+    const std::optional<SleepingRead> seen = TrySleepingRead(error);
+    ASSERT_TRUE(seen) << error;
+    EXPECT_THAT(error, IsEmpty());
+    EXPECT_GE(seen->descriptor, 0);
+    // What it shows depends on this host's kernel and rights.
+    if (seen->callError == 0) {
+        EXPECT_EQ(seen->call.find("running"), std::string::npos);
+    }
+}
+
+}  // namespace
+}  // namespace Host

@@ -1,0 +1,123 @@
+#include "host/detector/supervisor.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "agent/status.h"
+
+namespace Host {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// A module whose entries note their calls.
+std::vector<std::string> calls;
+int initAnswer = 1;
+std::string startRefuses;
+
+const ModuleEntries module = {
+    [] {
+        calls.emplace_back("init");
+        return initAnswer;
+    },
+    [](const char* config) {
+        calls.push_back(std::string("start ") + config);
+        const bool works = startRefuses.empty() || std::string(config).find(startRefuses) == std::string::npos;
+        Plugs::StatusCollect::ReportDetectStatus("reverseShell", works, works ? "0000" : "0105");
+        return works ? 1 : 0;
+    },
+    [](const char* code) { calls.push_back(std::string("stop ") + code); },
+    [] { calls.emplace_back("deinit"); },
+};
+
+AgentConfig Config(const std::string& text) {
+    AgentConfig config;
+    config.moduleText = text;
+    return config;
+}
+
+class SupervisorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        calls.clear();
+        initAnswer = 1;
+        startRefuses.clear();
+        testing::internal::CaptureStderr();
+    }
+    void TearDown() override { Log(); }
+
+    std::string Log() {
+        if (captured_) {
+            captured_ = false;
+            log_ = testing::internal::GetCapturedStderr();
+        }
+        return log_;
+    }
+
+    Supervisor supervisor_{module, [](const AgentConfig& config) { calls.push_back("apply " + config.moduleText); }};
+
+private:
+    bool captured_ = true;
+    std::string log_;
+};
+
+TEST_F(SupervisorTest, StartsAndStopsInOrder) {
+    EXPECT_TRUE(supervisor_.Start(Config("a"), "a"));
+    supervisor_.Stop();
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
+}
+
+TEST_F(SupervisorTest, FailedInitSaysWhereShellsAreLookedUp) {
+    initAnswer = 0;
+    EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre("init"));
+    EXPECT_THAT(Log(), HasSubstr("no shell could be resolved from /etc/orlim/default_shells or /etc/shells"));
+}
+
+TEST_F(SupervisorTest, FailedStartIsUndoneAndNamesTheFunction) {
+    startRefuses = "a";
+    EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
+    EXPECT_THAT(Log(), HasSubstr("not running: reverseShell (code 0105)"));
+}
+
+TEST_F(SupervisorTest, ReplaceAppliesBetweenStopAndStart) {
+    supervisor_.Start(Config("a"), "a");
+    calls.clear();
+    EXPECT_TRUE(supervisor_.Replace(Config("b")));
+    EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply b", "init", "start b"));
+}
+
+TEST_F(SupervisorTest, ReplaceThatFailsGoesBack) {
+    supervisor_.Start(Config("a"), "a");
+    calls.clear();
+    startRefuses = "b";
+    EXPECT_TRUE(supervisor_.Replace(Config("b")));
+    EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply b", "init", "start b", "stop 0000", "deinit",
+                                   "apply a", "init", "start a"));
+    EXPECT_THAT(Log(), HasSubstr("the one before is taken again"));
+    calls.clear();
+    startRefuses.clear();
+    EXPECT_TRUE(supervisor_.Replace(Config("c")));
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply c", "init", "start c", "stop 0000", "deinit"));
+}
+
+TEST_F(SupervisorTest, ReplaceFailsWhenTheWayBackFailsToo) {
+    supervisor_.Start(Config("a"), "a");
+    initAnswer = 0;
+    EXPECT_FALSE(supervisor_.Replace(Config("b")));
+    calls.clear();
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre());
+}
+
+}  // namespace
+}  // namespace Host

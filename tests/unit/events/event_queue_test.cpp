@@ -1,0 +1,331 @@
+#include "host/events/event_queue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/events.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto patience = 20s;
+
+// Keeps what the queue writes, and can hold the writer back.
+class Collector {
+public:
+    Host::EventWriter Writer() {
+        return [this](std::string_view event) { Take(std::string(event)); };
+    }
+
+    void Hold() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        held_ = true;
+    }
+    void Release() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        held_ = false;
+        changed_.notify_all();
+    }
+    bool AwaitEntered() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, patience, [this] { return entered_; });
+    }
+    bool AwaitCount(size_t count) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, patience, [&] { return events_.size() >= count; });
+    }
+    std::vector<std::string> Events() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return events_;
+    }
+
+private:
+    void Take(std::string event) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        entered_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return !held_; });
+        events_.push_back(std::move(event));
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool held_ = false;
+    bool entered_ = false;
+    std::vector<std::string> events_;
+};
+
+size_t CountOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+TEST(EventQueue, WritesInOrderWhatWasPushedBeforeAndAfterStart) {
+    Collector collector;
+    Host::EventQueue queue;
+    queue.Push("1");
+    queue.Push("2");
+    queue.Start(collector.Writer());
+    queue.Push("3");
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_EQ(collector.Events(), (std::vector<std::string>{"1", "2", "3"}));
+    EXPECT_EQ(queue.Counters().written, 3U);
+}
+
+TEST(EventQueue, SixtyEventsAMinuteUnlessToldOtherwise) {
+    Collector collector;
+    Host::EventQueue queue;
+    for (int i = 0; i < 100; ++i) {
+        queue.Push("e");
+    }
+    EXPECT_EQ(queue.Counters().limited, 40U);
+    testing::internal::CaptureStderr();
+    queue.Start(collector.Writer());
+    EXPECT_TRUE(queue.Stop(patience));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(collector.Events().size(), 60U);
+}
+
+TEST(EventQueue, LimitHoldsForEachWindow) {
+    Host::EventQueue queue(200ms);
+    queue.SetPerMinuteLimit(2);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 3; ++i) {
+        queue.Push("e");
+    }
+    if (std::chrono::steady_clock::now() - begin < 200ms) {
+        EXPECT_EQ(queue.Counters().limited, 1U);
+    }
+    Collector collector;
+    testing::internal::CaptureStderr();
+    queue.Start(collector.Writer());
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (collector.Events().size() < 4 && std::chrono::steady_clock::now() < end) {
+        queue.Push("later");
+        std::this_thread::sleep_for(5ms);
+    }
+    EXPECT_GE(collector.Events().size(), 4U);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 200ms);
+    EXPECT_TRUE(queue.Stop(patience));
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(EventQueue, ZeroIsNoLimit) {
+    Host::EventQueue queue;
+    queue.SetPerMinuteLimit(0);
+    for (int i = 0; i < 5000; ++i) {
+        queue.Push("e");
+    }
+    EXPECT_EQ(queue.Counters().limited, 0U);
+}
+
+TEST(EventQueue, FullQueueDropsTheNewestAndNeverWaits) {
+    Collector collector;
+    collector.Hold();
+    Host::EventQueue queue;
+    queue.SetPerMinuteLimit(0);
+    queue.Start(collector.Writer());
+    queue.Push("in the writer's hands");
+    ASSERT_TRUE(collector.AwaitEntered());
+    for (size_t i = 0; i < Host::EventQueue::capacity + 5; ++i) {
+        queue.Push(std::to_string(i));
+    }
+    EXPECT_EQ(queue.Counters().overflowed, 5U);
+    collector.Release();
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr("5 events were dropped: 0 beyond the limit of 0 a minute, 5 because"));
+    EXPECT_EQ(collector.Events().size(), Host::EventQueue::capacity + 1);
+    EXPECT_EQ(collector.Events().back(), std::to_string(Host::EventQueue::capacity - 1));
+}
+
+TEST(EventQueue, BytesAreBoundedToo) {
+    Host::EventQueue queue;
+    queue.SetPerMinuteLimit(0);
+    const std::string big(Host::EventQueue::capacityBytes / 4 + 1, 'x');
+    for (int i = 0; i < 4; ++i) {
+        queue.Push(big);
+    }
+    EXPECT_EQ(queue.Counters().overflowed, 1U);
+}
+
+TEST(EventQueue, DropsAreToldOnceAMinuteWithTheirCauses) {
+    Collector collector;
+    Host::EventQueue queue(500ms);
+    queue.SetPerMinuteLimit(1);
+    testing::internal::CaptureStderr();
+    queue.Start(collector.Writer());
+    for (int i = 0; i < 61; ++i) {
+        queue.Push("e");
+    }
+    ASSERT_EQ(queue.Counters().limited, 60U);
+    // A new window takes its first event.
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (collector.Events().size() < 3 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(510ms);
+        queue.Push("next window");
+    }
+    EXPECT_TRUE(queue.Stop(patience));
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(CountOf(log, "events were dropped"), 1U) << log;
+    EXPECT_THAT(log, testing::HasSubstr("warning event_queue"));
+    EXPECT_THAT(log, testing::HasSubstr("60 events were dropped: 60 beyond the limit of 1 a minute, 0 because"));
+}
+
+TEST(EventQueue, StopTellsDropsNotYetTold) {
+    Collector collector;
+    Host::EventQueue queue;
+    queue.SetPerMinuteLimit(1);
+    queue.Start(collector.Writer());
+    queue.Push("e");
+    queue.Push("e");
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(), "1 events were dropped"), 1U);
+}
+
+TEST(EventQueue, StopGivesUpOnAStuckWriter) {
+    // Shared with the thread that is left behind.
+    const auto collector = std::make_shared<Collector>();
+    collector->Hold();
+    {
+        Host::EventQueue queue;
+        queue.Start([collector](std::string_view event) { collector->Writer()(event); });
+        queue.Push("e");
+        ASSERT_TRUE(collector->AwaitEntered());
+        EXPECT_FALSE(queue.Stop(50ms));
+    }
+    collector->Release();
+    EXPECT_TRUE(collector->AwaitCount(1));
+}
+
+TEST(EventQueue, CanBeStartedAgain) {
+    Collector collector;
+    Host::EventQueue queue;
+    queue.Start(collector.Writer());
+    EXPECT_TRUE(queue.Stop(patience));
+    queue.Push("between");
+    queue.Start(collector.Writer());
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_EQ(collector.Events(), std::vector<std::string>{"between"});
+}
+
+TEST(EventQueue, ThrowingWriterLosesItsEventAlone) {
+    Collector collector;
+    Host::EventQueue queue;
+    queue.Push("bad");
+    queue.Push("good");
+    testing::internal::CaptureStderr();
+    queue.Start([write = collector.Writer()](std::string_view event) {
+        if (event == "bad") {
+            throw std::runtime_error("no");
+        }
+        write(event);
+    });
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(), "could not be written: no"), 1U);
+    EXPECT_EQ(collector.Events(), std::vector<std::string>{"good"});
+}
+
+// Counts the calls of the idle function.
+class IdleCounter {
+public:
+    bool Call() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ++calls_;
+        changed_.notify_all();
+        return pending_;
+    }
+    void SetPending(bool pending) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        pending_ = pending;
+    }
+    bool Await(int calls) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, patience, [&] { return calls_ >= calls; });
+    }
+    int Calls() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return calls_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool pending_ = false;
+    int calls_ = 0;
+};
+
+TEST(EventQueue, IdleFunctionIsCalledAtStartAndOnWake) {
+    IdleCounter idle;
+    Host::EventQueue queue;
+    queue.Start([](std::string_view) {}, [&idle] { return idle.Call(); });
+    EXPECT_TRUE(idle.Await(1));
+    queue.Wake();
+    EXPECT_TRUE(idle.Await(2));
+    queue.Push("e");
+    EXPECT_TRUE(idle.Await(3));
+    EXPECT_TRUE(queue.Stop(patience));
+}
+
+TEST(EventQueue, IdleFunctionIsRepeatedOnlyWhileSomethingIsPending) {
+    IdleCounter idle;
+    idle.SetPending(true);
+    Host::EventQueue queue;
+    queue.Start([](std::string_view) {}, [&idle] { return idle.Call(); });
+    EXPECT_TRUE(idle.Await(2));
+    idle.SetPending(false);
+    queue.Wake();
+    EXPECT_TRUE(idle.Await(3));
+    std::this_thread::sleep_for(100ms);
+    const int settled = idle.Calls();
+    // Longer than the pause between two calls, because what must be seen is that none comes.
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(idle.Calls(), settled);
+    EXPECT_TRUE(queue.Stop(patience));
+}
+
+TEST(EventQueue, ManyThreadsMayPush) {
+    Collector collector;
+    Host::EventQueue queue;
+    queue.SetPerMinuteLimit(0);
+    queue.Start(collector.Writer());
+    std::vector<std::thread> pushers;
+    for (int i = 0; i < 4; ++i) {
+        pushers.emplace_back([&queue] {
+            for (int j = 0; j < 500; ++j) {
+                queue.Push("e");
+            }
+        });
+    }
+    for (std::thread& pusher : pushers) {
+        pusher.join();
+    }
+    EXPECT_TRUE(queue.Stop(patience));
+    EXPECT_EQ(collector.Events().size(), 2000U);
+}
+
+TEST(EventConsumer, HandsFindingsToTheQueue) {
+    Collector collector;
+    Host::EventQueue::Instance().Start(collector.Writer());
+    EventConsumer::Instance().PushMinuteLimitEvent("{}");
+    EXPECT_TRUE(Host::EventQueue::Instance().Stop(patience));
+    EXPECT_EQ(collector.Events(), std::vector<std::string>{"{}"});
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/unit/watch/monitor_support.h"
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using TestSupport::Await;
+using TestSupport::Cork;
+using TestSupport::Listener;
+
+// More events than the kernel queues for one reader.
+void Flood(const std::string& one, const std::string& other) {
+    int limit = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
+    ASSERT_GT(limit, 0);
+    for (int i = 0; i < limit / 4 + 100; ++i) {
+        std::filesystem::rename(one, other);
+        std::filesystem::rename(other, one);
+    }
+}
+
+TEST(MonitorLoss, WhatHasChangedMeanwhileIsTold) {
+    TemporaryDirectory dir;
+    TemporaryDirectory noise;
+    const std::string noisy = noise.Write("one", "");
+    struct Case {
+        const char* name;
+        int operation;
+        const char* detail;
+    };
+    const std::vector<Case> cases = {{"written", 2, ""},
+                                     {"same-size", 2, ""},
+                                     {"chmoded", 1, " attribute oaccess=33188 access=33216"},
+                                     {"linked", 1, " attribute olink=1 link=2"},
+                                     {"deleted", 3, ""},
+                                     {"replaced", 6, ""},
+                                     {"made", 2, ""}};
+    for (const bool isFileWatched : {true, false}) {
+        Listener listener;
+        Listener ofNoise;
+        ASSERT_TRUE(ofNoise.Watch(noise.Path()));
+        for (const Case& c : cases) {
+            std::filesystem::remove(dir.Path(c.name));
+            if (std::string(c.name) != "made") {
+                dir.Write(c.name, "content");
+            }
+            dir.Write("new", "content");
+            std::filesystem::remove(dir.Path("other"));
+        }
+        dir.Write("untouched", "content");
+        for (const Case& c : cases) {
+            if (isFileWatched) {
+                ASSERT_TRUE(listener.Watch(dir.Path(c.name)));
+            }
+        }
+        ASSERT_TRUE(isFileWatched || listener.Watch(dir.Path()));
+        testing::internal::CaptureStderr();
+        {
+            Cork cork;
+            Flood(noisy, noise.Path("two"));
+            dir.Write("written", "longer content");
+            const auto time = std::filesystem::last_write_time(dir.Path("same-size"));
+            dir.Write("same-size", "CONTENT");
+            std::filesystem::last_write_time(dir.Path("same-size"), time);
+            chmod(dir.Path("chmoded").c_str(), 0700);
+            std::filesystem::create_hard_link(dir.Path("linked"), dir.Path("other"));
+            std::filesystem::remove(dir.Path("deleted"));
+            std::filesystem::rename(dir.Path("new"), dir.Path("replaced"));
+            dir.Write("made", "content");
+            cork.Pull();
+            EXPECT_TRUE(listener.AwaitCount(cases.size()));
+        }
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the kernel has dropped file events"));
+        const std::vector<std::string> told = listener.Take();
+        for (const Case& c : cases) {
+            EXPECT_THAT(told, Contains(std::to_string(c.operation) + " " + dir.Path(c.name) + c.detail).Times(1));
+        }
+        EXPECT_THAT(told, Not(Contains(HasSubstr("untouched"))));
+    }
+}
+
+TEST(MonitorLoss, TheMonitorGoesOn) {
+    TemporaryDirectory dir;
+    TemporaryDirectory noise;
+    const std::string noisy = noise.Write("one", "");
+    const std::string file = dir.Write("file", "content");
+    Listener listener;
+    Listener ofNoise;
+    ASSERT_TRUE(listener.Watch(file));
+    ASSERT_TRUE(ofNoise.Watch(noise.Path()));
+    {
+        Cork cork;
+        Flood(noisy, noise.Path("two"));
+        dir.Write("new", "content");
+        std::filesystem::rename(dir.Path("new"), file);
+        cork.Pull();
+        ASSERT_TRUE(listener.AwaitCount(1));
+    }
+    EXPECT_THAT(listener.Take(), testing::ElementsAre("6 " + file));
+    dir.Write("file", "other");
+    ASSERT_TRUE(listener.AwaitCount(1));
+    EXPECT_THAT(listener.Take(), testing::ElementsAre("2 " + file));
+}
+
+}  // namespace
