@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/base/log_control.h"
+#include "host/base/log.h"
 #include "host/base/log_text.h"
 #include "host/base/stderr_sink.h"
 

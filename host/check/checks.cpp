@@ -1,6 +1,6 @@
 #include "host/check/checks.h"
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/check/confinement.h"
 #include "host/check/kernel.h"
 #include "host/check/kernel_stack.h"
@@ -31,8 +31,7 @@ void LogBlindDetections(const AgentConfig& config) {
     CheckReport report;
     CheckHost(config, report);
     for (const BlindDetection& detection : BlindDetections(report.Lacking(), config)) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "check_host", __LINE__, "blind: %s: because %s",
-                       detection.name.c_str(), detection.reason.c_str());
+        LogWarning("blind: %s: because %s", detection.name.c_str(), detection.reason.c_str());
     }
 }
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <sstream>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/system/small_file.h"
 
 namespace Host {
@@ -139,8 +139,7 @@ void LogMissingCapabilities() {
     const uint64_t capabilities = OwnCapabilities();
     for (const Right& right : rights) {
         if (!IsGranted(capabilities, right.number)) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "check_rights", __LINE__, "%s is missing: %s", right.name,
-                           right.cost);
+            LogWarning("%s is missing: %s", right.name, right.cost);
         }
     }
 }

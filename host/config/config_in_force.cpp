@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "agent/config.h"
-#include "host/base/log_control.h"
+#include "host/base/log.h"
 #include "host/events/event_queue.h"
 
 namespace Host {
@@ -24,8 +24,7 @@ void ApplyToProcess(const AgentConfig& config, LogLevel levelByDefault) {
     }
     EventQueue::Instance().SetPerMinuteLimit(config.perMinuteLimit);
     for (const std::string& warning : config.warnings) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "config_in_force", __LINE__, "configuration: %s",
-                       warning.c_str());
+        LogWarning("configuration: %s", warning.c_str());
     }
 }
 

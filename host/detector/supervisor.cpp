@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/system/status_board.h"
 
 namespace Host {
@@ -33,20 +33,20 @@ Supervisor::Supervisor(const ModuleEntries& module, ApplyConfig apply) : module_
 
 bool Supervisor::Start(const AgentConfig& config, const std::string& moduleText) {
     if (module_.init() == 0) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "supervisor", __LINE__,
-                       "the module could not be initialised: no shell could be resolved from %s/default_shells or "
-                       "/etc/shells. Write the absolute path of an existing shell into one of them, one a line",
-                       EtcDirectory(config).c_str());
+        LogError(
+            "the module could not be initialised: no shell could be resolved from %s/default_shells or "
+            "/etc/shells. Write the absolute path of an existing shell into one of them, one a line",
+            EtcDirectory(config).c_str());
         return false;
     }
     if (module_.start(moduleText.c_str()) == 0) {
         const std::string notRunning = FunctionsNotRunning();
         module_.stop(stopCode);
         module_.deinit();
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "supervisor", __LINE__,
-                       "the module could not be started; detection functions not running: %s. The lines before say "
-                       "why, and orlim-agent check tells what this host lacks",
-                       notRunning.c_str());
+        LogError(
+            "the module could not be started; detection functions not running: %s. The lines before say "
+            "why, and orlim-agent check tells what this host lacks",
+            notRunning.c_str());
         return false;
     }
     current_ = config;
@@ -58,14 +58,13 @@ bool Supervisor::Replace(const AgentConfig& config) {
     Stop();
     apply_(config);
     if (Start(config, config.moduleText)) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "supervisor", __LINE__, "the new configuration is in force");
+        LogInfo("the new configuration is in force");
         return true;
     }
     if (!before) {
         return false;
     }
-    LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "supervisor", __LINE__,
-                   "the new configuration does not start; the one before is taken again");
+    LogError("the new configuration does not start; the one before is taken again");
     apply_(*before);
     return Start(*before, before->moduleText);
 }

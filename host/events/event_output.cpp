@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/events/event_queue.h"
 
 namespace Host {
@@ -39,9 +39,8 @@ bool EventOutput::Stop() {
     }
     running_ = false;
     if (!EventQueue::Instance().Stop(drainPatience)) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "event_output", __LINE__,
-                       "the queued events could not be written within %lld seconds; they are lost",
-                       static_cast<long long>(drainPatience.count()));
+        LogError("the queued events could not be written within %lld seconds; they are lost",
+                 static_cast<long long>(drainPatience.count()));
         return false;
     }
     lost_ = sinks_.Finish();

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 
 namespace Host {
 namespace {
@@ -25,8 +25,7 @@ void WriteOne(const EventWriter& writer, const std::string& event) {
     try {
         writer(event);
     } catch (const std::exception& error) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "event_queue", __LINE__, "an event could not be written: %s",
-                       error.what());
+        LogError("an event could not be written: %s", error.what());
     }
 }
 
@@ -34,8 +33,7 @@ bool CallIdle(const EventIdle& idle) {
     try {
         return idle && idle();
     } catch (const std::exception& error) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "event_queue", __LINE__, "the sinks could not be tended: %s",
-                       error.what());
+        LogError("the sinks could not be tended: %s", error.what());
         return true;
     }
 }
@@ -107,9 +105,8 @@ void EventQueue::State::ReportDrops(std::unique_lock<std::mutex>& lock) {
         return;
     }
     lock.unlock();
-    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "event_queue", __LINE__,
-                   "%llu events were dropped: %llu beyond the limit of %u a minute, %llu because the queue was full",
-                   limited + overflowed, limited, limitNow, overflowed);
+    LogWarning("%llu events were dropped: %llu beyond the limit of %u a minute, %llu because the queue was full",
+               limited + overflowed, limited, limitNow, overflowed);
     lock.lock();
 }
 

@@ -6,7 +6,7 @@
 #include <exception>
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/base/thread_name.h"
 
 namespace Host {
@@ -205,13 +205,11 @@ void EventDispatcher::Call(Callback callback, proc_event event) {
         callback(&event);
     } catch (const std::exception& error) {
         if (failures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
-                           "a callback for process events failed: %s", error.what());
+            LogError("a callback for process events failed: %s", error.what());
         }
     } catch (...) {
         if (failures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
-                           "a callback for process events failed with an unknown exception");
+            LogError("a callback for process events failed with an unknown exception");
         }
     }
 }

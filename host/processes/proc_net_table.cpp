@@ -11,8 +11,8 @@
 #include <string>
 #include <utility>
 
-#include "agent/logger.h"
 #include "host/base/descriptor.h"
+#include "host/base/log.h"
 #include "host/base/log_pacer.h"
 
 namespace Host {
@@ -99,8 +99,7 @@ bool Stopped(const bool* stop) {
 void SayThatTheTableIsCut(const char* path) {
     static LogPacer pacer;
     if (pacer.MayLog()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "net_stat", __LINE__,
-                       "%s holds more than %zu connections: those beyond are not seen", path, maxTableRecords);
+        LogWarning("%s holds more than %zu connections: those beyond are not seen", path, maxTableRecords);
     }
 }
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/base/thread_name.h"
 
 namespace Host {
@@ -30,12 +30,12 @@ void ReportLaggard(const EventDispatcher::Laggard& laggard) {
     // The kernel's time stamps are of the same clock.
     const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
     const std::chrono::nanoseconds behind = now - std::chrono::nanoseconds(laggard.oldestEventNs);
-    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
-                   "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
-                   "missed so far: %llu",
-                   name.c_str(), offset, laggard.threadName.c_str(),
-                   static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
-                   static_cast<unsigned long long>(laggard.overflowed));
+    LogWarning(
+        "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
+        "missed so far: %llu",
+        name.c_str(), offset, laggard.threadName.c_str(),
+        static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
+        static_cast<unsigned long long>(laggard.overflowed));
 }
 
 }  // namespace
@@ -107,8 +107,7 @@ bool ProcessEventService::AddToDispatcher(Callback callback) {
         return true;
     } catch (const std::system_error& error) {
         if (threadPacer_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
-                           "a callback gets no process events until there is a thread for it: %s", error.what());
+            LogError("a callback gets no process events until there is a thread for it: %s", error.what());
         }
         return false;
     }
@@ -120,10 +119,10 @@ bool ProcessEventService::Start() {
         return true;
     }
     Stop();
-    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
-                   "no process events: %s; a new process is seen by the next periodic scan only, and not at all if it "
-                   "ends before; run the agent with CAP_NET_ADMIN in the host's own PID, user and network namespaces",
-                   why.c_str());
+    LogWarning(
+        "no process events: %s; a new process is seen by the next periodic scan only, and not at all if it "
+        "ends before; run the agent with CAP_NET_ADMIN in the host's own PID, user and network namespaces",
+        why.c_str());
     return false;
 }
 
@@ -173,9 +172,7 @@ void ProcessEventService::ReadEvents() {
         }
         if (received.error != 0) {
             if (errorPacer_.MayLog()) {
-                LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "process_monitor", __LINE__,
-                               "the process connector cannot be read and is tried again: %s",
-                               std::strerror(received.error));
+                LogError("the process connector cannot be read and is tried again: %s", std::strerror(received.error));
             }
             // Not at once: what ails the socket may last.
             poll(&waiting[1], 1, retryPauseMs);
@@ -185,9 +182,8 @@ void ProcessEventService::ReadEvents() {
 
 void ProcessEventService::ReportKernelLosses(unsigned int losses) {
     if (losses != 0 && kernelLossPacer_.MayLog()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "process_monitor", __LINE__,
-                       "the kernel has dropped process events, %llu times since the start: its buffer was full",
-                       static_cast<unsigned long long>(kernelLosses_.load()));
+        LogWarning("the kernel has dropped process events, %llu times since the start: its buffer was full",
+                   static_cast<unsigned long long>(kernelLosses_.load()));
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "host/base/log_control.h"
+#include "host/base/log.h"
 #include "host/base/write_all.h"
 #include "host/check/checks.h"
 #include "host/check/report.h"

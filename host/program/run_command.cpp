@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "host/base/log.h"
 #include "host/check/checks.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
@@ -23,15 +24,14 @@ bool ServeSignals(const Options& options, Supervisor& supervisor, EventOutput& o
     for (;;) {
         const int number = WaitForControlSignal();
         if (number != SIGHUP) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "run_command", __LINE__, "stopping on signal %d", number);
+            LogInfo("stopping on signal %d", number);
             return true;
         }
         output.Reopen();
         std::string error;
         const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
         if (!config) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "run_command", __LINE__,
-                           "the configuration in force stays, because the new one is wrong: %s", error.c_str());
+            LogError("the configuration in force stays, because the new one is wrong: %s", error.c_str());
             continue;
         }
         if (!supervisor.Replace(*config)) {
@@ -48,7 +48,7 @@ bool RunModule(const Options& options, const AgentConfig& config, const ModuleEn
     if (!supervisor.Start(config, config.moduleText)) {
         return false;
     }
-    LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "run_command", __LINE__, "the module was started");
+    LogInfo("the module was started");
     const bool ended = ServeSignals(options, supervisor, output);
     supervisor.Stop();
     return ended;

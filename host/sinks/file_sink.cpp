@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "agent/logger.h"
 #include "host/base/error_text.h"
+#include "host/base/log.h"
 #include "host/base/write_all.h"
 
 namespace Host {
@@ -37,8 +37,7 @@ void FileSink::Write(std::string_view line) {
     const bool firstLoss = lost_ == lostBeforeFailure_;
     lost_ += pending_.Trim(frontWritten_ != 0);
     if (firstLoss && lost_ != lostBeforeFailure_) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "file_sink", __LINE__,
-                       "no more events can be kept for %s; the oldest are dropped from now on", path_.c_str());
+        LogWarning("no more events can be kept for %s; the oldest are dropped from now on", path_.c_str());
     }
 }
 
@@ -61,9 +60,8 @@ uint64_t FileSink::Finish() {
     lost_ += pending_.Size();
     pending_.Clear();
     if (lost_ != 0) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "file_sink", __LINE__,
-                       "%llu events were lost because %s could not be written: %s", Count(lost_), path_.c_str(),
-                       ErrorText(lastError_).c_str());
+        LogError("%llu events were lost because %s could not be written: %s", Count(lost_), path_.c_str(),
+                 ErrorText(lastError_).c_str());
     }
     return lost_;
 }
@@ -170,9 +168,8 @@ void FileSink::Enter(int error) {
     failed_ = true;
     keptSinceFailure_ = 0;
     lostBeforeFailure_ = lost_;
-    LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "file_sink", __LINE__,
-                   "events cannot be written to %s: %s; up to %zu of them are kept and tried again", path_.c_str(),
-                   error == EINVAL ? "it is not a regular file" : ErrorText(error).c_str(), PendingLines::maxLines);
+    LogError("events cannot be written to %s: %s; up to %zu of them are kept and tried again", path_.c_str(),
+             error == EINVAL ? "it is not a regular file" : ErrorText(error).c_str(), PendingLines::maxLines);
 }
 
 void FileSink::Leave() {
@@ -180,9 +177,8 @@ void FileSink::Leave() {
         return;
     }
     failed_ = false;
-    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "file_sink", __LINE__,
-                   "events are written to %s again; %llu were kept and written, %llu were lost", path_.c_str(),
-                   Count(keptSinceFailure_ - (lost_ - lostBeforeFailure_)), Count(lost_ - lostBeforeFailure_));
+    LogWarning("events are written to %s again; %llu were kept and written, %llu were lost", path_.c_str(),
+               Count(keptSinceFailure_ - (lost_ - lostBeforeFailure_)), Count(lost_ - lostBeforeFailure_));
 }
 
 }  // namespace Host

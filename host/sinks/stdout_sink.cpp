@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "agent/logger.h"
 #include "host/base/error_text.h"
+#include "host/base/log.h"
 #include "host/base/write_all.h"
 
 namespace Host {
@@ -26,26 +26,23 @@ void StdoutSink::Write(std::string_view line) {
         if (!failed_) {
             failed_ = true;
             lostBeforeFailure_ = lost_;
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "stdout_sink", __LINE__,
-                           "events cannot be written to standard output: %s; they are dropped until that changes",
-                           ErrorText(result.error).c_str());
+            LogError("events cannot be written to standard output: %s; they are dropped until that changes",
+                     ErrorText(result.error).c_str());
         }
         ++lost_;
         return;
     }
     if (failed_) {
         failed_ = false;
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "stdout_sink", __LINE__,
-                       "events are written to standard output again; %llu were lost",
-                       static_cast<unsigned long long>(lost_ - lostBeforeFailure_));
+        LogWarning("events are written to standard output again; %llu were lost",
+                   static_cast<unsigned long long>(lost_ - lostBeforeFailure_));
     }
 }
 
 uint64_t StdoutSink::Finish() {
     if (lost_ != 0) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "stdout_sink", __LINE__,
-                       "%llu events were lost because standard output could not be written",
-                       static_cast<unsigned long long>(lost_));
+        LogError("%llu events were lost because standard output could not be written",
+                 static_cast<unsigned long long>(lost_));
     }
     return lost_;
 }

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/system/status_board.h"
 
 namespace {
@@ -31,8 +31,8 @@ void Plugs::StatusCollect::ReportDetectStatus(const std::string& name, bool runn
             board.functions[name] = Host::FunctionStatus{running, codeText};
         }
     }
-    LoggerWriteLog("NormalLog", LOG_LEVEL_LIFECYCLE, "status", __LINE__, "detection function %s is %s, code %s",
-                   name.c_str(), running ? "running" : "not running", codeText.empty() ? "(none)" : codeText.c_str());
+    LogInfo("detection function %s is %s, code %s", name.c_str(), running ? "running" : "not running",
+            codeText.empty() ? "(none)" : codeText.c_str());
 }
 
 std::map<std::string, Host::FunctionStatus> Host::DetectionStatus() {

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/base/thread_name.h"
 
 namespace Host {
@@ -26,8 +26,7 @@ ScheduledTask::ScheduledTask(const TaskSchedule& schedule, void* (*entry)(void*)
 bool ScheduledTask::RunNow() {
     std::unique_lock lock(mutex_);
     if (OnOwnThread()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "task_manager", __LINE__,
-                       "task %s asks for a run of itself and cannot wait for it: refused", name_.c_str());
+        LogWarning("task %s asks for a run of itself and cannot wait for it: refused", name_.c_str());
         return false;
     }
     if (paused_ || ended_) {
@@ -45,8 +44,7 @@ void ScheduledTask::Pause() {
     wake_.notify_one();
     changed_.notify_all();
     if (OnOwnThread()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "task_manager", __LINE__,
-                       "task %s pauses itself: not waiting for the end of the present run", name_.c_str());
+        LogWarning("task %s pauses itself: not waiting for the end of the present run", name_.c_str());
         return;
     }
     changed_.wait(lock, [&] { return !running_; });
@@ -104,11 +102,9 @@ void ScheduledTask::RunOnce(std::unique_lock<std::mutex>& lock) {
     try {
         entry_(argument_);
     } catch (const std::exception& error) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "task_manager", __LINE__, "a run of task %s failed: %s",
-                       name_.c_str(), error.what());
+        LogError("a run of task %s failed: %s", name_.c_str(), error.what());
     } catch (...) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "task_manager", __LINE__,
-                       "a run of task %s failed with an unknown exception", name_.c_str());
+        LogError("a run of task %s failed with an unknown exception", name_.c_str());
     }
     lock.lock();
     running_ = false;

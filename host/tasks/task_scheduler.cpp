@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 
 namespace Host {
 
@@ -48,9 +48,8 @@ unsigned int TaskScheduler::Register(TavUtils::TASKTYPE type, const TavUtils::TA
     const bool repeats = type == TavUtils::TASK_REPEAT;
     if (entry == nullptr || condition.enabled == 0 || (repeats && condition.periodMs == 0) ||
         (!repeats && type != TavUtils::TASK_ONCE)) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "task_manager", __LINE__,
-                       "task %s is refused: it has no entry, is not enabled, has no period or is of unknown type %d",
-                       name.c_str(), static_cast<int>(type));
+        LogError("task %s is refused: it has no entry, is not enabled, has no period or is of unknown type %d",
+                 name.c_str(), static_cast<int>(type));
         return 0;
     }
     const TaskSchedule schedule{OnSteadyClock(condition.firstRunMs), Capped(condition.periodMs), repeats};
@@ -61,8 +60,7 @@ unsigned int TaskScheduler::Register(TavUtils::TASKTYPE type, const TavUtils::TA
         tasks_.emplace(id, std::move(task));
         return id;
     } catch (const std::system_error& error) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "task_manager", __LINE__,
-                       "task %s is refused: no thread for it: %s", name.c_str(), error.what());
+        LogError("task %s is refused: no thread for it: %s", name.c_str(), error.what());
         return 0;
     }
 }

@@ -15,7 +15,7 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/base/thread_name.h"
 #include "host/tasks/thread_stop.h"
 
@@ -64,11 +64,9 @@ void* RunThread(void* argument) {
     try {
         return start->entry(start->argument);
     } catch (const std::exception& error) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed: %s", start->name.c_str(),
-                       error.what());
+        LogError("thread %s failed: %s", start->name.c_str(), error.what());
     } catch (...) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s failed with an unknown exception",
-                       start->name.c_str());
+        LogError("thread %s failed with an unknown exception", start->name.c_str());
     }
     return nullptr;
 }
@@ -108,8 +106,7 @@ const Host::WakeSignal* Host::ThisThreadsStop() {
 unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
                                  const std::string& name) {
     if (entry == nullptr) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s has no entry: refused",
-                       name.c_str());
+        LogError("thread %s has no entry: refused", name.c_str());
         return 0;
     }
     const std::shared_ptr<const Host::WakeSignal> stop = MakeStop();
@@ -120,8 +117,7 @@ unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned
     pthread_t thread{};
     const int error = StartThread(thread, StackSize(stackBytes), std::move(start));
     if (error != 0) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %s cannot start: %s", name.c_str(),
-                       std::strerror(error));
+        LogError("thread %s cannot start: %s", name.c_str(), std::strerror(error));
         return 0;
     }
     do {
@@ -148,8 +144,7 @@ int StopHipsThreadEx(unsigned long handle) {
     }
     const int error = pthread_join(started.thread, nullptr);
     if (error != 0) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "threads", __LINE__, "thread %lu cannot be waited for: %s", handle,
-                       std::strerror(error));
+        LogError("thread %lu cannot be waited for: %s", handle, std::strerror(error));
         // Two threads that wait for each other: the refused one may be asked for again.
         const std::lock_guard lock(table.mutex);
         table.threads.emplace(handle, started);

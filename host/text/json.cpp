@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 
 namespace TavUtils::JsonAdaptor {
 
@@ -181,9 +181,8 @@ void LogSyntaxError(const std::string& text, size_t position, std::string_view r
     const size_t lineEnd = before.rfind('\n');
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
     const size_t column = lineEnd == std::string_view::npos ? before.size() + 1 : before.size() - lineEnd;
-    LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "json", __LINE__, "JSON refused at line %ld, column %zu: %.*s",
-                   static_cast<long>(line), column, static_cast<int>(std::min<size_t>(reason.size(), 200)),
-                   reason.data());
+    LogWarning("JSON refused at line %ld, column %zu: %.*s", static_cast<long>(line), column,
+               static_cast<int>(std::min<size_t>(reason.size(), 200)), reason.data());
 }
 
 }  // namespace
@@ -277,8 +276,7 @@ std::vector<std::string> JsonValue::GetJsonStringArray(const char* key) const {
 
 bool JsonCharReader::Parse(const std::string& text, JsonValue& value) const {
     if (text.size() > maxTextBytes) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "json", __LINE__, "JSON refused: %zu bytes, the limit is %zu",
-                       text.size(), maxTextBytes);
+        LogWarning("JSON refused: %zu bytes, the limit is %zu", text.size(), maxTextBytes);
         return false;
     }
     // The library takes a zero byte for the end of the text and would accept whatever stands behind it.
@@ -290,8 +288,7 @@ bool JsonCharReader::Parse(const std::string& text, JsonValue& value) const {
     TreeBuilder builder;
     if (!Json::sax_parse(text, &builder)) {
         if (builder.IsTooDeep()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "json", __LINE__,
-                           "JSON refused: more than %zu levels of nesting", maxDepth);
+            LogWarning("JSON refused: more than %zu levels of nesting", maxDepth);
         } else {
             LogSyntaxError(text, builder.ErrorPosition(), ReasonOf(builder.Error()));
         }

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <utility>
 
-#include "agent/logger.h"
 #include "agent/monitor.h"
+#include "host/base/log.h"
 #include "host/watch/fanotify_reader.h"
 
 namespace TavUtils::Monitor {
@@ -65,9 +65,8 @@ int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*,
     group->owners = event->fd;
     group->duplicate = Host::Descriptor(event->fd < 0 ? -1 : fcntl(event->fd, F_DUPFD_CLOEXEC, 0));
     if (!group->duplicate.IsOpen()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
-                       "no file can be watched for being read: fanotify: %s; run the agent with CAP_SYS_ADMIN",
-                       std::strerror(errno));
+        LogWarning("no file can be watched for being read: fanotify: %s; run the agent with CAP_SYS_ADMIN",
+                   std::strerror(errno));
         if (event->fd >= 0) {
             close(event->fd);
             event->fd = -1;

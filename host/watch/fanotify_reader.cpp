@@ -16,7 +16,7 @@
 #include <exception>
 
 #include "agent/files.h"
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/tasks/thread_stop.h"
 
 namespace Host {
@@ -108,9 +108,8 @@ void FanotifyReader::ReadEvents() {
             return;
         }
         if (readFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
-                           "fanotify events cannot be read, and every marked path is looked at instead: %s",
-                           std::strerror(errno));
+            LogError("fanotify events cannot be read, and every marked path is looked at instead: %s",
+                     std::strerror(errno));
         }
         // Not at once: what ails the process, such as a want of descriptors, may last. The event itself is gone.
         poll(nullptr, 0, lookPauseMs);
@@ -130,9 +129,7 @@ void FanotifyReader::ReadEvents() {
 void FanotifyReader::Tell(const fanotify_event_metadata& event, const Descriptor& file) {
     if ((event.mask & FAN_Q_OVERFLOW) != 0) {
         if (losses_.MayLog()) {
-            LoggerWriteLog(
-                "NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
-                "the kernel has dropped fanotify events, its queue was full: every marked path is looked at");
+            LogWarning("the kernel has dropped fanotify events, its queue was full: every marked path is looked at");
         }
         TellAll();
         return;
@@ -167,13 +164,11 @@ void FanotifyReader::Call(long number, const std::string& path, unsigned int mas
         event_.callback(number, path.c_str(), mask);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__, "a callback for fanotify failed: %s",
-                           error.what());
+            LogError("a callback for fanotify failed: %s", error.what());
         }
     } catch (...) {
         if (callFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
-                           "a callback for fanotify failed with an unknown exception");
+            LogError("a callback for fanotify failed with an unknown exception");
         }
     }
 }

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "agent/logger.h"
 #include "host/base/descriptor.h"
+#include "host/base/log.h"
 #include "host/watch/directory_list.h"
 
 namespace Host {
@@ -39,9 +39,8 @@ bool FileMonitor::Add(int handle, const TavUtils::Monitor::FileWatchRule& rule) 
 
 void FileMonitor::LogFailure(const WatchedRule& rule, int error) {
     if (error != EAGAIN && failurePacer_.MayLog()) {
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "%s cannot be watched: %s%s",
-                       rule.rule.path.c_str(), std::strerror(error),
-                       error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
+        LogWarning("%s cannot be watched: %s%s", rule.rule.path.c_str(), std::strerror(error),
+                   error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
     }
 }
 
@@ -69,8 +68,7 @@ void FileMonitor::Handle(const InotifyEvent& event, Time now, Reports& reports) 
     if ((event.mask & IN_Q_OVERFLOW) != 0) {
         lossSince_ = std::min(lossSince_.value_or(now), now);
         if (lossPacer_.MayLog()) {
-            LoggerWriteLog(
-                "NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__,
+            LogWarning(
                 "the kernel has dropped file events, its queue was full: the watched paths are compared with "
                 "what was known of them (see fs.inotify.max_queued_events)");
         }

@@ -11,7 +11,7 @@
 #include <limits>
 #include <system_error>
 
-#include "agent/logger.h"
+#include "host/base/log.h"
 #include "host/base/thread_name.h"
 
 namespace Host {
@@ -100,7 +100,7 @@ bool MonitorService::Start() {
         return true;
     } catch (const std::system_error& error) {
         monitor_.reset();
-        LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "monitor", __LINE__, "no path can be watched: %s", error.what());
+        LogWarning("no path can be watched: %s", error.what());
         return false;
     }
 }
@@ -168,8 +168,7 @@ void MonitorService::HandleEvents(Lock& lock) {
     const int error = monitor_->Read(events);
     if (error != 0) {
         if (readFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
-                           "file events cannot be read and are tried again: %s", std::strerror(error));
+            LogError("file events cannot be read and are tried again: %s", std::strerror(error));
         }
         // Not at once: what ails the descriptor may last.
         pollfd wake{wake_->Descriptor(), POLLIN, 0};
@@ -212,13 +211,11 @@ void MonitorService::Call(const TavUtils::Monitor::FileWatchCallback& callback, 
         callback(report.handle, TextOf(report.path), TextOf(report.otherPath), false, report.operation, report.detail);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__, "a callback for file changes failed: %s",
-                           error.what());
+            LogError("a callback for file changes failed: %s", error.what());
         }
     } catch (...) {
         if (callFailures_.MayLog()) {
-            LoggerWriteLog("NormalLog", LOG_LEVEL_ERROR, "monitor", __LINE__,
-                           "a callback for file changes failed with an unknown exception");
+            LogError("a callback for file changes failed with an unknown exception");
         }
     }
 }

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/base/log_control.h"
+#include "host/base/log.h"
 
 namespace {
 

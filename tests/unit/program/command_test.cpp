@@ -7,7 +7,7 @@
 
 #include "agent/config.h"
 #include "agent/logger.h"
-#include "host/base/log_control.h"
+#include "host/base/log.h"
 #include "host/config/config_in_force.h"
 #include "host/events/event_output.h"
 #include "host/events/event_queue.h"

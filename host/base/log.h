@@ -1,0 +1,40 @@
+// The agent's own log lines. Each is one call in printf form; whatever bytes the arguments bring, it is one line. Any
+// thread.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "agent/logger.h"
+
+namespace Host {
+
+// Lines below level are dropped before they are formatted. LOG_LEVEL_LIFECYCLE until the first call. Any thread.
+void SetLogLevel(LogLevel level);
+
+// The name of a source file without its folders and its ending, cut to 31 bytes, with its terminator.
+consteval std::array<char, 32> SourceStem(std::string_view file) {
+    file = file.substr(file.rfind('/') + 1);
+    file = file.substr(0, file.rfind('.'));
+    std::array<char, 32> stem{};
+    for (size_t i = 0; i < file.size() && i + 1 < stem.size(); ++i) {
+        stem[i] = file[i];
+    }
+    return stem;
+}
+
+}  // namespace Host
+
+#define ORLIM_LOG(level, ...)                                                        \
+    do {                                                                             \
+        static constexpr auto logSource = Host::SourceStem(__FILE__);                \
+        LoggerWriteLog("NormalLog", level, logSource.data(), __LINE__, __VA_ARGS__); \
+    } while (false)
+
+// Something was lost or does not work, and the operator should act.
+#define LogError(...) ORLIM_LOG(LOG_LEVEL_ERROR, __VA_ARGS__)
+// Something is not as it should be; the agent goes on.
+#define LogWarning(...) ORLIM_LOG(LOG_LEVEL_WARNING, __VA_ARGS__)
+// A step in the agent's life.
+#define LogInfo(...) ORLIM_LOG(LOG_LEVEL_LIFECYCLE, __VA_ARGS__)
