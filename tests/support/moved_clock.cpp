@@ -1,0 +1,140 @@
+#include "tests/support/moved_clock.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <list>
+#include <vector>
+
+namespace {
+
+using Host::Clock::Time;
+
+struct Waiter {
+    std::optional<Time> deadline;
+    std::condition_variable* changed = nullptr;  // of a wait for a condition
+    int wake = -1;                               // of a wait in poll(2)
+};
+
+struct State {
+    std::mutex mutex;
+    std::condition_variable registered;
+    // Not the epoch, so that a time that was never set shows.
+    Time now = Time(std::chrono::hours(1000));
+    std::list<Waiter*> waiters;
+};
+
+// Never destroyed: threads may wait while the program leaves.
+State& TheState() {
+    static State& state = *new State;
+    return state;
+}
+
+class Registration {
+public:
+    explicit Registration(Waiter& waiter) : waiter_(waiter) {
+        const std::lock_guard guard(TheState().mutex);
+        TheState().waiters.push_back(&waiter_);
+        TheState().registered.notify_all();
+    }
+    ~Registration() {
+        const std::lock_guard guard(TheState().mutex);
+        TheState().waiters.remove(&waiter_);
+    }
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+private:
+    Waiter& waiter_;
+};
+
+bool HasCome(std::optional<Time> deadline) {
+    return deadline && Host::Clock::Now() >= *deadline;
+}
+
+size_t WaitingThreads(const State& state) {
+    size_t count = 0;
+    for (const Waiter* waiter : state.waiters) {
+        count += waiter->deadline && *waiter->deadline > state.now ? 1U : 0U;
+    }
+    return count;
+}
+
+}  // namespace
+
+namespace Host::Clock {
+
+Time Now() {
+    const std::lock_guard guard(TheState().mutex);
+    return TheState().now;
+}
+
+bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock, std::optional<Time> deadline,
+               const std::function<bool()>& done) {
+    Waiter waiter{.deadline = deadline, .changed = &changed, .wake = -1};
+    const Registration registration(waiter);
+    // Advance notifies without the caller's lock, so its word can be lost between the look at the time and the wait.
+    while (!done() && !HasCome(deadline)) {
+        changed.wait_for(lock, std::chrono::milliseconds(20));
+    }
+    return done();
+}
+
+int Poll(std::span<pollfd> descriptors, std::optional<Time> deadline) {
+    const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    Waiter waiter{.deadline = deadline, .changed = nullptr, .wake = wake};
+    int ready = 0;
+    {
+        const Registration registration(waiter);
+        std::vector<pollfd> all(descriptors.begin(), descriptors.end());
+        all.push_back({.fd = wake, .events = POLLIN, .revents = 0});
+        do {
+            ready = ::poll(all.data(), all.size(), HasCome(deadline) ? 0 : -1);
+            eventfd_t count = 0;
+            if (ready > 0 && all.back().revents != 0) {
+                ::eventfd_read(wake, &count);
+                --ready;
+            }
+        } while ((ready < 0 && errno == EINTR) || (ready == 0 && !HasCome(deadline)));
+        std::copy_n(all.begin(), descriptors.size(), descriptors.begin());
+    }
+    ::close(wake);
+    return ready;
+}
+
+}  // namespace Host::Clock
+
+namespace MovedClock {
+
+void Advance(std::chrono::nanoseconds step) {
+    State& state = TheState();
+    const std::lock_guard guard(state.mutex);
+    state.now += step;
+    for (const Waiter* waiter : state.waiters) {
+        if (waiter->wake >= 0) {
+            ::eventfd_write(waiter->wake, 1);
+        } else {
+            waiter->changed->notify_all();
+        }
+    }
+}
+
+bool AwaitWaiting(size_t threads) {
+    State& state = TheState();
+    std::unique_lock lock(state.mutex);
+    return state.registered.wait_for(lock, std::chrono::seconds(10), [&] { return WaitingThreads(state) >= threads; });
+}
+
+Time NearestDeadline() {
+    State& state = TheState();
+    const std::lock_guard guard(state.mutex);
+    Time nearest = Time::max();
+    for (const Waiter* waiter : state.waiters) {
+        nearest = std::min(nearest, waiter->deadline.value_or(Time::max()));
+    }
+    return nearest;
+}
+
+}  // namespace MovedClock
