@@ -2,13 +2,13 @@
 
 #include <unistd.h>
 
+#include "host/base/exit_status.h"
 #include "host/base/log.h"
 #include "host/base/write_all.h"
 #include "host/check/checks.h"
 #include "host/check/report.h"
 #include "host/check/setup.h"
 #include "host/config/config_in_force.h"
-#include "host/program/exit_status.h"
 
 namespace Host {
 namespace {

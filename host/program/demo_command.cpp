@@ -9,14 +9,14 @@
 #include "demo/apart.h"
 #include "demo/report.h"
 #include "demo/wirings.h"
+#include "host/base/complain.h"
+#include "host/base/exit_status.h"
+#include "host/base/signals.h"
 #include "host/base/write_all.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
-#include "host/program/complain.h"
-#include "host/program/exit_status.h"
-#include "host/program/signals.h"
 
 namespace Host {
 namespace {

@@ -4,6 +4,8 @@
 
 #include <exception>
 
+#include "host/base/complain.h"
+#include "host/base/exit_status.h"
 #include "host/base/write_all.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
@@ -11,8 +13,6 @@
 #include "host/explain/explanation.h"
 #include "host/explain/judgement_text.h"
 #include "host/explain/wiring_text.h"
-#include "host/program/complain.h"
-#include "host/program/exit_status.h"
 
 namespace Host {
 namespace {

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "host/program/exit_status.h"
+#include "host/base/exit_status.h"
 
 namespace Host {
 namespace {

@@ -8,16 +8,16 @@
 #include <string>
 
 #include "demo/stagehand.h"
+#include "host/base/complain.h"
+#include "host/base/exit_status.h"
+#include "host/base/signals.h"
 #include "host/base/write_all.h"
 #include "host/program/check_command.h"
-#include "host/program/complain.h"
 #include "host/program/demo_command.h"
-#include "host/program/exit_status.h"
 #include "host/program/explain_command.h"
 #include "host/program/options.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
-#include "host/program/signals.h"
 
 namespace Host {
 namespace {

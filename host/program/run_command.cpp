@@ -5,16 +5,16 @@
 
 #include <utility>
 
+#include "host/base/complain.h"
+#include "host/base/exit_status.h"
 #include "host/base/log.h"
+#include "host/base/signals.h"
 #include "host/check/checks.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
 #include "host/events/event_output.h"
-#include "host/program/complain.h"
-#include "host/program/exit_status.h"
 #include "host/program/footprint.h"
-#include "host/program/signals.h"
 
 namespace Host {
 namespace {

@@ -5,14 +5,14 @@
 #include <utility>
 
 #include "agent/env.h"
+#include "host/base/complain.h"
+#include "host/base/exit_status.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
 #include "host/events/event_output.h"
 #include "host/events/event_queue.h"
-#include "host/program/complain.h"
-#include "host/program/exit_status.h"
 #include "host/tasks/task_control.h"
 
 namespace Host {

@@ -8,12 +8,12 @@
 #include "agent/config.h"
 #include "agent/logger.h"
 #include "host/base/log.h"
+#include "host/base/signals.h"
 #include "host/config/config_in_force.h"
 #include "host/events/event_output.h"
 #include "host/events/event_queue.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
-#include "host/program/signals.h"
 #include "tests/support/temporary_directory.h"
 
 namespace Host {

@@ -1,4 +1,4 @@
-#include "host/program/signals.h"
+#include "host/base/signals.h"
 
 #include <signal.h>
 

@@ -1,4 +1,4 @@
-#include "host/program/complain.h"
+#include "host/base/complain.h"
 
 #include <unistd.h>
 
