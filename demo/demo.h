@@ -3,15 +3,10 @@
 
 #include <functional>
 #include <string>
-#include <vector>
+
+#include "demo/options.h"
 
 namespace Host {
-
-struct DemoOptions {
-    std::vector<std::string> only;  // names of wirings; empty for all
-    bool list = false;              // tell the wirings and leave
-    bool json = false;              // nothing but one JSON text
-};
 
 // The module. Both are called on a thread of their own, which stays in the network namespace that the program began in,
 // where alone the kernel tells of processes.

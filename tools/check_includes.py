@@ -37,8 +37,8 @@ ALLOWED = {
         *("src/agent", "src/frame", "src/inspect", "src/wiring", "src/alarm", "src/shellfile", "src/classifier"),
         *("src/graph", "src/module", *SERVICES, "host/config"),
     ],
-    "host/program": ["src/agent", *SERVICES, "host/config", "host/detector", "host/check", "host/explain", "demo"],
-    "demo": ["src/agent", "src/wiring", *SERVICES, "host/explain"],
+    "host/program": ["src/agent", *SERVICES, "host/config", "host/detector", "host/check", "host/explain"],
+    "demo": ["src/agent", "src/wiring", *SERVICES, "host/config", "host/detector", "host/check", "host/explain"],
 }
 
 # The baseline of the shell files is all that the classifier may ask of its room.

@@ -45,4 +45,8 @@ private:
     int fd_ = -1;
 };
 
+// Opens /dev/null in the place of standard streams that are closed: a descriptor of the process's own that took such a
+// place would be written to by mistake. On the main thread, before any descriptor is opened.
+void OccupyStandardStreams();
+
 }  // namespace Host

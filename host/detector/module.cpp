@@ -8,20 +8,14 @@
 #include <memory>
 #include <utility>
 
-#include "agent/files.h"
 #include "host/base/error_text.h"
+#include "host/system/own_program.h"
 
 namespace Host {
 namespace {
 
 constexpr const char* fileName = "/liborlim_detect-shell.so";
 constexpr const char* remedy = ". Install the module there, or name it with --module FILE.";
-
-std::string DirectoryOfProgram() {
-    const std::string program = TavUtils::FileAttribute::GetRealLink("/proc/self/exe");
-    const size_t slash = program.rfind('/');
-    return slash == std::string::npos ? "" : program.substr(0, slash);
-}
 
 // A path that dlopen cannot take for a name to look up in the system's own directories.
 std::string Canonical(const std::string& path) {

@@ -2,106 +2,26 @@
 
 #include <unistd.h>
 
-#include <exception>
-#include <optional>
+#include <cerrno>
 
-#include "agent/env.h"
-#include "demo/apart.h"
-#include "demo/report.h"
-#include "demo/wirings.h"
 #include "host/base/complain.h"
+#include "host/base/error_text.h"
 #include "host/base/exit_status.h"
-#include "host/base/signals.h"
-#include "host/base/write_all.h"
-#include "host/check/rights.h"
-#include "host/config/config_in_force.h"
-#include "host/detector/module.h"
-#include "host/detector/supervisor.h"
+#include "host/system/own_program.h"
 
 namespace Host {
-namespace {
 
-// Empty if all names are those of wirings.
-std::string UnknownName(const DemoOptions& options) {
-    for (const std::string& name : options.only) {
-        if (FindWiring(name) == nullptr) {
-            return name;
-        }
+int DemoCommand(const std::vector<std::string>& arguments) {
+    const std::string program = DirectoryOfProgram() + "/orlim-demo";
+    std::vector<char*> words{const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) {
+        words.push_back(const_cast<char*>(argument.c_str()));
     }
-    return "";
-}
-
-std::string WhyImpossible() {
-    if (::geteuid() != 0) {
-        return "the demonstration needs root: it makes network namespaces and looks at other processes. Run it with "
-               "sudo, or see its wirings with --list";
-    }
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
-        return "AGENT_LOCATION is set in the environment, and the module then keeps its search for reverse shells off. "
-               "Unset it: env -u AGENT_LOCATION orlim-agent demo";
-    }
-    return "";
-}
-
-int Demonstrate(const Options& options) {
-    std::string error;
-    const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
-    if (!module) {
-        Complain(error);
-        return EXIT_FAILED;
-    }
-    Supervisor supervisor(module->Entries(), [](const AgentConfig&) {});
-    const DemoDetector detector{
-        .start =
-            [&](const std::string& etcDirectory) {
-                AgentConfig config;
-                config.settings["TAVORIN_ETC"] = etcDirectory;
-                config.perMinuteLimit = 0;
-                ApplyToProcess(config, LOG_LEVEL_WARNING);
-                LogMissingCapabilities();
-                return supervisor.Start(config, config.moduleText);
-            },
-        .stop = [&] { supervisor.Stop(); },
-    };
-    const DemoEnd end = RunDemo(options.demo, detector, error);
-    if (end == DemoEnd::impossible) {
-        Complain("the demonstration cannot go on: " + error + ". orlim-agent check tells what this host lacks.");
-    }
-    return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
-}
-
-int DemonstrateOrSayWhyNot(const Options& options) {
-    try {
-        return Demonstrate(options);
-    } catch (const std::exception& error) {
-        // Such as a thread or memory that the system refuses.
-        Complain(std::string("the demonstration cannot go on: ") + error.what());
-        return EXIT_FAILED;
-    }
-}
-
-}  // namespace
-
-int DemoCommand(const Options& options) {
-    if (options.demo.list) {
-        return WriteAll(STDOUT_FILENO, ListText()).error == 0 ? EXIT_DONE : EXIT_FAILED;
-    }
-    const std::string unknown = UnknownName(options.demo);
-    if (!unknown.empty()) {
-        Complain("--only: found " + unknown + ", expected the name of a wiring; orlim-agent demo --list tells them");
-        return EXIT_WRONG_USE;
-    }
-    const std::string reason = WhyImpossible();
-    if (!reason.empty()) {
-        Complain(reason);
-        return EXIT_FAILED;
-    }
-    BlockControlSignals();
-    const std::optional<int> status = RunApart([&] { return DemonstrateOrSayWhyNot(options); });
-    if (!status) {
-        Complain("the demonstration has ended without a result: it was killed, or the system starts no more processes");
-    }
-    return status.value_or(EXIT_FAILED);
+    words.push_back(nullptr);
+    ::execv(program.c_str(), words.data());
+    Complain("the demonstration cannot be started: " + program + ": " + ErrorText(errno) +
+             ". Install orlim-demo beside the agent.");
+    return EXIT_FAILED;
 }
 
 }  // namespace Host

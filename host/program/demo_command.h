@@ -1,12 +1,13 @@
-// orlim-agent demo.
+// The demonstration: a program of its own, of which the agent holds nothing but the name.
 #pragma once
 
-#include "host/program/options.h"
+#include <string>
+#include <vector>
 
 namespace Host {
 
-// Stages known wirings and tells which the module finds; returns the exit status. On the main thread, before any other
-// has been started.
-int DemoCommand(const Options& options);
+// Becomes orlim-demo, which stands in the agent's directory, with these arguments. Returns an exit status only if that
+// program cannot be started, which is explained on standard error.
+int DemoCommand(const std::vector<std::string>& arguments);
 
 }  // namespace Host

@@ -67,15 +67,6 @@ void AddExplainOptions(CLI::App& command, Options& options) {
     command.add_flag("--dot", options.dot, "Print the wiring alone, as a graph for Graphviz");
 }
 
-void AddDemoOptions(CLI::App& command, DemoOptions& options) {
-    command.add_option("--only", options.only, "Stage this wiring, may be given several times; all without it")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    command.add_flag("--list", options.list, "Tell the wirings and what is expected of each, and leave");
-    command.add_flag("--json", options.json, "Print one JSON text at the end and nothing else");
-    command.footer("See orlim-agent --help for examples, signals and exit status.");
-}
-
 Command CommandOf(const CLI::App& app) {
     static const std::map<std::string, Command> commands{{"run", Command::run},
                                                          {"scan", Command::scan},
@@ -115,11 +106,13 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
     for (CLI::App* command : {run, scan, check, explain}) {
         AddConfigOption(*command, options);
     }
-    for (CLI::App* command : {run, scan, check, demo}) {
+    for (CLI::App* command : {run, scan, check}) {
         AddModuleOption(*command, options);
     }
     AddExplainOptions(*explain, options);
-    AddDemoOptions(*demo, options.demo);
+    // orlim-demo reads its own options, --help among them.
+    demo->set_help_flag();
+    demo->prefix_command();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -136,6 +129,7 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
         return parsed;
     }
     options.command = CommandOf(app);
+    options.demoArguments = demo->remaining();
     parsed.options = options;
     return parsed;
 }

@@ -3,8 +3,7 @@
 
 #include <optional>
 #include <string>
-
-#include "demo/demo.h"
+#include <vector>
 
 namespace Host {
 
@@ -14,9 +13,9 @@ struct Options {
     Command command = Command::run;
     std::optional<std::string> configFile;
     std::optional<std::string> moduleFile;
-    int pid = 0;       // to explain
-    bool dot = false;  // the graph of it alone
-    DemoOptions demo;
+    int pid = 0;                             // to explain
+    bool dot = false;                        // the graph of it alone
+    std::vector<std::string> demoArguments;  // as they stand; orlim-demo reads them
 };
 
 // Either options, or the status to leave with and what to print before: output on standard output, error on standard

@@ -1,14 +1,12 @@
 #include "host/program/program.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <exception>
 #include <string>
 
-#include "demo/stagehand.h"
 #include "host/base/complain.h"
+#include "host/base/descriptor.h"
 #include "host/base/exit_status.h"
 #include "host/base/signals.h"
 #include "host/base/write_all.h"
@@ -22,17 +20,6 @@
 namespace Host {
 namespace {
 
-// A descriptor of the agent's that took the place of a closed standard stream would be written to by mistake.
-void OccupyStandardStreams() {
-    int fd = 0;
-    do {
-        fd = ::open("/dev/null", O_RDWR);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd > STDERR_FILENO) {
-        ::close(fd);
-    }
-}
-
 int Execute(const Options& options) {
     switch (options.command) {
         case Command::scan:
@@ -42,7 +29,7 @@ int Execute(const Options& options) {
         case Command::explain:
             return ExplainCommand(options);
         case Command::demo:
-            return DemoCommand(options);
+            return DemoCommand(options.demoArguments);
         case Command::run:
             break;
     }
@@ -52,9 +39,6 @@ int Execute(const Options& options) {
 }  // namespace
 
 int Main(int argc, const char* const* argv) {
-    if (argc > 1 && std::strcmp(argv[1], stagehandCommand) == 0) {
-        return StagehandMain(argc, argv);
-    }
     OccupyStandardStreams();
     IgnoreWriteSignals();
     const ParsedOptions parsed = ParseOptions(argc, argv);

@@ -76,9 +76,10 @@ def open_directory():
 
 @pytest.fixture
 def copied_program(open_directory):
-    """The agent with its libraries, in a place of its own."""
+    """The agent with its demonstration and libraries, in a place of its own."""
     (open_directory / "bin").mkdir()
-    shutil.copy(agent.PROGRAM, open_directory / "bin")
+    for program in (agent.PROGRAM, agent.PROGRAM.parent / "orlim-demo"):
+        shutil.copy(program, open_directory / "bin")
     (open_directory / "lib").mkdir()
     for library in agent.LIBRARIES.rglob("liborlim_*.so"):
         shutil.copy(library, open_directory / "lib")

@@ -192,6 +192,14 @@ def test_unknown_wiring_is_refused_by_name():
     assert "bash-on-sockets" in done.stderr.decode() and "--list" in done.stderr.decode()
 
 
+def test_missing_program_of_the_demonstration_is_named(copied_program):
+    missing = copied_program.parent / "orlim-demo"
+    missing.unlink()
+    done = run_to_end("demo", program=copied_program)
+    assert done.returncode == 1
+    assert f"orlim-agent: the demonstration cannot be started: {missing}: No such file" in done.stderr.decode()
+
+
 def test_without_root_it_says_so(copied_program):
     done = run_to_end("demo", program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[])
     assert (done.returncode, done.stdout) == (1, b"")
@@ -236,6 +244,6 @@ def test_who_calls_it_does_not_hold_it_up(nothing_left):
 
 
 def test_stagehand_is_no_command():
-    done = run_to_end("stagehand")
+    done = run_to_end("demo", "stagehand")
     assert (done.returncode, done.stdout) == (2, b"")
     assert "orlim-agent demo" in done.stderr.decode()

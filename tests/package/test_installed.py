@@ -11,6 +11,7 @@ from stage import ON_LINE, reverse_shell, shell
 def test_files_are_in_debians_places(installed):
     places = {
         "usr/sbin/orlim-agent": 0o755,
+        "usr/sbin/orlim-demo": 0o755,
         "usr/lib/orlim-agent/liborlim_agent.so": 0o644,
         "usr/lib/orlim-agent/orlim/liborlim_detect-shell.so": 0o644,
         "usr/share/bash-completion/completions/orlim-agent": 0o644,

@@ -25,6 +25,7 @@ LINKS = {"bin/sh": "dash", "usr/bin/awk": "mawk", "usr/bin/nc": "nc.openbsd", "e
 SHELLS = ("/bin/sh", "/bin/bash", "/bin/dash", "/usr/bin/bash", "/usr/bin/dash")
 MERGED_FOLDERS = ("bin", "sbin", "lib")
 NOT_NEEDED = ("usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/info", "usr/share/zoneinfo")
+PROGRAMS = ("orlim-agent", "orlim-demo", "pass_cost")
 ROOT_DISK_MEBIBYTES = 512
 TESTED_DISK_MEBIBYTES = 256
 
@@ -139,7 +140,7 @@ def tested_disk(build, folder, name):
     content = new_content(folder, name, "tests/e2e", "docs/schema", "bench", "packaging")
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
-    for program in filter(pathlib.Path.exists, (build / "bin/orlim-agent", build / "bin/pass_cost")):
+    for program in filter(pathlib.Path.exists, (build / f"bin/{name}" for name in PROGRAMS)):
         shutil.copy(program, content / "build/bin")
     for library in (build / "lib").glob("liborlim_*.so*"):
         shutil.copy(library, content / "build/lib", follow_symlinks=False)

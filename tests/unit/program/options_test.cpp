@@ -51,19 +51,15 @@ TEST(Options, ExplainTakesAProcess) {
     EXPECT_TRUE(full.options->dot);
 }
 
-TEST(Options, DemoTakesWirings) {
+TEST(Options, DemoHandsItsArgumentsOnAsTheyStand) {
     const ParsedOptions plain = Parse({"demo"});
     ASSERT_TRUE(plain.options) << plain.error;
     EXPECT_EQ(plain.options->command, Command::demo);
-    EXPECT_TRUE(plain.options->demo.only.empty());
-    EXPECT_FALSE(plain.options->demo.list);
-    EXPECT_FALSE(plain.options->demo.json);
-    const ParsedOptions full = Parse({"demo", "--only", "a", "--json", "--only=b", "--list", "--module", "m"});
+    EXPECT_TRUE(plain.options->demoArguments.empty());
+    const ParsedOptions full = Parse({"demo", "--only", "a", "--json", "--only=b", "--help", "walk"});
     ASSERT_TRUE(full.options) << full.error;
-    EXPECT_EQ(full.options->demo.only, (std::vector<std::string>{"a", "b"}));
-    EXPECT_TRUE(full.options->demo.list);
-    EXPECT_TRUE(full.options->demo.json);
-    EXPECT_EQ(full.options->moduleFile, "m");
+    EXPECT_EQ(full.options->demoArguments,
+              (std::vector<std::string>{"--only", "a", "--json", "--only=b", "--help", "walk"}));
 }
 
 TEST(Options, WrongUseLeavesWithTwoAndAHint) {
@@ -79,7 +75,6 @@ TEST(Options, WrongUseLeavesWithTwoAndAHint) {
         {{"explain", "-1"}, "-1"},         {{"explain", "99999999999"}, "PID"},
         {{"explain", "1", "2"}, "2"},      {{"explain", "1", "--module", "m"}, "--module"},
         {{"explain", "1x"}, "PID"},        {{"run", "--dot"}, "--dot"},
-        {{"demo", "--only"}, "--only"},    {{"demo", "--only", "a", "b"}, "b"},
     };
     for (const auto& row : rows) {
         const ParsedOptions parsed = Parse(row.arguments);
