@@ -52,7 +52,7 @@ def fail(message):
 
 def wanted_packages():
     """What the build and the tests find by its -dev packages."""
-    lines = [line for name in LISTS for line in (ROOT / "packages" / name).read_text(encoding="utf-8").splitlines()]
+    lines = [line for name in LISTS for line in (ROOT / "tools/apt" / name).read_text(encoding="utf-8").splitlines()]
     listed = (line.split("#")[0].strip() for line in lines)
     return sorted(name for name in listed if name.endswith("-dev"))
 
