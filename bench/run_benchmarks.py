@@ -49,9 +49,20 @@ SNAPSHOT_COLUMNS = (
 
 
 def run_in_own_host(build, program, *arguments):
-    inside = f"ip link set lo up && ip address add {ADDRESS}/32 dev lo && exec \"$0\" \"$@\""
-    command = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc", "--net", "sh", "-c", inside,
-               str(build / "bin" / program), *map(str, arguments)]
+    inside = f'ip link set lo up && ip address add {ADDRESS}/32 dev lo && exec "$0" "$@"'
+    command = [
+        "unshare",
+        "--pid",
+        "--fork",
+        "--kill-child",
+        "--mount-proc",
+        "--net",
+        "sh",
+        "-c",
+        inside,
+        str(build / "bin" / program),
+        *map(str, arguments),
+    ]
     return json.loads(subprocess.run(command, check=True, capture_output=True, text=True, timeout=600).stdout)
 
 
@@ -78,22 +89,30 @@ def print_table(columns, rows):
 
 
 def measure_passes(build):
-    rows = [measure_pass(build, processes, connections, shells)
-            for shells in (0, 1) for processes in PROCESSES for connections in CONNECTIONS]
+    rows = [
+        measure_pass(build, processes, connections, shells)
+        for shells in (0, 1)
+        for processes in PROCESSES
+        for connections in CONNECTIONS
+    ]
     print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
     print_table(PASS_COLUMNS, rows)
 
 
 def measure_inspections(build):
     print("\nOne refresh of the socket table\n")
-    print_table(REFRESH_COLUMNS, [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS)
-                                  for sockets in CONNECTIONS])
+    print_table(
+        REFRESH_COLUMNS, [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS) for sockets in CONNECTIONS]
+    )
     print("\nOne snapshot of a process\n")
-    print_table(SNAPSHOT_COLUMNS, [measure_inspection(build, "snapshot", descriptors, RUNS)
-                                   for descriptors in DESCRIPTORS])
+    print_table(
+        SNAPSHOT_COLUMNS, [measure_inspection(build, "snapshot", descriptors, RUNS) for descriptors in DESCRIPTORS]
+    )
     shell = run_in_own_host(build, "inspect_cost", "shell", RUNS)
-    print(f"\nIs a file a shell: {shell['missMs'] * 1000:.2f} µs where its size tells, {shell['hitMs']:.2f} ms where "
-          "1 MiB is read")
+    print(
+        f"\nIs a file a shell: {shell['missMs'] * 1000:.2f} µs where its size tells, {shell['hitMs']:.2f} ms where "
+        "1 MiB is read"
+    )
 
 
 def measure_storms(build):

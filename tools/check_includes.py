@@ -20,7 +20,15 @@ ALLOWED = {
     "src/shellfile": ["src/agent", "src/frame", "src/inspect", "src/alarm"],
     "src/classifier": ["src/agent", "src/frame", "src/inspect", "src/alarm", "src/shellfile"],
     "src/graph": ["src/agent", "src/frame"],
-    "src/module": ["src/agent", "src/frame", "src/inspect", "src/alarm", "src/shellfile", "src/classifier", "src/graph"],
+    "src/module": [
+        "src/agent",
+        "src/frame",
+        "src/inspect",
+        "src/alarm",
+        "src/shellfile",
+        "src/classifier",
+        "src/graph",
+    ],
     "host/base": ["src/agent"],
     "host/text": ["src/agent", "host/base"],
     "host/system": ["src/agent", "host/base", "host/text"],
@@ -62,7 +70,9 @@ def violations(room, path):
             yield f'{path.relative_to(ROOT)}: "{name}" is in no room'
         elif target not in ALLOWED[room]:
             yield f'{path.relative_to(ROOT)}: {room} must not include {target} ("{name}")'
-        elif pathlib.PurePosixPath(name).name not in ONLY_HEADERS.get((room, target), {pathlib.PurePosixPath(name).name}):
+        elif pathlib.PurePosixPath(name).name not in ONLY_HEADERS.get(
+            (room, target), {pathlib.PurePosixPath(name).name}
+        ):
             yield f'{path.relative_to(ROOT)}: {room} may not include "{name}"'
 
 

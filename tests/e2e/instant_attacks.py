@@ -41,7 +41,7 @@ TERMINAL_OF_DAEMON = "terminal of a program with the ssh daemon's inode, whateve
 ORPHAN = "shell under init: what it starts is left out"
 FED_LOCALLY = "pipe from a child that has no socket: nobody to name"
 FED = "pipe from a child that has a new connection: taken for a client"
-HOSTILE = "".join(("one\ntwo\r\n", "\"'\\\\\"}],\\u0000", "a\udcffb\udcfec\udc80d", "%s%n", "żółw 🐢", "x" * 3500))
+HOSTILE = "".join(("one\ntwo\r\n", '"\'\\\\"}],\\u0000', "a\udcffb\udcfec\udc80d", "%s%n", "żółw 🐢", "x" * 3500))
 
 
 def reader(line, shell, program=BASH, **more):
@@ -182,18 +182,14 @@ FOUND = {
     DASH_READING: lambda site: reader(site.line, ("sh", "-s", "dash"), DASH),
     IPV6: lambda site: reader(site.line_over_ipv6, ("bash", "-s", "ipv6")),
     MAPPED: lambda site: reader(site.line_mapped, ("bash", "-s", "mapped")),
-    TWO_ADDRESSES: lambda site: reader(
-        loopback("127.0.0.2"), ("bash", "-s", "two-addresses"), orders="line.accepted"
-    ),
+    TWO_ADDRESSES: lambda site: reader(loopback("127.0.0.2"), ("bash", "-s", "two-addresses"), orders="line.accepted"),
     "hard link of a shell under another name": lambda site: reader(
         site.line, ("sync", "-s", "linked"), site.hard_link, source=site.hard_link
     ),
     "copy of a shell under another name": lambda site: reader(
         site.line, ("sync", "-s", "copied"), site.copy, source=site.copy
     ),
-    COMMAND_OVER_IPV6: lambda site: reader(
-        site.line_over_ipv6, ("bash", "-c", LOOP, "command-ipv6")
-    ),
+    COMMAND_OVER_IPV6: lambda site: reader(site.line_over_ipv6, ("bash", "-c", LOOP, "command-ipv6")),
     HOSTILE_CMDLINE: lambda site: reader(site.line, ("bash", "-s", HOSTILE)),
     TWINS: twins,
     RELAYED: lambda site: relayed(site, "read", "bash", "-s", "relayed"),
@@ -215,9 +211,7 @@ SILENT = {
     ),
     BUILT_IN: lambda site: reader(site.line, ("bash", "-s", "built-in"), order="echo $((6*7))-e2e"),
     PORT_22: lambda site: reader(site.line_from_port_22, ("bash", "-s", "port-22")),
-    EXEMPT: lambda site: reader(
-        site.line, ("bash", "-s", "exempted-by-prefix")
-    ),
+    EXEMPT: lambda site: reader(site.line, ("bash", "-s", "exempted-by-prefix")),
     "program that is neither a listed shell nor a copy of one": lambda site: reader(
         site.line, ("bash", "-s", "unlisted"), site.unlisted
     ),

@@ -70,9 +70,7 @@ LACKS = {
         ("unshare", "--pid", "--fork", "--kill-child"), OF_PROCESS_EVENTS, "no process events into a PID namespace"
     ),
     "rights of a user namespace": Lack(("unshare", "-Ur"), {COPY, FLAGS, *REVERSE_SHELLS}),
-    "connections outside a network namespace": Lack(
-        ("unshare", "--net"), {COPY, *REVERSE_SHELLS}, "network namespace"
-    ),
+    "connections outside a network namespace": Lack(("unshare", "--net"), {COPY, *REVERSE_SHELLS}, "network namespace"),
     "processes hidden": Lack(
         (*after(HIDING, "--mount"), *without("sys_ptrace")), {COPY, *REVERSE_SHELLS}, "mounted with hidepid=", 1
     ),

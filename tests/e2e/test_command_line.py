@@ -48,7 +48,9 @@ def test_version():
     assert re.fullmatch(rb"orlim-agent \d+\.\d+\.\d+\n", done.stdout)
 
 
-@pytest.mark.parametrize("arguments", [["--help"], ["-h"], ["run", "--help"], ["scan", "--help"], ["check", "-h"], ["explain", "-h"]])
+@pytest.mark.parametrize(
+    "arguments", [["--help"], ["-h"], ["run", "--help"], ["scan", "--help"], ["check", "-h"], ["explain", "-h"]]
+)
 def test_help_tells_the_use(arguments):
     done = run_to_end(*arguments)
     assert (done.returncode, done.stderr) == (0, b"")

@@ -10,7 +10,7 @@ from stage import BASH, ON_LINE, Stage, reverse_shell, shell, tcp
 
 HOSTILE_ARGUMENTS = {
     "line ends": "one\ntwo\r\nthree\n",
-    "quotes and backslashes": "\"'\\\\\"}],\\u0000",
+    "quotes and backslashes": '"\'\\\\"}],\\u0000',
     "terminal control": "\x1b]0;owned\x07\x1b[2J\x7f\x01",
     "format directives": "%s%n%d%1$n",
     "characters of several bytes": "żółw 🐢 \u2028",

@@ -24,8 +24,6 @@ def test_full_standard_output_fails_the_scan(found):
 
 def test_limit_on_the_size_of_files_fails_the_scan_and_not_the_agent(found, tmp_path):
     config = write_config(tmp_path, {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}]}})
-    done = run_to_end(
-        "scan", "--config", config, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))
-    )
+    done = run_to_end("scan", "--config", config, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0)))
     assert done.returncode == 1, done.stderr
     assert "File too large" in done.stderr.decode()

@@ -290,7 +290,9 @@ def test_two_names_of_one_shell_tell_a_change_once(shells, watching):
     changed = Watched(watching, target)
     watching.wait_until(lambda: changed.contents() or Watched(watching, link).contents(), "the change", 10)
     target.chmod(0o711)
-    told = Watched.attribute("permission", "-rwxr-xr-x", "-rwx------"), Watched.attribute("permission", "-rwx------", "-rwx--x--x")
+    told = Watched.attribute("permission", "-rwxr-xr-x", "-rwx------"), Watched.attribute(
+        "permission", "-rwx------", "-rwx--x--x"
+    )
     changed.told(*told)
     assert Watched(watching, link).contents() == []
 

@@ -35,9 +35,15 @@ def chosen_targets(build, names):
 def command_of(build, target, seconds):
     learned = build / "corpus" / target
     learned.mkdir(parents=True, exist_ok=True)
-    return [str(build / "bin" / (target + SUFFIX)), f"-max_total_time={seconds}", f"-timeout={MOST_SECONDS_AN_INPUT}",
-            "-print_final_stats=1", f"-artifact_prefix={build / 'findings'}/{target}-",
-            str(learned), str(SEEDS / target)]
+    return [
+        str(build / "bin" / (target + SUFFIX)),
+        f"-max_total_time={seconds}",
+        f"-timeout={MOST_SECONDS_AN_INPUT}",
+        "-print_final_stats=1",
+        f"-artifact_prefix={build / 'findings'}/{target}-",
+        str(learned),
+        str(SEEDS / target),
+    ]
 
 
 def last(pattern, text, default):
@@ -60,8 +66,9 @@ def fuzz(build, target, seconds):
     # A target that is ended leaves its temporary files to this.
     with tempfile.TemporaryDirectory() as scratch, open(log, "wb") as output:
         environment = dict(os.environ, TMPDIR=scratch)
-        done = subprocess.run(command_of(build, target, seconds), env=environment, stdout=output,
-                              stderr=subprocess.STDOUT, check=False)
+        done = subprocess.run(
+            command_of(build, target, seconds), env=environment, stdout=output, stderr=subprocess.STDOUT, check=False
+        )
     text = log.read_text(encoding="utf-8", errors="replace")
     executions = int(last(EXECUTIONS, text, "0"))
     print(f"{target:20} {executions:12,} executions, {last(COVERAGE, text, '0'):>5} edges", flush=True)

@@ -10,7 +10,13 @@ GOOD, BAD = table.PASS, table.FAIL
 
 @pytest.mark.parametrize(
     "attempts, outcomes, count, last",
-    [(1, [GOOD], 1, GOOD), (1, [BAD], 1, BAD), (2, [GOOD, BAD], 1, GOOD), (2, [BAD, GOOD], 2, GOOD), (2, [BAD, BAD], 2, BAD)],
+    [
+        (1, [GOOD], 1, GOOD),
+        (1, [BAD], 1, BAD),
+        (2, [GOOD, BAD], 1, GOOD),
+        (2, [BAD, GOOD], 2, GOOD),
+        (2, [BAD, BAD], 2, BAD),
+    ],
 )
 def test_a_kernel_is_booted_until_all_is_good_or_the_attempts_are_over(attempts, outcomes, count, last):
     done = []
