@@ -19,7 +19,7 @@
 #include <string_view>
 
 #include "agent/process_monitor.h"
-#include "host/events/event_queue.h"
+#include "host/events/agent_library.h"
 #include "host/processes/process_event_service.h"
 
 namespace {
@@ -63,7 +63,7 @@ void CallThrough(proc_event* event) {
 constexpr std::array<Callback, slotCount> throughs{CallThrough<0>, CallThrough<1>, CallThrough<2>, CallThrough<3>};
 
 void PrintCounters() {
-    const Host::ProcessEventCounters counters = Host::GetProcessEventCounters();
+    const Host::ProcessEventCounters counters = Host::AgentLibrary::Get().processEventCounters();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     const double cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
@@ -130,8 +130,8 @@ int main(int argc, char** argv) {
     const auto start = reinterpret_cast<int (*)(const char*)>(dlsym(library, "StartModule"));
     const auto stop = reinterpret_cast<void (*)(const char*)>(dlsym(library, "StopModule"));
     const auto deinit = reinterpret_cast<void (*)()>(dlsym(library, "DeinitModule"));
-    Host::EventQueue::Instance().SetPerMinuteLimit(0);
-    Host::EventQueue::Instance().Start(PrintEvent);
+    Host::AgentLibrary::Get().setEventLimit(0);
+    Host::AgentLibrary::Get().startEvents(PrintEvent, {});
     // One pass of the period scan soon after the start, and none that could find the attack of the measurement.
     if (init() != 1 || start("{\"reverseShell\": {\"detectInterval\": 86400}}") != 1) {
         fprintf(stderr, "storm_watch: the module does not start\n");
@@ -142,6 +142,6 @@ int main(int argc, char** argv) {
     }
     stop("0000");
     deinit();
-    Host::EventQueue::Instance().Stop(std::chrono::seconds(5));
+    Host::AgentLibrary::Get().stopEvents(std::chrono::seconds(5));
     return 0;
 }

@@ -18,8 +18,7 @@
 #include "demo/stage_folder.h"
 #include "demo/worker.h"
 #include "host/base/write_all.h"
-#include "host/events/event_queue.h"
-#include "host/tasks/task_control.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 namespace {
@@ -91,7 +90,7 @@ private:
     double Seconds() const { return std::chrono::duration<double>(Clock::now() - began_).count(); }
 
     bool StartModule(const std::string& directory, std::string& error) {
-        EventQueue::Instance().Start([this](std::string_view event) { intake_.Take(event); });
+        AgentLibrary::Get().startEvents([this](std::string_view event) { intake_.Take(event); }, {});
         queueRuns_ = true;
         if (!worker_.Do([&] { return detector_.start(directory); }).get()) {
             error = "the module does not start; the lines before say why";
@@ -115,7 +114,7 @@ private:
         }
         if (queueRuns_) {
             queueRuns_ = false;
-            EventQueue::Instance().Stop(drainPatience);
+            AgentLibrary::Get().stopEvents(drainPatience);
         }
     }
 
@@ -156,7 +155,7 @@ private:
     // One complete pass of the period scan, once the first one is due: afterwards whoever is silent has been looked at.
     void BeginPass() {
         if (!pass_ && Seconds() - moduleStarted_ >= periodScanSeconds) {
-            pass_ = worker_.Do([] { return RunTaskNow(periodScanTask); });
+            pass_ = worker_.Do([] { return AgentLibrary::Get().runTaskNow(periodScanTask); });
         }
         if (pass_ && !passEnded_ && pass_->wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
             passEnded_ = Seconds();

@@ -36,7 +36,7 @@ ALLOWED = {
     "host/processes": ["src/agent", *LIBRARY],
     "host/watch": ["src/agent", *LIBRARY, "host/tasks"],
     "host/sinks": ["src/agent", *LIBRARY],
-    "host/events": ["src/agent", *LIBRARY, "host/sinks"],
+    "host/events": ["src/agent", *LIBRARY, "host/sinks", "host/tasks", "host/processes"],
     "host/config": ["src/agent", *SERVICES],
     "host/detector": ["src/agent", *SERVICES, "host/config"],
     "host/check": ["src/agent", *SERVICES, "host/config", "host/detector"],

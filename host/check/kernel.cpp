@@ -11,7 +11,7 @@
 
 #include "host/base/descriptor.h"
 #include "host/base/error_text.h"
-#include "host/processes/process_events.h"
+#include "host/events/agent_library.h"
 #include "host/system/small_file.h"
 
 namespace Host {
@@ -24,7 +24,7 @@ void CheckProcessEvents(CheckReport& report) {
         report.Limited(what, "not asked for, because the kernel sends none to this namespace", remedy);
         return;
     }
-    const std::string why = ProbeProcessEvents();
+    const std::string why = AgentLibrary::Get().probeProcessEvents();
     if (why.empty()) {
         report.Ok(what, "the kernel reports new processes");
         return;

@@ -5,7 +5,7 @@
 
 #include "agent/config.h"
 #include "host/base/log.h"
-#include "host/events/event_queue.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 
@@ -14,7 +14,7 @@ std::optional<AgentConfig> LoadConfig(const std::optional<std::string>& file, st
 }
 
 void ApplyToProcess(const AgentConfig& config, LogLevel levelByDefault) {
-    SetLogLevel(config.logLevel.value_or(levelByDefault));
+    AgentLibrary::Get().setLogLevel(config.logLevel.value_or(levelByDefault));
     {
         TavUtils::Config& settings = TavUtils::Config::GetInstance();
         const std::lock_guard<TavUtils::Config> guard(settings);
@@ -22,7 +22,7 @@ void ApplyToProcess(const AgentConfig& config, LogLevel levelByDefault) {
         map.clear();
         map.insert(config.settings.begin(), config.settings.end());
     }
-    EventQueue::Instance().SetPerMinuteLimit(config.perMinuteLimit);
+    AgentLibrary::Get().setEventLimit(config.perMinuteLimit);
     for (const std::string& warning : config.warnings) {
         LogWarning("configuration: %s", warning.c_str());
     }

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "host/base/log.h"
-#include "host/system/status_board.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 namespace {
@@ -18,7 +18,7 @@ std::string EtcDirectory(const AgentConfig& config) {
 // What the module itself said of its functions since it was told to start.
 std::string FunctionsNotRunning() {
     std::string names;
-    for (const auto& [name, status] : DetectionStatus()) {
+    for (const auto& [name, status] : AgentLibrary::Get().detectionStatus()) {
         if (!status.running) {
             names +=
                 (names.empty() ? "" : ", ") + name + " (code " + (status.code.empty() ? "none" : status.code) + ")";

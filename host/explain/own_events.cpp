@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "host/events/event_queue.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 namespace {
@@ -32,12 +32,12 @@ OwnEvent Parse(const std::string& text) {
 }  // namespace
 
 std::vector<OwnEvent> EventsOf(const std::function<void()>& work) {
-    EventQueue& queue = EventQueue::Instance();
-    queue.SetPerMinuteLimit(0);
+    const AgentLibrary& library = AgentLibrary::Get();
+    library.setEventLimit(0);
     std::vector<std::string> texts;
     work();
-    queue.Start([&texts](std::string_view text) { texts.emplace_back(text); });
-    if (!queue.Stop(patience)) {
+    library.startEvents([&texts](std::string_view text) { texts.emplace_back(text); }, {});
+    if (!library.stopEvents(patience)) {
         throw std::runtime_error("the queue of events does not empty");
     }
     std::vector<OwnEvent> events;

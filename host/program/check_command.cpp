@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include "host/base/exit_status.h"
-#include "host/base/log.h"
 #include "host/base/write_all.h"
 #include "host/check/checks.h"
 #include "host/check/report.h"
 #include "host/check/setup.h"
 #include "host/config/config_in_force.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 namespace {
@@ -34,7 +34,7 @@ AgentConfig CheckConfig(const std::optional<std::string>& file, bool& valid, Che
 }  // namespace
 
 int CheckCommand(const Options& options) {
-    SetLogLevel(LOG_LEVEL_WARNING);
+    AgentLibrary::Get().setLogLevel(LOG_LEVEL_WARNING);
     CheckReport report;
     bool configValid = false;
     const AgentConfig config = CheckConfig(options.configFile, configValid, report);

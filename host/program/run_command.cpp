@@ -13,7 +13,7 @@
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
-#include "host/events/event_output.h"
+#include "host/program/event_output.h"
 #include "host/program/footprint.h"
 
 namespace Host {

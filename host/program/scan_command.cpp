@@ -11,9 +11,8 @@
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
-#include "host/events/event_output.h"
-#include "host/events/event_queue.h"
-#include "host/tasks/task_control.h"
+#include "host/events/agent_library.h"
+#include "host/program/event_output.h"
 
 namespace Host {
 namespace {
@@ -25,7 +24,7 @@ bool ScanOnce(const AgentConfig& config, const ModuleEntries& module) {
     if (!supervisor.Start(config, *config.reverseShellText)) {
         return false;
     }
-    const bool scanned = RunTaskNow(scanTask);
+    const bool scanned = AgentLibrary::Get().runTaskNow(scanTask);
     supervisor.Stop();
     if (!scanned) {
         Complain(
@@ -82,7 +81,7 @@ int ScanCommand(const Options& options) {
         ::_exit(EXIT_FAILED);
     }
     if (done) {
-        Summarise(EventQueue::Instance().Counters(), output.Lost());
+        Summarise(AgentLibrary::Get().eventCounters(), output.Lost());
     }
     return done && output.Lost() == 0 ? EXIT_DONE : EXIT_FAILED;
 }

@@ -3,6 +3,10 @@
 
 #include <string>
 
+namespace Host {
+struct AgentLibrary;
+}
+
 namespace TavUtils {
 
 // What the agent's consumers of queued items have in common; its insides are the agent's.
@@ -15,6 +19,9 @@ public:
 protected:
     ConsumerBase() = default;
     ~ConsumerBase() = default;
+
+    friend struct Host::AgentLibrary;
+    const void* owner_ = nullptr;  // the agent's own; modules leave it alone
 };
 
 }  // namespace TavUtils

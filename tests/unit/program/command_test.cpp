@@ -6,12 +6,13 @@
 #include <mutex>
 
 #include "agent/config.h"
+#include "agent/events.h"
 #include "agent/logger.h"
 #include "host/base/log.h"
 #include "host/base/signals.h"
 #include "host/config/config_in_force.h"
-#include "host/events/event_output.h"
-#include "host/events/event_queue.h"
+#include "host/events/agent_library.h"
+#include "host/program/event_output.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
 #include "tests/support/temporary_directory.h"
@@ -27,7 +28,7 @@ protected:
     void SetUp() override { pthread_sigmask(SIG_SETMASK, nullptr, &before_); }
     void TearDown() override {
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-        SetLogLevel(LOG_LEVEL_LIFECYCLE);
+        AgentLibrary::Get().setLogLevel(LOG_LEVEL_LIFECYCLE);
         ::unsetenv("AGENT_LOCATION");
     }
 
@@ -111,13 +112,13 @@ TEST_F(CommandTest, EventsReachTheSinksAndFollowTheirChange) {
     const std::string second = directory_.Path("second");
     EventOutput output;
     output.Start({SinkSpec{SinkType::file, first}});
-    EventQueue::Instance().SetPerMinuteLimit(0);
-    EventQueue::Instance().Push("{1}");
+    AgentLibrary::Get().setEventLimit(0);
+    EventConsumer::Instance().PushMinuteLimitEvent("{1}");
     ASSERT_TRUE(output.Stop());
     EXPECT_EQ(FileText(first), "{1}\n");
     output.Start({SinkSpec{SinkType::file, first}});
     output.SetSinks({SinkSpec{SinkType::file, second}});
-    EventQueue::Instance().Push("{2}");
+    EventConsumer::Instance().PushMinuteLimitEvent("{2}");
     ASSERT_TRUE(output.Stop());
     EXPECT_EQ(FileText(second), "{2}\n");
 }

@@ -1,29 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
 #include <set>
 #include <sstream>
 
-#include "host/system/status_board.h"
-#include "host/tasks/task_control.h"
+#include "command_output.h"
+#include "host/events/agent_library.h"
 #include "real_module.h"
 
 namespace {
-
-std::string Output(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string text;
-    char block[4096];
-    while (pipe != nullptr) {
-        const size_t bytes = fread(block, 1, sizeof(block), pipe.get());
-        if (bytes == 0) {
-            break;
-        }
-        text.append(block, bytes);
-    }
-    return text;
-}
 
 std::set<std::string> Words(const std::string& text) {
     std::istringstream words(text);
@@ -31,7 +15,7 @@ std::set<std::string> Words(const std::string& text) {
 }
 
 TEST(ModuleLibrary, ExportsTheFourEntriesUnmangledAndNothingElse) {
-    const std::string symbols = Output("nm -D --defined-only --format=just-symbols '" ORLIM_MODULE_FILE "'");
+    const std::string symbols = CommandOutput("nm -D --defined-only --format=just-symbols '" ORLIM_MODULE_FILE "'");
     EXPECT_EQ(Words(symbols), (std::set<std::string>{"InitModule", "StartModule", "StopModule", "DeinitModule"}));
 }
 
@@ -39,7 +23,7 @@ TEST(ModuleLibrary, LinksTheStandardLibraryAndTheAgentAndNothingElse) {
     std::set<std::string> allowed{"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6", "liborlim_agent.so"};
     // The loader and the run times of the sanitizers are the tool chain's.
     for (const std::string& word :
-         Words(Output("readelf -d '" ORLIM_MODULE_FILE "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"))) {
+         Words(CommandOutput("readelf -d '" ORLIM_MODULE_FILE "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"))) {
         const bool toolChain = word.starts_with("ld-linux") || word.starts_with("libasan.") ||
                                word.starts_with("libubsan.") || word.starts_with("libtsan.");
         EXPECT_TRUE(toolChain || allowed.contains(word)) << word;
@@ -47,9 +31,9 @@ TEST(ModuleLibrary, LinksTheStandardLibraryAndTheAgentAndNothingElse) {
 }
 
 TEST(ModuleLibrary, IsHardened) {
-    const std::string dynamic = Output("readelf -dW '" ORLIM_MODULE_FILE "'");
+    const std::string dynamic = CommandOutput("readelf -dW '" ORLIM_MODULE_FILE "'");
     EXPECT_NE(dynamic.find("BIND_NOW"), std::string::npos);
-    const std::string segments = Output("readelf -lW '" ORLIM_MODULE_FILE "'");
+    const std::string segments = CommandOutput("readelf -lW '" ORLIM_MODULE_FILE "'");
     EXPECT_NE(segments.find("GNU_RELRO"), std::string::npos);
     const size_t stack = segments.find("GNU_STACK");
     ASSERT_NE(stack, std::string::npos);
@@ -60,10 +44,11 @@ TEST(ModuleLibrary, IsHardened) {
 TEST(ModuleLibrary, SharesTheAgentsScheduler) {
     RealModule module;
     ASSERT_EQ(module.start(R"({"reverseShell":{}})"), 1);
-    EXPECT_TRUE(Host::RunTaskNow("check shell task")) << "a task of the module is known to the agent";
-    EXPECT_TRUE(Host::RunTaskNow("check shell by netlink procs"));
+    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow("check shell task"))
+        << "a task of the module is known to the agent";
+    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow("check shell by netlink procs"));
     module.stop("0000");
-    EXPECT_FALSE(Host::RunTaskNow("check shell task"));
+    EXPECT_FALSE(Host::AgentLibrary::Get().runTaskNow("check shell task"));
     module.deinit();
 }
 
@@ -71,13 +56,13 @@ TEST(ModuleLibrary, ReportsItsStatusToTheAgent) {
     RealModule module;
     ASSERT_EQ(module.start(R"({"abnormalShell":{},"reverseShell":{}})"), 1);
     for (const char* name : {"shell-file-tampering", "reverse-shell-attack"}) {
-        EXPECT_TRUE(Host::DetectionStatus().at(name).running) << name;
-        EXPECT_EQ(Host::DetectionStatus().at(name).code, "0000") << name;
+        EXPECT_TRUE(Host::AgentLibrary::Get().detectionStatus().at(name).running) << name;
+        EXPECT_EQ(Host::AgentLibrary::Get().detectionStatus().at(name).code, "0000") << name;
     }
     module.stop("0042");
     for (const char* name : {"shell-file-tampering", "reverse-shell-attack"}) {
-        EXPECT_FALSE(Host::DetectionStatus().at(name).running) << name;
-        EXPECT_EQ(Host::DetectionStatus().at(name).code, "0042") << name;
+        EXPECT_FALSE(Host::AgentLibrary::Get().detectionStatus().at(name).running) << name;
+        EXPECT_EQ(Host::AgentLibrary::Get().detectionStatus().at(name).code, "0042") << name;
     }
 }
 

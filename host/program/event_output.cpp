@@ -1,9 +1,9 @@
-#include "host/events/event_output.h"
+#include "host/program/event_output.h"
 
 #include <chrono>
 
 #include "host/base/log.h"
-#include "host/events/event_queue.h"
+#include "host/events/agent_library.h"
 
 namespace Host {
 namespace {
@@ -18,19 +18,19 @@ EventOutput::~EventOutput() {
 
 void EventOutput::Start(const std::vector<SinkSpec>& sinks) {
     sinks_.RequestSinks(sinks);
-    EventQueue::Instance().Start([this](std::string_view line) { sinks_.Write(line); },
-                                 [this] { return sinks_.Tend(); });
+    AgentLibrary::Get().startEvents([this](std::string_view line) { sinks_.Write(line); },
+                                    [this] { return sinks_.Tend(); });
     running_ = true;
 }
 
 void EventOutput::SetSinks(const std::vector<SinkSpec>& sinks) {
     sinks_.RequestSinks(sinks);
-    EventQueue::Instance().Wake();
+    AgentLibrary::Get().wakeEvents();
 }
 
 void EventOutput::Reopen() {
     sinks_.RequestReopen();
-    EventQueue::Instance().Wake();
+    AgentLibrary::Get().wakeEvents();
 }
 
 bool EventOutput::Stop() {
@@ -38,7 +38,7 @@ bool EventOutput::Stop() {
         return true;
     }
     running_ = false;
-    if (!EventQueue::Instance().Stop(drainPatience)) {
+    if (!AgentLibrary::Get().stopEvents(drainPatience)) {
         LogError("the queued events could not be written within %lld seconds; they are lost",
                  static_cast<long long>(drainPatience.count()));
         return false;
