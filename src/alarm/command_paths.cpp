@@ -10,13 +10,14 @@
 #include "agent/strings.h"
 #include "frame/settings.h"
 #include "inspect/file_kind.h"
+#include "module/published.h"
 
 static constexpr char neverCommon[] = "yum";
 static constexpr std::string_view interpreters[] = {"perl", "python", "java", "php", "lua", "netcat", "nc", "ncat"};
 
-// Directories of "PATH" in order; none when it is not set.
+// Directories of PATH in order; none when it is not set.
 static std::vector<std::string> SearchPath() {
-    const char* path = TavUtils::Env::GetEnv("PATH");
+    const char* path = TavUtils::Env::GetEnv(Published::pathVariable);
     return path == nullptr ? std::vector<std::string>() : TavUtils::StringProcess::StrSplit(path, ":", false);
 }
 

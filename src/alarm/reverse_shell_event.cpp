@@ -4,6 +4,7 @@
 
 #include "agent/json.h"
 #include "frame/event_text.h"
+#include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonValue;
 
@@ -28,5 +29,5 @@ std::string ReverseShellEventText(const RshellAlarmInfo& record) {
     content["localPort"] = static_cast<int>(record.localPort);
     content["remoteIp"] = AddressText(record.remoteIp);
     content["remotePort"] = static_cast<int>(record.remotePort);
-    return EventText("reverse-shell", content);
+    return EventText(Published::reverseShellEvent, content);
 }

@@ -11,6 +11,7 @@
 #include "frame/repeat_task.h"
 #include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
+#include "module/published.h"
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -26,7 +27,7 @@ bool StartDetectTmpRshell(const std::set<std::string>& shells) {
     ClearTmpProcs();
     TavUtils::ProcessMonitor::GetInstance().AddProcessEventCallback(OnTmpProcEvent);
     const TaskTiming everyTenSeconds{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 10000};
-    return StartTask(tmpShellTask, everyTenSeconds, CheckTmpShellTask, "check tmp shell task");
+    return StartTask(tmpShellTask, everyTenSeconds, CheckTmpShellTask, Published::shortCommandTask);
 }
 
 void StopDetectTmpRshell() {

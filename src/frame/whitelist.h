@@ -1,13 +1,9 @@
 // Commands that the configuration exempts.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <set>
 #include <string>
-
-// Most entries that the whitelist takes.
-inline constexpr size_t maxWhitelistSize = 50;
 
 // The whitelist as it stands: prefixes to IsCmdInIgnoreList, wildcard patterns to the period scan. A repeated start may
 // replace the whitelist under a running scan, which then goes on with the one it took. Any thread.

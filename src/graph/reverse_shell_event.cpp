@@ -7,6 +7,7 @@
 #include "frame/event_text.h"
 #include "frame/log.h"
 #include "graph/reverse_shell_detector.h"
+#include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonValue;
 
@@ -57,5 +58,5 @@ void ReverseShellDetector::SendEvent(std::shared_ptr<ProcInfomation> proc,
     content["localPort"] = static_cast<int>(conn.localPort);
     content["remoteIp"] = conn.remoteIp;
     content["remotePort"] = static_cast<int>(conn.remotePort);
-    EventConsumer::Instance().PushMinuteLimitEvent(EventText("reverse-shell", content));
+    EventConsumer::Instance().PushMinuteLimitEvent(EventText(Published::reverseShellEvent, content));
 }

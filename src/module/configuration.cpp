@@ -9,22 +9,20 @@
 #include "frame/log.h"
 #include "frame/settings.h"
 #include "frame/whitelist.h"
+#include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonCharReader;
 using TavUtils::JsonAdaptor::JsonValue;
 
 static constexpr char logSource[] = "detect_shell";
 
-static constexpr int minDetectInterval = 30;
-static constexpr int maxDetectInterval = 86400;
-
 static std::set<std::string> ReadWhitelist(JsonValue& reverseShell) {
     std::set<std::string> whitelist;
-    if (!reverseShell.IsMember("whitelist") || !reverseShell["whitelist"].IsArray()) {
+    if (!reverseShell.IsMember(Published::whitelistKey) || !reverseShell[Published::whitelistKey].IsArray()) {
         return whitelist;
     }
-    for (const std::string& entry : reverseShell.GetJsonStringArray("whitelist")) {
-        if (whitelist.size() >= maxWhitelistSize) {
+    for (const std::string& entry : reverseShell.GetJsonStringArray(Published::whitelistKey)) {
+        if (whitelist.size() >= Published::maxWhitelistSize) {
             MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Whitelist size exceeds the threshold.");
             break;
         }
@@ -34,9 +32,9 @@ static std::set<std::string> ReadWhitelist(JsonValue& reverseShell) {
 }
 
 static void ReadReverseShell(JsonValue reverseShell) {
-    if (reverseShell.IsMember("detectInterval") && reverseShell["detectInterval"].IsInt()) {
-        const int seconds = reverseShell.AsInt("detectInterval");
-        if (seconds >= minDetectInterval && seconds <= maxDetectInterval) {
+    if (reverseShell.IsMember(Published::detectIntervalKey) && reverseShell[Published::detectIntervalKey].IsInt()) {
+        const int seconds = reverseShell.AsInt(Published::detectIntervalKey);
+        if (seconds >= Published::minDetectInterval && seconds <= Published::maxDetectInterval) {
             detectInterval = seconds;
         }
     }
@@ -48,12 +46,12 @@ bool ReadConfiguration(const char* config) {
     if (config == nullptr || !JsonCharReader().Parse(config, document)) {
         return false;
     }
-    abnormalShellEnabled = document.IsMember("abnormalShell");
-    reverseShellEnabled = document.IsMember("reverseShell");
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
+    abnormalShellEnabled = document.IsMember(Published::shellFileKey);
+    reverseShellEnabled = document.IsMember(Published::reverseShellKey);
+    if (TavUtils::Env::GetEnv(Published::locationVariable) != nullptr) {
         reverseShellEnabled = false;
     } else if (reverseShellEnabled) {
-        ReadReverseShell(document["reverseShell"]);
+        ReadReverseShell(document[Published::reverseShellKey]);
     }
     return true;
 }

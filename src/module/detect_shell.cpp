@@ -12,19 +12,17 @@
 #include "module/host_shells.h"
 #include "module/instant_scan.h"
 #include "module/period_scan.h"
+#include "module/published.h"
 #include "shellfile/shell_baseline.h"
 #include "shellfile/shell_watch.h"
 
 static constexpr char logSource[] = "detect_shell";
 
-static constexpr char tamperingFunction[] = "shell-file-tampering";
-static constexpr char reverseShellFunction[] = "reverse-shell-attack";
-static constexpr char codeInOrder[] = "0000";
 static constexpr char codeNone[] = "";
 
 static void ReportBothStopped() {
-    Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, false, codeNone);
-    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+    Plugs::StatusCollect::ReportDetectStatus(Published::shellFileFunction, false, codeNone);
+    Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
 }
 
 // The tail that the failure paths of a reverse-shell start share.
@@ -33,12 +31,12 @@ static void AbandonReverseShell() {
     // Behind everything that takes it.
     socketTableLock.Destroy();
     moduleRunning.store(0, std::memory_order_relaxed);
-    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+    Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
 }
 
 static bool StartReverseShell() {
     if (!socketTableLock.Init()) {
-        Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, codeNone);
+        Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
         return false;
     }
     // Without the watcher the two scans still find what they can, so its failure does not end the start.
@@ -54,7 +52,7 @@ static bool StartReverseShell() {
         AbandonReverseShell();
         return false;
     }
-    Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, true, codeInOrder);
+    Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, true, Published::inOrderCode);
     return true;
 }
 
@@ -84,7 +82,7 @@ int StartModule(const char* config) {
     if (abnormalShellEnabled) {
         // The function counts as running even where a watch was refused: its other listeners do their work.
         StartShellEvent(shellPaths);
-        Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, true, codeInOrder);
+        Plugs::StatusCollect::ReportDetectStatus(Published::shellFileFunction, true, Published::inOrderCode);
     }
     if (reverseShellEnabled && !StartReverseShell()) {
         return 0;
@@ -100,14 +98,14 @@ void StopModule(const char* code) {
     moduleRunning.store(0, std::memory_order_relaxed);
     if (abnormalShellEnabled) {
         StopShellEvent();
-        Plugs::StatusCollect::ReportDetectStatus(tamperingFunction, false, code);
+        Plugs::StatusCollect::ReportDetectStatus(Published::shellFileFunction, false, code);
     }
     if (reverseShellEnabled) {
         StopInstantScan();
         StopDetectTmpRshell();
         StopPeriodScan();
         socketTableLock.Destroy();
-        Plugs::StatusCollect::ReportDetectStatus(reverseShellFunction, false, code);
+        Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, code);
     }
     MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module stop success.");
 }

@@ -13,6 +13,7 @@
 #include "agent/files.h"
 #include "alarm/command_paths.h"
 #include "frame/log.h"
+#include "module/published.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -34,14 +35,14 @@ static std::string SettingsDirectory() {
     TavUtils::Config& config = TavUtils::Config::GetInstance();
     const std::lock_guard<TavUtils::Config> guard(config);
     const auto& settings = config.GetConfigMap<std::string>();
-    const auto directory = settings.find("TAVORIN_ETC");
+    const auto directory = settings.find(Published::folderSetting);
     return directory == settings.end() ? std::string() : directory->second;
 }
 
 std::set<std::string> ListedShells() {
     std::set<std::string> listed;
-    TavUtils::FileOperation::ParseShellsFile(listed, SettingsDirectory() + "/default_shells");
-    TavUtils::FileOperation::ParseShellsFile(listed, "/etc/shells");
+    TavUtils::FileOperation::ParseShellsFile(listed, SettingsDirectory() + "/" + Published::shellListName);
+    TavUtils::FileOperation::ParseShellsFile(listed, Published::hostShellList);
     return listed;
 }
 

@@ -5,6 +5,7 @@
 #include "frame/module_lock.h"
 #include "frame/repeat_task.h"
 #include "module/process_intake.h"
+#include "module/published.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -17,7 +18,7 @@ bool StartInstantScan() {
         return false;
     }
     const TaskTiming everySecond{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 1000};
-    if (!StartTask(instantScanTask, everySecond, CheckNetlinkProcsTask, "check shell by netlink procs")) {
+    if (!StartTask(instantScanTask, everySecond, CheckNetlinkProcsTask, Published::instantScanTask)) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "check shell task start failed.");
         // The callback of an earlier start may be about to take the lock; it goes with the callback then.
         if (!callbackAdded) {

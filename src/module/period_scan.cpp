@@ -5,6 +5,7 @@
 #include "frame/settings.h"
 #include "frame/whitelist.h"
 #include "graph/reverse_shell_detector.h"
+#include "module/published.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -16,7 +17,7 @@ bool StartPeriodScan() {
         .delayMs = 20000,
         .periodMs = static_cast<uint64_t>(detectInterval) * 1000,
     };
-    if (!StartTask(periodScanTask, timing, CheckShellTask, "check shell task")) {
+    if (!StartTask(periodScanTask, timing, CheckShellTask, Published::periodScanTask)) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "check shell task start failed.");
         return false;
     }

@@ -6,6 +6,7 @@
 #include "agent/json.h"
 #include "frame/event_text.h"
 #include "frame/pacing.h"
+#include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonValue;
 
@@ -59,7 +60,7 @@ static void SendShellEventJson(const SHELL_EVENT& event) {
         content["operationType"] = operation;
     }
     AddDetails(event, content);
-    EventConsumer::Instance().PushMinuteLimitEvent(EventText("abnormal-shell", content));
+    EventConsumer::Instance().PushMinuteLimitEvent(EventText(Published::shellFileEvent, content));
 }
 
 void AddShellEvent(const SHELL_EVENT& event) {

@@ -3,12 +3,11 @@
 #include "frame/settings.h"
 #include "frame/whitelist.h"
 #include "module/configuration.h"
+#include "module/published.h"
 #include "tests/fakes/fake_agent.h"
 #include "tests/fuzz/fuzz_target.h"
 
 static constexpr int intervalBefore = 77;
-static constexpr int shortestInterval = 30;
-static constexpr int longestInterval = 86400;
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Fake::ResetAgent();
@@ -22,7 +21,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 "what is refused changes nothing");
         return 0;
     }
-    Require(detectInterval >= shortestInterval && detectInterval <= longestInterval, "the period is within its range");
-    Require(CurrentWhitelist()->size() <= maxWhitelistSize, "the whitelist keeps its size");
+    Require(detectInterval >= Published::minDetectInterval && detectInterval <= Published::maxDetectInterval,
+            "the period is within its range");
+    Require(CurrentWhitelist()->size() <= Published::maxWhitelistSize, "the whitelist keeps its size");
     return 0;
 }
