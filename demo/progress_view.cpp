@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 #include "host/base/write_all.h"
 
 namespace Host {

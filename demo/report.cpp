@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 
 namespace Host {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 #include "host/base/write_all.h"
 
 namespace Host {

@@ -15,7 +15,7 @@
 #include <string_view>
 
 #include "host/base/log.h"
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 #include "host/base/stderr_sink.h"
 
 namespace {

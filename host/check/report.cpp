@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 
 namespace Host {
 namespace {

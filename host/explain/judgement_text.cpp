@@ -1,6 +1,6 @@
 #include "host/explain/judgement_text.h"
 
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 
 namespace Host {
 namespace {

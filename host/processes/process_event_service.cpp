@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "host/base/log.h"
-#include "host/base/thread_name.h"
+#include "host/base/this_thread.h"
 
 namespace Host {
 

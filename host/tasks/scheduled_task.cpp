@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "host/base/log.h"
-#include "host/base/thread_name.h"
+#include "host/base/this_thread.h"
 
 namespace Host {
 

@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "host/base/log.h"
-#include "host/base/thread_name.h"
+#include "host/base/this_thread.h"
 #include "host/tasks/thread_stop.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "host/base/thread_name.h"
+#include "host/base/this_thread.h"
 
 #include <pthread.h>
 

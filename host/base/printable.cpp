@@ -1,4 +1,4 @@
-#include "host/base/log_text.h"
+#include "host/base/printable.h"
 
 namespace Host {
 namespace {
