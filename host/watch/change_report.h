@@ -5,18 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "agent/monitor.h"
 #include "host/watch/watched_rule.h"
 
 namespace Host {
 
-enum FileOperation : int {
-    FILE_ATTRIBUTE = 1,
-    FILE_MODIFIED = 2,
-    FILE_DELETED = 3,
-    FILE_MOVED = 4,
-    FILE_MOVED_FROM = 5,
-    FILE_MOVED_TO = 6,
-};
+using TavUtils::Monitor::FileOperation;
+using enum TavUtils::Monitor::FileOperation;
 
 // One call of a rule's callback.
 struct ChangeReport {

@@ -9,14 +9,15 @@
 #include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonValue;
+using enum TavUtils::Monitor::FileOperation;
 
 static constexpr unsigned int eventPauseMicroseconds = 10000;
 
 // The word for an operation; null for a number that is none.
 static const char* OperationName(int operation) {
     static const std::map<int, std::string> shellOperationNames{
-        {SHELL_ATTRIBUTE, "attribute"}, {SHELL_MODIFY, "modify"}, {SHELL_DELETE, "delete"}, {SHELL_MOVE, "move"},
-        {SHELL_MOVED_FROM, "move"},     {SHELL_MOVED_TO, "move"}, {SHELL_COPY, "copy"},
+        {FILE_ATTRIBUTE, "attribute"}, {FILE_MODIFIED, "modify"}, {FILE_DELETED, "delete"}, {FILE_MOVED, "move"},
+        {FILE_MOVED_FROM, "move"},     {FILE_MOVED_TO, "move"},   {SHELL_COPY, "copy"},
     };
     const auto name = shellOperationNames.find(operation);
     return name == shellOperationNames.end() ? nullptr : name->second.c_str();
@@ -35,16 +36,16 @@ static void AddAttribute(const SHELL_EVENT& event, JsonValue& content) {
 
 static void AddDetails(const SHELL_EVENT& event, JsonValue& content) {
     switch (event.fileOperationType) {
-        case SHELL_ATTRIBUTE:
+        case FILE_ATTRIBUTE:
             AddAttribute(event, content);
             break;
         case SHELL_COPY:
             content["command"] = event.command;
             content["relatedPath"] = event.relatedPath;
             break;
-        case SHELL_MOVE:
-        case SHELL_MOVED_FROM:
-        case SHELL_MOVED_TO:
+        case FILE_MOVED:
+        case FILE_MOVED_FROM:
+        case FILE_MOVED_TO:
             content["relatedPath"] = event.relatedPath;
             break;
         default:

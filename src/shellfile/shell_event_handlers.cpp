@@ -5,9 +5,12 @@
 #include <vector>
 
 #include "agent/files.h"
+#include "agent/monitor.h"
 #include "agent/strings.h"
 #include "agent/user_info.h"
 #include "shellfile/shell_baseline.h"
+
+using enum TavUtils::Monitor::FileOperation;
 
 using ValueText = std::string (*)(const std::string& value);
 
@@ -85,10 +88,10 @@ static void OnMoveEvent(SHELL_EVENT& event, const char* path, const char* otherP
     event.relatedPath.clear();
     if (IsNamed(path) && IsNamed(otherPath)) {
         if (IsShellFile(path)) {
-            event.fileOperationType = SHELL_MOVED_FROM;
+            event.fileOperationType = FILE_MOVED_FROM;
             event.relatedPath = otherPath;
         } else if (IsShellFile(otherPath)) {
-            event.fileOperationType = SHELL_MOVED_TO;
+            event.fileOperationType = FILE_MOVED_TO;
             event.relatedPath = path;
         }
     }
@@ -116,8 +119,8 @@ static constexpr struct {
     int operation;
     void (*handle)(SHELL_EVENT&, const char* path, const char* otherPath, int operation, const std::string& detail);
 } operations[] = {
-    {SHELL_MODIFY, OnPlainEvent},       {SHELL_DELETE, OnPlainEvent},     {SHELL_MOVE, OnMoveEvent},
-    {SHELL_MOVED_FROM, OnRelatedEvent}, {SHELL_MOVED_TO, OnRelatedEvent}, {SHELL_ATTRIBUTE, OnAttributeEvent},
+    {FILE_MODIFIED, OnPlainEvent},     {FILE_DELETED, OnPlainEvent},    {FILE_MOVED, OnMoveEvent},
+    {FILE_MOVED_FROM, OnRelatedEvent}, {FILE_MOVED_TO, OnRelatedEvent}, {FILE_ATTRIBUTE, OnAttributeEvent},
 };
 
 void HandleShellReport(SHELL_EVENT& event, const char* path, const char* otherPath, int operation,

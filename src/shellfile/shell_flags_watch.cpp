@@ -19,6 +19,7 @@
 #include "shellfile/shell_baseline.h"
 
 using TavUtils::Monitor::FANOTIFY_EVENT;
+using enum TavUtils::Monitor::FileOperation;
 
 static constexpr char logSource[] = "detect_shell_event";
 
@@ -123,7 +124,7 @@ static void StoreFlags(const std::string& path, int flags) {
 
 static void ReportFlags(const std::string& path, int before, int now) {
     SHELL_EVENT event;
-    event.fileOperationType = SHELL_ATTRIBUTE;
+    event.fileOperationType = FILE_ATTRIBUTE;
     event.path = path;
     event.type = "ext2_flag";
     event.from = std::to_string(before);

@@ -4,6 +4,8 @@
 
 namespace {
 
+using enum TavUtils::Monitor::FileOperation;
+
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using testing::ElementsAre;
@@ -25,7 +27,7 @@ protected:
 };
 
 TEST_F(AbnormalShellEvent, IsOneDocumentOfThreeKeys) {
-    AddShellEvent(Event(SHELL_MODIFY));
+    AddShellEvent(Event(FILE_MODIFIED));
     ASSERT_EQ(Fake::TheAgent().events.size(), 1U);
     const Json document = Json::parse(Fake::TheAgent().events[0]);
     EXPECT_THAT(Keys(document), ElementsAre("eventType", "eventTime", "eventContent"));
@@ -66,7 +68,7 @@ TEST_F(AbnormalShellEvent, NamesNoOperationForANumberThatIsNone) {
 }
 
 TEST_F(AbnormalShellEvent, HasOneAttributeInAnArray) {
-    AddShellEvent(Event(SHELL_ATTRIBUTE));
+    AddShellEvent(Event(FILE_ATTRIBUTE));
     const Json attribute = Contents().at(0)["attribute"];
     ASSERT_TRUE(attribute.is_array());
     ASSERT_EQ(attribute.size(), 1U);
@@ -77,7 +79,7 @@ TEST_F(AbnormalShellEvent, HasOneAttributeInAnArray) {
 }
 
 TEST_F(AbnormalShellEvent, KeepsAnEmptyRelatedPath) {
-    SHELL_EVENT event = Event(SHELL_MOVE);
+    SHELL_EVENT event = Event(FILE_MOVED);
     event.relatedPath.clear();
     AddShellEvent(event);
     EXPECT_EQ(Contents().at(0)["relatedPath"], "");
@@ -93,7 +95,7 @@ TEST_F(AbnormalShellEvent, IsOneValidLineWhateverItsTextsHold) {
 }
 
 TEST_F(AbnormalShellEvent, PausesTenMilliseconds) {
-    AddShellEvent(Event(SHELL_DELETE));
+    AddShellEvent(Event(FILE_DELETED));
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>{milliseconds(10)});
 }
 
