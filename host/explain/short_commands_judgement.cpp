@@ -51,7 +51,7 @@ bool AddTests(const Scene& scene, Judgement& judgement) {
 Judgement JudgeByShortCommands(const Scene& scene) {
     Judgement judgement{.detection = "short commands", .reported = false, .verdict = {}, .tests = {}};
     bool verdict = false;
-    EventsOf([&] { verdict = IsTmpCommandShell(scene.pid, TPROC_INFO{}); });
+    EventsOf([&] { verdict = RaiseTmpCommandAlarm(scene.pid, TPROC_INFO{}); });
     const bool passed = AddTests(scene, judgement);
     judgement.reported = verdict && passed;
     judgement.Note(

@@ -11,8 +11,11 @@
 #include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
+#include "frame/trace.h"
 #include "frame/whitelist.h"
 #include "inspect/detect_shell_utils.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -23,22 +26,39 @@ static bool IsSelfConnection(const SocketInfo& sock) {
     return sock.localIp != 0 && sock.remoteIp == sock.localIp;
 }
 
-// A parent that holds very many descriptors is a server at work; one that shows none cannot be judged.
-static bool HasPlausibleDescriptors(int pid) {
+// Stops at the first descriptor beyond most; 0 if the process does not show them.
+static int CountDescriptors(int pid, int most) {
     const DirectoryStream directory(opendir(("/proc/" + std::to_string(pid) + "/fd").c_str()));
     if (directory == nullptr) {
-        return false;
+        return 0;
     }
     int count = 0;
     while (const dirent* entry = readdir(directory.get())) {
-        if (IsDotEntry(*entry)) {
-            continue;
-        }
-        if (++count > mostParentDescriptors) {
-            return false;
+        if (!IsDotEntry(*entry) && ++count > most) {
+            break;
         }
     }
-    return count > 0;
+    return count;
+}
+
+// A parent that holds very many descriptors is a server at work; one that shows none cannot be judged.
+static bool HasPlausibleDescriptors(int pid, int child) {
+    const int count = CountDescriptors(pid, mostParentDescriptors);
+    return Trace::Result(Test::parentHasPlausibleDescriptors, child, count > 0 && count <= mostParentDescriptors,
+                         {.other = pid, .count = count, .limit = mostParentDescriptors});
+}
+
+static bool IsWhitelisted(const ProcInfo& proc, const ProcInfo& parent) {
+    return Trace::Result(Test::isWhitelisted, proc.pid, IsCmdInIgnoreList(proc.cmdline)) ||
+           Trace::Result(Test::parentIsWhitelisted, proc.pid, IsCmdInIgnoreList(parent.cmdline), {.other = parent.pid});
+}
+
+static bool HasPorts(const SocketInfo& sock, int pid) {
+    return Trace::Result(Test::hasPorts, pid, sock.localPort != 0 && sock.remotePort != 0, {.inode = sock.inode});
+}
+
+static bool IsRepeated(const std::string& key, int pid) {
+    return Trace::Result(Test::isRepeated, pid, IsRepeatedAlarm(key));
 }
 
 static std::string ScriptOf(const ProcInfo& proc) {
@@ -51,16 +71,13 @@ static std::string InWorkingDirectory(int pid, const std::string& cmdline) {
 }
 
 static void GenRshellAlarm(const ProcInfo& parent, const ProcInfo& proc, const SocketInfo& sock, unsigned long inode) {
-    if (sock.localPort == 0 || sock.remotePort == 0 || !HasPlausibleDescriptors(parent.pid)) {
-        return;
-    }
-    if (IsCmdInIgnoreList(proc.cmdline) || IsCmdInIgnoreList(parent.cmdline)) {
+    if (!HasPorts(sock, proc.pid) || !HasPlausibleDescriptors(parent.pid, proc.pid) || IsWhitelisted(proc, parent)) {
         return;
     }
     const std::string script = ScriptOf(proc);
     // A second shell on the same connection is the same attack.
     const std::string inodeText = std::to_string(inode);
-    if (IsRepeatedAlarm(inodeText)) {
+    if (IsRepeated(inodeText, proc.pid)) {
         return;
     }
     RshellAlarmInfo record{
@@ -81,25 +98,27 @@ static void GenRshellAlarm(const ProcInfo& parent, const ProcInfo& proc, const S
     FindAttackSource(record);
     record.cmdline = InWorkingDirectory(record.pid, record.cmdline);
     record.parentCmdline = InWorkingDirectory(record.ppid, record.parentCmdline);
-    if (record.remoteIp != 0 && record.remotePort != 0) {
+    const bool hasPeer = record.remoteIp != 0 && record.remotePort != 0;
+    if (Trace::Result(Test::hasPeerAddress, proc.pid, hasPeer, {.inode = sock.inode})) {
         EventConsumer::Instance().PushMinuteLimitEvent(ReverseShellEventText(record));
     }
     Pause(sentPauseMicroseconds);
 }
 
 void AddRshellAlarm(int pid, const SocketInfo& sock, unsigned long inode) {
-    if (IsSelfConnection(sock) && sock.type != rawTable) {
+    const bool meetsItself = IsSelfConnection(sock) && sock.type != rawTable;
+    if (Trace::Result(Test::meetsItself, pid, meetsItself, {.inode = sock.inode})) {
         return;
     }
     ProcInfo own;
     ProcInfo parent;
-    if (GetProcInfo(pid, own) == 0 || GetProcInfo(own.ppid, parent) == 0) {
+    if (!Trace::Result(Test::hasParent, pid, GetProcInfo(pid, own) != 0 && GetProcInfo(own.ppid, parent) != 0)) {
         return;
     }
-    if (IsRepeatedAlarm(parent.cmdline + "," + std::to_string(own.pid) + "," + std::to_string(sock.remotePort))) {
+    if (IsRepeated(parent.cmdline + "," + std::to_string(own.pid) + "," + std::to_string(sock.remotePort), pid)) {
         return;
     }
-    if (ProduceByBusinessFile(own) && sock.type == tcpTable) {
+    if (Trace::Result(Test::isBusiness, pid, ProduceByBusinessFile(own) && sock.type == tcpTable)) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "proc has busniess cmdline.[proc=%d]", own.pid);
         return;
     }
@@ -107,14 +126,14 @@ void AddRshellAlarm(int pid, const SocketInfo& sock, unsigned long inode) {
 }
 
 void AddRshellAlarmFanotify(int pid, const ProcInfo& proc, const SocketInfo& sock, unsigned long inode) {
-    if (IsSelfConnection(sock)) {
+    if (Trace::Result(Test::meetsItself, proc.pid, IsSelfConnection(sock), {.inode = sock.inode})) {
         return;
     }
     ProcInfo parent;
-    if (GetProcInfo(pid, parent) == 0) {
+    if (!Trace::Result(Test::hasParent, proc.pid, GetProcInfo(pid, parent) != 0)) {
         return;
     }
-    if (IsRepeatedAlarm(std::to_string(proc.pid) + "," + parent.cmdline + "," + std::to_string(sock.remotePort))) {
+    if (IsRepeated(std::to_string(proc.pid) + "," + parent.cmdline + "," + std::to_string(sock.remotePort), proc.pid)) {
         return;
     }
     GenRshellAlarm(parent, proc, sock, inode);

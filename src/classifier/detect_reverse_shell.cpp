@@ -6,7 +6,10 @@
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
+#include "frame/trace.h"
 #include "shellfile/shell_baseline.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -34,6 +37,10 @@ void ReverseShell::GetShellsInodes() {
 
 bool ReverseShell::IsBashProcess(int pid) const {
     const std::string path = TavUtils::FileAttribute::GetRealPath("/proc/" + std::to_string(pid) + "/exe");
+    return Trace::Result(Test::isShell, pid, IsShellProgram(path), {.text = path});
+}
+
+bool ReverseShell::IsShellProgram(const std::string& path) const {
     if (path.empty()) {
         return false;
     }

@@ -41,6 +41,9 @@ public:
     // True if the process runs a shell of the host, by its path, its inode or its content.
     bool IsBashProcess(int pid) const;
 
+    // The same of a program's resolved path; false for an empty one.
+    bool IsShellProgram(const std::string& path) const;
+
     // Non-zero when one of the process's sockets is abnormal; sock then holds it. Otherwise sock holds what the last
     // look-up left in it.
     int GetProcessSock(const ProcInfo& proc, SocketInfo& sock);
@@ -64,6 +67,14 @@ public:
     // A descendant of pid that writes pipe and has no abnormal socket: it feeds the shell on somebody's behalf.
     // Non-zero on a find; sock then holds what the last look-up left in it.
     int FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& sock);
+
+    // The two wirings of the third stage, each with the socket that it finds: a pipe that one of the two searches above
+    // explains, or a raw socket of the parent, beside which the shell reads a Unix stream.
+    bool IsFedByPipe(int pid, unsigned long pipe, SocketInfo& sock);
+    bool IsFedByRawSocket(int pid, const ProcInfo& parent, SocketInfo& sock);
+
+    // Either of the two, by the kind of channel that the shell waits on.
+    bool IsFed(int pid, const ProcInfo& parent, SocketInfo& sock);
 
     // Non-zero if pid is a shell on a terminal whose multiplexer its parent holds beside an abnormal socket, and that
     // parent is not the ssh daemon; sock then holds the socket.

@@ -2,7 +2,10 @@
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
+#include "frame/trace.h"
 #include "inspect/kernel_wait.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -17,11 +20,13 @@ void ReverseShell::CheckSingleprocShell(std::vector<int>& foundPids, std::vector
         }
         Pause(shellPauseMicroseconds);
         unsigned long inode = 0;
-        if (!ReadingFromSock(pid, inode) && !SelectFromSock(pid, inode)) {
+        const bool waits = ReadingFromSock(pid, inode) || SelectFromSock(pid, inode);
+        if (!Trace::Result(Test::waitsOnSocket, pid, waits, {.inode = inode})) {
             continue;
         }
         SocketInfo sock;
-        if (!IsAbnormalInodeByFlag(inode, sock, minSockTime, sockTableRefreshed)) {
+        const bool abnormal = IsAbnormalInodeByFlag(inode, sock, minSockTime, sockTableRefreshed);
+        if (!Trace::Result(Test::hasConnection, pid, abnormal, {.inode = inode})) {
             continue;
         }
         // The process may have become another program since the shells were told apart.
@@ -33,6 +38,7 @@ void ReverseShell::CheckSingleprocShell(std::vector<int>& foundPids, std::vector
         foundPids.push_back(pid);
         foundSocks.push_back(sock);
         remaining.pop_back();
+        Trace::Result(Test::isClaimed, pid, true);
     }
     bashPids = remaining;
 }

@@ -7,7 +7,10 @@
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
+#include "frame/trace.h"
 #include "inspect/kernel_wait.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -45,17 +48,26 @@ static bool IsGivenACommand(const std::string& cmdline) {
     return words.size() > 1 && IsExecTmpCommand(words[1]);
 }
 
+// Does the relay read a socket on its descriptor 0 and write the pipe of the shell pid on its descriptor 1?
+static bool JoinsSocketAndPipe(int relay, int pid, unsigned long pipe, unsigned long& socket) {
+    const bool waits = ReadingFromSock(relay, socket);
+    const Trace::Facts facts{.other = relay, .inode = socket};
+    return Trace::Result(Test::relayWaitsOnSocket, pid, waits, facts) &&
+           Trace::Result(Test::relayReadsSocket, pid, IsProcFdInode(relay, 0, socket), facts) &&
+           Trace::Result(Test::relayWritesPipe, pid, IsProcFdInode(relay, 1, pipe), facts);
+}
+
 int ReverseShell::FindSockByPipe(int pid, unsigned long pipe, SocketInfo& sock) {
     for (const ProcInfo& proc : procs) {
         if (NeedStop()) {
             return 0;
         }
         unsigned long sockInode = 0;
-        if (proc.pid == pid || !proc.writePipes.contains(pipe) || !ReadingFromSock(proc.pid, sockInode) ||
-            !IsProcFdInode(proc.pid, 0, sockInode) || !IsProcFdInode(proc.pid, 1, pipe)) {
+        if (proc.pid == pid || !proc.writePipes.contains(pipe) || !JoinsSocketAndPipe(proc.pid, pid, pipe, sockInode)) {
             continue;
         }
-        if (IsAbnormalInodeByFlag(sockInode, sock, minSockTime, sockTableRefreshed)) {
+        const bool abnormal = IsAbnormalInodeByFlag(sockInode, sock, minSockTime, sockTableRefreshed);
+        if (Trace::Result(Test::relayHasConnection, pid, abnormal, {.other = proc.pid, .inode = sockInode})) {
             MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "proc reading sock write pipe.[pid=%d pipe=%lu]", proc.pid, pipe);
             return 1;
         }
@@ -68,12 +80,13 @@ int ReverseShell::FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& so
         if (NeedStop()) {
             return 0;
         }
-        if (proc.pid == pid || !proc.writePipes.contains(pipe) || !IsDescendant(proc.pid, pid)) {
+        if (proc.pid == pid || !proc.writePipes.contains(pipe) ||
+            !Trace::Result(Test::feederIsDescendant, pid, IsDescendant(proc.pid, pid), {.other = proc.pid})) {
             continue;
         }
         // Only a writer without an abnormal socket counts here: one that has such a socket is a client at work for the
         // shell, not its feeder.
-        if (GetProcessSock(proc, sock) != 0) {
+        if (Trace::Result(Test::feederHasConnection, pid, GetProcessSock(proc, sock) != 0, {.other = proc.pid})) {
             continue;
         }
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "Proc read sock and write pipe.[pid=%d socket=%u pipe=%lu]", proc.pid,
@@ -83,44 +96,59 @@ int ReverseShell::FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& so
     return 0;
 }
 
+bool ReverseShell::IsFedByPipe(int pid, unsigned long pipe, SocketInfo& sock) {
+    const Trace::Facts facts{.inode = pipe};
+    if (!Trace::Result(Test::isFedByRelay, pid, FindSockByPipe(pid, pipe, sock) != 0, facts) &&
+        !Trace::Result(Test::isFedByDescendant, pid, FindSockByPipeCurl(pid, pipe, sock) != 0, facts)) {
+        return false;
+    }
+    return !Trace::Result(Test::feedIsRaw, pid, sock.type == rawTable, {.inode = sock.inode});
+}
+
+bool ReverseShell::IsFedByRawSocket(int pid, const ProcInfo& parent, SocketInfo& sock) {
+    const bool raw = GetProcessSock(parent, sock) != 0 && sock.type == rawTable;
+    return Trace::Result(Test::parentHasRawSocket, pid, raw, {.other = parent.pid, .inode = sock.inode});
+}
+
+bool ReverseShell::IsFed(int pid, const ProcInfo& parent, SocketInfo& sock) {
+    unsigned long inode = 0;
+    const bool waitsOnPipe = ReadingFromPipe(pid, inode);
+    if (Trace::Result(Test::waitsOnPipe, pid, waitsOnPipe, {.inode = inode})) {
+        if (!IsFedByPipe(pid, inode, sock)) {
+            return false;
+        }
+        MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 3 rshell pid.[pid=%d]", pid);
+        return true;
+    }
+    const bool waitsOnStream = ReadingFromUnixSock(pid, inode);
+    if (!Trace::Result(Test::waitsOnUnixStream, pid, waitsOnStream, {.inode = inode}) ||
+        !IsFedByRawSocket(pid, parent, sock)) {
+        return false;
+    }
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 4 rshell pid.[pid=%d]", pid);
+    return true;
+}
+
 void ReverseShell::CheckSpecialShell() {
     std::vector<int> remaining;
     for (const int pid : bashPids) {
-        SocketInfo sock;
-        unsigned long pipeInode = 0;
-        unsigned long unixInode = 0;
         if (NeedStop()) {
             break;
         }
         remaining.push_back(pid);
         ProcInfo own;
         ProcInfo parent;
-        if (!GetProcInfoInternal(pid, own) || !GetProcInfoInternal(own.ppid, parent)) {
-            continue;
-        }
-        if (ReadingFromPipe(pid, pipeInode)) {
-            if (FindSockByPipe(pid, pipeInode, sock) == 0 && FindSockByPipeCurl(pid, pipeInode, sock) == 0) {
-                continue;
-            }
-            if (sock.type == rawTable) {
-                continue;
-            }
-            MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 3 rshell pid.[pid=%d]", pid);
-        } else if (ReadingFromUnixSock(pid, unixInode)) {
-            if (GetProcessSock(parent, sock) == 0 || sock.type != rawTable) {
-                continue;
-            }
-            MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 4 rshell pid.[pid=%d]", pid);
-        } else {
-            continue;
-        }
-        if (!IsBashProcess(pid)) {
+        const bool known = GetProcInfoInternal(pid, own) && GetProcInfoInternal(own.ppid, parent);
+        SocketInfo sock;
+        if (!Trace::Result(Test::hasParentInPass, pid, known, {.other = own.ppid}) || !IsFed(pid, parent, sock) ||
+            !IsBashProcess(pid)) {
             continue;
         }
         remaining.pop_back();
+        Trace::Result(Test::isClaimed, pid, true);
         Pause(shellPauseMicroseconds);
         // A command that the shell was started with is a program's own business; the shell stays claimed all the same.
-        if (!IsGivenACommand(own.cmdline)) {
+        if (!Trace::Result(Test::isGivenACommand, pid, IsGivenACommand(own.cmdline), {.text = own.cmdline})) {
             AddRshellAlarmFanotify(own.ppid, own, sock, sock.inode);
         }
     }

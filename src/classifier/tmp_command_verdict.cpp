@@ -7,10 +7,13 @@
 #include "classifier/ssh_daemon.h"
 #include "frame/log.h"
 #include "frame/run_state.h"
+#include "frame/trace.h"
 #include "frame/whitelist.h"
 #include "inspect/detect_shell_utils.h"
 #include "inspect/kernel_wait.h"
 #include "inspect/socket_table.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -26,7 +29,9 @@ static constexpr long oldestSocketSeconds = 100;
 static bool StartsAfterParent(int ppid, const TPROC_INFO& first) {
     const unsigned long long command = (first.timestamp + first.suspended) / nanosecondsPerMillisecond;
     const unsigned long long parent = DetectShellUtil::GetProcUpMs(ppid);
-    return command >= parent && command - parent >= leastStartDistanceMs;
+    const unsigned long long distance = command >= parent ? command - parent : 0;
+    return Trace::Result(Test::startsLate, ppid, distance >= leastStartDistanceMs,
+                         {.count = static_cast<long long>(distance), .limit = leastStartDistanceMs});
 }
 
 bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands) {
@@ -36,7 +41,10 @@ bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands) {
     for (size_t i = 1; i < commands.size(); ++i) {
         const unsigned long long earlier = commands[i - 1].timestamp;
         const unsigned long long later = commands[i].timestamp;
-        if (later < earlier || later - earlier < leastGapNanoseconds) {
+        const unsigned long long gap = later < earlier ? 0 : later - earlier;
+        if (!Trace::Result(Test::isTypedByHand, ppid, gap >= leastGapNanoseconds,
+                           {.count = static_cast<long long>(gap / nanosecondsPerMillisecond),
+                            .limit = leastGapNanoseconds / nanosecondsPerMillisecond})) {
             MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "cmd process time error.[cmd1=%llu cmd2=%llu]", earlier, later);
             return false;
         }
@@ -61,30 +69,37 @@ static bool IsReadingSocket(int ppid, unsigned long& inode) {
 }
 
 static bool IsExempt(int ppid, const ProcInfo& lastCommand) {
-    return ProduceByBusinessFile(lastCommand) || IsSshdShell(ppid) ||
-           IsCmdInIgnoreList(DetectShellUtil::GetProcCmdline(ppid));
+    return Trace::Result(Test::isBusiness, lastCommand.pid, ProduceByBusinessFile(lastCommand)) ||
+           Trace::Result(Test::isSshDaemon, ppid, IsSshdShell(ppid)) ||
+           Trace::Result(Test::isWhitelisted, ppid, IsCmdInIgnoreList(DetectShellUtil::GetProcCmdline(ppid)));
 }
 
-bool IsTmpCommandShell(int ppid, const TPROC_INFO& lastCommand) {
+bool RaiseTmpCommandAlarm(int ppid, const TPROC_INFO& lastCommand) {
     ProcInfo proc;
     proc.pid = lastCommand.pid;
     proc.ppid = ppid;
     proc.path = lastCommand.path;
     proc.cmdline = lastCommand.cmdline;
     unsigned long inode = 0;
-    if (IsExempt(ppid, proc) || !IsReadingSocket(ppid, inode)) {
+    if (IsExempt(ppid, proc)) {
+        return false;
+    }
+    const bool waits = IsReadingSocket(ppid, inode);
+    if (!Trace::Result(Test::waitsOnSocket, ppid, waits, {.inode = inode})) {
         return false;
     }
     const int written = DetectShellUtil::ParseWriteCharsNum(ppid);
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "ppid write char num.[ppid=%d charNum=%ld]", ppid,
                static_cast<long>(written));
-    if (written == 0) {
+    if (!Trace::Result(Test::hasWritten, ppid, written != 0, {.count = written})) {
         return false;
     }
     SocketInfo sock;
     bool refreshed = false;
     const long since = static_cast<long>(time(nullptr) - oldestSocketSeconds);
-    if (!IsAbnormalInodeByFlag(inode, sock, since, refreshed)) {
+    Trace::Limit(Test::socketIsNew, oldestSocketSeconds);
+    const bool abnormal = IsAbnormalInodeByFlag(inode, sock, since, refreshed);
+    if (!Trace::Result(Test::hasConnection, ppid, abnormal, {.inode = inode})) {
         return false;
     }
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "found type 6 rshell.[pid=%d]", proc.pid);

@@ -7,6 +7,6 @@
 // 200 ms after the one before.
 bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands);
 
-// Judges a parent whose commands have all ended, by its last command and by whether it waits for a recent connection;
-// raises the alarm. Takes up to a second and the pauses of what it reads. Called on the watcher's task thread.
-bool IsTmpCommandShell(int ppid, const TPROC_INFO& lastCommand);
+// Raises the alarm about a parent whose commands have all ended, if its last command and a wait for a recent connection
+// speak for one. True if so, also where the alarm itself is then held back. Takes up to a second and the pauses of what it reads. Called on the watcher's task thread.
+bool RaiseTmpCommandAlarm(int ppid, const TPROC_INFO& lastCommand);

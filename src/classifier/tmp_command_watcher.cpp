@@ -10,8 +10,11 @@
 #include "frame/pacing.h"
 #include "frame/repeat_task.h"
 #include "frame/run_state.h"
+#include "frame/trace.h"
 #include "inspect/detect_shell_utils.h"
 #include "module/published.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_reverse_shell";
 
@@ -54,11 +57,12 @@ static void Judge(int ppid, TmpProcListInfo& info) {
         WriteBackTmpProcs(ppid, info);
         return;
     }
-    if (info.procList.size() < fewestCommands) {
+    const Trace::Facts number{.count = static_cast<long long>(info.procList.size()), .limit = fewestCommands};
+    if (!Trace::Result(Test::hasEnoughCommands, ppid, info.procList.size() >= fewestCommands, number)) {
         return;
     }
     info.judged = true;
-    info.isRshell = IsTmpCommandShell(ppid, info.procList.back());
+    info.isRshell = RaiseTmpCommandAlarm(ppid, info.procList.back());
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, info.isRshell ? "proc is reverse shell" : "proc has no shell character");
     WriteBackTmpProcs(ppid, info);
 }

@@ -1,7 +1,10 @@
 #include <deque>
 #include <utility>
 
+#include "frame/trace.h"
 #include "graph/reverse_shell_detector.h"
+
+using Trace::Test;
 
 void ReverseShellDetector::DeepSearchReverseShell(std::shared_ptr<ProcInfomation> start) {
     std::deque<std::shared_ptr<ProcInfomation>> work{start};
@@ -32,4 +35,5 @@ void ReverseShellDetector::DeepSearchReverseShell(std::shared_ptr<ProcInfomation
             }
         }
     }
+    Trace::Result(Test::meetsForeignSocket, start->pid, false);
 }

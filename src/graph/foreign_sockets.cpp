@@ -1,9 +1,11 @@
 #include <utility>
 
 #include "frame/log.h"
+#include "frame/trace.h"
 #include "graph/reverse_shell_detector.h"
 
 using TavUtils::NetStat::NETSTAT;
+using Trace::Test;
 
 static constexpr char logSource[] = "reverse_shell_detector";
 
@@ -21,7 +23,7 @@ bool ReverseShellDetector::CollectForeinSocket() {
     TavUtils::NetStat::ReadTcp6(connections, nullptr);
     if (connections.empty()) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "No valid connections.");
-        return false;
+        return Trace::Result(Test::hostHasForeignSocket, 0, false);
     }
     for (NETSTAT& connection : connections) {
         if (IsLocalPeer(connection.remoteIp)) {
@@ -33,5 +35,6 @@ bool ReverseShellDetector::CollectForeinSocket() {
                    connection.state, connection.inode);
         foreignSockets.try_emplace(connection.inode, std::move(connection));
     }
-    return !foreignSockets.empty();
+    return Trace::Result(Test::hostHasForeignSocket, 0, !foreignSockets.empty(),
+                         {.count = static_cast<long long>(foreignSockets.size())});
 }

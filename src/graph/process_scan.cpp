@@ -10,7 +10,10 @@
 #include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
+#include "frame/trace.h"
 #include "graph/reverse_shell_detector.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "reverse_shell_detector";
 
@@ -83,7 +86,7 @@ void ReverseShellDetector::ScanProc() {
 }
 
 void ReverseShellDetector::FilterBashProcess(const std::string& name, int pid, int ppid) {
-    if (!riskyName.contains(name)) {
+    if (!Trace::Result(Test::hasShellName, pid, riskyName.contains(name), {.text = name})) {
         childProcs[ppid].insert(pid);
         return;
     }

@@ -3,6 +3,9 @@
 #include "agent/process_utils.h"
 #include "agent/strings.h"
 #include "frame/pacing.h"
+#include "frame/trace.h"
+
+using Trace::Test;
 
 static constexpr unsigned int phasePauseMicroseconds = 50000;
 
@@ -21,23 +24,30 @@ void ReverseShellDetector::DetectRoutine(const std::set<std::string>& whitelist)
     }
 }
 
+static bool IsChannel(Test test, int pid, const ReverseShellDetector::InodeAttr& held) {
+    return Trace::Result(test, pid, held.inode != ReverseShellDetector::INVALID_INODE,
+                         {.inode = static_cast<unsigned long>(held.inode)});
+}
+
 void ReverseShellDetector::JudgeCandidate(const std::shared_ptr<ProcInfomation>& candidate,
                                           const std::set<std::string>& whitelist) {
-    if (candidate->fds.empty()) {
+    if (!Trace::Result(Test::holdsChannel, candidate->pid, !candidate->fds.empty())) {
         return;
     }
     // The subscripts leave a default entry where a descriptor holds neither pipe nor socket; the search passes it over.
     const InodeAttr& input = candidate->fds[0];
     const InodeAttr& output = candidate->fds[1];
-    if (input.inode == INVALID_INODE && output.inode == INVALID_INODE) {
+    const bool hasInput = IsChannel(Test::inputIsChannel, candidate->pid, input);
+    const bool hasOutput = IsChannel(Test::outputIsChannel, candidate->pid, output);
+    if (!Trace::Result(Test::holdsChannel, candidate->pid, hasInput || hasOutput)) {
         return;
     }
     candidate->cmdline = ProcessUtils::GetProcessCmdline(candidate->pid);
-    if (TavUtils::StringProcess::IsMatchingShellWildcardList(candidate->cmdline, whitelist)) {
+    const bool listed = TavUtils::StringProcess::IsMatchingShellWildcardList(candidate->cmdline, whitelist);
+    if (Trace::Result(Test::isListedByPattern, candidate->pid, listed)) {
         return;
     }
-    if (input.inode != INVALID_INODE && output.inode != INVALID_INODE && input.type == INODE_SOCKET &&
-        output.type == INODE_SOCKET) {
+    if (hasInput && hasOutput && input.type == INODE_SOCKET && output.type == INODE_SOCKET) {
         const auto connection = foreignSockets.find(input.inode);
         if (connection != foreignSockets.end()) {
             SendEvent(candidate, connection->second);

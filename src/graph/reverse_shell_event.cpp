@@ -6,10 +6,12 @@
 #include "agent/process_utils.h"
 #include "frame/event_text.h"
 #include "frame/log.h"
+#include "frame/trace.h"
 #include "graph/reverse_shell_detector.h"
 #include "module/published.h"
 
 using TavUtils::JsonAdaptor::JsonValue;
+using Trace::Test;
 
 static constexpr char logSource[] = "reverse_shell_detector";
 
@@ -35,8 +37,9 @@ static bool RememberShell(int pid, const std::string& cmdline) {
 
 void ReverseShellDetector::SendEvent(std::shared_ptr<ProcInfomation> proc,
                                      const TavUtils::NetStat::NETSTAT& conn) const {
+    Trace::Result(Test::meetsForeignSocket, proc->pid, true, {.inode = conn.inode});
     // Remembered before the event is built: one that the agent's limit drops later is not offered again.
-    if (!RememberShell(proc->pid, proc->cmdline)) {
+    if (Trace::Result(Test::isRemembered, proc->pid, !RememberShell(proc->pid, proc->cmdline))) {
         return;
     }
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL,

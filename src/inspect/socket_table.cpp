@@ -6,7 +6,10 @@
 #include <mutex>
 
 #include "frame/module_lock.h"
+#include "frame/trace.h"
 #include "inspect/socket_table_reader.h"
+
+using Trace::Test;
 
 static constexpr int sshPort = 22;
 static constexpr unsigned int quickRefreshWaitSeconds = 2;
@@ -41,14 +44,25 @@ void RefreshSocketTable() {
     lastSocketRefresh = static_cast<long>(time(nullptr));
 }
 
+static bool IsConnecting(unsigned int state) {
+    return state == tcpEstablished || state == tcpSynSent || state == tcpSynReceived;
+}
+
 bool IsAbnormalSocket(const SocketInfo& info) {
     if (info.type != tcpTable && info.type != tcp6Table) {
         return true;
     }
-    if (info.remoteIp == 0 || info.localIp == info.remoteIp || info.localPort == sshPort) {
-        return false;
-    }
-    return info.state == tcpEstablished || info.state == tcpSynSent || info.state == tcpSynReceived;
+    const Trace::Facts port{.inode = info.inode, .count = info.localPort, .limit = sshPort};
+    return Trace::Result(Test::socketHasPeer, 0, info.remoteIp != 0, {.inode = info.inode}) &&
+           !Trace::Result(Test::socketMeetsItself, 0, info.localIp == info.remoteIp, {.inode = info.inode}) &&
+           !Trace::Result(Test::socketIsSshServers, 0, info.localPort == sshPort, port) &&
+           Trace::Result(Test::socketIsConnected, 0, IsConnecting(info.state),
+                         {.inode = info.inode, .count = info.state});
+}
+
+static bool IsAbnormalSince(const SocketInfo& info, long since) {
+    return IsAbnormalSocket(info) &&
+           Trace::Result(Test::socketIsNew, 0, info.firstSeen >= since, {.inode = info.inode});
 }
 
 // Looks the socket up in tables that are read again for it; false without a look if they have been already.
@@ -58,7 +72,7 @@ static bool FindInRefreshedTable(unsigned long inode, SocketInfo& info, bool& re
     }
     RefreshSocketTable();
     refreshed = true;
-    return FindSocketByInode(inode, info);
+    return Trace::Result(Test::socketIsListed, 0, FindSocketByInode(inode, info), {.inode = inode});
 }
 
 bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed) {
@@ -75,7 +89,7 @@ bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed)
 
 bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bool& refreshed) {
     if (FindSocketByInode(inode, info)) {
-        if (IsAbnormalSocket(info) && info.firstSeen >= since) {
+        if (IsAbnormalSince(info, since)) {
             return true;
         }
         // Another look cannot make an established socket abnormal.
@@ -83,5 +97,5 @@ bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bo
             return false;
         }
     }
-    return FindInRefreshedTable(inode, info, refreshed) && IsAbnormalSocket(info) && info.firstSeen >= since;
+    return FindInRefreshedTable(inode, info, refreshed) && IsAbnormalSince(info, since);
 }

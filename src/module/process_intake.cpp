@@ -13,8 +13,11 @@
 #include "frame/pacing.h"
 #include "frame/run_state.h"
 #include "frame/settings.h"
+#include "frame/trace.h"
 #include "frame/whitelist.h"
 #include "inspect/detect_shell_utils.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -72,10 +75,12 @@ void* CheckNetlinkProcsTask([[maybe_unused]] void* arg) {
         if (NeedStop()) {
             return nullptr;
         }
-        if (DetectShellUtil::IsProcExist(pid) && !IsCmdInIgnoreList(DetectShellUtil::GetProcCmdline(pid))) {
+        if (DetectShellUtil::IsProcExist(pid) &&
+            !Trace::Result(Test::isWhitelisted, pid, IsCmdInIgnoreList(DetectShellUtil::GetProcCmdline(pid)))) {
             candidates.push_back(pid);
         }
     }
+    Trace::Limit(Test::socketIsNew, quietSeconds);
     if (!candidates.empty()) {
         CheckReverseShell(candidates, static_cast<long>(time(nullptr) - quietSeconds), false);
     }

@@ -6,18 +6,23 @@
 #include "agent/sha256.h"
 #include "alarm/alarm_history.h"
 #include "frame/log.h"
+#include "frame/trace.h"
 #include "inspect/detect_shell_utils.h"
 #include "shellfile/abnormal_shell_event.h"
 #include "shellfile/shell_baseline.h"
+
+using Trace::Test;
 
 static constexpr char logSource[] = "detect_shell_event";
 
 static constexpr unsigned int longestCommand = 512;
 
 // Digest of a program that has the size of a shell; empty for any other.
-static std::string DigestOfShellSized(const std::string& path) {
+static std::string DigestOfShellSized(const std::string& path, int pid) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0 || !IsShellSize(static_cast<unsigned long>(info.st_size))) {
+    if (!Trace::Result(Test::hasProgramFile, pid, stat(path.c_str(), &info) == 0, {.text = path}) ||
+        !Trace::Result(Test::hasShellSize, pid, IsShellSize(static_cast<unsigned long>(info.st_size)),
+                       {.count = info.st_size})) {
         return "";
     }
     char digest[65] = {};
@@ -38,17 +43,22 @@ void ShellExecCallback(proc_event* event) {
     }
     const int pid = event->event_data.exec.process_pid;
     const std::string path = DetectShellUtil::GetProcExe(pid);
-    if (path.empty() || IsShellFile(path)) {
+    if (path.empty() || Trace::Result(Test::isShellFile, pid, IsShellFile(path), {.text = path})) {
         return;
     }
-    const std::string shell = ShellWithDigest(DigestOfShellSized(path));
-    if (!shell.empty()) {
+    const std::string digest = DigestOfShellSized(path, pid);
+    if (digest.empty()) {
+        return;
+    }
+    const std::string shell = ShellWithDigest(digest);
+    if (Trace::Result(Test::hasShellContent, pid, !shell.empty(), {.text = shell})) {
         GenCpAlarm(path, DetectShellUtil::GetProcCmdline(pid), shell);
     }
 }
 
 void GenCpAlarm(const std::string& copyPath, const std::string& command, const std::string& shellPath) {
-    if (command.empty() || IsRepeatedAlarm(copyPath)) {
+    if (!Trace::Result(Test::showsCommandLine, 0, !command.empty()) ||
+        Trace::Result(Test::isRepeated, 0, IsRepeatedAlarm(copyPath))) {
         return;
     }
     SHELL_EVENT event;

@@ -16,7 +16,7 @@ protected:
     static bool Judge(const std::string& cmdline = "ls -l") {
         TPROC_INFO last = Command(lastPid, 20 * second);
         last.cmdline = cmdline;
-        return IsTmpCommandShell(parent, last);
+        return RaiseTmpCommandAlarm(parent, last);
     }
 
     // The parent waits for its socket where the pattern has a one, and elsewhere at all other probes.
@@ -33,7 +33,7 @@ TEST_F(TmpCommandVerdict, ReportsTheLastCommandAndItsParent) {
     std::filesystem::create_symlink("/srv", tree->Folder() / std::to_string(parent) / "cwd");
     TPROC_INFO last = Command(lastPid, 20 * second);
     last.path = program;
-    EXPECT_TRUE(IsTmpCommandShell(parent, last));
+    EXPECT_TRUE(RaiseTmpCommandAlarm(parent, last));
     const std::string inode = std::to_string(SocketOf(parent).inode);
     // sha256 of "a program"
     const std::string hash = "d69ea8cda2433733c1ce02de65da8f48e6a3dbba6bb18876a2062908e54ef7cb";
