@@ -53,7 +53,7 @@ class Watch:
             text=True,
             env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
         )
-        self._counters = queue.Queue()
+        self._counters: queue.Queue = queue.Queue()
         self._changed = threading.Condition()
         self._reported = {}  # pid to the moment
         self._reader = threading.Thread(target=self._read, daemon=True)

@@ -71,7 +71,7 @@ def is_suite_of(release, suite):
 
 def fields_of(stanza):
     """The fields in order, by name in lower case; a value keeps the lines that continue it."""
-    fields = {}
+    fields: dict[str, str] = {}
     name = ""
     for line in stanza.splitlines():
         if line.startswith("#"):

@@ -23,7 +23,7 @@ def blocks(language):
 
 def commands():
     """Each command line once, as (document, command): those of the blocks in their order, then those in the text."""
-    found = {}
+    found: dict[str, pathlib.Path] = {}
     for document, text in blocks("sh"):
         for line in text.splitlines():
             found.setdefault(line.strip(), document)

@@ -121,8 +121,8 @@ class Agent:
             **options,
         )
         self._changed = threading.Condition()
-        self._event_lines = []
-        self._log_lines = []
+        self._event_lines: list[bytes] = []
+        self._log_lines: list[bytes] = []
         self._readers = [self._start_reader(self._child.stderr, self._log_lines)]
         if read_events:
             self._readers.append(self._start_reader(self._child.stdout, self._event_lines))

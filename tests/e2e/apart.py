@@ -1,7 +1,7 @@
 """Work in a process whose parent is init.
 
-The module looks at a suspect's ancestors one by one, up to init, at half a millisecond for each byte of a command line and
-six for each open file. Those of whoever starts the tests, such as an editor or a runner of such jobs, would take it longer
+The module looks at a suspect's ancestors one by one, up to init, at half a millisecond for each byte of a command line
+and six for each open file. Those of whoever starts the tests, such as an editor or a job runner, would take it longer
 than the tests wait.
 """
 

@@ -15,7 +15,7 @@ import sys
 import time
 
 from connections import Connection, connection_of
-from stage import BASH, STAGEHAND, Stage
+from stage import BASH, STAGEHAND, Process, Stage
 from waiting import wait_until
 
 ATTACKS = pathlib.Path(__file__).with_name("attacks")
@@ -101,7 +101,8 @@ class Campaign:
         self._attacker = attacker
         self._attacks = attacks
         self.ordered = {}  # when the shell got its order
-        channels, processes = {}, {}
+        channels: dict[str, tuple] = {}
+        processes: dict[str, Process] = {}
         for name, attack in attacks.items():
             more_channels, more_processes = attack.within(name)
             channels |= more_channels

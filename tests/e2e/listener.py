@@ -37,9 +37,9 @@ def accept_waiting(listeners, connections, seconds):
     """Takes what connects within the time, so that a request can follow its connection closely."""
     with selectors.DefaultSelector() as selector:
         for listener in listeners:
-            selector.register(listener, selectors.EVENT_READ)
+            selector.register(listener, selectors.EVENT_READ, listener)
         for key, _ in selector.select(seconds):
-            connection, peer = key.fileobj.accept()
+            connection, peer = key.data.accept()
             connections[peer[1]] = connection
 
 
@@ -70,7 +70,7 @@ def serve(request, listeners, connections):
 def main():
     sockets = open_sockets()
     listeners = [sockets["tcp4"], sockets["tcp6"]]
-    connections = {}
+    connections: dict[int, socket.socket] = {}
     print(json.dumps({name: opened.getsockname()[1] for name, opened in sockets.items()}), flush=True)
     with selectors.DefaultSelector() as selector:
         for source in [sys.stdin, *listeners]:

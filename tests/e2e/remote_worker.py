@@ -50,7 +50,7 @@ def start_in_new_process(commands, request):
         if child == 0:
             pause = request["new_process"]
             time.sleep(pause)
-            pids = []
+            pids: list[int] = []
             for pid in commands.start(request["commands"], request["gap"]):
                 if not pids and pause == 0 and time.monotonic() - born > AT_ONCE_SECONDS:
                     os._exit(EXIT_TOO_LATE)

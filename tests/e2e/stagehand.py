@@ -130,8 +130,8 @@ def start(process, ends):
         finally:
             os._exit(1)
     os.close(write)
-    with os.fdopen(read, "rb") as report:
-        failure = report.read()
+    with os.fdopen(read, "rb") as reported:
+        failure = reported.read()
     if failure:
         raise RuntimeError(f"{process['run'] or 'a companion'}: {os.fsdecode(failure)}")
     return pid
@@ -198,7 +198,7 @@ def end_sessions(pids):
 
 def main():
     signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C is for the tests; the end of the input follows from it
-    processes = {}
+    processes: dict[str, int] = {}
     try:
         ends, answer = build(json.loads(sys.stdin.readline()), processes)
         print(json.dumps(answer), flush=True)

@@ -105,7 +105,7 @@ def always_blind():
     return set() if waits_are_shown() else WAITS
 
 
-@pytest.fixture(params=LACKS.values(), ids=LACKS.keys())
+@pytest.fixture(params=list(LACKS.values()), ids=list(LACKS))
 def lack(request, tmp_path):
     """With the arguments and options to run the agent with."""
     case = request.param
@@ -118,8 +118,8 @@ def lack(request, tmp_path):
 
 def run_wrapped(wrapper, *arguments, **options):
     """Exit status and standard output of the agent, started by the wrapper."""
-    program, *rest = (*wrapper, PROGRAM, *arguments)
-    done = run_to_end(*rest, program=program, **options)
+    command = [*wrapper, PROGRAM, *arguments]
+    done = run_to_end(*command[1:], program=command[0], **options)
     return done.returncode, done.stdout.decode()
 
 

@@ -238,7 +238,7 @@ def test_killed_it_leaves_nothing(running):
 def test_who_calls_it_does_not_hold_it_up(nothing_left):
     """The module reads the command lines of a suspect's ancestors at half a millisecond a byte."""
     call = "import subprocess, sys; sys.exit(subprocess.run(sys.argv[2:]).returncode)"
-    words = [sys.executable, "-c", call, "x" * 100_000, PROGRAM, "demo", "--only", "bash-on-socket"]
+    words = [sys.executable, "-c", call, "x" * 100_000, str(PROGRAM), "demo", "--only", "bash-on-socket"]
     done = subprocess.run(words, env=environment(), capture_output=True, timeout=scaled(WHOLE_RUN_LIMIT))
     assert done.returncode == 0, done.stdout.decode()
 

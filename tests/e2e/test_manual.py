@@ -74,7 +74,7 @@ def test_synopsis_tells_the_options_of_a_command(command):
 def test_page_tells_every_option_and_no_other():
     terms = TERM.findall(section(formatted("orlim-agent"), "OPTIONS"))
     assert {option for term in terms for option in OPTION.findall(term)} == {
-        option for arguments in ([], *([command] for command in COMMANDS)) for option in options_told_by(*arguments)
+        option for arguments in ((), *((command,) for command in COMMANDS)) for option in options_told_by(*arguments)
     }
 
 

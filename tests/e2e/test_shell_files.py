@@ -1,8 +1,8 @@
 """Shell file protection: what happens to throw-away shells, and what the agent says of it.
 
-Every test has a shell of its own, listed in a default_shells of the tests' own; one agent watches them all. Reports on one
-file come in the order of its changes, so that a test for silence makes a change afterwards that is told, and asserts that
-nothing came before it.
+Every test has a shell of its own, listed in a default_shells of the tests' own; one agent watches them all. Reports on
+one file come in the order of its changes, so that a test for silence makes a change afterwards that is reported, and
+asserts that nothing came before it.
 """
 
 import contextlib
@@ -32,6 +32,8 @@ class Shells:
 
     def __init__(self, folder):
         self.folder = folder
+        self.of_test: dict[str, pathlib.Path] = {}
+        self.linked: tuple[pathlib.Path, ...] = ()
         self._count = 0
 
     def add(self, name):
@@ -103,8 +105,8 @@ class Watched:
         ]
 
     def change_until_told(self):
-        """For a shell that has just been replaced: a change that comes before the agent looks at the new file is part of
-        the replacement to it."""
+        """For a shell that has just been replaced: to the agent, a change before it looks at the new file is part of
+        the replacement."""
         for attempt in range(100):
             self.path.chmod(0o700 + attempt % 2)
             with contextlib.suppress(AssertionError):

@@ -164,7 +164,8 @@ SILENT = {
 }
 
 
-def open_stage(attacker, directory, channels, shell_descriptors, companions, mark):
+def open_stage(attacker, directory, wiring, mark):
+    channels, shell_descriptors, companions = wiring
     addresses = {
         "tcp": tcp(attacker.tcp),
         "tcp6": tcp(attacker.tcp6),
@@ -202,7 +203,7 @@ def parameters_of_found():
 
 @pytest.mark.parametrize("wiring", parameters_of_found())
 def test_found(attacker, tmp_path, wiring):
-    with open_stage(attacker, tmp_path, *wiring, "found") as stage:
+    with open_stage(attacker, tmp_path, wiring, "found") as stage:
         scan = Scan()
         assert scan.contents(stage.pid) == [stage.expected_content()]
         assert scan.status == 0
@@ -210,7 +211,7 @@ def test_found(attacker, tmp_path, wiring):
 
 @pytest.mark.parametrize("wiring", SILENT.values(), ids=SILENT.keys())
 def test_silent(attacker, witness, tmp_path, wiring):
-    with open_stage(attacker, tmp_path, *wiring, "silent") as stage:
+    with open_stage(attacker, tmp_path, wiring, "silent") as stage:
         assert_silent(stage, witness)
 
 

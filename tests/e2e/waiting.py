@@ -8,6 +8,7 @@ import functools
 import os
 import time
 
+NO_ENVIRONMENT: dict[str, str] = {}
 SLOWNESS_VARIABLE = "ORLIM_E2E_SLOWNESS"
 MEASURED_PROGRAMS = 20
 ORDINARY_SECONDS = 0.04  # to run so many, as a busy machine of ordinary speed does
@@ -17,7 +18,7 @@ def measure_slowness():
     """How many times longer than ordinary it takes to run programs; at least 1."""
     began = time.perf_counter()
     for _ in range(MEASURED_PROGRAMS):
-        os.waitpid(os.posix_spawn("/bin/true", ["true"], {}), 0)
+        os.waitpid(os.posix_spawn("/bin/true", ["true"], NO_ENVIRONMENT), 0)
     return max(1.0, (time.perf_counter() - began) / ORDINARY_SECONDS)
 
 

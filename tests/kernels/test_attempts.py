@@ -19,7 +19,7 @@ GOOD, BAD = table.PASS, table.FAIL
     ],
 )
 def test_a_kernel_is_booted_until_all_is_good_or_the_attempts_are_over(attempts, outcomes, count, last):
-    done = []
+    done: list[str] = []
 
     def run_once():
         done.append(outcomes[len(done)])

@@ -14,7 +14,7 @@ COLUMNS = {"one": {"kernel": "6.1.0-test", "pass, ms": "1.5"}, "two": {"pass, ms
 
 def sample(cpu_ms, switches, rss=100, ticks=(0, 0)):
     memory = {name: rss for name in (*idle_cost.MEMORY, *idle_cost.MAPPED)}
-    return idle_cost.Sample(memory, int(cpu_ms * 1e6), *ticks, switches)
+    return idle_cost.Sample(memory, int(cpu_ms * 1e6), ticks[0], ticks[1], switches)
 
 
 @pytest.mark.parametrize("name", ["bash", "a) 1 2 3 (b", ") \n 7"])

@@ -20,7 +20,7 @@ ENDLESS = "echo $$; exec sleep 600"
 
 def boot(tmp_path, script, limit=60):
     board = machine.Board(("sh", "-c", script), "console", "disk")
-    lines = []
+    lines: list[str] = []
     return machine.boot(board, BOOTABLE, [], tmp_path / "log", limit, lines.append), lines
 
 
@@ -62,7 +62,7 @@ def test_line_that_is_cut_off_is_no_result(tmp_path):
 
 def test_variables_reach_the_guest_among_the_options_of_its_kernel(tmp_path):
     board = machine.Board(("sh", "-c", 'for word; do echo "$word"; done', "emulator"), "ttyX", "disk")
-    lines = []
+    lines: list[str] = []
     machine.boot(board, BOOTABLE, [], tmp_path / "log", 60, lines.append, "ONE=1 TWO=2")
     options = lines[lines.index("-append") + 1].split()
     assert options[0] == "console=ttyX"

@@ -12,15 +12,16 @@ import sources
 
 def measure(name, ready, minutes, limit, counted):
     """The figures of one kernel."""
+    bootable, disks = ready
     board = machine.BOARDS[sources.KERNELS[name].architecture]
     if counted:
         # More processors than one hang while they boot.
         board = dataclasses.replace(board, counted=True, processors=1)
     what = f"cost-{name}-counted" if counted else f"cost-{name}"
     log = boots.FOLDER / f"{what}.log"
-    lines = []
+    lines: list[str] = []
     boots.say(f"{what}: boots for at most {limit} s")
-    booted = machine.boot(board, *ready, log, limit, lines.append, f"ORLIM_COST_MINUTES={minutes}")
+    booted = machine.boot(board, bootable, disks, log, limit, lines.append, f"ORLIM_COST_MINUTES={minutes}")
     if booted.status != 0:
         boots.say(f"{what}: {booted.failure or f'ended with {booted.status}'}; see {log.relative_to(boots.ROOT)}")
         return {}

@@ -59,7 +59,7 @@ def text(rows):
 def markdown(rows):
     """A line a test and a column a kernel."""
     kernels = list(dict.fromkeys(row.kernel for row in rows))
-    cells = {}
+    cells: dict[str, dict[str, str]] = {}
     for row in rows:
         test = re.sub(r"^boots: .*", "boots", row.test)
         cells.setdefault(test, {})[row.kernel] = f"{row.result} {row.seconds:.1f}"
