@@ -1,7 +1,5 @@
 #include "module/detect_shell.h"
 
-#include <utility>
-
 #include "agent/status.h"
 #include "classifier/tmp_command_watcher.h"
 #include "frame/log.h"
@@ -57,15 +55,7 @@ static bool StartReverseShell() {
 }
 
 int InitModule(void) {
-    shellPaths.clear();
-    sshdInodes.clear();
-    sshdInodes = FindSshdInodes();
-    std::set<std::string> resolved;
-    if (!ResolveShellPaths(ListedShells(), resolved)) {
-        return 0;
-    }
-    shellPaths = std::move(resolved);
-    if (shellPaths.empty()) {
+    if (!LearnHostShells()) {
         return 0;
     }
     ReportBothStopped();

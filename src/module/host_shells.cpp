@@ -7,12 +7,14 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "agent/bounds_checked.h"
 #include "agent/config.h"
 #include "agent/files.h"
 #include "alarm/command_paths.h"
 #include "frame/log.h"
+#include "frame/settings.h"
 #include "module/published.h"
 
 static constexpr char logSource[] = "detect_shell";
@@ -65,4 +67,16 @@ bool ResolveShellPaths(const std::set<std::string>& listed, std::set<std::string
         }
     }
     return true;
+}
+
+bool LearnHostShells() {
+    shellPaths.clear();
+    sshdInodes.clear();
+    sshdInodes = FindSshdInodes();
+    std::set<std::string> resolved;
+    if (!ResolveShellPaths(ListedShells(), resolved)) {
+        return false;
+    }
+    shellPaths = std::move(resolved);
+    return !shellPaths.empty();
 }
