@@ -13,7 +13,9 @@ using Host::DigitValue;
 using Host::Directive;
 using Host::IsSpace;
 using Host::Length;
-using Host::maxObjectBytes;
+
+// Half the address space: no object is larger.
+constexpr size_t maxObjectBytes = std::numeric_limits<size_t>::max() / 2;
 
 enum class Outcome {
     matched,
@@ -79,7 +81,7 @@ Unsigned LowDigitsValue(const Digits& digits) {
 
 class Scanner {
 public:
-    Scanner(const char* text, va_list targets) : begin_(text), at_(text) { va_copy(targets_, targets); }
+    Scanner(const char* text, va_list targets) : at_(text) { va_copy(targets_, targets); }
     ~Scanner() { va_end(targets_); }
     Scanner(const Scanner&) = delete;
     Scanner& operator=(const Scanner&) = delete;
@@ -98,7 +100,6 @@ private:
     template <typename Target>
     Outcome Store(Target value);
 
-    const char* const begin_;
     const char* at_;
     va_list targets_;
     int assigned_ = 0;
@@ -115,10 +116,6 @@ int Scanner::Scan(const char* format) {
         } else if (*p != '%') {
             outcome = Literal(*p);
             ++p;
-        } else if (p[1] == '%') {
-            p += 2;
-            SkipSpaces();
-            outcome = Literal('%');
         } else {
             ++p;
             Directive directive;
@@ -166,16 +163,13 @@ Outcome Scanner::Store(Target value) {
 }
 
 Outcome Scanner::Convert(const Directive& directive) {
-    if (directive.conversion == 'n') {
-        return directive.suppressed ? Outcome::matched : Store(static_cast<int>(at_ - begin_));
-    }
-    if (directive.conversion != 'c' && directive.conversion != '[') {
+    if (directive.conversion != '[') {
         SkipSpaces();
     }
     if (*at_ == '\0') {
         return Outcome::textEnded;
     }
-    const bool isText = directive.conversion == 's' || directive.conversion == 'c' || directive.conversion == '[';
+    const bool isText = directive.conversion == 's' || directive.conversion == '[';
     const Outcome outcome = isText ? Text(directive) : Number(directive);
     if (outcome == Outcome::matched) {
         hasConverted_ = true;
@@ -185,42 +179,21 @@ Outcome Scanner::Convert(const Directive& directive) {
 }
 
 Outcome Scanner::Number(const Directive& directive) {
-    size_t left = directive.width == 0 ? maxObjectBytes : directive.width;
     Digits digits;
-    switch (directive.conversion) {
-        case 'x':
-        case 'X':
-            digits.base = 16;
-            break;
-        case 'o':
-            digits.base = 8;
-            break;
-        case 'i':
-            digits.base = 0;
-            break;
-        default:
-            break;
-    }
+    digits.base = directive.conversion == 'x' ? 16 : 10;
     if (*at_ == '-' || *at_ == '+') {
         digits.negative = *at_ == '-';
         ++at_;
-        --left;
     }
-    const bool takesPrefix = digits.base == 16 || digits.base == 0;
-    if (takesPrefix && left > 1 && at_[0] == '0' && (at_[1] == 'x' || at_[1] == 'X')) {
-        digits.base = 16;
+    if (digits.base == 16 && at_[0] == '0' && (at_[1] == 'x' || at_[1] == 'X')) {
         // A prefix with no digit behind it is the number 0, as the C library has it.
         digits.begin = at_;
         digits.end = at_ + 1;
         at_ += 2;
-        left -= 2;
-    } else if (digits.base == 0) {
-        digits.base = *at_ == '0' ? 8 : 10;
     }
     const char* first = at_;
-    while (left > 0 && DigitValue(*at_) < digits.base) {
+    while (DigitValue(*at_) < digits.base) {
         ++at_;
-        --left;
     }
     if (at_ != first) {
         digits.begin = first;
@@ -233,22 +206,15 @@ Outcome Scanner::Number(const Directive& directive) {
 }
 
 Outcome Scanner::Text(const Directive& directive) {
-    const bool isBytes = directive.conversion == 'c';
-    size_t limit = directive.width;
-    if (limit == 0) {
-        limit = isBytes ? 1 : maxObjectBytes;
-    }
     const char* first = at_;
-    size_t length = 0;
-    for (; length < limit && *at_ != '\0'; ++length, ++at_) {
-        if (directive.conversion == 's' && IsSpace(*at_)) {
-            break;
-        }
-        if (directive.conversion == '[' && !directive.set.test(static_cast<unsigned char>(*at_))) {
-            break;
-        }
+    const auto belongs = [&directive](char c) {
+        return directive.conversion == 's' ? !IsSpace(c) : directive.set.test(static_cast<unsigned char>(c));
+    };
+    while (*at_ != '\0' && belongs(*at_)) {
+        ++at_;
     }
-    if (length == 0 || (isBytes && length < limit)) {
+    const auto length = static_cast<size_t>(at_ - first);
+    if (length == 0) {
         return Outcome::mismatch;
     }
     if (directive.suppressed) {
@@ -259,16 +225,14 @@ Outcome Scanner::Text(const Directive& directive) {
     if (target == nullptr || size > maxObjectBytes) {
         return Outcome::violation;
     }
-    if (length + (isBytes ? 0 : 1) > size) {
+    if (length + 1 > size) {
         if (size > 0) {
             target[0] = '\0';
         }
         return Outcome::mismatch;
     }
     std::memcpy(target, first, length);
-    if (!isBytes) {
-        target[length] = '\0';
-    }
+    target[length] = '\0';
     return Outcome::matched;
 }
 
@@ -277,10 +241,8 @@ Outcome Scanner::StoreAs(char conversion, const Digits& digits) {
     using Unsigned = std::make_unsigned_t<Signed>;
     switch (conversion) {
         case 'd':
-        case 'i':
             return Store(SignedValue<Signed>(digits));
         case 'x':
-        case 'X':
             return Store(LowDigitsValue<Unsigned>(digits));
         default:
             return Store(UnsignedValue<Unsigned>(digits));
@@ -289,18 +251,10 @@ Outcome Scanner::StoreAs(char conversion, const Digits& digits) {
 
 Outcome Scanner::StoreNumber(const Directive& directive, const Digits& digits) {
     switch (directive.length) {
-        case Length::hh:
-            return StoreAs<signed char>(directive.conversion, digits);
-        case Length::h:
-            return StoreAs<short>(directive.conversion, digits);
         case Length::l:
             return StoreAs<long>(directive.conversion, digits);
         case Length::ll:
             return StoreAs<long long>(directive.conversion, digits);
-        case Length::z:
-            return StoreAs<std::make_signed_t<size_t>>(directive.conversion, digits);
-        case Length::j:
-            return StoreAs<intmax_t>(directive.conversion, digits);
         case Length::none:
             break;
     }

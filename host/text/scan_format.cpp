@@ -6,12 +6,8 @@ bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 unsigned int DigitValue(char c) {
-    if (IsDigit(c)) {
+    if (c >= '0' && c <= '9') {
         return static_cast<unsigned int>(c - '0');
     }
     if (c >= 'a' && c <= 'f') {
@@ -54,26 +50,12 @@ bool ReadSet(const char*& p, std::bitset<256>& set) {
 }
 
 Length ReadLength(const char*& p) {
-    switch (*p) {
-        case 'h':
-        case 'l': {
-            const bool isLong = *p == 'l';
-            const bool isTwice = p[1] == p[0];
-            p += isTwice ? 2 : 1;
-            if (isLong) {
-                return isTwice ? Length::ll : Length::l;
-            }
-            return isTwice ? Length::hh : Length::h;
-        }
-        case 'z':
-            ++p;
-            return Length::z;
-        case 'j':
-            ++p;
-            return Length::j;
-        default:
-            return Length::none;
+    if (*p != 'l') {
+        return Length::none;
     }
+    const bool isTwice = p[1] == 'l';
+    p += isTwice ? 2 : 1;
+    return isTwice ? Length::ll : Length::l;
 }
 
 }  // namespace
@@ -83,17 +65,6 @@ bool ReadDirective(const char*& p, Directive& directive) {
         directive.suppressed = true;
         ++p;
     }
-    if (IsDigit(*p)) {
-        for (; IsDigit(*p); ++p) {
-            if (directive.width > maxObjectBytes / 10 - 1) {
-                return false;
-            }
-            directive.width = directive.width * 10 + DigitValue(*p);
-        }
-        if (directive.width == 0) {
-            return false;
-        }
-    }
     directive.length = ReadLength(p);
     directive.conversion = *p;
     if (directive.conversion == '\0') {
@@ -102,16 +73,10 @@ bool ReadDirective(const char*& p, Directive& directive) {
     ++p;
     switch (directive.conversion) {
         case 'd':
-        case 'i':
         case 'u':
-        case 'o':
         case 'x':
-        case 'X':
             return true;
-        case 'n':
-            return directive.width == 0 && directive.length == Length::none;
         case 's':
-        case 'c':
             return directive.length == Length::none;
         case '[':
             return directive.length == Length::none && ReadSet(p, directive.set);

@@ -31,19 +31,13 @@ TEST(SscanfS, IntegersInTheirBases) {
         {"42", "%d", 1, 42},     {" \t\n\v\f\r42", "%d", 1, 42},
         {"-42", "%d", 1, -42},   {"+42x", "%d", 1, 42},
         {"007", "%d", 1, 7},     {"0x1f", "%d", 1, 0},
-        {"0x1F", "%i", 1, 31},   {"-0x10", "%i", 1, -16},
-        {"017", "%i", 1, 15},    {"08", "%i", 1, 0},
-        {"19", "%i", 1, 19},     {"17", "%o", 1, 15},
-        {"0x17", "%x", 1, 0x17}, {"0X17", "%X", 1, 0x17},
+        {"0x17", "%x", 1, 0x17}, {"0X17", "%x", 1, 0x17},
         {"-1f", "%x", 1, -0x1f}, {"+1f", "%x", 1, 0x1f},
         {"0xg", "%x", 1, 0},     {"0", "%x", 1, 0},
-        {"1234", "%2d", 1, 12},  {"-1234", "%2d", 1, -1},
-        {"0x12", "%3x", 1, 1},   {"0x12", "%2x", 1, 0},
-        {"0x12", "%1x", 1, 0},   {"-", "%d", 0, 77},
-        {"-", "%1d", 0, 77},     {"+-1", "%d", 0, 77},
+        {"-", "%d", 0, 77},      {"+-1", "%d", 0, 77},
         {"x", "%d", 0, 77},      {"g", "%x", 0, 77},
-        {"8", "%o", 0, 77},      {"\xff", "%d", 0, 77},
-        {"", "%d", -1, 77},      {"  ", "%d", -1, 77},
+        {"\xff", "%d", 0, 77},   {"", "%d", -1, 77},
+        {"  ", "%d", -1, 77},
     };
     for (const Case& c : cases) {
         int value = 77;
@@ -64,8 +58,6 @@ TEST(SscanfS, ADecimalNumberOutOfRangeIsHeldAtTheLimit) {
     EXPECT_EQ(i, INT_MIN);
     EXPECT_EQ(sscanf_s("-2147483649", "%d", &i), 1);
     EXPECT_EQ(i, INT_MIN);
-    EXPECT_EQ(sscanf_s("0xffffffffffffffffffffffff", "%i", &i), 1);
-    EXPECT_EQ(i, INT_MAX);
 
     long l = 0;
     EXPECT_EQ(sscanf_s(huge, "%ld", &l), 1);
@@ -82,8 +74,6 @@ TEST(SscanfS, ADecimalNumberOutOfRangeIsHeldAtTheLimit) {
     EXPECT_EQ(ull, 1U);
     EXPECT_EQ(sscanf_s(hugeNegative, "%llu", &ull), 1);
     EXPECT_EQ(ull, ULLONG_MAX);
-    EXPECT_EQ(sscanf_s("7777777777777777777777777777", "%llo", &ull), 1);
-    EXPECT_EQ(ull, ULLONG_MAX);
 
     unsigned int u = 0;
     EXPECT_EQ(sscanf_s("4294967295", "%u", &u), 1);
@@ -96,28 +86,17 @@ TEST(SscanfS, ADecimalNumberOutOfRangeIsHeldAtTheLimit) {
     EXPECT_EQ(u, UINT_MAX - 1);
 }
 
-TEST(SscanfS, LengthModifiersWriteTheirTypeAndNoMore) {
+TEST(SscanfS, ATargetIsWrittenInItsSizeAndNoFurther) {
     struct {
-        signed char value = 5;
-        unsigned char behind[7] = {9, 9, 9, 9, 9, 9, 9};
-    } byte;
-    EXPECT_EQ(sscanf_s("-300", "%hhd", &byte.value), 1);
-    EXPECT_EQ(byte.value, SCHAR_MIN);
-    EXPECT_TRUE(std::all_of(std::begin(byte.behind), std::end(byte.behind), [](unsigned char c) { return c == 9; }));
-
-    struct {
-        unsigned short value = 5;
-        unsigned short behind[3] = {9, 9, 9};
-    } word;
-    EXPECT_EQ(sscanf_s("70000", "%hu", &word.value), 1);
-    EXPECT_EQ(word.value, USHRT_MAX);
-    EXPECT_TRUE(std::all_of(std::begin(word.behind), std::end(word.behind), [](unsigned short c) { return c == 9; }));
-
-    size_t size = 0;
-    intmax_t largest = 0;
-    EXPECT_EQ(sscanf_s("12 -34", "%zu %jd", &size, &largest), 2);
-    EXPECT_EQ(size, 12U);
-    EXPECT_EQ(largest, -34);
+        int value = 5;
+        unsigned char behind[12] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
+    } number;
+    for (const char* format : {"%d", "%u", "%x"}) {
+        EXPECT_EQ(sscanf_s("99999999999999999999", format, &number.value), 1) << format;
+        EXPECT_TRUE(std::all_of(std::begin(number.behind), std::end(number.behind), [](unsigned char c) {
+            return c == 9;
+        })) << format;
+    }
 }
 
 TEST(SscanfS, AHexadecimalNumberKeepsTheLowOrderDigitsThatFit) {
@@ -148,9 +127,8 @@ TEST(SscanfS, AHexadecimalNumberKeepsTheLowOrderDigitsThatFit) {
     EXPECT_EQ(word, 0x23456789U);
     EXPECT_EQ(sscanf_s("100000000", "%x", &word), 1);
     EXPECT_EQ(word, 1U);
-    unsigned char byte = 0;
-    EXPECT_EQ(sscanf_s("-100", "%hhx", &byte), 1);
-    EXPECT_EQ(byte, 1U);
+    EXPECT_EQ(sscanf_s("-100000000", "%x", &word), 1);
+    EXPECT_EQ(word, 1U);
 }
 
 TEST(SscanfS, TextConversions) {
@@ -166,9 +144,7 @@ TEST(SscanfS, TextConversions) {
         {"  abc", "%s", 8, 1, "abc"},
         {"abcdefg", "%s", 8, 1, "abcdefg"},
         {"abcdefgh", "%s", 8, 0, ""},
-        {"abcdefgh", "%7s", 8, 1, "abcdefg"},
-        {"abcdefgh", "%8s", 8, 0, ""},
-        {"abc", "%3s", 3, 0, ""},
+        {"abc", "%s", 3, 0, ""},
         {"abc", "%s", 1, 0, ""},
         {"abc", "%s", 0, 0, "before"},
         {"\xff\xfe\x01", "%s", 8, 1, "\xff\xfe\x01"},
@@ -179,7 +155,6 @@ TEST(SscanfS, TextConversions) {
         {" 12", "%[0-9]", 8, 0, "before"},
         {"", "%[0-9]", 8, -1, "before"},
         {"12345678", "%[0-9]", 8, 0, ""},
-        {"12345678", "%3[0-9]", 4, 1, "123"},
         {"a]b", "%[]a]", 8, 1, "a]"},
         {"ab]c", "%[^]]", 8, 1, "ab"},
         {"a-b", "%[a-]", 8, 1, "a-"},
@@ -198,31 +173,16 @@ TEST(SscanfS, TextConversions) {
     }
 }
 
-TEST(SscanfS, BytesAreTakenAsTheyAreAndNotTerminated) {
-    char bytes[4] = {'#', '#', '#', '#'};
-    EXPECT_EQ(sscanf_s(" ab", "%c", bytes, size_t{1}), 1);
-    EXPECT_EQ(std::string(bytes, 4), " ###");
-    EXPECT_EQ(sscanf_s("abcd", "%3c", bytes, size_t{3}), 1);
-    EXPECT_EQ(std::string(bytes, 4), "abc#");
-    EXPECT_EQ(sscanf_s("wxyz", "%3c", bytes, size_t{2}), 0);
-    EXPECT_EQ(bytes[0], '\0');
-    EXPECT_EQ(std::string(bytes + 1, 3), "bc#");
-    EXPECT_EQ(sscanf_s("xy", "%3c", bytes, sizeof(bytes)), 0);
-    EXPECT_EQ(sscanf_s("", "%c", bytes, sizeof(bytes)), -1);
-}
-
 TEST(SscanfS, NoTextTargetIsWrittenPastItsSize) {
-    for (const char* format : {"%s", "%[^\n]", "%100s", "%100c"}) {
-        const std::string text(200, 'A');
+    for (const char* format : {"%s", "%[^\n]"}) {
+        const std::string text(100, 'A');
         for (size_t size = 0; size <= 150; ++size) {
             std::string target(160, '#');
-            const int result = sscanf_s(text.c_str(), format, target.data(), size);
+            EXPECT_EQ(sscanf_s(text.c_str(), format, target.data(), size), size > text.size() ? 1 : 0)
+                << format << " " << size;
             EXPECT_TRUE(std::all_of(target.begin() + static_cast<std::ptrdiff_t>(size), target.end(),
                                     [](char c) { return c == '#'; }))
                 << format << " " << size;
-            const bool isBytes = std::strcmp(format, "%100c") == 0;
-            const bool isCut = std::strcmp(format, "%100s") == 0;
-            EXPECT_EQ(result, (isBytes && size >= 100) || (isCut && size >= 101) ? 1 : 0) << format << " " << size;
         }
     }
 }
@@ -246,9 +206,6 @@ TEST(SscanfS, LiteralsAndBlanksOfTheFormat) {
     EXPECT_EQ(sscanf_s("pid:8", "pid \t:%d", &value), 1);
     EXPECT_EQ(value, 8);
     EXPECT_EQ(sscanf_s(" pid:9", "pid:%d", &value), 0);
-    EXPECT_EQ(sscanf_s("50 %60", "%*d%%%d", &value), 1);
-    EXPECT_EQ(value, 60);
-    EXPECT_EQ(sscanf_s("50 60", "%*d%%%d", &value), 0);
     EXPECT_EQ(sscanf_s("", "pid%d", &value), -1);
     EXPECT_EQ(sscanf_s("", " "), 0);
     EXPECT_EQ(sscanf_s("anything", ""), 0);
@@ -261,19 +218,8 @@ TEST(SscanfS, SuppressedConversionsTakeNoTargetAndNoSize) {
     EXPECT_EQ(value, 7);
     EXPECT_EQ(sscanf_s("abcdefgh xy", "%*s%s", text, sizeof(text)), 1);
     EXPECT_STREQ(text, "xy");
-    EXPECT_EQ(sscanf_s("abcdef", "%*3c%s", text, sizeof(text)), 1);
-    EXPECT_STREQ(text, "def");
     EXPECT_EQ(sscanf_s("abc", "%*s%d", &value), 0);
     EXPECT_EQ(sscanf_s("", "%*s%d", &value), -1);
-}
-
-TEST(SscanfS, ThePositionIsStoredAndNotCounted) {
-    int value = 0;
-    int position = -1;
-    EXPECT_EQ(sscanf_s("  12 x", "%d %n", &value, &position), 1);
-    EXPECT_EQ(position, 5);
-    EXPECT_EQ(sscanf_s("x12", "%d%n", &value, &position), 0);
-    EXPECT_EQ(position, 5);
 }
 
 TEST(SscanfS, RefusesUnsoundArguments) {
@@ -283,7 +229,6 @@ TEST(SscanfS, RefusesUnsoundArguments) {
     EXPECT_EQ(sscanf_s("1", none, &value), -1);
     EXPECT_EQ(sscanf_s("1", "%d", static_cast<int*>(nullptr)), -1);
     EXPECT_EQ(sscanf_s("1", "%s", static_cast<char*>(nullptr), size_t{4}), -1);
-    EXPECT_EQ(sscanf_s("1", "%n", static_cast<int*>(nullptr)), -1);
     char text[4] = "abc";
     EXPECT_EQ(sscanf_s("1", "%s", text, std::numeric_limits<size_t>::max()), -1);
     EXPECT_STREQ(text, "abc");
@@ -291,10 +236,9 @@ TEST(SscanfS, RefusesUnsoundArguments) {
 }
 
 TEST(SscanfS, RefusesFormatsThatItDoesNotOffer) {
-    for (const char* format : {"%",    "%*",  "%l",   "%5",  "%0d",   "%f",  "%p",
-                               "%q",   "%Ld", "%ls",  "%hc", "%l[a]", "%[",  "%[]",
-                               "%[^]", "%[^", "%[a-", "%5n", "%hn",   "%ms", "%99999999999999999999999d",
-                               "%hhhd"}) {
+    for (const char* format :
+         {"%",    "%*",  "%l",   "%5d", "%0d", "%f", "%p", "%q", "%Ld", "%ls", "%hd", "%hhd", "%l[a]", "%[",   "%[]",
+          "%[^]", "%[^", "%[a-", "%i",  "%o",  "%X", "%c", "%n", "%%",  "%zu", "%jd", "%ms",  "%3s",   "%llld"}) {
         char target[64] = "before";
         EXPECT_EQ(sscanf_s("12 ab", format, target, sizeof(target)), -1) << format;
         EXPECT_STREQ(target, "before") << format;
@@ -375,9 +319,9 @@ TEST(SscanfS, LongTextIsScannedToItsEnd) {
 
 // Where a text is short enough for no limit to matter, the C library is the measure.
 TEST(SscanfS, AgreesWithTheCLibraryOnShortTexts) {
-    const char* const formats[] = {"%d%d%s",       "%i:%i %s",    "%x%x%s",        "%x:%x%[0-9a-f]",   "%3d%2d%5s",
-                                   "%u %o%[^:]",   "%2x%3i%s",    "%*d%d%d%s",     "%*s%x%i%s",        "%d%*[a-f ]%d%s",
-                                   "%d%%%d%[]:x]", " %d -%d %1s", "%*1d%1d%1x%2s", "%d%*c%d%[^a-fx0]", "%i%*2s%d%s"};
+    const char* const formats[] = {"%d%d%s",         "%d:%d %s",    "%x%x%s",          "%x:%x%[0-9a-f]",
+                                   "%u%x%[^:]",      "%*d%d%d%s",   "%*s%x%d%s",       "%d -%d%s",
+                                   "%d%*[a-f ]%d%s", "%d+%d%[]:x]", "%x%*x%u%[^a-fx0]"};
     std::minstd_rand random(20240501);
     const std::string alphabet = "0012378aAbfFxX+-:% \t]";
     for (int round = 0; round < 60000; ++round) {
