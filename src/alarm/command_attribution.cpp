@@ -18,7 +18,6 @@
 #include "frame/pacing.h"
 #include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
-#include "inspect/file_kind.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -89,7 +88,7 @@ static std::vector<std::string> ReadWords(long pid) {
 static std::optional<std::string> FirstFile(const std::vector<std::string>& words, const std::string& cwd) {
     for (size_t i = 1; i < words.size(); ++i) {
         std::string path = ResolveArgumentPath(words[i], cwd);
-        if (!path.empty() && IsRegularFile(path)) {
+        if (!path.empty() && DetectShellUtil::IsRegularFile(path)) {
             return path;
         }
         Pause(wordPauseMicroseconds);
@@ -123,5 +122,5 @@ bool ProduceByBusinessFile(const ProcInfo& proc) {
         return true;
     }
     const std::string path = ResolveArgumentPath(words[1], DetectShellUtil::GetProcCwd(proc.pid));
-    return !path.empty() && IsRegularFile(path);
+    return !path.empty() && DetectShellUtil::IsRegularFile(path);
 }

@@ -9,7 +9,7 @@
 #include "agent/files.h"
 #include "agent/strings.h"
 #include "frame/settings.h"
-#include "inspect/file_kind.h"
+#include "inspect/detect_shell_utils.h"
 #include "module/published.h"
 
 static constexpr char neverCommon[] = "yum";
@@ -28,7 +28,7 @@ std::set<std::string> CmdPaths(const std::string& command) {
     }
     for (const std::string& directory : SearchPath()) {
         const std::string path = TavUtils::FileAttribute::GetRealPath(directory + "/" + command);
-        if (!path.empty() && IsRegularFile(path)) {
+        if (!path.empty() && DetectShellUtil::IsRegularFile(path)) {
             paths.insert(path);
         }
     }
@@ -59,7 +59,7 @@ bool IsCommonCommand(const char* path) {
     }
     const std::vector<std::string> directories = SearchPath();
     const bool onPath = std::any_of(directories.begin(), directories.end(), [&name](const std::string& directory) {
-        return IsRegularFile(directory + "/" + name);
+        return DetectShellUtil::IsRegularFile(directory + "/" + name);
     });
     return onPath || IsInterpreter(name);
 }

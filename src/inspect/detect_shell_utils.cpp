@@ -18,7 +18,6 @@
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "frame/run_state.h"
-#include "inspect/file_kind.h"
 
 static constexpr char logSource[] = "detect_shell_utils";
 
@@ -27,6 +26,9 @@ static constexpr size_t lineSize = 1024;
 static constexpr unsigned int blockPauseMicroseconds = 1000;
 static constexpr unsigned int bytePauseMicroseconds = 500;
 static constexpr unsigned int linePauseMicroseconds = 500;
+
+// Narrow ones would have stat(2) fail for a file beyond 2 GiB or dated after 2038, and so hide it from every question.
+static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8 && sizeof(time_t) == 8);
 
 static std::string ProcPath(int pid, const char* suffix) {
     return "/proc/" + std::to_string(pid) + suffix;
@@ -135,6 +137,11 @@ std::string DetectShellUtil::GetProcCwd(int pid) {
 std::string DetectShellUtil::GetScriptFilePath(int pid) {
     const std::string path = TavUtils::FileAttribute::GetRealLink(ProcPath(pid, "/fd/255"));
     return IsRegularFile(path) ? path : "";
+}
+
+bool DetectShellUtil::IsRegularFile(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 bool DetectShellUtil::IsProcExist(int pid) {

@@ -34,6 +34,9 @@ std::string GetProcCwd(int pid);
 // The regular file behind descriptor 255, where bash keeps the script that it runs; empty if there is none.
 std::string GetScriptFilePath(int pid);
 
+// True if the path leads, over links, to a regular file. Does not sleep.
+bool IsRegularFile(const std::string& path);
+
 bool IsProcExist(int pid);
 
 // Parent's pid, 0 for pid 1; -1 on failure.
