@@ -1,6 +1,7 @@
-// What one detection makes of a process, and by which of its tests.
+// What one detection makes of a process, and for which reasons.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,7 +14,7 @@ enum class Mark {
     note,  // what cannot be told from here
 };
 
-struct Test {
+struct Reason {
     Mark mark = Mark::note;
     std::string text;  // any bytes
 };
@@ -23,14 +24,20 @@ struct Judgement {
     std::string detection;
     bool reported = false;
     std::string verdict;  // behind "would report it" or "would not report it"; may be empty, any bytes
-    std::vector<Test> tests;
+    std::vector<Reason> reasons;
 
-    // Adds the test with the text that fits its outcome, and returns the outcome.
-    bool Check(bool passed, std::string text, std::string otherwise) {
-        tests.push_back({passed ? Mark::ok : Mark::no, std::move(passed ? text : otherwise)});
-        return passed;
+    // Adds the reason unless it has been given already.
+    void Add(Reason reason) {
+        const auto given = [&reason](const Reason& each) { return each.text == reason.text; };
+        if (std::none_of(reasons.begin(), reasons.end(), given)) {
+            reasons.push_back(std::move(reason));
+        }
     }
-    void Note(std::string text) { tests.push_back({Mark::note, std::move(text)}); }
+
+    bool IsRefused() const {
+        return std::any_of(reasons.begin(), reasons.end(),
+                           [](const Reason& reason) { return reason.mark == Mark::no; });
+    }
 };
 
 }  // namespace Host

@@ -48,8 +48,8 @@ std::string JudgementText(const std::vector<Judgement>& judgements) {
                    judgement.detection + (judgement.reported ? ": would report it" : ": would not report it") +
                        (judgement.verdict.empty() ? "" : ", " + judgement.verdict),
                    text);
-        for (const Test& test : judgement.tests) {
-            AppendLine(HeadOf(test.mark), test.text, text);
+        for (const Reason& reason : judgement.reasons) {
+            AppendLine(HeadOf(reason.mark), reason.text, text);
         }
     }
     return text;

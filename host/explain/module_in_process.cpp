@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "classifier/tmp_command_list.h"
 #include "frame/module_lock.h"
 #include "frame/run_state.h"
 #include "frame/settings.h"
@@ -12,9 +13,7 @@
 namespace Host {
 
 ModuleInProcess::ModuleInProcess(const std::string& configuration) {
-    sshdInodes = FindSshdInodes();
-    shellPaths.clear();
-    if (!ResolveShellPaths(ListedShells(), shellPaths) || shellPaths.empty()) {
+    if (!LearnHostShells()) {
         throw std::runtime_error(
             "no shell of this host is known, so the module does not start either. See orlim-agent check");
     }
@@ -22,7 +21,7 @@ ModuleInProcess::ModuleInProcess(const std::string& configuration) {
     if (!ReadConfiguration(configuration.c_str())) {
         throw std::runtime_error("the module does not take the configuration");
     }
-    if (!socketTableLock.Init()) {
+    if (!socketTableLock.Init() || !pidMapLock.Init() || !tmpProcLock.Init()) {
         throw std::runtime_error("the system refuses a lock");
     }
     moduleRunning.store(1);
@@ -31,6 +30,8 @@ ModuleInProcess::ModuleInProcess(const std::string& configuration) {
 ModuleInProcess::~ModuleInProcess() {
     moduleRunning.store(0);
     socketTableLock.Destroy();
+    pidMapLock.Destroy();
+    tmpProcLock.Destroy();
 }
 
 }  // namespace Host

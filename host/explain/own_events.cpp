@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "host/events/agent_library.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
@@ -21,7 +22,7 @@ OwnEvent Parse(const std::string& text) {
     const nlohmann::json event = nlohmann::json::parse(text);
     const nlohmann::json& content = event.at("eventContent");
     OwnEvent parsed{.type = event.at("eventType"), .pid = 0, .connection = {}, .path = content.value("path", "")};
-    if (parsed.type == "reverse-shell") {
+    if (parsed.type == Published::reverseShellEvent) {
         parsed.pid = content.value("pid", 0);
         parsed.connection =
             Endpoint(content, "localIp", "localPort") + " - " + Endpoint(content, "remoteIp", "remotePort");

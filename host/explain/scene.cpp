@@ -2,43 +2,56 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
+#include <fstream>
+#include <set>
 
 #include "inspect/detect_shell_utils.h"
 
 namespace Host {
 namespace {
 
-constexpr const char* tableNames[] = {"unknown", "tcp", "udp", "raw", "tcp6", "udp6", "udplite", "udplite6", "sctp"};
+std::string FirstLine(const std::string& path) {
+    std::string line;
+    std::getline(std::ifstream(path), line);
+    return line;
+}
 
-std::string TableName(int type) {
-    return tableNames[type >= 1 && type <= 8 ? type : 0];
+std::set<ObjectId> PipesOf(const HostProcess& process) {
+    std::set<ObjectId> pipes;
+    for (const HeldDescriptor& descriptor : process.descriptors) {
+        if (descriptor.kind == DescriptorKind::pipe) {
+            pipes.insert(descriptor.object);
+        }
+    }
+    return pipes;
 }
 
 }  // namespace
 
 Scene ReadScene(int pid) {
-    Scene scene;
-    scene.pid = pid;
-    scene.processes = ReadHostProcesses();
-    scene.connections = ReadConnections();
-    if (GetProcInfo(pid, scene.own) != 0) {
-        GetProcInfo(scene.own.ppid, scene.parent);
+    return {.pid = pid, .processes = ReadHostProcesses(), .connections = ReadConnections()};
+}
+
+std::vector<int> ProcessesAround(const Scene& scene, size_t mostSharers) {
+    const HostProcess& own = scene.processes.at(scene.pid);
+    const std::set<ObjectId> pipes = PipesOf(own);
+    std::vector<int> around{scene.pid, own.ppid};
+    for (const auto& [pid, process] : scene.processes) {
+        const bool shares =
+            std::any_of(process.descriptors.begin(), process.descriptors.end(),
+                        [&pipes](const HeldDescriptor& descriptor) { return pipes.contains(descriptor.object); });
+        if (shares && pid != scene.pid && pid != own.ppid && around.size() < mostSharers + 2) {
+            around.push_back(pid);
+        }
     }
-    return scene;
+    return around;
 }
 
 std::string NameOf(const Scene& scene, int pid) {
     const auto process = scene.processes.find(pid);
     return (process == scene.processes.end() ? "process" : process->second.name) + " (" + std::to_string(pid) + ")";
-}
-
-std::string SocketText(const Scene& scene, const SocketInfo& sock) {
-    if (scene.connections.contains(sock.inode)) {
-        return SocketText(scene, sock.inode);
-    }
-    return "socket " + std::to_string(sock.inode) + " (" + TableName(sock.type) + ", ports " +
-           std::to_string(sock.localPort) + " - " + std::to_string(sock.remotePort) + ")";
 }
 
 std::string SocketText(const Scene& scene, unsigned long inode) {
@@ -49,6 +62,27 @@ std::string SocketText(const Scene& scene, unsigned long inode) {
                 connection->second.remote + ")";
     }
     return text;
+}
+
+std::string ObjectText(const Scene& scene, unsigned long inode) {
+    const auto process = scene.processes.find(scene.pid);
+    if (process != scene.processes.end()) {
+        for (const HeldDescriptor& descriptor : process->second.descriptors) {
+            if (descriptor.kind == DescriptorKind::pipe && descriptor.object.inode == inode) {
+                return "pipe " + std::to_string(inode);
+            }
+        }
+    }
+    return SocketText(scene, inode);
+}
+
+std::string WaitText(int pid) {
+    const std::string process = "/proc/" + std::to_string(pid);
+    if (FirstLine(process + "/stack").empty()) {
+        return "its kernel stack cannot be read, or is empty as that of a process that runs";
+    }
+    const std::string function = FirstLine(process + "/wchan");
+    return function.empty() || function == "0" ? "it does not wait" : "it waits in " + function;
 }
 
 std::string AgeText(int pid) {

@@ -38,7 +38,7 @@ int ReverseShell::CheckPtmxRshell(int pid, SocketInfo& sock) {
     }
     const Trace::Facts byParent{.other = own.ppid};
     ProcInfo parent;
-    if (!Trace::Result(Test::hasParentInPass, pid, GetProcInfoInternal(own.ppid, parent), byParent) ||
+    if (!Trace::Result(Test::holderIsInPass, pid, GetProcInfoInternal(own.ppid, parent), byParent) ||
         !Trace::Result(Test::hasTerminal, pid, own.hasPts) ||
         !Trace::Result(Test::parentHasMultiplexer, pid, parent.hasPtmx, byParent)) {
         return 0;

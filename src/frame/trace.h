@@ -44,6 +44,7 @@ enum class Test {
     parentHasRawSocket,  // other, inode: the first abnormal socket, 0 for none
     isGivenACommand,     // text: the command line
     parentIsSshDaemon,   // other
+    holderIsInPass,      // other: the parent, which may hold the terminal
     hasTerminal,
     parentHasMultiplexer,  // other
     parentHasConnection,   // other, inode

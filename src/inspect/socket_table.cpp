@@ -88,7 +88,7 @@ bool IsListenInodeByFlag(unsigned long inode, SocketInfo& info, bool& refreshed)
 }
 
 bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bool& refreshed) {
-    if (FindSocketByInode(inode, info)) {
+    if (Trace::Result(Test::socketIsListed, 0, FindSocketByInode(inode, info), {.inode = inode})) {
         if (IsAbnormalSince(info, since)) {
             return true;
         }

@@ -20,7 +20,7 @@ DETECTIONS = [
     "instant scan, pipe fed by a descendant",
     "instant scan, Unix stream with a raw-socket parent",
     HELD_TERMINAL,
-    "short commands",
+    "short-command watcher",
     "shell file protection, copy",
 ]
 ON_TERMINAL = {0: "terminal", 1: "terminal", 2: "terminal"}

@@ -11,12 +11,12 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(JudgementText, SaysWhoReportsAndByWhichTests) {
-    Judgement first{.detection = "first", .reported = true, .verdict = "with a", .tests = {}};
-    first.Check(true, "yes", "not this");
-    first.Note("unknown");
-    Judgement second{.detection = "second", .reported = false, .verdict = {}, .tests = {}};
-    second.Check(false, "not this", "refused");
+TEST(JudgementText, SaysWhoReportsAndForWhichReasons) {
+    Judgement first{.detection = "first", .reported = true, .verdict = "with a", .reasons = {}};
+    first.Add({Mark::ok, "yes"});
+    first.Add({Mark::note, "unknown"});
+    Judgement second{.detection = "second", .reported = false, .verdict = {}, .reasons = {}};
+    second.Add({Mark::no, "refused"});
     EXPECT_EQ(JudgementText({first, second}),
               "It would be reported by: first\n"
               "\n"
@@ -29,13 +29,13 @@ TEST(JudgementText, SaysWhoReportsAndByWhichTests) {
 }
 
 TEST(JudgementText, SaysThatNobodyReports) {
-    EXPECT_THAT(JudgementText({{.detection = "d", .reported = false, .verdict = {}, .tests = {}}}),
+    EXPECT_THAT(JudgementText({{.detection = "d", .reported = false, .verdict = {}, .reasons = {}}}),
                 StartsWith("No detection would report it.\n"));
 }
 
 TEST(JudgementText, HostileBytesAreEscapedAndCut) {
-    Judgement judgement{.detection = "d", .reported = false, .verdict = "\033[2J\n", .tests = {}};
-    judgement.Check(false, "", "name\r\xFF" + std::string(10000, 'x'));
+    Judgement judgement{.detection = "d", .reported = false, .verdict = "\033[2J\n", .reasons = {}};
+    judgement.Add({Mark::no, "name\r\xFF" + std::string(10000, 'x')});
     const std::string text = JudgementText({judgement});
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4) << text;
     EXPECT_EQ(text.find_first_of("\033\r\xFF"), std::string::npos);
@@ -43,12 +43,22 @@ TEST(JudgementText, HostileBytesAreEscapedAndCut) {
     EXPECT_LT(text.size(), 1000U);
 }
 
-TEST(Judgement, CheckAnswersItsOutcome) {
+TEST(Judgement, GivesAReasonOnce) {
     Judgement judgement;
-    EXPECT_TRUE(judgement.Check(true, "a", "b"));
-    EXPECT_FALSE(judgement.Check(false, "a", "b"));
-    EXPECT_EQ(judgement.tests[0].text, "a");
-    EXPECT_EQ(judgement.tests[1].text, "b");
+    for (const char* const text : {"a", "b", "a"}) {
+        judgement.Add({Mark::ok, text});
+    }
+    ASSERT_EQ(judgement.reasons.size(), 2U);
+    EXPECT_EQ(judgement.reasons[1].text, "b");
+}
+
+TEST(Judgement, IsRefusedByOneReasonAgainst) {
+    Judgement judgement;
+    judgement.Add({Mark::ok, "for"});
+    judgement.Add({Mark::note, "unknown"});
+    EXPECT_FALSE(judgement.IsRefused());
+    judgement.Add({Mark::no, "against"});
+    EXPECT_TRUE(judgement.IsRefused());
 }
 
 }  // namespace
