@@ -10,8 +10,7 @@
 #include "demo/demo.h"
 #include "demo/report.h"
 #include "demo/wirings.h"
-#include "host/base/complain.h"
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 #include "host/base/signals.h"
 #include "host/base/write_all.h"
 #include "host/check/rights.h"
@@ -48,7 +47,7 @@ int Demonstrate(const DemoOptions& options) {
     std::string error;
     const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
     if (!module) {
-        Complain(error);
+        PrintMessage(error);
         return EXIT_FAILED;
     }
     Supervisor supervisor(module->Entries(), [](const AgentConfig&) {});
@@ -66,7 +65,7 @@ int Demonstrate(const DemoOptions& options) {
     };
     const DemoEnd end = RunDemo(options, detector, error);
     if (end == DemoEnd::impossible) {
-        Complain("the demonstration cannot go on: " + error + ". orlim-agent check tells what this host lacks.");
+        PrintMessage("the demonstration cannot go on: " + error + ". orlim-agent check tells what this host lacks.");
     }
     return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
 }
@@ -76,7 +75,7 @@ int DemonstrateOrSayWhyNot(const DemoOptions& options) {
         return Demonstrate(options);
     } catch (const std::exception& error) {
         // Such as a thread or memory that the system refuses.
-        Complain(std::string("the demonstration cannot go on: ") + error.what());
+        PrintMessage(std::string("the demonstration cannot go on: ") + error.what());
         return EXIT_FAILED;
     }
 }
@@ -89,18 +88,18 @@ int DemoCommand(const DemoOptions& options) {
     }
     const std::string unknown = UnknownName(options);
     if (!unknown.empty()) {
-        Complain("--only: found " + unknown + ", expected the name of a wiring; orlim-agent demo --list tells them");
+        PrintMessage("--only: found " + unknown + ", expected the name of a wiring; orlim-agent demo --list tells them");
         return EXIT_WRONG_USE;
     }
     const std::string reason = WhyImpossible();
     if (!reason.empty()) {
-        Complain(reason);
+        PrintMessage(reason);
         return EXIT_FAILED;
     }
     BlockControlSignals();
     const std::optional<int> status = RunApart([&] { return DemonstrateOrSayWhyNot(options); });
     if (!status) {
-        Complain("the demonstration has ended without a result: it was killed, or the system starts no more processes");
+        PrintMessage("the demonstration has ended without a result: it was killed, or the system starts no more processes");
     }
     return status.value_or(EXIT_FAILED);
 }

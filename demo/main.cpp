@@ -8,9 +8,8 @@
 #include "demo/command.h"
 #include "demo/options.h"
 #include "demo/stagehand.h"
-#include "host/base/complain.h"
+#include "host/base/console.h"
 #include "host/base/descriptor.h"
-#include "host/base/exit_status.h"
 #include "host/base/signals.h"
 #include "host/base/write_all.h"
 
@@ -30,7 +29,7 @@ int main(int argc, char** argv) {
         return Host::DemoCommand(*parsed.options);
     } catch (const std::exception& error) {
         // Such as a thread or memory that the system refuses.
-        Host::Complain(std::string("cannot go on: ") + error.what());
+        Host::PrintMessage(std::string("cannot go on: ") + error.what());
         return Host::EXIT_FAILED;
     }
 }

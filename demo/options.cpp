@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <sstream>
 
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 
 namespace Host {
 

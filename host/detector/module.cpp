@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "host/base/error_text.h"
-#include "host/system/own_program.h"
+#include "host/system/environment.h"
 
 namespace Host {
 namespace {
@@ -80,10 +80,10 @@ std::optional<Module> Module::Load(const std::string& path, std::string& error) 
     }
     Module module(handle);
     std::string missing;
-    Resolve(handle, "InitModule", module.entries_.init, missing);
-    Resolve(handle, "StartModule", module.entries_.start, missing);
-    Resolve(handle, "StopModule", module.entries_.stop, missing);
-    Resolve(handle, "DeinitModule", module.entries_.deinit, missing);
+    Resolve(handle, Published::initEntry, module.entries_.init, missing);
+    Resolve(handle, Published::startEntry, module.entries_.start, missing);
+    Resolve(handle, Published::stopEntry, module.entries_.stop, missing);
+    Resolve(handle, Published::deinitEntry, module.entries_.deinit, missing);
     if (!missing.empty()) {
         error = "module " + path + " lacks the entries " + missing + ". Use the module that belongs to this agent.";
         return std::nullopt;

@@ -5,14 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "module/published.h"
+
 namespace Host {
 
-// The entries, as the module exports them. init and start answer 1 for success and 0 for failure.
 struct ModuleEntries {
-    int (*init)();
-    int (*start)(const char* config);
-    void (*stop)(const char* code);
-    void (*deinit)();
+    Published::InitEntry init;
+    Published::StartEntry start;
+    Published::StopEntry stop;
+    Published::DeinitEntry deinit;
 };
 
 // Where the module is looked for without --module, in that order.

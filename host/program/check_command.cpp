@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 #include "host/base/write_all.h"
 #include "host/check/checks.h"
 #include "host/check/report.h"

@@ -4,10 +4,9 @@
 
 #include <cerrno>
 
-#include "host/base/complain.h"
+#include "host/base/console.h"
 #include "host/base/error_text.h"
-#include "host/base/exit_status.h"
-#include "host/system/own_program.h"
+#include "host/system/environment.h"
 
 namespace Host {
 
@@ -19,8 +18,8 @@ int DemoCommand(const std::vector<std::string>& arguments) {
     }
     words.push_back(nullptr);
     ::execv(program.c_str(), words.data());
-    Complain("the demonstration cannot be started: " + program + ": " + ErrorText(errno) +
-             ". Install orlim-demo beside the agent.");
+    PrintMessage("the demonstration cannot be started: " + program + ": " + ErrorText(errno) +
+                 ". Install orlim-demo beside the agent.");
     return EXIT_FAILED;
 }
 

@@ -4,8 +4,7 @@
 
 #include <exception>
 
-#include "host/base/complain.h"
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 #include "host/base/write_all.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
@@ -29,7 +28,7 @@ bool Print(const std::string& text) {
     if (WriteAll(STDOUT_FILENO, text).error == 0) {
         return true;
     }
-    Complain("standard output cannot be written to");
+    PrintMessage("standard output cannot be written to");
     return false;
 }
 
@@ -37,7 +36,7 @@ bool PrintWiring(const Options& options) {
     const std::optional<WiredProcess> wiring = TraceWiring(options.pid, ReadHostProcesses(), ReadConnections());
     if (!wiring) {
         const std::string reason = WhyNotExplained(options.pid);
-        Complain(reason.empty() ? "process " + std::to_string(options.pid) + " cannot be looked at" : reason);
+        PrintMessage(reason.empty() ? "process " + std::to_string(options.pid) + " cannot be looked at" : reason);
         return false;
     }
     return Print(options.dot ? WiringDot(*wiring) : WiringText(*wiring));
@@ -60,13 +59,13 @@ int ExplainCommand(const Options& options) {
     std::string error;
     const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
     if (!config) {
-        Complain(error);
+        PrintMessage(error);
         return EXIT_WRONG_USE;
     }
     ApplyToProcess(*config, LOG_LEVEL_WARNING);
     const std::string reason = WhyNotExplained(options.pid);
     if (!reason.empty()) {
-        Complain(reason);
+        PrintMessage(reason);
         return EXIT_FAILED;
     }
     LogMissingCapabilities();

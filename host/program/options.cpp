@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 
 namespace Host {
 namespace {
@@ -77,7 +77,7 @@ Command CommandOf(const CLI::App& app) {
 }
 
 // The library says of a misspelt command only that one is missing.
-std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
+std::string UsageError(const CLI::App& app, const CLI::ParseError& error) {
     if (!app.get_subcommands().empty()) {
         return error.what();
     }
@@ -122,7 +122,7 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
         parsed.output = output.str();
         if (status != 0) {
             parsed.exitStatus = EXIT_WRONG_USE;
-            parsed.error = "orlim-agent: " + Complaint(app, error) +
+            parsed.error = "orlim-agent: " + UsageError(app, error) +
                            "\nTry: orlim-agent --help, or for example: orlim-agent run --config "
                            "/etc/orlim/orlim-agent.json\n";
         }

@@ -5,9 +5,8 @@
 #include <exception>
 #include <string>
 
-#include "host/base/complain.h"
+#include "host/base/console.h"
 #include "host/base/descriptor.h"
-#include "host/base/exit_status.h"
 #include "host/base/signals.h"
 #include "host/base/write_all.h"
 #include "host/program/check_command.h"
@@ -51,7 +50,7 @@ int Main(int argc, const char* const* argv) {
         return Execute(*parsed.options);
     } catch (const std::exception& error) {
         // Such as a thread or memory that the system refuses.
-        Complain(std::string("cannot go on: ") + error.what());
+        PrintMessage(std::string("cannot go on: ") + error.what());
         return EXIT_FAILED;
     }
 }

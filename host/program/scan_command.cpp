@@ -4,30 +4,28 @@
 
 #include <utility>
 
-#include "agent/env.h"
-#include "host/base/complain.h"
-#include "host/base/exit_status.h"
+#include "host/base/console.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
 #include "host/events/agent_library.h"
 #include "host/program/event_output.h"
+#include "host/system/environment.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
-
-constexpr const char* scanTask = "check shell task";
 
 bool ScanOnce(const AgentConfig& config, const ModuleEntries& module) {
     Supervisor supervisor(module, [](const AgentConfig&) {});
     if (!supervisor.Start(config, *config.reverseShellText)) {
         return false;
     }
-    const bool scanned = AgentLibrary::Get().runTaskNow(scanTask);
+    const bool scanned = AgentLibrary::Get().runTaskNow(Published::periodScanTask);
     supervisor.Stop();
     if (!scanned) {
-        Complain(
+        PrintMessage(
             "nothing was scanned: the module has not scheduled its scan. Look at module.reverseShell in the "
             "configuration, and run orlim-agent check.");
     }
@@ -44,7 +42,7 @@ void Summarise(const EventQueueCounters& counters, uint64_t lost) {
     if (lost != 0) {
         summary += "; " + std::to_string(lost) + " could not be written, see the lines before";
     }
-    Complain(summary);
+    PrintMessage(summary);
 }
 
 }  // namespace
@@ -58,20 +56,20 @@ int ScanCommand(const Options& options) {
                 "for reverse shells. Add \"reverseShell\": {} to \"module\", or leave \"module\" away.";
     }
     if (!error.empty()) {
-        Complain(error);
+        PrintMessage(error);
         return EXIT_WRONG_USE;
     }
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
-        Complain(
-            "nothing can be scanned: AGENT_LOCATION is set in the environment, and the module then keeps its "
-            "search for reverse shells off. Unset it: env -u AGENT_LOCATION orlim-agent scan");
+    const std::string reason = WhySearchIsOff();
+    if (!reason.empty()) {
+        PrintMessage("nothing can be scanned: " + reason + ". Unset it: env -u " + Published::locationVariable +
+                     " orlim-agent scan");
         return EXIT_FAILED;
     }
     ApplyToProcess(*config, LOG_LEVEL_WARNING);
     LogMissingCapabilities();
     const std::optional<Module> module = Module::FindAndLoad(options.moduleFile, error);
     if (!module) {
-        Complain(error);
+        PrintMessage(error);
         return EXIT_FAILED;
     }
     EventOutput output;

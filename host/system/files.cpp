@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "host/base/descriptor.h"
+#include "host/system/small_file.h"
 
 namespace TavUtils {
 
@@ -86,21 +87,7 @@ bool ReadHead(const std::string& path, size_t limit, std::string& content) {
     if (!file.IsOpen() || fstat(file.Get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
         return false;
     }
-    std::string head;
-    while (head.size() < limit) {
-        const size_t had = head.size();
-        head.resize(std::min(limit, had + 16 * 1024));
-        const ssize_t count = file.Read(head.data() + had, head.size() - had);
-        head.resize(had + static_cast<size_t>(count > 0 ? count : 0));
-        if (count < 0) {
-            return false;
-        }
-        if (count == 0) {
-            break;
-        }
-    }
-    content = std::move(head);
-    return true;
+    return Host::ReadUpTo(file, limit, content) == 0;
 }
 
 // The path on one line of a shells file; empty if there is none.
@@ -135,7 +122,7 @@ std::string GetRealLink(const std::string& path) {
     if (!IsPath(path)) {
         return {};
     }
-    // The links of /proc tell no length beforehand: only a target shorter than the buffer is known to be whole.
+    // The links of /proc have no length beforehand: only a target shorter than the buffer is known to be whole.
     for (std::string target(256, '\0'); target.size() <= maxLinkBytes; target.resize(target.size() * 2)) {
         const ssize_t length = readlink(path.c_str(), target.data(), target.size());
         if (length < 0) {

@@ -1,4 +1,4 @@
-#include "host/base/complain.h"
+#include "host/base/console.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 
 namespace Host {
 
-void Complain(const std::string& message) {
+void PrintMessage(const std::string& message) {
     constexpr size_t limit = 16384;
     std::string line = "orlim-agent: ";
     AppendPrintable(line, message, limit);

@@ -1,9 +1,9 @@
-#include "agent/status.h"
+#include "host/system/status_board.h"
 
 #include <mutex>
 
+#include "agent/status.h"
 #include "host/base/log.h"
-#include "host/system/status_board.h"
 
 namespace {
 
