@@ -33,10 +33,10 @@ public:
     bool number_float(number_float_t /*value*/, const string_t& /*text*/) override { return Value(); }
     bool string(string_t& /*value*/) override { return Value(); }
     bool binary(binary_t& /*value*/) override { return Value(); }
-    bool start_object(size_t /*elements*/) override { return Enter(true); }
-    bool start_array(size_t /*elements*/) override { return Enter(false); }
-    bool end_object() override { return Leave(); }
-    bool end_array() override { return Leave(); }
+    bool start_object(size_t /*elements*/) override { return OpenLevel(true); }
+    bool start_array(size_t /*elements*/) override { return OpenLevel(false); }
+    bool end_object() override { return CloseLevel(); }
+    bool end_array() override { return CloseLevel(); }
     bool key(string_t& name) override;
     bool parse_error(size_t position, const std::string& lastToken, const nlohmann::detail::exception& why) override;
 
@@ -51,8 +51,8 @@ private:
 
     std::string NextPath() const;
     bool Value();
-    bool Enter(bool isObject);
-    bool Leave();
+    bool OpenLevel(bool isObject);
+    bool CloseLevel();
 
     const std::string& text_;
     std::vector<Level> levels_;
@@ -74,7 +74,7 @@ bool Checker::Value() {
     return true;
 }
 
-bool Checker::Enter(bool isObject) {
+bool Checker::OpenLevel(bool isObject) {
     if (levels_.size() == maxDepth) {
         problem_ = ": found more than 64 levels of nesting, expected at most 64. Make the text flatter.";
         return false;
@@ -83,7 +83,7 @@ bool Checker::Enter(bool isObject) {
     return true;
 }
 
-bool Checker::Leave() {
+bool Checker::CloseLevel() {
     levels_.pop_back();
     return Value();
 }

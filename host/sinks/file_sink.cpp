@@ -16,10 +16,6 @@ namespace {
 
 constexpr mode_t fileMode = 0640;
 
-unsigned long long Count(uint64_t number) {
-    return number;
-}
-
 }  // namespace
 
 FileSink::FileSink(std::string path) : path_(std::move(path)) {
@@ -49,7 +45,7 @@ void FileSink::Reopen() {
     file_.Close();
     const int error = Open();
     if (error != 0) {
-        Enter(error);
+        NoteFailure(error);
     } else {
         Flush();
     }
@@ -60,8 +56,8 @@ uint64_t FileSink::Finish() {
     lost_ += pending_.Size();
     pending_.Clear();
     if (lost_ != 0) {
-        LogError("%llu events were lost because %s could not be written: %s", Count(lost_), path_.c_str(),
-                 ErrorText(lastError_).c_str());
+        LogError("%s events were lost because %s could not be written: %s", std::to_string(lost_).c_str(),
+                 path_.c_str(), ErrorText(lastError_).c_str());
     }
     return lost_;
 }
@@ -151,16 +147,16 @@ bool FileSink::Flush() {
     while (!pending_.Empty()) {
         const int error = WriteFront();
         if (error != 0) {
-            Enter(error);
+            NoteFailure(error);
             return false;
         }
         pending_.Pop();
     }
-    Leave();
+    NoteSuccess();
     return true;
 }
 
-void FileSink::Enter(int error) {
+void FileSink::NoteFailure(int error) {
     lastError_ = error;
     if (failed_) {
         return;
@@ -172,13 +168,14 @@ void FileSink::Enter(int error) {
              error == EINVAL ? "it is not a regular file" : ErrorText(error).c_str(), PendingLines::maxLines);
 }
 
-void FileSink::Leave() {
+void FileSink::NoteSuccess() {
     if (!failed_) {
         return;
     }
     failed_ = false;
-    LogWarning("events are written to %s again; %llu were kept and written, %llu were lost", path_.c_str(),
-               Count(keptSinceFailure_ - (lost_ - lostBeforeFailure_)), Count(lost_ - lostBeforeFailure_));
+    const uint64_t lost = lost_ - lostBeforeFailure_;
+    LogWarning("events are written to %s again; %s were kept and written, %s were lost", path_.c_str(),
+               std::to_string(keptSinceFailure_ - lost).c_str(), std::to_string(lost).c_str());
 }
 
 }  // namespace Host

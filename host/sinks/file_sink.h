@@ -37,8 +37,8 @@ private:
     int PrepareLineStart();
     int WriteFront();
     bool Flush();
-    void Enter(int error);
-    void Leave();
+    void NoteFailure(int error);
+    void NoteSuccess();
 
     const std::string path_;
     Descriptor file_;

@@ -21,7 +21,7 @@ public:
     void Pop();
     void Clear();
 
-    // Drops the oldest lines until the bounds hold and tells how many that were. With keepFront the first one stays
+    // Drops the oldest lines until the bounds hold and returns how many there were. With keepFront the first one stays
     // whatever its size, because a part of it is written already.
     uint64_t Trim(bool keepFront);
 

@@ -1,5 +1,5 @@
-// One place that events go to. All operations are called on the event queue's writer thread, save for Finish, which may
-// be called by another thread once that one has ended.
+// One place that events go to. All operations are called on the event queue's writer thread; Finish
+// may also be called by another thread once that one has ended.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +20,10 @@ public:
     // Tries again what could not be written; true while some of it is still left.
     virtual bool Retry() = 0;
 
-    // Leaves the open file and opens the path anew.
+    // Closes the open file and opens the path again.
     virtual void Reopen() = 0;
 
-    // Tries once more what could not be written and gives it up. How many events the sink has lost in its life.
+    // Tries once more what could not be written, then drops it. Returns how many events the sink has lost in its life.
     virtual uint64_t Finish() = 0;
 };
 

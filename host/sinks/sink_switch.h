@@ -14,7 +14,7 @@ namespace Host {
 
 class SinkSwitch {
 public:
-    // Asks for other sinks, or for the files of those in use to be opened anew. It happens on the writer thread at its
+    // Asks for other sinks, or for the files of those in use to be opened again. It happens on the writer thread at its
     // next Write or Tend. Any thread.
     void RequestSinks(std::vector<SinkSpec> specs);
     void RequestReopen();
@@ -23,8 +23,8 @@ public:
     void Write(std::string_view line);
     bool Tend();
 
-    // Tries pending lines once more and closes the sinks; how many events they have lost. After the writer thread's
-    // end.
+    // Tries pending lines once more and closes the sinks. Returns how many events they have lost. After the writer
+    // thread's end.
     uint64_t Finish();
 
 private:

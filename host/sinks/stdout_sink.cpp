@@ -34,15 +34,14 @@ void StdoutSink::Write(std::string_view line) {
     }
     if (failed_) {
         failed_ = false;
-        LogWarning("events are written to standard output again; %llu were lost",
-                   static_cast<unsigned long long>(lost_ - lostBeforeFailure_));
+        LogWarning("events are written to standard output again; %s were lost",
+                   std::to_string(lost_ - lostBeforeFailure_).c_str());
     }
 }
 
 uint64_t StdoutSink::Finish() {
     if (lost_ != 0) {
-        LogError("%llu events were lost because standard output could not be written",
-                 static_cast<unsigned long long>(lost_));
+        LogError("%s events were lost because standard output could not be written", std::to_string(lost_).c_str());
     }
     return lost_;
 }
