@@ -2,6 +2,8 @@
 
 #include <initializer_list>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
@@ -35,16 +37,16 @@ constexpr unsigned int changes = All({Facility::module, Facility::inotify});
 constexpr unsigned int flags = All({Facility::module, Facility::fanotify, Facility::fileFlags});
 
 constexpr Detection detections[] = {
-    {"period scan", Function::reverseShell, wiring},
-    {"instant scan, waits on a socket itself", Function::reverseShell, waiting},
-    {"instant scan, pipe fed by a relay", Function::reverseShell, waiting},
-    {"instant scan, pipe fed by a descendant", Function::reverseShell, waiting},
-    {"instant scan, Unix stream with a raw-socket parent", Function::reverseShell, waiting},
-    {"instant scan, terminal held by its parent", Function::reverseShell, instant},
-    {"short-command watcher", Function::reverseShell, waiting},
-    {"shell file protection, change", Function::abnormalShell, changes},
-    {"shell file protection, flags", Function::abnormalShell, flags},
-    {"shell file protection, copy", Function::abnormalShell, copies},
+    {Published::periodScan, Function::reverseShell, wiring},
+    {Published::instantScanOnSocket, Function::reverseShell, waiting},
+    {Published::instantScanByRelay, Function::reverseShell, waiting},
+    {Published::instantScanByDescendant, Function::reverseShell, waiting},
+    {Published::instantScanByRawSocket, Function::reverseShell, waiting},
+    {Published::instantScanOnTerminal, Function::reverseShell, instant},
+    {Published::shortCommandWatcher, Function::reverseShell, waiting},
+    {Published::shellFileChange, Function::abnormalShell, changes},
+    {Published::shellFileFlags, Function::abnormalShell, flags},
+    {Published::shellFileCopy, Function::abnormalShell, copies},
 };
 
 bool IsOn(Function function, const AgentConfig& config) {

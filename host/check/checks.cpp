@@ -6,6 +6,7 @@
 #include "host/check/kernel_stack.h"
 #include "host/check/rights.h"
 #include "host/check/setup.h"
+#include "module/published.h"
 
 namespace Host {
 
@@ -23,8 +24,7 @@ void CheckHost(const AgentConfig& config, CheckReport& report) {
     CheckConnectionTables(report);
     CheckInotify(report);
     CheckFanotify(report);
-    const auto etc = config.settings.find("TAVORIN_ETC");
-    CheckShellFlags(CheckShellLists(etc == config.settings.end() ? "" : etc->second, "/etc/shells", report), report);
+    CheckShellFlags(CheckShellLists(config.ShellListFolder(), Published::hostShellList, report), report);
 }
 
 void LogBlindDetections(const AgentConfig& config) {

@@ -13,6 +13,7 @@
 #include "host/base/error_text.h"
 #include "host/events/agent_library.h"
 #include "host/system/small_file.h"
+#include "module/published.h"
 
 namespace Host {
 void CheckProcessEvents(CheckReport& report) {
@@ -29,7 +30,7 @@ void CheckProcessEvents(CheckReport& report) {
         report.Ok(what, "the kernel reports new processes");
         return;
     }
-    report.Limited(what, why + "; of reverse shells only the period scan is left", remedy);
+    report.Limited(what, why + "; of reverse shells only the " + Published::periodScan + " is left", remedy);
     report.Lacks(Facility::processEvents, "there are no process events: " + why);
 }
 

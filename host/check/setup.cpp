@@ -7,11 +7,12 @@
 
 #include <cerrno>
 
-#include "agent/env.h"
 #include "agent/files.h"
 #include "host/base/descriptor.h"
 #include "host/base/error_text.h"
 #include "host/detector/module.h"
+#include "host/system/environment.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
@@ -63,21 +64,19 @@ void CheckModule(const std::optional<std::string>& named, CheckReport& report) {
 }
 
 void CheckLocation(CheckReport& report) {
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") == nullptr) {
-        report.Ok("AGENT_LOCATION", "is not set");
+    const std::string reason = WhySearchIsOff();
+    if (reason.empty()) {
+        report.Ok(Published::locationVariable, "is not set");
     } else {
-        report.Limited("AGENT_LOCATION",
-                       "is set in the environment; the module then keeps its search for reverse shells off",
-                       "Unset it to search");
-        report.Lacks(Facility::location,
-                     "AGENT_LOCATION is set in the environment: the module keeps its search for reverse shells off");
+        report.Limited(Published::locationVariable, "is set in the environment", "Unset it to search for reverse shells");
+        report.Lacks(Facility::location, reason);
     }
 }
 
-std::set<std::string> CheckShellLists(const std::string& etcDirectory, const std::string& shellsFile,
+std::set<std::string> CheckShellLists(const std::string& listFolder, const std::string& shellsFile,
                                       CheckReport& report) {
     std::set<std::string> resolved;
-    CheckShellList(etcDirectory + "/default_shells", resolved, report);
+    CheckShellList(listFolder + "/" + Published::shellListName, resolved, report);
     CheckShellList(shellsFile, resolved, report);
     if (resolved.empty()) {
         report.Missing("shells", "neither list names a shell that exists, so the module does not start",

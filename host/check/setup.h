@@ -13,9 +13,9 @@ namespace Host {
 void CheckModule(const std::optional<std::string>& named, CheckReport& report);
 void CheckLocation(CheckReport& report);
 
-// Looks up the shells of etcDirectory/default_shells and of shellsFile (/etc/shells on a host) and returns those that
+// Looks up the shells of listFolder/default_shells and of shellsFile (/etc/shells on a host) and returns those that
 // exist.
-std::set<std::string> CheckShellLists(const std::string& etcDirectory, const std::string& shellsFile,
+std::set<std::string> CheckShellLists(const std::string& listFolder, const std::string& shellsFile,
                                       CheckReport& report);
 void CheckShellFlags(const std::set<std::string>& shells, CheckReport& report);
 

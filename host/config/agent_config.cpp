@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -13,6 +14,8 @@
 #include "host/config/config_section.h"
 #include "host/config/config_text.h"
 #include "host/config/module_section.h"
+#include "host/system/small_file.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
@@ -123,31 +126,36 @@ bool ReadText(const std::string& file, std::string& text, std::string& error) {
         error = file + ": found something that is not a regular file, expected a file with JSON in it. Name that.";
         return false;
     }
-    text.resize(maxFileBytes + 1);
-    size_t filled = 0;
-    while (filled < text.size()) {
-        const ssize_t count = ::read(opened.Get(), text.data() + filled, text.size() - filled);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            error = file + ": cannot be read: " + ErrorText(errno) + ". Check the file and the disk it is on.";
-            return false;
-        }
-        if (count == 0) {
-            break;
-        }
-        filled += static_cast<size_t>(count);
+    const int readError = ReadUpTo(opened, maxFileBytes + 1, text);
+    if (readError != 0) {
+        error = file + ": cannot be read: " + ErrorText(readError) + ". Check the file and the disk it is on.";
+        return false;
     }
-    if (filled > maxFileBytes) {
+    if (text.size() > maxFileBytes) {
         error = file + ": found more than 1 MiB, expected at most 1 MiB. Name a configuration file, or shorten it.";
         return false;
     }
-    text.resize(filled);
     return true;
 }
 
+std::string EmptyObjects(std::initializer_list<const char*> keys) {
+    Json object = Json::object();
+    for (const char* key : keys) {
+        object[key] = Json::object();
+    }
+    return object.dump();
+}
+
 }  // namespace
+
+AgentConfig::AgentConfig()
+    : moduleText(EmptyObjects({Published::shellFileKey, Published::reverseShellKey})),
+      reverseShellText(EmptyObjects({Published::reverseShellKey})) {}
+
+std::string AgentConfig::ShellListFolder() const {
+    const auto folder = settings.find(Published::folderSetting);
+    return folder == settings.end() ? "" : folder->second;
+}
 
 std::optional<AgentConfig> ParseAgentConfig(const std::string& text, const std::string& file, std::string& error) {
     Json value;

@@ -6,15 +6,13 @@
 #include <string>
 
 #include "host/config/config_text.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int64_t minInterval = 30;
-constexpr int64_t maxInterval = 86400;
-constexpr size_t maxWhitelist = 50;
 constexpr size_t maxWarnings = 32;
 
 void Warn(AgentConfig& config, const std::string& path, const std::string& found, const std::string& expected) {
@@ -28,7 +26,11 @@ void Warn(AgentConfig& config, const std::string& path, const std::string& found
 }
 
 void WarnOfUnknownKeys(const Json& object, const std::string& path, std::initializer_list<const char*> known,
-                       const std::string& expected, AgentConfig& config) {
+                       AgentConfig& config) {
+    std::string expected;
+    for (const char* key : known) {
+        expected += (expected.empty() ? "" : " or ") + std::string(key);
+    }
     for (const auto& [key, value] : object.items()) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
             Warn(config, MemberPath(path, key), "an unknown key", expected);
@@ -37,9 +39,12 @@ void WarnOfUnknownKeys(const Json& object, const std::string& path, std::initial
 }
 
 void CheckInterval(const Json& value, const std::string& path, AgentConfig& config) {
-    const bool usable = value.is_number_integer() && value >= minInterval && value <= maxInterval;
+    const bool usable =
+        value.is_number_integer() && value >= Published::minDetectInterval && value <= Published::maxDetectInterval;
     if (!usable) {
-        Warn(config, path, ShowValue(value), "a whole number of seconds from 30 to 86400");
+        Warn(config, path, ShowValue(value),
+             "a whole number of seconds from " + std::to_string(Published::minDetectInterval) + " to " +
+                 std::to_string(Published::maxDetectInterval));
     }
 }
 
@@ -56,23 +61,24 @@ void CheckWhitelist(const Json& value, const std::string& path, AgentConfig& con
             distinct.insert(value[i].get<std::string>());
         }
     }
-    if (distinct.size() > maxWhitelist) {
-        Warn(config, path, std::to_string(distinct.size()) + " different strings", "at most 50");
+    if (distinct.size() > Published::maxWhitelistSize) {
+        Warn(config, path, std::to_string(distinct.size()) + " different strings",
+             "at most " + std::to_string(Published::maxWhitelistSize));
     }
 }
 
 void CheckReverseShell(const Json& value, AgentConfig& config) {
-    const std::string path = "module.reverseShell";
+    const std::string path = MemberPath("module", Published::reverseShellKey);
     if (!value.is_object()) {
         Warn(config, path, ShowValue(value), "an object");
         return;
     }
-    WarnOfUnknownKeys(value, path, {"detectInterval", "whitelist"}, "detectInterval or whitelist", config);
-    if (const auto interval = value.find("detectInterval"); interval != value.end()) {
-        CheckInterval(*interval, path + ".detectInterval", config);
+    WarnOfUnknownKeys(value, path, {Published::detectIntervalKey, Published::whitelistKey}, config);
+    if (const auto interval = value.find(Published::detectIntervalKey); interval != value.end()) {
+        CheckInterval(*interval, MemberPath(path, Published::detectIntervalKey), config);
     }
-    if (const auto whitelist = value.find("whitelist"); whitelist != value.end()) {
-        CheckWhitelist(*whitelist, path + ".whitelist", config);
+    if (const auto whitelist = value.find(Published::whitelistKey); whitelist != value.end()) {
+        CheckWhitelist(*whitelist, MemberPath(path, Published::whitelistKey), config);
     }
 }
 
@@ -81,13 +87,13 @@ void CheckReverseShell(const Json& value, AgentConfig& config) {
 void ReadModuleSection(const Json& module, AgentConfig& config) {
     config.moduleText = module.dump();
     config.reverseShellText.reset();
-    config.abnormalShell = module.contains("abnormalShell");
-    WarnOfUnknownKeys(module, "module", {"abnormalShell", "reverseShell"}, "abnormalShell or reverseShell", config);
-    const auto reverseShell = module.find("reverseShell");
+    config.abnormalShell = module.contains(Published::shellFileKey);
+    WarnOfUnknownKeys(module, "module", {Published::shellFileKey, Published::reverseShellKey}, config);
+    const auto reverseShell = module.find(Published::reverseShellKey);
     if (reverseShell != module.end()) {
         CheckReverseShell(*reverseShell, config);
         Json part = Json::object();
-        part["reverseShell"] = *reverseShell;
+        part[Published::reverseShellKey] = *reverseShell;
         config.reverseShellText = part.dump();
     }
 }

@@ -7,8 +7,8 @@
 
 namespace Host {
 
-// Takes over the module's object. The module passes over what it cannot use without a word, so everything of that kind
-// becomes a warning of config.
+// Takes over the module's object. The module ignores what it cannot use without a word, so each such thing becomes a
+// warning of config.
 void ReadModuleSection(const nlohmann::ordered_json& module, AgentConfig& config);
 
 }  // namespace Host

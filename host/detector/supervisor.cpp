@@ -4,18 +4,12 @@
 
 #include "host/base/log.h"
 #include "host/events/agent_library.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
 
-constexpr const char* stopCode = "0000";
-
-std::string EtcDirectory(const AgentConfig& config) {
-    const auto setting = config.settings.find("TAVORIN_ETC");
-    return setting == config.settings.end() ? "" : setting->second;
-}
-
-// What the module itself said of its functions since it was told to start.
+// As the module itself has reported since its start.
 std::string FunctionsNotRunning() {
     std::string names;
     for (const auto& [name, status] : AgentLibrary::Get().detectionStatus()) {
@@ -34,14 +28,14 @@ Supervisor::Supervisor(const ModuleEntries& module, ApplyConfig apply) : module_
 bool Supervisor::Start(const AgentConfig& config, const std::string& moduleText) {
     if (module_.init() == 0) {
         LogError(
-            "the module could not be initialised: no shell could be resolved from %s/default_shells or "
-            "/etc/shells. Write the absolute path of an existing shell into one of them, one a line",
-            EtcDirectory(config).c_str());
+            "the module could not be initialised: no shell could be resolved from %s/%s or %s. Write the absolute path "
+            "of an existing shell into one of them, one a line",
+            config.ShellListFolder().c_str(), Published::shellListName, Published::hostShellList);
         return false;
     }
     if (module_.start(moduleText.c_str()) == 0) {
         const std::string notRunning = FunctionsNotRunning();
-        module_.stop(stopCode);
+        module_.stop(Published::inOrderCode);
         module_.deinit();
         LogError(
             "the module could not be started; detection functions not running: %s. The lines before say "
@@ -71,7 +65,7 @@ bool Supervisor::Replace(const AgentConfig& config) {
 
 void Supervisor::Stop() {
     if (current_) {
-        module_.stop(stopCode);
+        module_.stop(Published::inOrderCode);
         module_.deinit();
         current_.reset();
     }

@@ -23,8 +23,8 @@ public:
     // must be in force already.
     bool Start(const AgentConfig& config, const std::string& moduleText);
 
-    // Stops the module and starts it anew with the configuration, which is brought into force. If that fails the one
-    // before is started again; false if that fails too. The log tells either.
+    // Stops the module and starts it again with the configuration, which is brought into force. If that fails the one
+    // before is started again; false if that fails too. Both are logged.
     bool Replace(const AgentConfig& config);
 
     // Stops and deinitialises what Start started.
