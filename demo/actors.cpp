@@ -19,8 +19,7 @@
 #include <stdexcept>
 
 #include "demo/network.h"
-#include "host/base/error_text.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 
 namespace Host {
 namespace {

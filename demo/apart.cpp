@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "demo/pipe.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 
 namespace Host {
 namespace {

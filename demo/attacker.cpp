@@ -16,7 +16,6 @@
 #include "demo/network.h"
 #include "demo/wirings.h"
 #include "host/base/descriptor.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 namespace {

@@ -14,7 +14,7 @@
 
 #include "agent/process_utils.h"
 #include "demo/pipe.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 
 namespace Host {
 namespace {

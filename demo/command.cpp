@@ -11,8 +11,8 @@
 #include "demo/report.h"
 #include "demo/wirings.h"
 #include "host/base/console.h"
+#include "host/base/descriptor.h"
 #include "host/base/signals.h"
-#include "host/base/write_all.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
@@ -88,7 +88,8 @@ int DemoCommand(const DemoOptions& options) {
     }
     const std::string unknown = UnknownName(options);
     if (!unknown.empty()) {
-        PrintMessage("--only: found " + unknown + ", expected the name of a wiring; orlim-agent demo --list tells them");
+        PrintMessage("--only: found " + unknown +
+                     ", expected the name of a wiring; orlim-agent demo --list tells them");
         return EXIT_WRONG_USE;
     }
     const std::string reason = WhyImpossible();
@@ -99,7 +100,8 @@ int DemoCommand(const DemoOptions& options) {
     BlockControlSignals();
     const std::optional<int> status = RunApart([&] { return DemonstrateOrSayWhyNot(options); });
     if (!status) {
-        PrintMessage("the demonstration has ended without a result: it was killed, or the system starts no more processes");
+        PrintMessage(
+            "the demonstration has ended without a result: it was killed, or the system starts no more processes");
     }
     return status.value_or(EXIT_FAILED);
 }

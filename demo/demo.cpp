@@ -17,7 +17,7 @@
 #include "demo/stage.h"
 #include "demo/stage_folder.h"
 #include "demo/worker.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 #include "host/events/agent_library.h"
 
 namespace Host {

@@ -11,7 +11,6 @@
 #include "host/base/console.h"
 #include "host/base/descriptor.h"
 #include "host/base/signals.h"
-#include "host/base/write_all.h"
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], Host::stagehandCommand) == 0) {

@@ -13,7 +13,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 
 namespace Host {
 namespace {

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "host/base/descriptor.h"
 #include "host/base/printable.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 namespace {

@@ -12,8 +12,6 @@
 
 #include "demo/actors.h"
 #include "host/base/descriptor.h"
-#include "host/base/error_text.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 namespace {

@@ -9,7 +9,7 @@
 #include "demo/attacker.h"
 #include "demo/stage_acts.h"
 #include "demo/wirings.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 
 namespace Host {
 namespace {

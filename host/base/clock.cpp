@@ -7,7 +7,7 @@
 namespace Host::Clock {
 namespace {
 
-// Rounded up, so that the deadline has come when poll(2) returns.
+// Rounded up: rounded down, poll(2) would return up to a millisecond early, and its caller would spin until the deadline.
 int MillisecondsUntil(Time deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Now()).count();
     return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
@@ -17,6 +17,10 @@ int MillisecondsUntil(Time deadline) {
 
 Time Now() {
     return std::chrono::steady_clock::now();
+}
+
+std::chrono::system_clock::time_point WallTime() {
+    return std::chrono::system_clock::now();
 }
 
 bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock, std::optional<Time> deadline,

@@ -1,5 +1,5 @@
-// The one clock of the agent. Whoever asks for the time or waits for it asks here; tests link a clock of their own in its
-// place, which only they move.
+// The agent's only clock. All host code asks it for the time and waits by it. Tests link another definition, which
+// stands still until the test moves it. All functions: any thread.
 #pragma once
 
 #include <poll.h>
@@ -13,19 +13,23 @@
 
 namespace Host::Clock {
 
-// The steady clock, which no change of the date moves. All functions: any thread.
+// Since boot, as CLOCK_MONOTONIC counts it, which is also the clock of the kernel's process events. Setting the date
+// does not change it.
 using Time = std::chrono::steady_clock::time_point;
 
 Time Now();
 
-// Waits until done() is true or the deadline has come; without a deadline, until done(). Returns done(). lock must be
-// held and is held again on return; whoever changes what done() looks at notifies changed.
+// The date and time of day.
+std::chrono::system_clock::time_point WallTime();
+
+// Waits until done() is true or the deadline has come; without a deadline, until done() is true. Returns done(). lock
+// is held on entry, during done() and on return. Whoever changes the result of done() notifies changed.
 bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock, std::optional<Time> deadline,
                const std::function<bool()>& done);
 
-// poll(2) until a descriptor is ready or the deadline has come; without a deadline, until one is ready. Begun again when
-// a signal interrupts it. The number of ready descriptors; 0 at the deadline; -1 with errno on failure. An entry with
-// the descriptor -1 is passed over.
+// poll(2) until a descriptor is ready or the deadline has come; without a deadline, until one is ready. Continues after
+// a signal. Returns the number of ready descriptors, 0 at the deadline, -1 with errno on failure. Entries with the
+// descriptor -1 are ignored.
 int Poll(std::span<pollfd> descriptors, std::optional<Time> deadline);
 
 }  // namespace Host::Clock

@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
+#include "host/base/descriptor.h"
 #include "host/base/printable.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 

@@ -1,14 +1,17 @@
-// A file descriptor with one owner.
+// A file descriptor with one owner, whole writes, and the text of an errno.
 #pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace Host {
 
+// Owns a descriptor and closes it. One thread at a time.
 class Descriptor {
 public:
     Descriptor() = default;
@@ -26,7 +29,7 @@ public:
     int Get() const { return fd_; }
     bool IsOpen() const { return fd_ >= 0; }
 
-    // read(2), begun again when a signal interrupts it: bytes read, 0 at the end, -1 with errno on failure.
+    // read(2), repeated when a signal interrupts it: bytes read, 0 at the end, -1 with errno on failure.
     ssize_t Read(void* buffer, size_t size) const {
         ssize_t count = 0;
         do {
@@ -44,6 +47,17 @@ public:
 private:
     int fd_ = -1;
 };
+
+struct WriteResult {
+    size_t written;  // bytes written, fewer than asked for only with an error
+    int error;       // errno of the write that failed, 0 if none did
+};
+
+// Writes all of text; waits as long as a non-blocking descriptor is full. Any thread.
+WriteResult WriteAll(int fd, std::string_view text);
+
+// The system's message for an errno. Any thread, unlike strerror.
+std::string ErrorText(int error);
 
 // Opens /dev/null in the place of standard streams that are closed: a descriptor of the process's own that took such a
 // place would be written to by mistake. On the main thread, before any descriptor is opened.

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
+#include <mutex>
+#include <optional>
 #include <string_view>
 
 #include "agent/logger.h"
@@ -12,6 +15,17 @@ namespace Host {
 
 // Lines below level are dropped before they are formatted. LOG_LEVEL_LIFECYCLE until the first call. Any thread.
 void SetLogLevel(LogLevel level);
+
+// Keeps a condition that others can repeat at will from filling the log: one line per minute. Any thread.
+class LogPacer {
+public:
+    // True at the first call, then at most once a minute.
+    bool MayLog();
+
+private:
+    std::mutex mutex_;
+    std::optional<std::chrono::steady_clock::time_point> last_;
+};
 
 // The name of a source file without its folders and its ending, cut to 31 bytes, with its terminator.
 consteval std::array<char, 32> SourceStem(std::string_view file) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/printable.h"
 #include "host/base/stderr_sink.h"
@@ -25,7 +26,7 @@ constexpr size_t nameLimit = 256;
 
 std::atomic<int> threshold{LOG_LEVEL_LIFECYCLE};
 
-// Never destroyed: threads that outlive main's statics may still have something to say.
+// Never destroyed: threads that outlive main's statics may still log.
 spdlog::logger& Output() {
     static spdlog::logger& logger = *[] {
         auto made = std::make_unique<spdlog::logger>("orlim", std::make_shared<Host::StderrSink>(STDERR_FILENO));
@@ -42,7 +43,7 @@ const char* LevelWord(int level) {
     return words[std::clamp(level, 0, 3)];
 }
 
-// The formatted message, as much of it as is of use: one byte past the limit tells that something is missing.
+// The formatted message, up to one byte past the limit, which shows that it was cut.
 std::string Format(const char* format, va_list arguments) {
     const int callersErrno = errno;  // what %m shows
     va_list again;
@@ -84,7 +85,8 @@ void WriteLine(const char* channel, int level, const char* source, unsigned int 
     if (!Host::AppendPrintable(text, message, messageLimit)) {
         text += "...";
     }
-    Output().log(spdlog::level::info, spdlog::string_view_t(text.data(), text.size()));
+    Output().log(Host::Clock::WallTime(), spdlog::source_loc{}, spdlog::level::info,
+                 spdlog::string_view_t(text.data(), text.size()));
 }
 
 }  // namespace
@@ -108,4 +110,14 @@ void LoggerWriteLog(const char* channel, LogLevel level, const char* source, uns
 
 void Host::SetLogLevel(LogLevel level) {
     threshold.store(level, std::memory_order_relaxed);
+}
+
+bool Host::LogPacer::MayLog() {
+    const Clock::Time now = Clock::Now();
+    const std::lock_guard lock(mutex_);
+    if (last_ && now - *last_ < std::chrono::minutes(1)) {
+        return false;
+    }
+    last_ = now;
+    return true;
 }

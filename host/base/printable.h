@@ -1,4 +1,4 @@
-// Makes text that other processes chose fit for one line of the log.
+// Makes text that other processes chose fit for one line of the log or of a terminal.
 #pragma once
 
 #include <cstddef>

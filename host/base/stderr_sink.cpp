@@ -5,12 +5,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <string>
 
-namespace Host {
+#include "host/base/clock.h"
 
-StderrSink::StderrSink(int fd, std::chrono::milliseconds patience) : fd_(fd), patience_(patience) {}
+namespace Host {
+namespace {
+
+constexpr std::chrono::seconds patience{1};
+
+}  // namespace
 
 void StderrSink::sink_it_(const spdlog::details::log_msg& message) {
     std::string text;
@@ -35,7 +41,7 @@ bool StderrSink::Write(std::string_view text) {
         if (!AwaitRoom()) {
             return false;
         }
-        // A pipe that can be written to has room for so much, so that the write itself does not wait.
+        // A pipe that can be written to has room for PIPE_BUF bytes, so the write itself does not wait.
         const ssize_t count = ::write(fd_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
         if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
             continue;
@@ -51,12 +57,8 @@ bool StderrSink::Write(std::string_view text) {
 
 bool StderrSink::AwaitRoom() const {
     pollfd room{fd_, POLLOUT, 0};
-    const int patience = dropped_ != 0 ? 0 : static_cast<int>(patience_.count());
-    int ready = 0;
-    do {
-        ready = ::poll(&room, 1, patience);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
+    const Clock::Time now = Clock::Now();
+    return Clock::Poll({&room, 1}, dropped_ != 0 ? now : now + patience) > 0;
 }
 
 }  // namespace Host

@@ -1,20 +1,19 @@
-// Where the log goes: standard error, without ever holding up the agent for good.
+// Standard error as the log's destination. A reader that has stopped reading does not stop the agent.
 #pragma once
 
 #include <spdlog/sinks/base_sink.h>
 
-#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string_view>
 
 namespace Host {
 
-// Writes whole lines to fd. A reader that has stopped reading costs one wait of patience; from then on lines are
-// dropped and counted until there is room again, and the count stands in the log in their place. Any thread.
+// Writes whole lines to fd. A full pipe that nobody reads costs one wait of a second; from then on lines are dropped
+// and counted until there is room again, and a line with the count replaces them. Any thread.
 class StderrSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
-    explicit StderrSink(int fd, std::chrono::milliseconds patience = std::chrono::seconds(1));
+    explicit StderrSink(int fd) : fd_(fd) {}
 
 protected:
     void sink_it_(const spdlog::details::log_msg& message) override;
@@ -25,7 +24,6 @@ private:
     bool AwaitRoom() const;
 
     const int fd_;
-    const std::chrono::milliseconds patience_;
     uint64_t dropped_ = 0;  // since the last line that was written
     bool midLine_ = false;
 };

@@ -3,11 +3,24 @@
 #include <pthread.h>
 
 namespace Host {
+namespace {
+
+thread_local const WakeSignal* stopOfThisThread = nullptr;
+
+}  // namespace
 
 void NameThisThread(const std::string& name) {
-    // The kernel's limit; a longer name is refused as a whole instead of being cut.
+    // The kernel refuses a longer name as a whole instead of cutting it.
     constexpr size_t longestName = 15;
     pthread_setname_np(pthread_self(), name.substr(0, longestName).c_str());
+}
+
+const WakeSignal* ThisThreadsStop() {
+    return stopOfThisThread;
+}
+
+void SetThisThreadsStop(const WakeSignal* stop) {
+    stopOfThisThread = stop;
 }
 
 }  // namespace Host

@@ -10,7 +10,6 @@
 #include <string>
 
 #include "host/base/descriptor.h"
-#include "host/base/error_text.h"
 #include "host/events/agent_library.h"
 #include "host/system/small_file.h"
 #include "module/published.h"

@@ -10,7 +10,6 @@
 #include <thread>
 
 #include "host/base/descriptor.h"
-#include "host/base/error_text.h"
 #include "host/system/small_file.h"
 
 namespace Host {

@@ -9,7 +9,6 @@
 
 #include "agent/files.h"
 #include "host/base/descriptor.h"
-#include "host/base/error_text.h"
 #include "host/detector/module.h"
 #include "host/system/environment.h"
 #include "module/published.h"
@@ -68,7 +67,8 @@ void CheckLocation(CheckReport& report) {
     if (reason.empty()) {
         report.Ok(Published::locationVariable, "is not set");
     } else {
-        report.Limited(Published::locationVariable, "is set in the environment", "Unset it to search for reverse shells");
+        report.Limited(Published::locationVariable, "is set in the environment",
+                       "Unset it to search for reverse shells");
         report.Lacks(Facility::location, reason);
     }
 }

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "host/base/descriptor.h"
-#include "host/base/error_text.h"
 #include "host/config/config_section.h"
 #include "host/config/config_text.h"
 #include "host/config/module_section.h"

@@ -8,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 #include "host/system/environment.h"
 
 namespace Host {

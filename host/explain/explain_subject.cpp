@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "agent/user_info.h"
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 #include "host/system/small_file.h"
 
 namespace Host {

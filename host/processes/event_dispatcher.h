@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/base/log_pacer.h"
+#include "host/base/log.h"
 
 namespace Host {
 

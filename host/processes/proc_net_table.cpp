@@ -13,7 +13,6 @@
 
 #include "host/base/descriptor.h"
 #include "host/base/log.h"
-#include "host/base/log_pacer.h"
 
 namespace Host {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "host/base/log_pacer.h"
+#include "host/base/log.h"
 #include "host/base/wake_signal.h"
 #include "host/processes/event_dispatcher.h"
 #include "host/processes/process_connector.h"

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "host/base/console.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 #include "host/check/checks.h"
 #include "host/check/report.h"
 #include "host/check/setup.h"

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "host/base/console.h"
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 #include "host/system/environment.h"
 
 namespace Host {

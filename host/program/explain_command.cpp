@@ -5,7 +5,7 @@
 #include <exception>
 
 #include "host/base/console.h"
-#include "host/base/write_all.h"
+#include "host/base/descriptor.h"
 #include "host/check/rights.h"
 #include "host/config/config_in_force.h"
 #include "host/explain/explain_subject.h"

@@ -8,7 +8,6 @@
 #include "host/base/console.h"
 #include "host/base/descriptor.h"
 #include "host/base/signals.h"
-#include "host/base/write_all.h"
 #include "host/program/check_command.h"
 #include "host/program/demo_command.h"
 #include "host/program/explain_command.h"

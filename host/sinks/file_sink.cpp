@@ -7,9 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 #include "host/base/log.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 namespace {

@@ -2,9 +2,8 @@
 
 #include <string>
 
-#include "host/base/error_text.h"
+#include "host/base/descriptor.h"
 #include "host/base/log.h"
-#include "host/base/write_all.h"
 
 namespace Host {
 

@@ -17,7 +17,6 @@
 
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
-#include "host/tasks/thread_stop.h"
 
 namespace {
 
@@ -45,8 +44,6 @@ ThreadTable& Table() {
     return *table;
 }
 
-thread_local const Host::WakeSignal* stopOfThisThread = nullptr;
-
 // Null where the process has no descriptor left: the thread then goes without.
 std::shared_ptr<const Host::WakeSignal> MakeStop() {
     try {
@@ -58,7 +55,7 @@ std::shared_ptr<const Host::WakeSignal> MakeStop() {
 
 void* RunThread(void* argument) {
     const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(argument));
-    stopOfThisThread = start->stop.get();
+    Host::SetThisThreadsStop(start->stop.get());
     Host::NameThisThread(start->name);
     // The agent outlives whatever a module throws at it.
     try {
@@ -98,10 +95,6 @@ int StartThread(pthread_t& thread, size_t stackSize, std::unique_ptr<ThreadStart
 }
 
 }  // namespace
-
-const Host::WakeSignal* Host::ThisThreadsStop() {
-    return stopOfThisThread;
-}
 
 unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
                                  const std::string& name) {

@@ -17,7 +17,7 @@
 
 #include "agent/files.h"
 #include "host/base/log.h"
-#include "host/tasks/thread_stop.h"
+#include "host/base/this_thread.h"
 
 namespace Host {
 

@@ -7,7 +7,7 @@
 
 #include "agent/monitor.h"
 #include "host/base/descriptor.h"
-#include "host/base/log_pacer.h"
+#include "host/base/log.h"
 #include "host/watch/fanotify_marks.h"
 
 namespace Host {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/base/log_pacer.h"
+#include "host/base/log.h"
 #include "host/watch/change_report.h"
 #include "host/watch/inotify.h"
 #include "host/watch/known_file.h"

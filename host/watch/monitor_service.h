@@ -11,7 +11,7 @@
 
 #include "agent/monitor.h"
 #include "host/base/descriptor.h"
-#include "host/base/log_pacer.h"
+#include "host/base/log.h"
 #include "host/base/wake_signal.h"
 #include "host/watch/file_monitor.h"
 

@@ -12,6 +12,9 @@ namespace {
 
 using Host::Clock::Time;
 
+// Of real time: whoever waits longer for another thread waits in vain.
+constexpr std::chrono::seconds patience{10};
+
 struct Waiter {
     std::optional<Time> deadline;
     std::condition_variable* changed = nullptr;  // of a wait for a condition
@@ -23,6 +26,7 @@ struct State {
     std::condition_variable registered;
     // Not the epoch, so that a time that was never set shows.
     Time now = Time(std::chrono::hours(1000));
+    std::chrono::system_clock::time_point wallTime = MovedClock::firstWallTime;
     std::list<Waiter*> waiters;
 };
 
@@ -54,6 +58,14 @@ bool HasCome(std::optional<Time> deadline) {
     return deadline && Host::Clock::Now() >= *deadline;
 }
 
+int PollOnce(std::span<pollfd> descriptors, int timeout) {
+    int ready = 0;
+    do {
+        ready = ::poll(descriptors.data(), descriptors.size(), timeout);
+    } while (ready < 0 && errno == EINTR);
+    return ready;
+}
+
 size_t WaitingThreads(const State& state) {
     size_t count = 0;
     for (const Waiter* waiter : state.waiters) {
@@ -71,11 +83,19 @@ Time Now() {
     return TheState().now;
 }
 
+std::chrono::system_clock::time_point WallTime() {
+    const std::lock_guard guard(TheState().mutex);
+    return TheState().wallTime;
+}
+
 bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock, std::optional<Time> deadline,
                const std::function<bool()>& done) {
+    if (done()) {
+        return true;
+    }
     Waiter waiter{.deadline = deadline, .changed = &changed, .wake = -1};
     const Registration registration(waiter);
-    // Advance notifies without the caller's lock, so its word can be lost between the look at the time and the wait.
+    // Advance notifies without the caller's lock, so a notification between HasCome and the wait is lost.
     while (!done() && !HasCome(deadline)) {
         changed.wait_for(lock, std::chrono::milliseconds(20));
     }
@@ -83,24 +103,26 @@ bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& l
 }
 
 int Poll(std::span<pollfd> descriptors, std::optional<Time> deadline) {
+    int ready = PollOnce(descriptors, 0);
+    if (ready != 0 || HasCome(deadline)) {
+        return ready;
+    }
     const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    Waiter waiter{.deadline = deadline, .changed = nullptr, .wake = wake};
-    int ready = 0;
+    std::vector<pollfd> all(descriptors.begin(), descriptors.end());
+    all.push_back({.fd = wake, .events = POLLIN, .revents = 0});
     {
+        Waiter waiter{.deadline = deadline, .changed = nullptr, .wake = wake};
         const Registration registration(waiter);
-        std::vector<pollfd> all(descriptors.begin(), descriptors.end());
-        all.push_back({.fd = wake, .events = POLLIN, .revents = 0});
         do {
-            ready = ::poll(all.data(), all.size(), HasCome(deadline) ? 0 : -1);
+            ready = PollOnce(all, HasCome(deadline) ? 0 : -1);
             eventfd_t count = 0;
-            if (ready > 0 && all.back().revents != 0) {
-                ::eventfd_read(wake, &count);
+            if (ready > 0 && ::eventfd_read(wake, &count) == 0) {
                 --ready;
             }
-        } while ((ready < 0 && errno == EINTR) || (ready == 0 && !HasCome(deadline)));
-        std::copy_n(all.begin(), descriptors.size(), descriptors.begin());
+        } while (ready == 0 && !HasCome(deadline));
     }
     ::close(wake);
+    std::copy_n(all.begin(), descriptors.size(), descriptors.begin());
     return ready;
 }
 
@@ -112,6 +134,7 @@ void Advance(std::chrono::nanoseconds step) {
     State& state = TheState();
     const std::lock_guard guard(state.mutex);
     state.now += step;
+    state.wallTime += std::chrono::duration_cast<std::chrono::system_clock::duration>(step);
     for (const Waiter* waiter : state.waiters) {
         if (waiter->wake >= 0) {
             ::eventfd_write(waiter->wake, 1);
@@ -121,10 +144,24 @@ void Advance(std::chrono::nanoseconds step) {
     }
 }
 
+void SetWallTime(std::chrono::system_clock::time_point date) {
+    const std::lock_guard guard(TheState().mutex);
+    TheState().wallTime = date;
+}
+
 bool AwaitWaiting(size_t threads) {
     State& state = TheState();
     std::unique_lock lock(state.mutex);
-    return state.registered.wait_for(lock, std::chrono::seconds(10), [&] { return WaitingThreads(state) >= threads; });
+    return state.registered.wait_for(lock, patience, [&] { return WaitingThreads(state) >= threads; });
+}
+
+bool AwaitDeadline(std::optional<Time> deadline) {
+    State& state = TheState();
+    std::unique_lock lock(state.mutex);
+    return state.registered.wait_for(lock, patience, [&] {
+        return std::any_of(state.waiters.begin(), state.waiters.end(),
+                           [&](const Waiter* waiter) { return waiter->deadline == deadline; });
+    });
 }
 
 Time NearestDeadline() {
