@@ -1,7 +1,5 @@
 #include "host/events/event_queue.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
@@ -10,18 +8,20 @@
 #include <system_error>
 #include <utility>
 
+#include "host/base/clock.h"
 #include "host/base/log.h"
+#include "host/base/this_thread.h"
+#include "host/events/minute_limit.h"
+#include "host/events/writer_step.h"
 
 namespace Host {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::chrono::seconds idlePause{1};
+constexpr std::chrono::minutes reportPause{1};
 constexpr std::chrono::seconds destructionPatience{5};
-constexpr unsigned int defaultPerMinuteLimit = 60;
 
-void WriteOne(const EventWriter& writer, const std::string& event) {
+void WriteEvent(const EventWriter& writer, const std::string& event) {
     try {
         writer(event);
     } catch (const std::exception& error) {
@@ -41,80 +41,72 @@ bool CallIdle(const EventIdle& idle) {
 }  // namespace
 
 struct EventQueue::State {
-    explicit State(std::chrono::milliseconds windowLength) : minute(windowLength) {}
-
-    const std::chrono::milliseconds minute;
-
     mutable std::mutex mutex;  // guards all that follows
     std::condition_variable work;
     std::condition_variable ended;
     std::deque<std::string> events;
     size_t eventBytes = 0;
-    bool running = false;
-    bool stopping = false;
-    bool woken = false;
-
-    unsigned int limit = defaultPerMinuteLimit;
-    std::optional<Clock::time_point> windowEnd;
-    unsigned int acceptedInWindow = 0;
-
+    MinuteLimit limit;
     EventQueueCounters counters{};
     EventQueueCounters reported{};
-    std::optional<Clock::time_point> reportAt;  // set while drops wait to be told
+    bool running = false;
+    WriterState writer;  // without hasEvents, which follows from events
 
-    bool Admit(size_t bytes);
-    void NoteDrop();
+    bool Admit(size_t bytes, Clock::Time now);
+    WriterStep Next();
     void ReportDrops(std::unique_lock<std::mutex>& lock);
-    std::string TakeFirst();
+    void WriteFirst(std::unique_lock<std::mutex>& lock, const EventWriter& write);
+    void Tend(std::unique_lock<std::mutex>& lock, const EventIdle& idle);
 };
 
-bool EventQueue::State::Admit(size_t bytes) {
-    if (limit != 0) {
-        const Clock::time_point now = Clock::now();
-        if (!windowEnd || now >= *windowEnd) {
-            windowEnd = now + minute;
-            acceptedInWindow = 0;
-        }
-        if (acceptedInWindow >= limit) {
-            ++counters.limited;
-            return false;
-        }
+bool EventQueue::State::Admit(size_t bytes, Clock::Time now) {
+    if (!limit.HasRoom(now)) {
+        ++counters.limited;
+        return false;
     }
     if (events.size() >= capacity || bytes > capacityBytes - eventBytes) {
         ++counters.overflowed;
         return false;
     }
-    ++acceptedInWindow;
+    limit.CountPassed();
     return true;
 }
 
-void EventQueue::State::NoteDrop() {
-    if (!reportAt) {
-        reportAt = Clock::now() + minute;
-        work.notify_one();
-    }
+WriterStep EventQueue::State::Next() {
+    writer.hasEvents = !events.empty();
+    return NextStep(writer, Clock::Now());
 }
 
 void EventQueue::State::ReportDrops(std::unique_lock<std::mutex>& lock) {
     const unsigned long long limited = counters.limited - reported.limited;
     const unsigned long long overflowed = counters.overflowed - reported.overflowed;
-    const unsigned int limitNow = limit;
+    const unsigned int limitNow = limit.Get();
     reported = counters;
-    reportAt.reset();
-    if (limited + overflowed == 0) {
-        return;
-    }
+    writer.reportAt.reset();
     lock.unlock();
     LogWarning("%llu events were dropped: %llu beyond the limit of %u a minute, %llu because the queue was full",
                limited + overflowed, limited, limitNow, overflowed);
     lock.lock();
 }
 
-std::string EventQueue::State::TakeFirst() {
-    std::string event = std::move(events.front());
+void EventQueue::State::WriteFirst(std::unique_lock<std::mutex>& lock, const EventWriter& write) {
+    const std::string event = std::move(events.front());
     events.pop_front();
     eventBytes -= event.size();
-    return event;
+    lock.unlock();
+    WriteEvent(write, event);
+    lock.lock();
+    ++counters.written;
+    writer.idleDue = true;
+}
+
+void EventQueue::State::Tend(std::unique_lock<std::mutex>& lock, const EventIdle& idle) {
+    writer.idleDue = false;
+    lock.unlock();
+    const bool somethingLeft = CallIdle(idle);
+    lock.lock();
+    // With nothing left to do there is no timed wake-up at all: an idle agent uses no processor time.
+    writer.idleAt = somethingLeft ? std::optional(Clock::Now() + idlePause) : std::nullopt;
 }
 
 EventQueue& EventQueue::Instance() {
@@ -123,7 +115,7 @@ EventQueue& EventQueue::Instance() {
     return queue;
 }
 
-EventQueue::EventQueue(std::chrono::milliseconds minute) : state_(std::make_shared<State>(minute)) {}
+EventQueue::EventQueue() : state_(std::make_shared<State>()) {}
 
 EventQueue::~EventQueue() {
     Stop(destructionPatience);
@@ -137,7 +129,8 @@ void EventQueue::Start(EventWriter writer, EventIdle idle) {
     {
         const std::lock_guard<std::mutex> guard(state_->mutex);
         state_->running = true;
-        state_->stopping = false;
+        state_->writer.stopping = false;
+        state_->writer.idleDue = true;
     }
     try {
         writerThread_ = std::thread(
@@ -147,29 +140,30 @@ void EventQueue::Start(EventWriter writer, EventIdle idle) {
         state_->running = false;
         throw;
     }
-    pthread_setname_np(writerThread_.native_handle(), "events");
 }
 
 void EventQueue::SetPerMinuteLimit(unsigned int events) {
     const std::lock_guard<std::mutex> guard(state_->mutex);
-    state_->limit = events;
-    state_->windowEnd.reset();
+    state_->limit.Set(events);
 }
 
 void EventQueue::Push(const std::string& event) {
+    const Clock::Time now = Clock::Now();
     const std::lock_guard<std::mutex> guard(state_->mutex);
-    if (!state_->Admit(event.size())) {
-        state_->NoteDrop();
+    if (state_->Admit(event.size(), now)) {
+        state_->events.push_back(event);
+        state_->eventBytes += event.size();
+    } else if (!state_->writer.reportAt) {
+        state_->writer.reportAt = now + reportPause;
+    } else {
         return;
     }
-    state_->events.push_back(event);
-    state_->eventBytes += event.size();
     state_->work.notify_one();
 }
 
 void EventQueue::Wake() {
     const std::lock_guard<std::mutex> guard(state_->mutex);
-    state_->woken = true;
+    state_->writer.idleDue = true;
     state_->work.notify_one();
 }
 
@@ -181,9 +175,9 @@ bool EventQueue::Stop(std::chrono::milliseconds patience) {
     bool ended = false;
     {
         std::unique_lock<std::mutex> lock(state_->mutex);
-        state_->stopping = true;
+        state_->writer.stopping = true;
         state_->work.notify_one();
-        ended = state_->ended.wait_for(lock, patience, [this] { return !state_->running; });
+        ended = Clock::WaitUntil(state_->ended, lock, Clock::Now() + patience, [this] { return !state_->running; });
     }
     if (ended) {
         writerThread_.join();
@@ -199,49 +193,25 @@ EventQueueCounters EventQueue::Counters() const {
 }
 
 void EventQueue::Run(const std::shared_ptr<State>& state, const EventWriter& writer, const EventIdle& idle) {
+    NameThisThread("events");
     State& s = *state;
-    bool idleDue = true;
-    std::optional<Clock::time_point> idleAt;
     std::unique_lock<std::mutex> lock(s.mutex);
-    for (;;) {
-        if (s.reportAt && Clock::now() >= *s.reportAt) {
-            s.ReportDrops(lock);
-        }
-        if (!s.events.empty()) {
-            const std::string event = s.TakeFirst();
-            lock.unlock();
-            WriteOne(writer, event);
-            lock.lock();
-            ++s.counters.written;
-            idleDue = true;
-            continue;
-        }
-        if (idleDue || s.woken || (idleAt && Clock::now() >= *idleAt)) {
-            idleDue = false;
-            s.woken = false;
-            lock.unlock();
-            const bool somethingLeft = CallIdle(idle);
-            lock.lock();
-            // Without something left to do there is no timed wake-up at all: an idle agent must not show.
-            idleAt = somethingLeft ? std::optional(Clock::now() + idlePause) : std::nullopt;
-            continue;
-        }
-        if (s.stopping) {
-            s.ReportDrops(lock);
-            if (s.events.empty()) {
+    for (WriterStep step = s.Next(); step.action != WriterAction::end; step = s.Next()) {
+        switch (step.action) {
+            case WriterAction::reportDrops:
+                s.ReportDrops(lock);
                 break;
-            }
-            continue;
-        }
-        const auto changed = [&s, reportAt = s.reportAt] {
-            return !s.events.empty() || s.woken || s.stopping || s.reportAt != reportAt;
-        };
-        if (idleAt || s.reportAt) {
-            const Clock::time_point until =
-                idleAt && s.reportAt ? std::min(*idleAt, *s.reportAt) : (idleAt ? *idleAt : *s.reportAt);
-            s.work.wait_until(lock, until, changed);
-        } else {
-            s.work.wait(lock, changed);
+            case WriterAction::writeEvent:
+                s.WriteFirst(lock, writer);
+                break;
+            case WriterAction::callIdle:
+                s.Tend(lock, idle);
+                break;
+            case WriterAction::wait:
+                Clock::WaitUntil(s.work, lock, step.until, [&] { return s.Next() != step; });
+                break;
+            case WriterAction::end:
+                break;
         }
     }
     s.running = false;

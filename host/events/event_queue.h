@@ -1,4 +1,4 @@
-// The bounded queue between the modules' findings and the sinks.
+// The bounded queue between the module's events and the sinks.
 #pragma once
 
 #include <chrono>
@@ -16,9 +16,8 @@ namespace Host {
 // Takes one event, a JSON text without a line end. Called on the queue's writer thread alone.
 using EventWriter = std::function<void(std::string_view)>;
 
-// Looks after what the writer could not finish; true while something of that is left. Called on the writer thread
-// alone: when it starts, when the queue has run empty, after Wake, and about once a second as long as the answer is
-// true.
+// Retries events that the writer could not deliver; true while some are left. Called on the writer thread alone: when it
+// starts, when the queue has run empty, after Wake, and a second after each call that returned true.
 using EventIdle = std::function<bool()>;
 
 struct EventQueueCounters {
@@ -35,27 +34,26 @@ public:
     // The queue behind EventConsumer::Instance().
     static EventQueue& Instance();
 
-    // minute is the length of the limit's windows and of the pause between two reports of drops.
-    explicit EventQueue(std::chrono::milliseconds minute = std::chrono::minutes(1));
+    EventQueue();
     ~EventQueue();
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    // Throws std::system_error if the system refuses the thread. Starts the writer thread; events pushed before are
-    // kept and written now. Has no effect while one runs. Any thread.
+    // Starts the writer thread, which also writes the events pushed before. Has no effect while one runs. Throws
+    // std::system_error if the system refuses the thread. Any thread.
     void Start(EventWriter writer, EventIdle idle = {});
 
-    // At most events in each fixed window of a minute, 0 for no limit; 60 until the first call. Any thread.
+    // At most events in each window of a minute, 0 for no limit; 60 until the first call. Any thread.
     void SetPerMinuteLimit(unsigned int events);
 
-    // Never waits for a writer. Any thread.
+    // Queues or drops the event; never waits for the writer. Dropped events are logged once a minute. Any thread.
     void Push(const std::string& event);
 
-    // Has the idle function called soon. Any thread.
+    // Makes the writer thread call the idle function once the queue is empty. Any thread.
     void Wake();
 
-    // Writes everything queued, then ends the writer thread. False if that took longer than patience; the thread is
-    // then left to itself and the caller should leave the process. Any thread but the writer's.
+    // Writes everything queued, then ends the writer thread. False if that took longer than patience; the thread then
+    // still runs, and the caller should end the process. Any thread but the writer's.
     bool Stop(std::chrono::milliseconds patience);
 
     EventQueueCounters Counters() const;
@@ -65,8 +63,8 @@ private:
 
     static void Run(const std::shared_ptr<State>& state, const EventWriter& writer, const EventIdle& idle);
 
-    std::shared_ptr<State>
-        state_;                // shared with the writer thread, which may outlive the queue after an impatient Stop
+    // Shared with the writer thread, which outlives the queue if Stop has returned false.
+    std::shared_ptr<State> state_;
     std::mutex controlMutex_;  // guards writerThread_
     std::thread writerThread_;
 };

@@ -7,17 +7,20 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "agent/events.h"
+#include "tests/support/moved_clock.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
+// Of real time for what the other thread does at once, and of the moved clock for Stop.
 constexpr auto patience = 20s;
 
 // Keeps what the queue writes, and can hold the writer back.
@@ -86,7 +89,7 @@ TEST(EventQueue, WritesInOrderWhatWasPushedBeforeAndAfterStart) {
     EXPECT_EQ(queue.Counters().written, 3U);
 }
 
-TEST(EventQueue, SixtyEventsAMinuteUnlessToldOtherwise) {
+TEST(EventQueue, SixtyEventsAMinuteUnlessSetOtherwise) {
     Collector collector;
     Host::EventQueue queue;
     for (int i = 0; i < 100; ++i) {
@@ -101,27 +104,17 @@ TEST(EventQueue, SixtyEventsAMinuteUnlessToldOtherwise) {
 }
 
 TEST(EventQueue, LimitHoldsForEachWindow) {
-    Host::EventQueue queue(200ms);
+    Host::EventQueue queue;
     queue.SetPerMinuteLimit(2);
-    const auto begin = std::chrono::steady_clock::now();
-    for (int i = 0; i < 3; ++i) {
+    for (const unsigned int dropped : {0U, 0U, 1U, 2U}) {
         queue.Push("e");
+        EXPECT_EQ(queue.Counters().limited, dropped);
     }
-    if (std::chrono::steady_clock::now() - begin < 200ms) {
-        EXPECT_EQ(queue.Counters().limited, 1U);
+    MovedClock::Advance(1min);
+    for (const unsigned int dropped : {2U, 2U, 3U}) {
+        queue.Push("e");
+        EXPECT_EQ(queue.Counters().limited, dropped);
     }
-    Collector collector;
-    testing::internal::CaptureStderr();
-    queue.Start(collector.Writer());
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (collector.Events().size() < 4 && std::chrono::steady_clock::now() < end) {
-        queue.Push("later");
-        std::this_thread::sleep_for(5ms);
-    }
-    EXPECT_GE(collector.Events().size(), 4U);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 200ms);
-    EXPECT_TRUE(queue.Stop(patience));
-    testing::internal::GetCapturedStderr();
 }
 
 TEST(EventQueue, ZeroIsNoLimit) {
@@ -164,9 +157,9 @@ TEST(EventQueue, BytesAreBoundedToo) {
     EXPECT_EQ(queue.Counters().overflowed, 1U);
 }
 
-TEST(EventQueue, DropsAreToldOnceAMinuteWithTheirCauses) {
+TEST(EventQueue, DropsAreReportedAMinuteAfterTheFirst) {
     Collector collector;
-    Host::EventQueue queue(500ms);
+    Host::EventQueue queue;
     queue.SetPerMinuteLimit(1);
     testing::internal::CaptureStderr();
     queue.Start(collector.Writer());
@@ -174,20 +167,17 @@ TEST(EventQueue, DropsAreToldOnceAMinuteWithTheirCauses) {
         queue.Push("e");
     }
     ASSERT_EQ(queue.Counters().limited, 60U);
-    // A new window takes its first event.
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (collector.Events().size() < 3 && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(510ms);
-        queue.Push("next window");
-    }
-    EXPECT_TRUE(queue.Stop(patience));
+    ASSERT_TRUE(MovedClock::AwaitDeadline(Host::Clock::Now() + 1min));
+    MovedClock::Advance(1min);
+    EXPECT_TRUE(MovedClock::AwaitDeadline(std::nullopt));
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(CountOf(log, "events were dropped"), 1U) << log;
     EXPECT_THAT(log, testing::HasSubstr("warning event_queue"));
     EXPECT_THAT(log, testing::HasSubstr("60 events were dropped: 60 beyond the limit of 1 a minute, 0 because"));
+    EXPECT_TRUE(queue.Stop(patience));
 }
 
-TEST(EventQueue, StopTellsDropsNotYetTold) {
+TEST(EventQueue, StopReportsDropsThatWereNotReportedYet) {
     Collector collector;
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(1);
@@ -208,7 +198,10 @@ TEST(EventQueue, StopGivesUpOnAStuckWriter) {
         queue.Start([collector](std::string_view event) { collector->Writer()(event); });
         queue.Push("e");
         ASSERT_TRUE(collector->AwaitEntered());
-        EXPECT_FALSE(queue.Stop(50ms));
+        std::thread stopper([&] { EXPECT_FALSE(queue.Stop(50ms)); });
+        EXPECT_TRUE(MovedClock::AwaitDeadline(Host::Clock::Now() + 50ms));
+        MovedClock::Advance(50ms);
+        stopper.join();
     }
     collector->Release();
     EXPECT_TRUE(collector->AwaitCount(1));
@@ -288,15 +281,15 @@ TEST(EventQueue, IdleFunctionIsRepeatedOnlyWhileSomethingIsPending) {
     idle.SetPending(true);
     Host::EventQueue queue;
     queue.Start([](std::string_view) {}, [&idle] { return idle.Call(); });
-    EXPECT_TRUE(idle.Await(2));
-    idle.SetPending(false);
-    queue.Wake();
-    EXPECT_TRUE(idle.Await(3));
-    std::this_thread::sleep_for(100ms);
-    const int settled = idle.Calls();
-    // Longer than the pause between two calls, because what must be seen is that none comes.
-    std::this_thread::sleep_for(1500ms);
-    EXPECT_EQ(idle.Calls(), settled);
+    for (int calls = 1; calls <= 3; ++calls) {
+        ASSERT_TRUE(MovedClock::AwaitDeadline(Host::Clock::Now() + 1s));
+        EXPECT_EQ(idle.Calls(), calls);
+        idle.SetPending(calls < 3);
+        MovedClock::Advance(1s);
+    }
+    // From here on, no time wakes the thread.
+    EXPECT_TRUE(MovedClock::AwaitDeadline(std::nullopt));
+    EXPECT_EQ(idle.Calls(), 4);
     EXPECT_TRUE(queue.Stop(patience));
 }
 
