@@ -16,7 +16,7 @@ constexpr milliseconds stepPatience{5000};
 constexpr milliseconds endPatience{5000};
 
 std::vector<std::string> StagehandWords(const std::string& part, const std::string& directory) {
-    return {"orlim-agent", stagehandCommand, part, directory};
+    return {"orlim-demo", stagehandCommand, part, directory};
 }
 
 // One line of a stagehand. False if it was the last one.
