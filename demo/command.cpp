@@ -5,7 +5,6 @@
 #include <exception>
 #include <optional>
 
-#include "agent/env.h"
 #include "demo/apart.h"
 #include "demo/demo.h"
 #include "demo/report.h"
@@ -17,6 +16,8 @@
 #include "host/config/config_in_force.h"
 #include "host/detector/module.h"
 #include "host/detector/supervisor.h"
+#include "host/system/environment.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
@@ -36,11 +37,8 @@ std::string WhyImpossible() {
         return "the demonstration needs root: it makes network namespaces and looks at other processes. Run it with "
                "sudo, or see its wirings with --list";
     }
-    if (TavUtils::Env::GetEnv("AGENT_LOCATION") != nullptr) {
-        return "AGENT_LOCATION is set in the environment, and the module then keeps its search for reverse shells off. "
-               "Unset it: env -u AGENT_LOCATION orlim-agent demo";
-    }
-    return "";
+    const std::string reason = WhySearchIsOff();
+    return reason.empty() ? "" : reason + ". Unset it: env -u " + Published::locationVariable + " orlim-agent demo";
 }
 
 int Demonstrate(const DemoOptions& options) {
@@ -55,7 +53,7 @@ int Demonstrate(const DemoOptions& options) {
         .start =
             [&](const std::string& etcDirectory) {
                 AgentConfig config;
-                config.settings["TAVORIN_ETC"] = etcDirectory;
+                config.settings[Published::folderSetting] = etcDirectory;
                 config.perMinuteLimit = 0;
                 ApplyToProcess(config, LOG_LEVEL_WARNING);
                 LogMissingCapabilities();

@@ -19,13 +19,13 @@
 #include "demo/worker.h"
 #include "host/base/descriptor.h"
 #include "host/events/agent_library.h"
+#include "module/published.h"
 
 namespace Host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* periodScanTask = "check shell task";
 constexpr std::chrono::seconds drainPatience{10};
 constexpr double lastSeconds = 45;
 constexpr double settleSeconds = 1;  // for events that are on their way
@@ -155,7 +155,7 @@ private:
     // One complete pass of the period scan, once the first one is due: afterwards whoever is silent has been looked at.
     void BeginPass() {
         if (!pass_ && Seconds() - moduleStarted_ >= periodScanSeconds) {
-            pass_ = worker_.Do([] { return AgentLibrary::Get().runTaskNow(periodScanTask); });
+            pass_ = worker_.Do([] { return AgentLibrary::Get().runTaskNow(Published::periodScanTask); });
         }
         if (pass_ && !passEnded_ && pass_->wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
             passEnded_ = Seconds();

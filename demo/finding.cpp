@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
@@ -61,10 +63,10 @@ std::optional<Finding> ParseFinding(std::string_view event) {
     }
     const Json& content = parsed["eventContent"];
     const std::string type = Text(parsed, "eventType");
-    if (type != "reverse-shell" && type != "abnormal-shell") {
+    if (type != Published::reverseShellEvent && type != Published::shellFileEvent) {
         return std::nullopt;
     }
-    Finding finding = type == "reverse-shell" ? ReverseShell(content) : AbnormalShell(content);
+    Finding finding = type == Published::reverseShellEvent ? ReverseShell(content) : AbnormalShell(content);
     finding.event = event;
     return finding;
 }

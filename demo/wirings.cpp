@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
@@ -66,15 +68,15 @@ std::vector<WiringPlan> MakeWirings() {
 const char* DetectionName(Detection detection) {
     switch (detection) {
         case Detection::instantScan:
-            return "instant scan";
+            return Published::instantScan;
         case Detection::shortCommandWatcher:
-            return "short-command watcher";
+            return Published::shortCommandWatcher;
         case Detection::periodScan:
-            return "period scan";
+            return Published::periodScan;
         case Detection::shellFileProtection:
             break;
     }
-    return "shell file protection";
+    return Published::shellFileProtection;
 }
 
 std::string ExpectationText(const Expectation& expectation) {

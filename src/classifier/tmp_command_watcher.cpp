@@ -29,8 +29,12 @@ bool StartDetectTmpRshell(const std::set<std::string>& shells) {
     }
     ClearTmpProcs();
     TavUtils::ProcessMonitor::GetInstance().AddProcessEventCallback(OnTmpProcEvent);
-    const TaskTiming everyTenSeconds{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 10000};
-    return StartTask(tmpShellTask, everyTenSeconds, CheckTmpShellTask, Published::shortCommandTask);
+    const TaskTiming timing{
+        .type = TavUtils::TASK_REPEAT,
+        .delayMs = Published::firstShortCommandSweepMs,
+        .periodMs = Published::shortCommandSweepIntervalMs,
+    };
+    return StartTask(tmpShellTask, timing, CheckTmpShellTask, Published::shortCommandTask);
 }
 
 void StopDetectTmpRshell() {

@@ -17,8 +17,12 @@ bool StartInstantScan() {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "init pidMapLock failed!\n");
         return false;
     }
-    const TaskTiming everySecond{.type = TavUtils::TASK_REPEAT, .delayMs = 1000, .periodMs = 1000};
-    if (!StartTask(instantScanTask, everySecond, CheckNetlinkProcsTask, Published::instantScanTask)) {
+    const TaskTiming timing{
+        .type = TavUtils::TASK_REPEAT,
+        .delayMs = Published::firstInstantScanMs,
+        .periodMs = Published::instantScanIntervalMs,
+    };
+    if (!StartTask(instantScanTask, timing, CheckNetlinkProcsTask, Published::instantScanTask)) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "check shell task start failed.");
         // The callback of an earlier start may be about to take the lock; it goes with the callback then.
         if (!callbackAdded) {

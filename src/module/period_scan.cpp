@@ -14,7 +14,7 @@ static TavUtils::RepeatTask periodScanTask;
 bool StartPeriodScan() {
     const TaskTiming timing{
         .type = detectInterval >= 1 ? TavUtils::TASK_REPEAT : TavUtils::TASK_ONCE,
-        .delayMs = 20000,
+        .delayMs = Published::firstPeriodScanMs,
         .periodMs = static_cast<uint64_t>(detectInterval) * 1000,
     };
     if (!StartTask(periodScanTask, timing, CheckShellTask, Published::periodScanTask)) {

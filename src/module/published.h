@@ -21,6 +21,14 @@ inline constexpr char periodScanTask[] = "check shell task";
 inline constexpr char instantScanTask[] = "check shell by netlink procs";
 inline constexpr char shortCommandTask[] = "check tmp shell task";
 
+// When the tasks run, in milliseconds since the module's start and from one run to the next. The period scan's interval
+// is detectInterval.
+inline constexpr unsigned int firstPeriodScanMs = 20000;
+inline constexpr unsigned int firstInstantScanMs = 1000;
+inline constexpr unsigned int instantScanIntervalMs = 1000;
+inline constexpr unsigned int firstShortCommandSweepMs = 1000;
+inline constexpr unsigned int shortCommandSweepIntervalMs = 10000;
+
 // Detection functions in status reports, and the code of one that is in order.
 inline constexpr char shellFileFunction[] = "shell-file-tampering";
 inline constexpr char reverseShellFunction[] = "reverse-shell-attack";
