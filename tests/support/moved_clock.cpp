@@ -54,6 +54,28 @@ private:
     Waiter& waiter_;
 };
 
+// Wakes a thread from poll(2). One serves all waits of its thread, so that a test can take away all other descriptors.
+class ThreadsWake {
+public:
+    ThreadsWake() = default;
+    ~ThreadsWake() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    ThreadsWake(const ThreadsWake&) = delete;
+    ThreadsWake& operator=(const ThreadsWake&) = delete;
+
+    // -1 if there is no descriptor left.
+    int Get() {
+        fd_ = fd_ >= 0 ? fd_ : ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        return fd_;
+    }
+
+private:
+    int fd_ = -1;
+};
+
 bool HasCome(std::optional<Time> deadline) {
     return deadline && Host::Clock::Now() >= *deadline;
 }
@@ -107,21 +129,23 @@ int Poll(std::span<pollfd> descriptors, std::optional<Time> deadline) {
     if (ready != 0 || HasCome(deadline)) {
         return ready;
     }
-    const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    static thread_local ThreadsWake threadsWake;
+    const int wake = threadsWake.Get();
+    // Without a wake, the time is looked at again every 20 real milliseconds.
+    const int longest = wake >= 0 ? -1 : 20;
     std::vector<pollfd> all(descriptors.begin(), descriptors.end());
     all.push_back({.fd = wake, .events = POLLIN, .revents = 0});
     {
         Waiter waiter{.deadline = deadline, .changed = nullptr, .wake = wake};
         const Registration registration(waiter);
         do {
-            ready = PollOnce(all, HasCome(deadline) ? 0 : -1);
+            ready = PollOnce(all, HasCome(deadline) ? 0 : longest);
             eventfd_t count = 0;
             if (ready > 0 && ::eventfd_read(wake, &count) == 0) {
                 --ready;
             }
         } while (ready == 0 && !HasCome(deadline));
     }
-    ::close(wake);
     std::copy_n(all.begin(), descriptors.size(), descriptors.begin());
     return ready;
 }
@@ -138,7 +162,7 @@ void Advance(std::chrono::nanoseconds step) {
     for (const Waiter* waiter : state.waiters) {
         if (waiter->wake >= 0) {
             ::eventfd_write(waiter->wake, 1);
-        } else {
+        } else if (waiter->changed != nullptr) {
             waiter->changed->notify_all();
         }
     }
