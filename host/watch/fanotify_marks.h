@@ -22,18 +22,18 @@ public:
         ino_t inode = 0;  // 0 for nothing there
     };
 
-    // Bounds what one group keeps.
+    // Bounds the memory of one group.
     static constexpr size_t capacity = 4096;
 
-    // Marks what the path leads to. 0 or the errno of the failure; a path that leads nowhere is kept, because something
-    // may come there.
+    // Marks the file that the path leads to. 0 or the errno of the failure; a path that leads nowhere is kept, because
+    // something may come there.
     int Add(int group, const std::string& path, uint32_t mask);
 
-    // Marks what the paths lead to by now.
+    // Marks the files that the paths lead to by now.
     void Renew(int group);
 
-    // The path first asked for of those that lead to that file; empty if none does. Always the same one, so that who
-    // compares a file with what was known of it under its path finds each change once.
+    // The path first asked for of those that lead to that file; empty if none does. Always the same one, so that a
+    // caller that compares a file with its earlier state, known by the path, finds each change once.
     std::string PathOf(dev_t device, ino_t inode) const;
 
     std::vector<Mark> All() const;

@@ -1,13 +1,9 @@
 #include "host/watch/fanotify_reader.h"
 
-#include <fcntl.h>
-#include <linux/kcmp.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -16,6 +12,7 @@
 #include <exception>
 
 #include "agent/files.h"
+#include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
 
@@ -24,75 +21,57 @@ namespace Host {
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
-// How often the flag and the owner's descriptor are looked at: nothing tells of their change but the wait for the
-// thread that follows it, where the thread is one that can be waited for.
-constexpr int lookPauseMs = 100;
-constexpr int waitedForLookPauseMs = 1000;
+// How often the flag and the owner's descriptor are looked at: their change is no event. Where somebody can wait for
+// the thread, that wait follows the change and wakes the loop.
+constexpr milliseconds lookPause(100);
+constexpr milliseconds waitedForLookPause(1000);
 // How long after the end the owner may take to close its descriptor.
 constexpr milliseconds closePatience(300);
-constexpr int closePauseMs = 5;
+constexpr milliseconds closePause(5);
 // How long a file that has replaced a marked one may go unmarked.
 constexpr milliseconds renewPause(1000);
 
-std::string LinkOf(int fd) {
-    return TavUtils::FileAttribute::GetRealLink("/proc/self/fd/" + std::to_string(fd));
-}
-
-bool IsFanotify(int fd) {
-    return LinkOf(fd).find("[fanotify]") != std::string::npos;
+// Readable once somebody waits for the end of this thread. Poll passes over the -1 of a thread that nobody can wait
+// for.
+pollfd StopOf(const WakeSignal* stop) {
+    return {stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0};
 }
 
 }  // namespace
 
-bool FanotifyGroup::IsOwnersOpen() const {
-    const long order = syscall(SYS_kcmp, getpid(), getpid(), KCMP_FILE, owners, duplicate.Get());
-    if (order >= 0 || errno == EBADF) {
-        return order == 0;
-    }
-    // A kernel without kcmp, or one that does not grant it: then another group of that number passes for this one.
-    return IsFanotify(owners);
-}
-
 void FanotifyReader::Run() {
     const WakeSignal* const stop = ThisThreadsStop();
-    auto renewal = steady_clock::now() + renewPause;
+    auto renewal = Clock::Now() + renewPause;
     while (IsRunning() && group_.IsOwnersOpen()) {
-        // A descriptor of -1 is passed over (poll(2)).
-        std::array<pollfd, 2> waiting{
-            {{group_.duplicate.Get(), POLLIN, 0}, {stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0}}};
-        poll(waiting.data(), waiting.size(), stop == nullptr ? lookPauseMs : waitedForLookPauseMs);
+        std::array<pollfd, 2> waiting{{{group_.duplicate.Get(), POLLIN, 0}, StopOf(stop)}};
+        Clock::Poll(waiting, Clock::Now() + (stop == nullptr ? lookPause : waitedForLookPause));
         if (waiting[1].revents != 0) {
             break;
         }
         if (waiting[0].revents != 0) {
             ReadEvents();
         }
-        if (steady_clock::now() >= renewal) {
+        if (const auto now = Clock::Now(); now >= renewal) {
             group_.marks.Renew(group_.duplicate.Get());
-            renewal = steady_clock::now() + renewPause;
+            renewal = now + renewPause;
         }
     }
     AwaitOwnersClose();
-    if (!group_.IsOwnersOpen()) {
-        // The owner closes once more when this thread has gone, and the number may be another's by then.
-        std::atomic_ref(event_.fd).store(-1);
-    }
 }
 
 bool FanotifyReader::IsRunning() const {
-    return std::atomic_ref(*running_).load() != 0;
+    return std::atomic_ref(running_).load() != 0;
 }
 
 // An owner that clears the flag and then closes is not done yet when the flag is seen. A thread that can be waited for
 // takes that wait for the sign, because it comes behind the close.
 void FanotifyReader::AwaitOwnersClose() const {
     const WakeSignal* const stop = ThisThreadsStop();
-    pollfd waitedFor{stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0};
-    const auto deadline = steady_clock::now() + closePatience;
-    while (group_.IsOwnersOpen() && (stop != nullptr || steady_clock::now() < deadline)) {
-        if (poll(&waitedFor, 1, stop == nullptr ? closePauseMs : lookPauseMs) > 0) {
+    const auto deadline = Clock::Now() + closePatience;
+    while (group_.IsOwnersOpen() && (stop != nullptr || Clock::Now() < deadline)) {
+        pollfd waitedFor = StopOf(stop);
+        if (Clock::Poll({&waitedFor, 1}, Clock::Now() + (stop == nullptr ? closePause : lookPause)) > 0) {
             return;
         }
     }
@@ -111,9 +90,9 @@ void FanotifyReader::ReadEvents() {
             LogError("fanotify events cannot be read, and every marked path is looked at instead: %s",
                      std::strerror(errno));
         }
-        // Not at once: what ails the process, such as a want of descriptors, may last. The event itself is gone.
-        poll(nullptr, 0, lookPauseMs);
-        TellAll();
+        // Not at once: the cause, such as a want of descriptors, may last. The event itself is gone.
+        Clock::Poll({}, Clock::Now() + lookPause);
+        ReportAllMarks();
         return;
     }
     auto left = static_cast<size_t>(size);
@@ -121,20 +100,20 @@ void FanotifyReader::ReadEvents() {
     for (; FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
         const Descriptor file(event->fd);
         if (event->vers == FANOTIFY_METADATA_VERSION && IsRunning()) {
-            Tell(*event, file);
+            Report(*event, file);
         }
     }
 }
 
-void FanotifyReader::Tell(const fanotify_event_metadata& event, const Descriptor& file) {
+void FanotifyReader::Report(const fanotify_event_metadata& event, const Descriptor& file) {
     if ((event.mask & FAN_Q_OVERFLOW) != 0) {
         if (losses_.MayLog()) {
             LogWarning("the kernel has dropped fanotify events, its queue was full: every marked path is looked at");
         }
-        TellAll();
+        ReportAllMarks();
         return;
     }
-    // To look at a file is to open and close it: told of its own closes, who looks at each close never ends.
+    // To look at a file is to open and close it: a callback that gets its own closes and looks at each never ends.
     if (event.pid == getpid() || !file.IsOpen()) {
         return;
     }
@@ -143,10 +122,13 @@ void FanotifyReader::Tell(const fanotify_event_metadata& event, const Descriptor
     if (fstat(file.Get(), &attributes) == 0) {
         path = group_.marks.PathOf(attributes.st_dev, attributes.st_ino);
     }
-    Call(event.pid, path.empty() ? LinkOf(file.Get()) : path, static_cast<unsigned int>(event.mask));
+    if (path.empty()) {
+        path = TavUtils::FileAttribute::GetRealLink("/proc/self/fd/" + std::to_string(file.Get()));
+    }
+    Call(event.pid, path, static_cast<unsigned int>(event.mask));
 }
 
-void FanotifyReader::TellAll() {
+void FanotifyReader::ReportAllMarks() {
     for (const FanotifyMarks::Mark& mark : group_.marks.All()) {
         if (!IsRunning()) {
             return;
@@ -156,12 +138,12 @@ void FanotifyReader::TellAll() {
 }
 
 void FanotifyReader::Call(long number, const std::string& path, unsigned int mask) {
-    if (event_.callback == nullptr) {
+    if (callback_ == nullptr) {
         return;
     }
     // The agent outlives whatever a module throws at it.
     try {
-        event_.callback(number, path.c_str(), mask);
+        callback_(number, path.c_str(), mask);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
             LogError("a callback for fanotify failed: %s", error.what());

@@ -5,45 +5,35 @@
 
 #include <string>
 
-#include "agent/monitor.h"
-#include "host/base/descriptor.h"
 #include "host/base/log.h"
-#include "host/watch/fanotify_marks.h"
+#include "host/watch/fanotify_group.h"
 
 namespace Host {
 
-// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number
-// may belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a
-// duplicate.
-struct FanotifyGroup {
-    int owners = -1;  // the number of the owner's descriptor
-    Descriptor duplicate;
-    FanotifyMarks marks;
-
-    // True if the owner's number still is this group's. Any thread.
-    bool IsOwnersOpen() const;
-};
-
 class FanotifyReader {
 public:
-    // REQUIRES: group outlives the reader.
-    FanotifyReader(const TavUtils::Monitor::FanotifyLoopArgs& args, FanotifyGroup& group)
-        : event_(*args.event), running_(args.running), group_(group) {}
+    // Called with (process, path, FAN_* mask); process 0 after a loss of events. May be null.
+    using Callback = void (*)(long number, const char* path, unsigned int mask);
 
-    // As TavUtils::Monitor::FanotifyLoop.
+    // REQUIRES: group and running outlive the reader; running is only accessed atomically.
+    FanotifyReader(FanotifyGroup& group, int& running, Callback callback)
+        : group_(group), running_(running), callback_(callback) {}
+
+    // Reports the group's events while running is non-zero and the owner's descriptor is open. Returns once the owner
+    // has closed its descriptor, or after having given it time to do so.
     void Run();
 
 private:
     bool IsRunning() const;
     void AwaitOwnersClose() const;
     void ReadEvents();
-    void Tell(const fanotify_event_metadata& event, const Descriptor& file);
-    void TellAll();
+    void Report(const fanotify_event_metadata& event, const Descriptor& file);
+    void ReportAllMarks();
     void Call(long number, const std::string& path, unsigned int mask);
 
-    TavUtils::Monitor::FANOTIFY_EVENT& event_;
-    int* const running_;
     FanotifyGroup& group_;
+    int& running_;
+    const Callback callback_;
     LogPacer readFailures_;
     LogPacer losses_;
     LogPacer callFailures_;

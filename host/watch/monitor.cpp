@@ -1,5 +1,10 @@
+// Where the contract's file watching comes in: its types are converted here and go no further.
 #include "agent/monitor.h"
 
+#include <atomic>
+
+#include "host/watch/fanotify_group.h"
+#include "host/watch/fanotify_reader.h"
 #include "host/watch/monitor_service.h"
 
 namespace TavUtils::Monitor {
@@ -12,6 +17,37 @@ int AddMonitor(const FileWatchRule& rule, MonitorType type) {
 
 int RemoveMonitor(const FileWatchRule& rule, MonitorType type) {
     return type == MONITOR_FILE ? Host::MonitorService::Instance().Remove(rule.handle) : -1;
+}
+
+int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int)) {
+    if (event == nullptr) {
+        return -1;
+    }
+    event->callback = callback;
+    event->fd = Host::FanotifyGroups::Instance().Open(event);
+    return event->fd < 0 ? -1 : 0;
+}
+
+int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask) {
+    const auto group = event == nullptr ? nullptr : Host::FanotifyGroups::Instance().Find(event);
+    return group && path != nullptr && group->marks.Add(group->duplicate.Get(), path, mask) == 0 ? 0 : -1;
+}
+
+void* FanotifyLoop(void* args) {
+    const auto* const given = static_cast<const FanotifyLoopArgs*>(args);
+    if (given == nullptr || given->event == nullptr || given->running == nullptr) {
+        return nullptr;
+    }
+    const auto group = Host::FanotifyGroups::Instance().Find(given->event);
+    if (group) {
+        Host::FanotifyReader(*group, *given->running, given->event->callback).Run();
+        if (!group->IsOwnersOpen()) {
+            // The owner closes once more when this thread has gone, and the number may be another's by then.
+            std::atomic_ref(given->event->fd).store(-1);
+        }
+        Host::FanotifyGroups::Instance().Forget(given->event);
+    }
+    return nullptr;
 }
 
 }  // namespace TavUtils::Monitor

@@ -1,0 +1,45 @@
+// The fanotify groups that are open.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "host/base/descriptor.h"
+#include "host/watch/fanotify_marks.h"
+
+namespace Host {
+
+// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number
+// may belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a
+// duplicate.
+struct FanotifyGroup {
+    int ownersNumber = -1;  // the number of the owner's descriptor
+    Descriptor duplicate;
+    FanotifyMarks marks;
+
+    // True if the owner's number still is this group's. Any thread.
+    bool IsOwnersOpen() const;
+};
+
+// State of a group that does not fit in its owner's record, from the opening of the group to the end of its loop. The
+// owner is known by the address of that record. Any thread.
+class FanotifyGroups {
+public:
+    // The process-wide table. Never destroyed: a loop may still run while the process exits.
+    static FanotifyGroups& Instance();
+
+    // Opens a group. Its descriptor, which the caller closes; -1 on failure, with a line in the log.
+    int Open(const void* owner);
+
+    // Null if there is no such group.
+    std::shared_ptr<FanotifyGroup> Find(const void* owner);
+
+    void Forget(const void* owner);
+
+private:
+    std::mutex mutex_;
+    std::map<const void*, std::shared_ptr<FanotifyGroup>> groups_;
+};
+
+}  // namespace Host

@@ -1,0 +1,106 @@
+#include <chrono>
+#include <filesystem>
+
+#include "agent/threads.h"
+#include "tests/unit/watch/fanotify_fixture.h"
+
+namespace {
+
+using namespace TestSupport;
+using std::chrono::milliseconds;
+
+using FanotifyLoopThread = FanotifyFixture;
+
+// The contract grants half a second, which the loop spends in waiting for its owner's close.
+TEST_F(FanotifyLoopThread, EndsWithinHalfASecond) {
+    struct Case {
+        const char* name;
+        bool isFlagCleared;
+        bool isClosed;
+    };
+    for (const Case& c : {Case{"flag", true, false}, Case{"descriptor", false, true}, Case{"both", true, true}}) {
+        SCOPED_TRACE(c.name);
+        Init();
+        ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+        Start();
+        ASSERT_TRUE(MovedClock::AwaitWaiting());
+        const auto begin = Host::Clock::Now();
+        if (c.isFlagCleared) {
+            std::atomic_ref(running_).store(0);
+        }
+        if (c.isClosed) {
+            close(descriptor_);
+        }
+        AwaitEnd();
+        EXPECT_LT(Host::Clock::Now() - begin, milliseconds(500));
+        // The record holds the descriptor that the owner still has to close.
+        EXPECT_EQ(event_.fd, c.isClosed ? -1 : descriptor_);
+        close(event_.fd);
+    }
+}
+
+// No time goes by at all.
+TEST_F(FanotifyLoopThread, EndsAtOnceWhereItsThreadIsWaitedFor) {
+    Init();
+    ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+    std::atomic_ref(running_).store(1);
+    const int owners = event_.fd;
+    const unsigned long thread = CreateHipsThreadEx(FanotifyLoop, &args_, 256 * 1024, "fanotify-test");
+    ASSERT_NE(thread, 0U);
+    ASSERT_TRUE(MovedClock::AwaitWaiting());
+    std::atomic_ref(running_).store(0);
+    close(owners);
+    EXPECT_EQ(StopHipsThreadEx(thread), 0);
+    EXPECT_EQ(event_.fd, -1);
+}
+
+TEST_F(FanotifyLoopThread, ANumberThatIsUsedAgainAtOnceIsLeftAlone) {
+    for (int i = 0; i < 10; ++i) {
+        Init();
+        ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+        Start();
+        // Another group gets the number: the hardest case to notice.
+        const bool isGroup = i % 2 == 0;
+        std::atomic_ref(running_).store(isGroup ? 1 : 0);
+        close(descriptor_);
+        const int reused =
+            isGroup ? fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC, O_RDONLY) : open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(reused, descriptor_);
+        AwaitEnd();
+        EXPECT_EQ(event_.fd, -1);
+        close(event_.fd);
+        EXPECT_GE(fcntl(reused, F_GETFD), 0) << "closed by somebody else";
+        close(reused);
+    }
+}
+
+TEST_F(FanotifyLoopThread, NothingIsLeftOpen) {
+    const auto count = [] {
+        const std::filesystem::directory_iterator begin("/proc/self/fd");
+        return std::distance(begin, std::filesystem::directory_iterator());
+    };
+    const auto before = count();
+    for (int i = 0; i < 5; ++i) {
+        Init();
+        ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+        Start();
+        ReadElsewhere(dir_.Path("file"));
+        ASSERT_TRUE(AwaitSeen(static_cast<size_t>(i) + 1));
+        Stop();
+        EXPECT_EQ(count(), before);
+    }
+}
+
+TEST_F(FanotifyLoopThread, SleepsWhileNothingIsRead) {
+    Init();
+    ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+    Start();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(MovedClock::AwaitWaiting());
+        // That is how soon it sees that its owner has cleared the flag.
+        ASSERT_EQ(MovedClock::NearestDeadline() - Host::Clock::Now(), milliseconds(100));
+        MovedClock::Advance(milliseconds(100));
+    }
+}
+
+}  // namespace
