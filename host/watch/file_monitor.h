@@ -1,123 +1,65 @@
 // From the kernel's events to the reports of changes, for all rules together.
 #pragma once
 
-#include <chrono>
-#include <map>
-#include <memory>
 #include <optional>
-#include <set>
-#include <string>
-#include <utility>
 #include <vector>
 
-#include "host/base/log.h"
 #include "host/watch/change_report.h"
-#include "host/watch/inotify.h"
-#include "host/watch/known_file.h"
-#include "host/watch/rename_pairs.h"
-#include "host/watch/watch_table.h"
-#include "host/watch/watched_rule.h"
+#include "host/watch/content_changes.h"
+#include "host/watch/loss_recovery.h"
+#include "host/watch/name_changes.h"
+#include "host/watch/path_follower.h"
+#include "host/watch/watch_state.h"
 
 namespace Host {
 
-// One thread at a time.
+// One thread at a time. The time comes with each call and never goes back.
 //
-// A change is told once to each listener, however many rules and events show it:
-// - a name that is made, removed or moved is an event of its directory alone;
-// - what is in a file, or its attributes, is an event of the file and of the directory of the name used. The first one
-//   is told, and the other finds a write that goes on, or attributes that are known already.
+// A change is reported once to each listener, however many rules and events show it:
+// - a name that is made, removed or moved is an event of its directory alone (NameChanges);
+// - the content of a file, or its attributes, is an event of the file and of the directory of the name used
+//   (ContentChanges);
+// - a path that leads elsewhere for another reason is looked up again (PathFollower).
 class FileMonitor {
 public:
-    using Time = std::chrono::steady_clock::time_point;
     using Reports = std::vector<ChangeReport>;
 
-    // Entries of one directory of which the state is known, about 3 MiB. Changes of others are told without the
-    // attributes' values, and not told if the kernel loses events.
-    static constexpr size_t mostEntries = 16384;
-
     // 0 or the errno of the failure. To be called once, first.
-    int Open() { return inotify_.Open(); }
+    int Open() { return state_.inotify.Open(); }
 
     // Readable when events wait.
-    int PollDescriptor() const { return inotify_.Get(); }
+    int PollDescriptor() const { return state_.inotify.Get(); }
 
     // False, with a line in the log, if the path cannot be watched.
-    bool Add(int handle, const TavUtils::Monitor::FileWatchRule& rule);
-    void Remove(int handle);
-    bool IsEmpty() const { return rules_.empty(); }
-    bool Has(int handle) const { return rules_.contains(handle); }
+    bool Add(int handle, const WatchRule& rule, Clock::Time now) { return follower_.Add(handle, rule, now); }
+    void Remove(int handle) { follower_.Remove(handle); }
+    bool IsEmpty() const { return state_.rules.empty(); }
+    bool Has(int handle) const { return state_.rules.contains(handle); }
 
-    // Null if there is no such rule.
-    std::shared_ptr<TavUtils::Monitor::FileWatchCallback> ListenerOf(int handle) const;
+    // Empty if there is no such rule.
+    ChangeListener ListenerOf(int handle) const;
 
     // As Inotify::Read.
-    int Read(std::vector<InotifyEvent>& events) {
-        pairs_.BeginBatch();
-        return inotify_.Read(events);
-    }
+    int Read(std::vector<InotifyEvent>& events);
 
-    // Takes one event and appends what is to be told.
-    void Handle(const InotifyEvent& event, Time now, Reports& reports);
+    // Takes one event.
+    Reports Handle(const InotifyEvent& event, Clock::Time now);
 
-    // Does what is due. isQuiet says that no event waited at that time.
-    void Tick(Time now, bool isQuiet, Reports& reports);
+    // Does the work that is due. isQuiet says that no event waited at that time.
+    Reports Tick(Clock::Time now, bool isQuiet);
 
     // When Tick has something to do, if no event comes before.
-    std::optional<Time> Due() const;
+    std::optional<Clock::Time> Due() const;
 
-    // File systems were mounted or unmounted: paths may lead elsewhere, and no event tells.
-    void LookAtPaths(Reports& reports);
+    // File systems were mounted or unmounted: paths may lead elsewhere without an event.
+    Reports FollowMounts(Clock::Time now);
 
 private:
-    using Entries = std::map<std::string, KnownFile>;
-
-    // What it means that a path leads to something, or to nothing any more.
-    struct Explanation {
-        FileOperation vanished = FILE_DELETED;
-        FileOperation appeared = FILE_MODIFIED;
-        bool isTold = false;  // what has happened to the name is told already
-    };
-
-    void HandleOwnEnd(const InotifyEvent& event, Reports& reports);
-    void HandleName(const InotifyEvent& event, Time now, Reports& reports);
-    void HandleContent(const InotifyEvent& event, Time now, Reports& reports);
-    void TellName(const InotifyEvent& event, const Place& place, Time now, Reports& reports);
-    void FollowName(const InotifyEvent& event, const Place& place, Reports& reports);
-    void TellArrival(const Place& place, Time now, Reports& reports);
-
-    void Settle(WatchedRule& rule, const Explanation& explanation, Reports& reports);
-    Moment At(Time now) const { return {now, quiet_}; }
-    bool WasArrivalTold(const KnownFile& known) const;
-    void RetryLater();
-    void TellOnce(const Place& key, const ChangeSide& side, FileOperation operation, Reports& reports);
-    void LogFailure(const WatchedRule& rule, int error);
-    bool Know(const WatchedRule& rule);
-    void ForgetUnused(int file);
-    bool ReadState(int file, FileState& state);
-    int FileAt(const Place& place) const;
-    bool IsNameOfRule(const Place& place) const;
-    void Look(int file, const std::optional<Place>& place, Occasion occasion, Time now, Reports& reports);
-    void TakeLinkCounts(const std::set<int>& files);
-
-    void LearnEntry(const Place& place);
-    void HandleEntry(const InotifyEvent& event, const Place& place, Time now, Reports& reports);
-    void Compare(Time now, Reports& reports);
-    void CompareEntries(int directory, Time now, Reports& reports);
-    std::optional<std::string> DirectoryPath(int directory) const;
-
-    Inotify inotify_;
-    WatchTable watches_{inotify_};
-    WatchedRules rules_;
-    std::map<int, KnownFile> files_;  // what the rules' paths lead to, by watch
-    std::map<int, Entries> entries_;  // of directories that have a rule, by watch
-    RenamePairs pairs_;
-    std::set<std::pair<Place, FileOperation>> told_;  // of the present event
-    Time quiet_;                                      // when no event waited last
-    std::optional<Time> restDue_;                     // when the last writer has rested, if no event waits then
-    std::optional<Time> lossSince_;
-    std::optional<Time> retry_;  // of rules that are not complete
-    LogPacer lossPacer_;
-    LogPacer failurePacer_;
+    WatchState state_;
+    PathFollower follower_{state_};
+    NameChanges names_{state_, follower_};
+    ContentChanges contents_{state_, follower_};
+    LossRecovery loss_{state_, follower_};
 };
 
 }  // namespace Host

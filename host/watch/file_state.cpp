@@ -1,7 +1,12 @@
 #include "host/watch/file_state.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+#include <string_view>
 
 namespace Host {
 
@@ -25,6 +30,15 @@ FileState StateOf(const struct stat& from) {
     return state;
 }
 
+bool ReadEntryState(int directoryFd, const char* name, FileState& state) {
+    struct stat attributes {};
+    if (fstatat(directoryFd, name, &attributes, AT_SYMLINK_NOFOLLOW) != 0) {
+        return false;
+    }
+    state = StateOf(attributes);
+    return true;
+}
+
 void AppendPair(std::string& detail, const char* oldKey, const char* newKey, unsigned long old, unsigned long now) {
     if (old != now) {
         detail += std::string(" ") + oldKey + "=" + std::to_string(old) + " " + newKey + "=" + std::to_string(now);
@@ -43,16 +57,34 @@ bool ReadFileState(int fd, FileState& state) {
 }
 
 bool ReadFileState(const std::string& path, FileState& state) {
-    return ReadFileState(AT_FDCWD, path.c_str(), state);
+    return ReadEntryState(AT_FDCWD, path.c_str(), state);
 }
 
-bool ReadFileState(int directoryFd, const char* name, FileState& state) {
-    struct stat attributes {};
-    if (fstatat(directoryFd, name, &attributes, AT_SYMLINK_NOFOLLOW) != 0) {
-        return false;
+int ListDirectory(const std::string& path, size_t limit, std::map<std::string, FileState>& entries) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.empty() ? "/" : path.c_str()), closedir);
+    if (!directory) {
+        return errno;
     }
-    state = StateOf(attributes);
-    return true;
+    errno = 0;
+    while (const dirent* const entry = readdir(directory.get())) {
+        const std::string_view name = entry->d_name;
+        if (name == "." || name == "..") {
+            continue;
+        }
+        if (entries.size() >= limit) {
+            return E2BIG;
+        }
+        FileState state;
+        if (ReadEntryState(dirfd(directory.get()), entry->d_name, state)) {
+            entries.emplace(name, state);
+        }
+        errno = 0;
+    }
+    return errno;
+}
+
+bool IsShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 bool IsDirectory(const FileState& state) {

@@ -1,9 +1,11 @@
-// What a watched file was like when it was last looked at.
+// The state of a file at the last look.
 #pragma once
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 
 namespace Host {
@@ -25,15 +27,19 @@ struct FileState {
 // State of the inode behind a descriptor, which may be open with O_PATH. False on failure.
 bool ReadFileState(int fd, FileState& state);
 
-// State of what has that path, links not followed. False on failure, with errno.
+// State of the file with that path, links not followed. False on failure, with errno.
 bool ReadFileState(const std::string& path, FileState& state);
 
-// The same for a name in a directory.
-bool ReadFileState(int directoryFd, const char* name, FileState& state);
+// The entries of a directory by name, at most limit; links are not followed. An entry of which the
+// state cannot be read is omitted. 0 or the errno of the failure, E2BIG if there are more of them.
+int ListDirectory(const std::string& path, size_t limit, std::map<std::string, FileState>& entries);
+
+// True for failures that pass: something has run out.
+bool IsShortage(int error);
 
 bool IsDirectory(const FileState& state);
 
-// True for something that has the name and bytes in it.
+// True for anything but a directory that has bytes in it.
 bool HasContent(const FileState& state);
 
 bool IsSameFile(const FileState& one, const FileState& other);

@@ -1,4 +1,4 @@
-// The inotify descriptor: what the kernel says about watched inodes, inotify(7).
+// The inotify descriptor: events of watched inodes, inotify(7).
 #pragma once
 
 #include <cstddef>

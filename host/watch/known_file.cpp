@@ -2,42 +2,47 @@
 
 namespace Host {
 
-namespace {
-
-bool IsModified(KnownFile& known, const FileState& now, Occasion occasion, Moment moment) {
-    if (occasion == Occasion::loss) {
-        return ContentMayDifferUnseen(known.state, now) && known.burst.Begins(moment);
+bool WriteBurst::Begins(Moment moment) {
+    const bool begins = !open_ || moment.quiet - last_ >= rest || moment.now - begun_ >= longest;
+    if (begins) {
+        begun_ = moment.now;
     }
-    if (occasion != Occasion::closed) {
-        return false;
-    }
-    // Writes to a mapping of the file make no event of their own.
-    if (ContentMayDiffer(known.state, now)) {
-        return known.burst.Begins(moment);
-    }
-    known.burst.End();
-    return false;
+    open_ = true;
+    last_ = moment.now;
+    return begins;
 }
 
-}  // namespace
+void QuietTime::Note(Clock::Time now) {
+    last_ = now;
+    if (due_ && *due_ <= now) {
+        due_.reset();
+    }
+}
 
-Finding Observe(KnownFile& known, const FileState& now, Occasion occasion, Moment moment) {
+bool WasArrivalReported(const KnownFile& known, Moment moment) {
+    return known.arrivalReported && moment.quiet - *known.arrivalReported < WriteBurst::rest;
+}
+
+Finding Observe(KnownFile& known, const FileState& now, Cause cause, Moment moment) {
+    const Meaning meaning = MeaningOf(known.state, now, cause);
     Finding finding;
-    finding.isModified = IsModified(known, now, occasion, moment);
+    if (meaning.operation) {
+        finding.isModified = known.burst.Begins(moment);
+    } else if (cause == Cause::closed) {
+        known.burst.End();
+    }
     if (now.links == 0) {
-        // It has lost its last name, which is told as the end of that name.
         return finding;
     }
-    FileState told = now;
-    if (IsDirectory(now) || now.links >= known.state.links || occasion == Occasion::linksDue ||
-        occasion == Occasion::loss) {
-        known.linksDue.reset();
-    } else {
-        told.links = known.state.links;
+    finding.attributes = meaning.attributes;
+    const unsigned long linksBefore = known.state.links;
+    known.state = now;
+    if (meaning.linksWait) {
+        known.state.links = linksBefore;
         known.linksDue = known.linksDue.value_or(moment.now + linksPatience);
+    } else {
+        known.linksDue.reset();
     }
-    finding.attributes = AttributeDetail(known.state, told);
-    known.state = told;
     return finding;
 }
 

@@ -2,6 +2,7 @@
 #include "agent/monitor.h"
 
 #include <atomic>
+#include <utility>
 
 #include "host/watch/fanotify_group.h"
 #include "host/watch/fanotify_reader.h"
@@ -9,10 +10,44 @@
 
 namespace TavUtils::Monitor {
 
+namespace {
+
+const char* TextOf(const std::optional<std::string>& path) {
+    return path ? path->c_str() : nullptr;
+}
+
+unsigned OperationsOf(const FileWatchRule& rule) {
+    const std::pair<bool, FileOperation> wishes[] = {
+        {rule.onAttribute, FILE_ATTRIBUTE}, {rule.onModify, FILE_MODIFIED},      {rule.onDelete, FILE_DELETED},
+        {rule.onMove, FILE_MOVED},          {rule.onMovedFrom, FILE_MOVED_FROM}, {rule.onMovedTo, FILE_MOVED_TO}};
+    unsigned operations = 0;
+    for (const auto& [isWanted, operation] : wishes) {
+        operations |= isWanted ? Host::OperationBit(operation) : 0;
+    }
+    return operations;
+}
+
+Host::WatchRule RuleOf(const FileWatchRule& rule) {
+    Host::WatchRule own;
+    own.path = rule.path;
+    own.operations = OperationsOf(rule);
+    own.followsPath = rule.onReplace;
+    if (rule.callback && *rule.callback) {
+        own.listenerId = rule.callback.get();
+        own.listener = [callback = rule.callback](const Host::ChangeReport& report) {
+            (*callback)(report.handle, TextOf(report.path), TextOf(report.otherPath), false, report.operation,
+                        report.detail);
+        };
+    }
+    return own;
+}
+
+}  // namespace
+
 FileWatchRule::~FileWatchRule() = default;
 
 int AddMonitor(const FileWatchRule& rule, MonitorType type) {
-    return type == MONITOR_FILE ? Host::MonitorService::Instance().Add(rule) : 0;
+    return type == MONITOR_FILE ? Host::MonitorService::Instance().Add(RuleOf(rule)) : 0;
 }
 
 int RemoveMonitor(const FileWatchRule& rule, MonitorType type) {

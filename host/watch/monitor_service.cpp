@@ -4,13 +4,14 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
-#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <limits>
 #include <system_error>
 
+#include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
 
@@ -18,13 +19,7 @@ namespace Host {
 
 namespace {
 
-constexpr int retryPauseMs = 1000;
-
-using std::chrono::steady_clock;
-
-const char* TextOf(const std::optional<std::string>& path) {
-    return path ? path->c_str() : nullptr;
-}
+constexpr std::chrono::seconds retryPause(1);
 
 }  // namespace
 
@@ -39,8 +34,8 @@ MonitorService::~MonitorService() {
     }
 }
 
-int MonitorService::Add(const TavUtils::Monitor::FileWatchRule& rule) {
-    if (!rule.callback || !*rule.callback || !IsWatchablePath(rule.path)) {
+int MonitorService::Add(const WatchRule& rule) {
+    if (!rule.listener || !IsWatchablePath(rule.path)) {
         return 0;
     }
     const std::lock_guard lock(mutex_);
@@ -48,10 +43,10 @@ int MonitorService::Add(const TavUtils::Monitor::FileWatchRule& rule) {
         return 0;
     }
     const int handle = NextHandle();
-    // The thread ends by itself if this leaves it without a rule. What a changed set of rules has due, it has to learn.
-    const bool isWatched = monitor_->Add(handle, rule);
+    // The thread ends by itself if this leaves it without a rule. It has to learn when a changed set of rules is due.
+    const bool isWatched = monitor_->Add(handle, rule, Clock::Now());
     wake_->Raise();
-    // Who waits for the thread's end waits in vain now.
+    // A Remove that waits for the thread's end waits in vain now.
     ended_.notify_all();
     return isWatched ? handle : 0;
 }
@@ -61,8 +56,8 @@ int MonitorService::Remove(int handle) {
     if (!monitor_ || !monitor_->Has(handle)) {
         return -1;
     }
-    // Kept until the lock is free: the callback's end is its owner's code.
-    const auto callback = monitor_->ListenerOf(handle);
+    // Kept until the lock is free: the listener's end is its owner's code.
+    const ChangeListener listener = monitor_->ListenerOf(handle);
     monitor_->Remove(handle);
     wake_->Raise();
     if (runner_ == std::this_thread::get_id()) {
@@ -116,15 +111,15 @@ void MonitorService::Run() {
     NameThisThread("file-monitor");
     Lock lock(mutex_);
     while (!monitor_->IsEmpty()) {
-        std::vector<ChangeReport> reports;
-        Wait(lock);
-        const auto now = steady_clock::now();
+        if (const bool areMountsChanged = Wait(lock); areMountsChanged) {
+            Deliver(lock, monitor_->FollowMounts(Clock::Now()));
+        }
+        const Clock::Time now = Clock::Now();
         const bool isQuiet = IsQuiet();
         if (!isQuiet) {
             HandleEvents(lock);
         }
-        monitor_->Tick(isQuiet ? now : steady_clock::now(), isQuiet, reports);
-        Deliver(lock, reports);
+        Deliver(lock, monitor_->Tick(isQuiet ? now : Clock::Now(), isQuiet));
     }
     monitor_.reset();
     wake_.reset();
@@ -140,27 +135,19 @@ bool MonitorService::IsQuiet() const {
     return poll(&events, 1, 0) == 0;
 }
 
-// Until an event comes, or something is due.
-void MonitorService::Wait(Lock& lock) {
+// Until an event comes, or something is due. True if file systems were mounted or unmounted.
+bool MonitorService::Wait(Lock& lock) {
     std::array<pollfd, 3> waiting{
         {{monitor_->PollDescriptor(), POLLIN, 0}, {wake_->Descriptor(), POLLIN, 0}, {mounts_.Get(), POLLPRI, 0}}};
-    int timeoutMs = -1;
-    if (const auto due = monitor_->Due()) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - steady_clock::now()).count();
-        timeoutMs = static_cast<int>(std::clamp<decltype(left)>(left, 0, retryPauseMs));
-    }
+    const auto due = monitor_->Due();
     lock.unlock();
-    poll(waiting.data(), waiting.size(), timeoutMs);
+    Clock::Poll(waiting, due);
     lock.lock();
     if (waiting[1].revents != 0) {
         eventfd_t ignored = 0;
         eventfd_read(wake_->Descriptor(), &ignored);
     }
-    if (waiting[2].revents != 0) {
-        std::vector<ChangeReport> reports;
-        monitor_->LookAtPaths(reports);
-        Deliver(lock, reports);
-    }
+    return waiting[2].revents != 0;
 }
 
 void MonitorService::HandleEvents(Lock& lock) {
@@ -170,17 +157,15 @@ void MonitorService::HandleEvents(Lock& lock) {
         if (readFailures_.MayLog()) {
             LogError("file events cannot be read and are tried again: %s", std::strerror(error));
         }
-        // Not at once: what ails the descriptor may last.
+        // Not at once: the cause may last.
         pollfd wake{wake_->Descriptor(), POLLIN, 0};
         lock.unlock();
-        poll(&wake, 1, retryPauseMs);
+        Clock::Poll({&wake, 1}, Clock::Now() + retryPause);
         lock.lock();
         return;
     }
     for (const InotifyEvent& event : events) {
-        std::vector<ChangeReport> reports;
-        monitor_->Handle(event, steady_clock::now(), reports);
-        Deliver(lock, reports);
+        Deliver(lock, monitor_->Handle(event, Clock::Now()));
         if (monitor_->IsEmpty()) {
             return;
         }
@@ -189,15 +174,15 @@ void MonitorService::HandleEvents(Lock& lock) {
 
 void MonitorService::Deliver(Lock& lock, const std::vector<ChangeReport>& reports) {
     for (const ChangeReport& report : reports) {
-        auto callback = monitor_->ListenerOf(report.handle);
-        if (!callback) {
+        ChangeListener listener = monitor_->ListenerOf(report.handle);
+        if (!listener) {
             continue;
         }
         handleCalled_ = report.handle;
         lock.unlock();
-        Call(*callback, report);
-        // Before the call counts as ended: nothing of the callback may be left here then.
-        callback.reset();
+        Call(listener, report);
+        // Before the call counts as ended: nothing of the listener may be left here then.
+        listener = nullptr;
         lock.lock();
         handleCalled_ = 0;
         ++callsEnded_;
@@ -205,10 +190,10 @@ void MonitorService::Deliver(Lock& lock, const std::vector<ChangeReport>& report
     }
 }
 
-void MonitorService::Call(const TavUtils::Monitor::FileWatchCallback& callback, const ChangeReport& report) {
+void MonitorService::Call(const ChangeListener& listener, const ChangeReport& report) {
     // The agent outlives whatever a module throws at it.
     try {
-        callback(report.handle, TextOf(report.path), TextOf(report.otherPath), false, report.operation, report.detail);
+        listener(report);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
             LogError("a callback for file changes failed: %s", error.what());

@@ -1,15 +1,12 @@
 // The file monitor's thread, and the rules that come and go while it runs.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "agent/monitor.h"
 #include "host/base/descriptor.h"
 #include "host/base/log.h"
 #include "host/base/wake_signal.h"
@@ -18,9 +15,9 @@
 namespace Host {
 
 // The thread runs from the first Add to the Remove that leaves no rule, and again from the next Add on. All operations
-// may be called from any thread, a callback's among them.
+// may be called from any thread, also that of a listener.
 //
-// Invariants: 1. mutex_ guards everything and is not held while a callback runs; 2. a rule that is not in the monitor
+// Invariants: 1. mutex_ guards everything and is not held while a listener runs; 2. a rule that is not in the monitor
 // is not called, so that its removal has to wait for a running call at most; 3. the thread does not take the lock again
 // once it has set isRunning_ to false, so that it can be joined under the lock.
 class MonitorService {
@@ -34,10 +31,11 @@ public:
     MonitorService(const MonitorService&) = delete;
     MonitorService& operator=(const MonitorService&) = delete;
 
-    // As TavUtils::Monitor::AddMonitor.
-    int Add(const TavUtils::Monitor::FileWatchRule& rule);
+    // Starts watching the rule's path. Its handle, not 0; 0 on failure: no listener, a path that cannot be watched.
+    int Add(const WatchRule& rule);
 
-    // As TavUtils::Monitor::RemoveMonitor.
+    // Ends a rule, waits for a running call of its listener, unless called by that, and keeps nothing of the rule. 0,
+    // or -1 for an unknown handle.
     int Remove(int handle);
 
 private:
@@ -46,11 +44,11 @@ private:
     bool Start();
     int NextHandle();
     void Run();
-    void Wait(Lock& lock);
+    bool Wait(Lock& lock);
     bool IsQuiet() const;
     void HandleEvents(Lock& lock);
     void Deliver(Lock& lock, const std::vector<ChangeReport>& reports);
-    void Call(const TavUtils::Monitor::FileWatchCallback& callback, const ChangeReport& report);
+    void Call(const ChangeListener& listener, const ChangeReport& report);
 
     LogPacer callFailures_;
     LogPacer readFailures_;
@@ -65,7 +63,7 @@ private:
     std::thread::id runner_;
     bool isRunning_ = false;
     int lastHandle_ = 0;
-    int handleCalled_ = 0;  // the rule whose callback runs; 0 for none
+    int handleCalled_ = 0;  // the rule whose listener runs; 0 for none
     unsigned long callsEnded_ = 0;
 };
 

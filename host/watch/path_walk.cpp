@@ -104,8 +104,8 @@ std::vector<PathStep> WalkPath(const std::string& path) {
             target = TargetOf(step);
         }
         const bool isTooFar = steps.size() >= mostSteps || (step.kind == PathStep::Kind::link && ++links > mostLinks);
-        const bool isNoWay = step.kind == PathStep::Kind::file && !names.empty();
-        if (isTooFar || isNoWay) {
+        const bool isBlocked = step.kind == PathStep::Kind::file && !names.empty();
+        if (isTooFar || isBlocked) {
             step.kind = PathStep::Kind::missing;
         }
         if (step.kind == PathStep::Kind::link) {

@@ -5,7 +5,7 @@
 
 namespace Host {
 
-std::optional<ChangeSide> RenamePairs::Keep(uint32_t cookie, ChangeSide from, Time now) {
+std::optional<ChangeSide> RenamePairs::Keep(uint32_t cookie, ChangeSide from, Clock::Time now) {
     std::optional<ChangeSide> oldest;
     if (halves_.size() >= capacity) {
         oldest = std::move(halves_.front().from);
@@ -26,7 +26,7 @@ std::optional<ChangeSide> RenamePairs::Take(uint32_t cookie) {
     return from;
 }
 
-std::vector<ChangeSide> RenamePairs::TakeOverdue(Time now, bool isQuiet) {
+std::vector<ChangeSide> RenamePairs::TakeOverdue(Clock::Time now, bool isQuiet) {
     std::vector<ChangeSide> overdue;
     while (!halves_.empty() && halves_.front().due <= now && (isQuiet || halves_.front().batch < batch_)) {
         overdue.push_back(std::move(halves_.front().from));
@@ -35,7 +35,7 @@ std::vector<ChangeSide> RenamePairs::TakeOverdue(Time now, bool isQuiet) {
     return overdue;
 }
 
-std::optional<RenamePairs::Time> RenamePairs::Due() const {
+std::optional<Clock::Time> RenamePairs::Due() const {
     return halves_.empty() ? std::nullopt : std::optional(halves_.front().due);
 }
 

@@ -8,7 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "host/watch/change_report.h"
+#include "host/base/clock.h"
+#include "host/watch/change_side.h"
 
 namespace Host {
 
@@ -17,33 +18,31 @@ namespace Host {
 // watched.
 class RenamePairs {
 public:
-    using Time = std::chrono::steady_clock::time_point;
-
     static constexpr std::chrono::milliseconds patience{50};
-    // Bounds what others can make wait here.
+    // Bounds the number of halves that others can make wait here.
     static constexpr size_t capacity = 1024;
 
-    // Keeps a first half. The oldest one that found no room any more is given back.
-    std::optional<ChangeSide> Keep(uint32_t cookie, ChangeSide from, Time now);
+    // Keeps a first half. Returns the oldest one if there is no room for it any more.
+    std::optional<ChangeSide> Keep(uint32_t cookie, ChangeSide from, Clock::Time now);
 
     // The first half with that cookie; it is kept no longer.
     std::optional<ChangeSide> Take(uint32_t cookie);
 
-    // Events were read since: all that were written along with what is kept here.
+    // Events are about to be read, among them all that were written together with the halves kept here.
     void BeginBatch() { ++batch_; }
 
     // Those whose second half is overdue; they are kept no longer. Of those kept since the last BeginBatch the second
     // halves may still wait to be read, unless isQuiet says that nothing does.
-    std::vector<ChangeSide> TakeOverdue(Time now, bool isQuiet);
+    std::vector<ChangeSide> TakeOverdue(Clock::Time now, bool isQuiet);
 
     // When the next one is overdue.
-    std::optional<Time> Due() const;
+    std::optional<Clock::Time> Due() const;
 
 private:
     struct Half {
         uint32_t cookie;
         ChangeSide from;
-        Time due;
+        Clock::Time due;
         uint64_t batch;
     };
     std::deque<Half> halves_;  // the oldest first

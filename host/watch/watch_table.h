@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// One wish for the events of a mask. Owned by who asked for it and given back with Release.
+// One wish for the events of a mask. Owned by the caller that asked for it and given back with Release.
 struct WatchHold {
     int watch = -1;
     uint32_t mask = 0;

@@ -20,8 +20,8 @@ constexpr uint32_t content = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | ownEnd;
 // Without IN_EXCL_UNLINK a file that is written after its name went to another one would pass for the other.
 constexpr uint32_t names = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | content;
 constexpr uint32_t arrival = IN_CREATE | IN_MOVED_TO | ownEnd;
-// The end of something that is held open is no event of its own before it is let go. A directory's parent tells at once,
-// and a link has its count changed at once.
+// The end of something that is held open is no event of its own before it is let go. A directory's parent reports it
+// at once, and a link has its count changed at once.
 constexpr uint32_t directoryEnd = IN_DELETE | IN_MOVED_TO | ownEnd;
 constexpr uint32_t linkEnd = IN_ATTRIB | ownEnd;
 
@@ -29,12 +29,7 @@ constexpr uint32_t linkEnd = IN_ATTRIB | ownEnd;
 constexpr int mostAttempts = 3;
 
 struct Attachment {
-    std::vector<WatchHold> holds;
-    std::vector<int> way;
-    std::vector<int> lastLinks;
-    std::vector<Place> wayNames;
-    std::vector<Place> names;
-    std::optional<Place> awaited;
+    PathWatches watched;
     int file = -1;
     bool isDirectory = false;
     bool isFileKnown = true;
@@ -45,45 +40,53 @@ struct Attachment {
 int Hold(Attachment& attachment, WatchTable& watches, const PathStep& step, uint32_t mask, bool isNeeded) {
     const WatchHold hold = watches.Hold(step.file.Get(), step.path, mask);
     if (hold.watch >= 0) {
-        attachment.holds.push_back(hold);
+        attachment.watched.holds.push_back(hold);
     } else if (isNeeded || (errno != EACCES && errno != ENOENT)) {
         attachment.error = errno;
     }
     return hold.watch;
 }
 
+// Watches the target.
+void HoldEnd(Attachment& made, WatchTable& watches, const PathStep& end) {
+    made.file = Hold(made, watches, end, made.isDirectory ? names : content, made.isDirectory);
+    made.isFileKnown = made.file >= 0 || made.error == 0;
+    if (made.file >= 0 && !ReadFileState(end.file.Get(), made.state)) {
+        made.error = errno;
+    }
+}
+
+// Watches the directory of a name on which the path depends.
+void HoldName(Attachment& made, WatchTable& watches, const PathStep& step, const PathStep& directory, bool isAwaiting) {
+    if (step.isLastName && !step.name.empty()) {
+        // A directory's parent may be a busy one: no more is asked of it than is needed.
+        const uint32_t mask = made.isDirectory ? directoryEnd : names;
+        made.watched.names.push_back({Hold(made, watches, directory, mask, !made.isDirectory), step.name});
+    } else if (step.kind == PathStep::Kind::missing) {
+        made.watched.awaited = Place{Hold(made, watches, directory, arrival, true), step.name};
+    }
+    // With something in it, a directory that the path goes through stays.
+    if (isAwaiting && step.kind == PathStep::Kind::directory && !step.name.empty()) {
+        made.watched.waypointNames.push_back({Hold(made, watches, directory, directoryEnd, false), step.name});
+    }
+}
+
 Attachment Attach(const std::vector<PathStep>& steps, WatchTable& watches) {
     using Kind = PathStep::Kind;
     Attachment made;
+    PathWatches& watched = made.watched;
     const PathStep& end = steps.back();
     made.isDirectory = end.kind == Kind::directory;
-    const bool isAwaiting = end.kind == Kind::missing;
     for (const PathStep& step : steps) {
-        const bool isEnd = &step == &end;
-        if (isEnd && (step.kind == Kind::directory || step.kind == Kind::file)) {
-            made.file = Hold(made, watches, step, made.isDirectory ? names : content, made.isDirectory);
-            made.isFileKnown = made.file >= 0 || made.error == 0;
-            if (made.file >= 0 && !ReadFileState(step.file.Get(), made.state)) {
-                made.error = errno;
-            }
+        if (&step == &end && (step.kind == Kind::directory || step.kind == Kind::file)) {
+            HoldEnd(made, watches, step);
         } else if (step.kind == Kind::directory) {
-            made.way.push_back(Hold(made, watches, step, ownEnd, false));
+            watched.waypoints.push_back(Hold(made, watches, step, ownEnd, false));
         } else if (step.kind == Kind::link) {
             const int link = Hold(made, watches, step, step.isLastName ? ownEnd : linkEnd, false);
-            (step.isLastName ? made.lastLinks : made.way).push_back(link);
+            (step.isLastName ? watched.finalLinks : watched.waypoints).push_back(link);
         }
-        const PathStep& directory = steps[step.directory];
-        if (step.isLastName && !step.name.empty()) {
-            // A directory's parent may be a busy one: no more is asked of it than is needed.
-            const uint32_t mask = made.isDirectory ? directoryEnd : names;
-            made.names.push_back({Hold(made, watches, directory, mask, !made.isDirectory), step.name});
-        } else if (step.kind == Kind::missing) {
-            made.awaited = Place{Hold(made, watches, directory, arrival, true), step.name};
-        }
-        // With something in it, a directory on the way stays.
-        if (isAwaiting && step.kind == Kind::directory && !step.name.empty()) {
-            made.wayNames.push_back({Hold(made, watches, directory, directoryEnd, false), step.name});
-        }
+        HoldName(made, watches, step, steps[step.directory], end.kind == Kind::missing);
     }
     return made;
 }
@@ -111,16 +114,21 @@ bool WatchedRule::HasName(const Place& place) const {
     return std::find(names.begin(), names.end(), place) != names.end();
 }
 
-bool WatchedRule::IsOnWay(int watch) const {
-    return std::find(way.begin(), way.end(), watch) != way.end();
+bool WatchedRule::IsFinalLink(int watch) const {
+    return std::find(finalLinks.begin(), finalLinks.end(), watch) != finalLinks.end();
 }
 
-bool WatchedRule::IsLastLink(int watch) const {
-    return std::find(lastLinks.begin(), lastLinks.end(), watch) != lastLinks.end();
+bool WatchedRule::GoesThrough(int waypoint) const {
+    return std::find(waypoints.begin(), waypoints.end(), waypoint) != waypoints.end();
 }
 
-bool WatchedRule::IsOnWay(const Place& place) const {
-    return std::find(wayNames.begin(), wayNames.end(), place) != wayNames.end();
+bool WatchedRule::GoesThrough(const Place& place) const {
+    return std::find(waypointNames.begin(), waypointNames.end(), place) != waypointNames.end();
+}
+
+bool WatchedRule::DependsOn(int watch) const {
+    const auto isIn = [watch](const Place& place) { return place.watch == watch; };
+    return GoesThrough(watch) || std::any_of(names.begin(), names.end(), isIn) || (awaited && isIn(*awaited));
 }
 
 bool IsWatchablePath(const std::string& path) {
@@ -158,12 +166,12 @@ int AttachRule(WatchedRule& rule, WatchTable& watches) {
     for (int attempt = 0; attempt < mostAttempts && error == EAGAIN; ++attempt) {
         const std::vector<PathStep> steps = WalkPath(rule.rule.path);
         if (steps.back().error != 0) {
-            Release(made.holds, watches);
+            Release(made.watched.holds, watches);
             return steps.back().error;
         }
         // The new holds come before the old ones go, so that no watch ends in between and takes its events along.
         Attachment next = Attach(steps, watches);
-        Release(made.holds, watches);
+        Release(made.watched.holds, watches);
         made = std::move(next);
         const std::vector<PathStep> again = WalkPath(rule.rule.path);
         error = again.back().error;
@@ -172,12 +180,7 @@ int AttachRule(WatchedRule& rule, WatchTable& watches) {
         }
     }
     Release(rule.holds, watches);
-    rule.holds = std::move(made.holds);
-    rule.way = std::move(made.way);
-    rule.lastLinks = std::move(made.lastLinks);
-    rule.wayNames = std::move(made.wayNames);
-    rule.names = std::move(made.names);
-    rule.awaited = std::move(made.awaited);
+    static_cast<PathWatches&>(rule) = std::move(made.watched);
     if (made.isFileKnown) {
         rule.file = made.file;
         rule.isDirectory = made.isDirectory;
@@ -190,12 +193,7 @@ int AttachRule(WatchedRule& rule, WatchTable& watches) {
 
 void DetachRule(WatchedRule& rule, WatchTable& watches) {
     Release(rule.holds, watches);
-    rule.holds.clear();
-    rule.way.clear();
-    rule.lastLinks.clear();
-    rule.wayNames.clear();
-    rule.names.clear();
-    rule.awaited.reset();
+    static_cast<PathWatches&>(rule) = {};
     rule.file = -1;
 }
 

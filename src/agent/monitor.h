@@ -11,7 +11,7 @@ enum MonitorType : int {
     MONITOR_FILE = 1,
 };
 
-// What has happened to a path, as the number that a callback is given.
+// A change of a path, as the number that a callback is given.
 enum FileOperation : int {
     // Attributes have changed. The detail is "attribute" and then, for each that differs from what it was when it was
     // last known, " oaccess=OLD access=NEW" (st_mode), " ouid=OLD cuid=NEW", " ogid=OLD cgid=NEW", " olink=OLD
@@ -55,7 +55,7 @@ struct FileWatchRule {
     bool onOpen = false;       // not reported
     bool onRead = false;       // not reported
     bool onReplace = false;    // follow the path when another file takes its place
-    int handle = 0;            // what AddMonitor returned
+    int handle = 0;            // as AddMonitor returned it
     std::shared_ptr<FileWatchCallback> callback;
 
     FileWatchRule() = default;
@@ -70,7 +70,7 @@ struct FANOTIFY_EVENT {
     void (*callback)(long, const char*, unsigned int);
 };
 
-// What FanotifyLoop is given.
+// The argument of FanotifyLoop.
 struct FanotifyLoopArgs {
     FANOTIFY_EVENT* event;
     int* running;  // the loop runs while this is non-zero
@@ -78,9 +78,9 @@ struct FanotifyLoopArgs {
 };
 
 // Starts watching the rule's path and calls the rule's callback for each event. Returns a non-zero handle, 0 on
-// failure: no callback, a path that is not absolute, that the kernel would not take or that has 300 names or more, a path
-// that cannot be looked up for another reason than that nothing is there, no watch left. Any thread, also that of a
-// callback.
+// failure: no callback, a path that is not absolute, that the kernel would not take or that has 300 names or more, a
+// path that cannot be looked up for another reason than that nothing is there, no watch left. Any thread, also that of
+// a callback.
 int AddMonitor(const FileWatchRule& rule, MonitorType type);
 
 // Ends the watch of that rule, known by its handle. Waits for a running call of the rule's callback, unless called on
@@ -91,14 +91,14 @@ int RemoveMonitor(const FileWatchRule& rule, MonitorType type);
 // stays where it is until the loop has ended.
 int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int));
 
-// Marks one path for the FAN_* events of mask, and while the loop runs also what takes its place, a second later at
-// most. 0 on success. Any thread.
+// Marks one path for the FAN_* events of mask, and while the loop runs also a file that takes its place, a second
+// later at most. 0 on success. Any thread.
 int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask);
 
-// Thread entry, given FanotifyLoopArgs: reads the group's events and calls the callback with (number, path, mask) while
-// the running flag is non-zero. path is the marked path that leads to the file, of several the one marked first. What
-// this process does itself is not reported. When the flag is 0 or the descriptor is closed it ends as soon as its
-// thread is waited for (StopHipsThreadEx), in any other thread within half a second. If the descriptor was closed,
+// Thread entry, given FanotifyLoopArgs: reads the group's events and calls the callback with (number, path, mask)
+// while the running flag is non-zero. path is the marked path that leads to the file, of several the one marked first.
+// Accesses by this process itself are not reported. When the flag is 0 or the descriptor is closed it ends as soon as
+// its thread is waited for (StopHipsThreadEx), in any other thread within half a second. If the descriptor was closed,
 // event->fd is -1 from then on, so that closing it once more harms nobody. Returns null.
 void* FanotifyLoop(void* args);
 

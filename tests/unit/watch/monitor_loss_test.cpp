@@ -29,63 +29,71 @@ void Flood(const std::string& one, const std::string& other) {
     }
 }
 
-TEST(MonitorLoss, WhatHasChangedMeanwhileIsTold) {
-    TemporaryDirectory dir;
-    TemporaryDirectory noise;
+// Changes made while events are lost, and their reports.
+const struct {
+    const char* name;
+    int operation;
+    const char* detail;
+} lostChanges[] = {{"written", 2, ""},
+                   {"same-size", 2, ""},
+                   {"chmoded", 1, " attribute oaccess=33188 access=33216"},
+                   {"linked", 1, " attribute olink=1 link=2"},
+                   {"deleted", 3, ""},
+                   {"replaced", 6, ""},
+                   {"made", 2, ""}};
+
+void MakeFiles(const TemporaryDirectory& dir) {
+    for (const auto& change : lostChanges) {
+        std::filesystem::remove(dir.Path(change.name));
+        if (std::string(change.name) != "made") {
+            dir.Write(change.name, "content");
+        }
+    }
+    dir.Write("new", "content");
+    std::filesystem::remove(dir.Path("other"));
+    dir.Write("untouched", "content");
+}
+
+void ChangeFiles(const TemporaryDirectory& dir) {
+    dir.Write("written", "longer content");
+    const auto time = std::filesystem::last_write_time(dir.Path("same-size"));
+    dir.Write("same-size", "CONTENT");
+    std::filesystem::last_write_time(dir.Path("same-size"), time);
+    chmod(dir.Path("chmoded").c_str(), 0700);
+    std::filesystem::create_hard_link(dir.Path("linked"), dir.Path("other"));
+    std::filesystem::remove(dir.Path("deleted"));
+    std::filesystem::rename(dir.Path("new"), dir.Path("replaced"));
+    dir.Write("made", "content");
+}
+
+TEST(MonitorLoss, WhatHasChangedMeanwhileIsReported) {
+    const TemporaryDirectory dir;
+    const TemporaryDirectory noise;
     const std::string noisy = noise.Write("one", "");
-    struct Case {
-        const char* name;
-        int operation;
-        const char* detail;
-    };
-    const std::vector<Case> cases = {{"written", 2, ""},
-                                     {"same-size", 2, ""},
-                                     {"chmoded", 1, " attribute oaccess=33188 access=33216"},
-                                     {"linked", 1, " attribute olink=1 link=2"},
-                                     {"deleted", 3, ""},
-                                     {"replaced", 6, ""},
-                                     {"made", 2, ""}};
     for (const bool isFileWatched : {true, false}) {
+        MakeFiles(dir);
         Listener listener;
         Listener ofNoise;
         ASSERT_TRUE(ofNoise.Watch(noise.Path()));
-        for (const Case& c : cases) {
-            std::filesystem::remove(dir.Path(c.name));
-            if (std::string(c.name) != "made") {
-                dir.Write(c.name, "content");
-            }
-            dir.Write("new", "content");
-            std::filesystem::remove(dir.Path("other"));
-        }
-        dir.Write("untouched", "content");
-        for (const Case& c : cases) {
-            if (isFileWatched) {
-                ASSERT_TRUE(listener.Watch(dir.Path(c.name)));
-            }
+        for (const auto& change : lostChanges) {
+            ASSERT_TRUE(!isFileWatched || listener.Watch(dir.Path(change.name)));
         }
         ASSERT_TRUE(isFileWatched || listener.Watch(dir.Path()));
         testing::internal::CaptureStderr();
         {
             Cork cork;
             Flood(noisy, noise.Path("two"));
-            dir.Write("written", "longer content");
-            const auto time = std::filesystem::last_write_time(dir.Path("same-size"));
-            dir.Write("same-size", "CONTENT");
-            std::filesystem::last_write_time(dir.Path("same-size"), time);
-            chmod(dir.Path("chmoded").c_str(), 0700);
-            std::filesystem::create_hard_link(dir.Path("linked"), dir.Path("other"));
-            std::filesystem::remove(dir.Path("deleted"));
-            std::filesystem::rename(dir.Path("new"), dir.Path("replaced"));
-            dir.Write("made", "content");
+            ChangeFiles(dir);
             cork.Pull();
-            EXPECT_TRUE(listener.AwaitCount(cases.size()));
+            EXPECT_TRUE(listener.AwaitCount(std::size(lostChanges)));
         }
         EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the kernel has dropped file events"));
-        const std::vector<std::string> told = listener.Take();
-        for (const Case& c : cases) {
-            EXPECT_THAT(told, Contains(std::to_string(c.operation) + " " + dir.Path(c.name) + c.detail).Times(1));
+        const std::vector<std::string> reported = listener.Take();
+        for (const auto& change : lostChanges) {
+            const std::string line = std::to_string(change.operation) + " " + dir.Path(change.name) + change.detail;
+            EXPECT_THAT(reported, Contains(line).Times(1));
         }
-        EXPECT_THAT(told, Not(Contains(HasSubstr("untouched"))));
+        EXPECT_THAT(reported, Not(Contains(HasSubstr("untouched"))));
     }
 }
 

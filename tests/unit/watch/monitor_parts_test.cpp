@@ -9,14 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "host/watch/directory_list.h"
 #include "host/watch/file_state.h"
 #include "host/watch/inotify.h"
 #include "host/watch/known_file.h"
 #include "host/watch/path_walk.h"
 #include "host/watch/rename_pairs.h"
 #include "host/watch/watch_table.h"
-#include "host/watch/write_burst.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -24,7 +22,7 @@ namespace {
 using namespace Host;
 using std::chrono::milliseconds;
 
-constexpr KnownFile::Time begin{std::chrono::hours(1)};
+constexpr Clock::Time begin{std::chrono::hours(1)};
 
 std::string EventBytes(int watch, const std::string& name, uint32_t length) {
     inotify_event header{};
@@ -110,13 +108,13 @@ TEST(WriteBurst, EventsThatWaitAreNoRestOfTheWriter) {
     EXPECT_TRUE(burst.Begins({begin + milliseconds(1200), begin + milliseconds(1100)}));
 }
 
-TEST(WriteBurst, AWriterThatNeverRestsIsToldAgain) {
+TEST(WriteBurst, AWriterThatNeverRestsIsReportedAgain) {
     WriteBurst burst;
-    int told = 0;
+    int reported = 0;
     for (int ms = 0; ms < 6001; ms += 50) {
-        told += burst.Begins(At(ms)) ? 1 : 0;
+        reported += burst.Begins(At(ms)) ? 1 : 0;
     }
-    EXPECT_EQ(told, 4);
+    EXPECT_EQ(reported, 4);
 }
 
 TEST(Observe, ALowerLinkCountWaits) {
@@ -124,15 +122,15 @@ TEST(Observe, ALowerLinkCountWaits) {
     known.state.links = 2;
     FileState now = known.state;
     now.links = 1;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "");
+    EXPECT_EQ(Observe(known, now, Cause::written, At(0)).attributes, "");
     EXPECT_EQ(known.linksDue, begin + linksPatience);
     now.mode = 0755;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, At(5)).attributes, "attribute oaccess=0 access=493");
+    EXPECT_EQ(Observe(known, now, Cause::written, At(5)).attributes, "attribute oaccess=0 access=493");
     EXPECT_EQ(known.linksDue, begin + linksPatience);
-    EXPECT_EQ(Observe(known, now, Occasion::linksDue, At(30)).attributes, "attribute olink=2 link=1");
+    EXPECT_EQ(Observe(known, now, Cause::linksDue, At(30)).attributes, "attribute olink=2 link=1");
     EXPECT_FALSE(known.linksDue);
     now.links = 3;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "attribute olink=1 link=3");
+    EXPECT_EQ(Observe(known, now, Cause::written, At(0)).attributes, "attribute olink=1 link=3");
 }
 
 TEST(Observe, AFileWithoutANameIsNotLookedAt) {
@@ -141,32 +139,36 @@ TEST(Observe, AFileWithoutANameIsNotLookedAt) {
     FileState now = known.state;
     now.links = 0;
     now.mode = 0755;
-    EXPECT_EQ(Observe(known, now, Occasion::changed, At(0)).attributes, "");
+    EXPECT_EQ(Observe(known, now, Cause::written, At(0)).attributes, "");
     EXPECT_EQ(known.state.links, 1U);
 }
 
-TEST(Observe, AfterALossAnyUnexplainedChangeIsAWrite) {
-    struct Case {
-        const char* name;
-        void (*change)(FileState&);
-        bool isModified;
-    };
-    for (const Case& c :
-         {Case{"nothing", [](FileState&) {}, false}, Case{"size", [](FileState& state) { ++state.size; }, true},
-          Case{"time of writing", [](FileState& state) { ++state.modifiedNs; }, true},
-          Case{"time of writing set back", [](FileState& state) { ++state.changedNs; }, true},
-          Case{"attribute",
-               [](FileState& state) {
-                   ++state.changedNs;
-                   state.mode = 0755;
-               },
-               false}}) {
-        KnownFile known;
-        known.state.links = 1;
-        FileState now = known.state;
-        c.change(now);
-        EXPECT_EQ(Observe(known, now, Occasion::loss, At(0)).isModified, c.isModified) << c.name;
-    }
+TEST(Observe, AWriteIsReportedOnceUntilTheWriterCloses) {
+    KnownFile known;
+    known.state.links = 1;
+    FileState now = known.state;
+    now.size = 1;
+    EXPECT_FALSE(Observe(known, now, Cause::written, At(0)).isModified);
+    now.size = 2;
+    EXPECT_TRUE(Observe(known, now, Cause::closed, At(1)).isModified);
+    now.size = 3;
+    EXPECT_FALSE(Observe(known, now, Cause::closed, At(2)).isModified) << "of the same burst";
+    EXPECT_FALSE(Observe(known, now, Cause::closed, At(3)).isModified) << "nothing was written";
+    now.size = 4;
+    EXPECT_TRUE(Observe(known, now, Cause::closed, At(4)).isModified);
+}
+
+TEST(QuietTime, IsLookedForUntilTheLastWriterHasRested) {
+    QuietTime quiet;
+    EXPECT_FALSE(quiet.Due());
+    quiet.Disturb(begin);
+    quiet.Disturb(begin + milliseconds(10));
+    EXPECT_EQ(quiet.Due(), begin + milliseconds(10) + WriteBurst::rest);
+    quiet.Note(begin + milliseconds(109));
+    EXPECT_EQ(quiet.At(begin + milliseconds(120)).quiet, begin + milliseconds(109));
+    EXPECT_TRUE(quiet.Due());
+    quiet.Note(begin + milliseconds(110));
+    EXPECT_FALSE(quiet.Due());
 }
 
 ChangeSide SideNamed(const std::string& name) {

@@ -1,6 +1,7 @@
 // A directory in which tests of the file monitor change paths.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@
 
 namespace TestSupport {
 
-// A directory with its own listener, whose path is left out of what is told.
+// A directory with its own listener, whose path is omitted from the reports.
 class Stage {
 public:
     std::string Path(const std::string& name) const { return dir_.Path(name); }
@@ -30,16 +31,16 @@ public:
     void MakeDirectory(const std::string& name) const { std::filesystem::create_directories(Path(name)); }
     bool Watch(const std::string& name) { return listener_.Watch(Path(name)); }
 
-    // All that was told since the last call.
-    std::vector<std::string> Told() {
+    // All that was reported since the last call.
+    std::vector<std::string> Reported() {
         EXPECT_TRUE(fence_.Pass());
-        std::vector<std::string> told = listener_.Take();
-        for (std::string& line : told) {
+        std::vector<std::string> reported = listener_.Take();
+        for (std::string& line : reported) {
             for (size_t at = line.find(dir_.Path()); at != std::string::npos; at = line.find(dir_.Path())) {
                 line.erase(at, dir_.Path().size() + 1);
             }
         }
-        return told;
+        return reported;
     }
 
 private:

@@ -1,4 +1,4 @@
-// What tests of the file monitor share.
+// Shared by the tests of the file monitor.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "agent/monitor.h"
-#include "tests/support/await_condition.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/unit/watch/moved_time.h"
 
 namespace TestSupport {
 
@@ -22,7 +22,7 @@ using TavUtils::Monitor::FileWatchRule;
 using TavUtils::Monitor::MONITOR_FILE;
 using TavUtils::Monitor::RemoveMonitor;
 
-// A callback and what it was told, as "operation path [-> other path] [detail]". Any thread.
+// A callback and the reports it got, as "operation path [-> other path] [detail]". Any thread.
 class Listener {
 public:
     Listener() : callback_(std::make_shared<FileWatchCallback>(Callback())) {}
@@ -56,19 +56,19 @@ public:
 
     std::vector<FileWatchRule>& Rules() { return rules_; }
 
-    // What was told since the last call.
+    // The reports since the last call.
     std::vector<std::string> Take() {
         const std::lock_guard lock(mutex_);
-        return std::exchange(told_, {});
+        return std::exchange(reported_, {});
     }
 
     size_t Count() const {
         const std::lock_guard lock(mutex_);
-        return told_.size();
+        return reported_.size();
     }
 
     bool AwaitCount(size_t count) const {
-        return Await([&] { return Count() >= count; });
+        return AwaitInMovedTime([&] { return Count() >= count; });
     }
 
 private:
@@ -78,12 +78,12 @@ private:
             line += other == nullptr ? "" : std::string(" -> ") + other;
             line += detail.empty() ? "" : " " + detail;
             const std::lock_guard lock(mutex_);
-            told_.push_back(line);
+            reported_.push_back(line);
         };
     }
 
     mutable std::mutex mutex_;
-    std::vector<std::string> told_;
+    std::vector<std::string> reported_;
     std::shared_ptr<FileWatchCallback> callback_;
     std::vector<FileWatchRule> rules_;
 };
@@ -94,7 +94,7 @@ class Fence {
 public:
     Fence() { listener_.Watch(inside_.Write("fence", "")); }
 
-    // Returns once all earlier changes have been told.
+    // Returns once all earlier changes have been reported.
     bool Pass() {
         std::rename(inside_.Path("fence").c_str(), outside_.Path("fence").c_str());
         const bool passed = listener_.AwaitCount(1);
@@ -110,7 +110,7 @@ private:
     Listener listener_;
 };
 
-// A rule whose callback waits: what is changed meanwhile, the monitor finds all at once.
+// A rule whose callback waits: the monitor finds all changes that are made meanwhile at once.
 class Cork {
 public:
     Cork() : file_(dir_.Write("cork", "")) {

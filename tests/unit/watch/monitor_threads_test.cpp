@@ -16,6 +16,7 @@
 namespace {
 
 using TestSupport::Await;
+using TestSupport::AwaitInMovedTime;
 using TestSupport::Fence;
 using TestSupport::FileWatchCallback;
 using TestSupport::FileWatchRule;
@@ -61,38 +62,31 @@ TEST(MonitorThread, RunsWhileThereAreRules) {
     EXPECT_TRUE(Await([] { return ThreadsNamed(threadName) == 0; }));
 }
 
+// True if the monitor's thread sleeps, and for no certain time.
+bool Rests() {
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string stat;
+        std::getline(std::ifstream(thread.path() / "stat"), stat);
+        const std::string name = "(" + std::string(threadName) + ") ";
+        if (const size_t at = stat.find(name); at != std::string::npos) {
+            return stat[at + name.size()] == 'S' && MovedClock::NearestDeadline() == Host::Clock::Time::max();
+        }
+    }
+    return false;
+}
+
 TEST(MonitorThread, SleepsWhileNothingChanges) {
     const TemporaryDirectory dir;
     Listener listener;
     Fence fence;
     ASSERT_TRUE(listener.Watch(dir.Path("missing/file")));
     ASSERT_TRUE(listener.Watch(dir.Path()));
-    const auto switches = [] {
-        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-            std::string comm;
-            std::getline(std::ifstream(thread.path() / "comm"), comm);
-            if (comm != threadName) {
-                continue;
-            }
-            std::ifstream status(thread.path() / "status");
-            for (std::string line; std::getline(status, line);) {
-                if (line.starts_with("voluntary_ctxt_switches:")) {
-                    return std::stol(line.substr(line.find(':') + 1));
-                }
-            }
-        }
-        return -1L;
-    };
     ASSERT_TRUE(fence.Pass());
-    EXPECT_GT(switches(), 0);
-    // What the fence has left may wake it a few times yet; a thread that polls never rests.
-    bool rests = false;
-    for (int attempt = 0; attempt < 10 && !rests; ++attempt) {
-        const long before = switches();
-        std::this_thread::sleep_for(std::chrono::milliseconds(400));
-        rests = switches() - before <= 1;
-    }
-    EXPECT_TRUE(rests);
+    // A writer may go on for a while after the last event.
+    EXPECT_TRUE(AwaitInMovedTime(Rests));
+    MovedClock::Advance(std::chrono::hours(1));
+    EXPECT_TRUE(Await(Rests));
+    EXPECT_EQ(listener.Count(), 0U);
 }
 
 TEST(MonitorThread, RemovalWaitsForARunningCall) {

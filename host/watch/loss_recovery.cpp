@@ -1,0 +1,115 @@
+#include "host/watch/loss_recovery.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <set>
+
+#include "host/base/log.h"
+#include "host/watch/content_changes.h"
+
+namespace Host {
+
+namespace {
+
+// A flood of events that does not end must not put the comparison off for ever.
+constexpr std::chrono::seconds longestLoss(1);
+
+// A shortage may last for a while.
+constexpr std::chrono::seconds shortagePause(1);
+
+}  // namespace
+
+void LossRecovery::Begin(Clock::Time now) {
+    due_ = std::min(due_.value_or(now), now);
+    if (lossPacer_.MayLog()) {
+        LogWarning(
+            "the kernel has dropped file events, its queue was full: the watched paths are compared with "
+            "what was known of them (see fs.inotify.max_queued_events)");
+    }
+}
+
+void LossRecovery::Recover(Clock::Time now, bool isQuiet, std::vector<Change>& changes) {
+    if (!due_ || *due_ > now || (!isQuiet && now - *due_ < longestLoss)) {
+        return;
+    }
+    due_.reset();
+    CompareRules(now, changes);
+    for (auto& [directory, entries] : state_.known.Directories()) {
+        CompareDirectory(directory, entries, now, changes);
+    }
+}
+
+void LossRecovery::CompareRules(Clock::Time now, std::vector<Change>& changes) {
+    std::set<int> compared;
+    for (auto& [handle, rule] : state_.rules) {
+        const int before = rule.file;
+        follower_.Follow(rule, Cause::pathChanged, now, changes);
+        if (rule.file >= 0 && rule.file == before && compared.insert(rule.file).second) {
+            LookAtFile(state_, rule.file, std::nullopt, Cause::eventsLost, state_.quiet.At(now), changes);
+        }
+    }
+}
+
+void LossRecovery::CompareDirectory(int directory, KnownFiles::Entries& entries, Clock::Time now,
+                                    std::vector<Change>& changes) {
+    const std::optional<std::string> path = state_.DirectoryPath(directory);
+    Listing found;
+    if (!path) {
+        return;
+    }
+    if (const int error = ListDirectory(*path, KnownFiles::mostEntries, found); error != 0) {
+        if (IsShortage(error)) {
+            due_ = now + shortagePause;
+        }
+        return;
+    }
+    CompareMissing(directory, *path, found, entries, changes);
+    for (const auto& [name, state] : found) {
+        CompareEntry({directory, name}, state, entries, now, changes);
+    }
+}
+
+void LossRecovery::CompareMissing(int directory, const std::string& path, const Listing& found,
+                                  KnownFiles::Entries& entries, std::vector<Change>& changes) {
+    for (auto entry = entries.begin(); entry != entries.end();) {
+        FileState state;
+        const bool isThere = found.contains(entry->first) || ReadFileState(JoinPath(path, entry->first), state);
+        if (isThere || (errno != ENOENT && errno != ENOTDIR)) {
+            ++entry;
+            continue;
+        }
+        const Meaning meaning = MeaningOf(entry->second.state, std::nullopt, Cause::relisted);
+        AppendEntry({directory, entry->first}, meaning.operation, {}, changes);
+        entry = entries.erase(entry);
+    }
+}
+
+void LossRecovery::CompareEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries,
+                                Clock::Time now, std::vector<Change>& changes) {
+    const auto known = entries.find(place.name);
+    const bool isKnown = known != entries.end();
+    if (isKnown && IsSameFile(known->second.state, state)) {
+        const Finding finding = Observe(known->second, state, Cause::eventsLost, state_.quiet.At(now));
+        AppendEntry(place, finding.isModified ? std::optional(FILE_MODIFIED) : std::nullopt, {}, changes);
+        AppendEntry(place, finding.attributes.empty() ? std::nullopt : std::optional(FILE_ATTRIBUTE),
+                    finding.attributes, changes);
+        return;
+    }
+    const auto before = isKnown ? std::optional(known->second.state) : std::nullopt;
+    KnownFile& entry = entries[place.name];
+    entry = KnownFile();
+    entry.state = state;
+    AppendEntry(place, MeaningOf(before, state, Cause::relisted).operation, {}, changes);
+}
+
+void LossRecovery::AppendEntry(const Place& place, std::optional<FileOperation> operation, const std::string& detail,
+                               std::vector<Change>& changes) {
+    // A name that has a rule of its own is compared by that.
+    if (operation && !state_.IsRuleName(place)) {
+        changes.push_back(
+            {.operation = *operation, .side = SideOfName(state_.rules, state_.watches, place), .detail = detail});
+    }
+}
+
+}  // namespace Host

@@ -1,0 +1,48 @@
+// Finds the changes of which the events were lost, by comparing the disk with the known state.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/log.h"
+#include "host/watch/path_follower.h"
+#include "host/watch/watch_state.h"
+
+namespace Host {
+
+// One thread at a time. Changes are appended.
+class LossRecovery {
+public:
+    // REQUIRES: state and follower outlive this.
+    LossRecovery(WatchState& state, PathFollower& follower) : state_(state), follower_(follower) {}
+
+    // The kernel has dropped events.
+    void Begin(Clock::Time now);
+
+    // When Recover has something to do.
+    std::optional<Clock::Time> Due() const { return due_; }
+
+    // Compares everything, once no event waits: changes that events have shown are then not reported again.
+    void Recover(Clock::Time now, bool isQuiet, std::vector<Change>& changes);
+
+private:
+    using Listing = std::map<std::string, FileState>;
+
+    void CompareRules(Clock::Time now, std::vector<Change>& changes);
+    void CompareDirectory(int directory, KnownFiles::Entries& entries, Clock::Time now, std::vector<Change>& changes);
+    void CompareMissing(int directory, const std::string& path, const Listing& found, KnownFiles::Entries& entries,
+                        std::vector<Change>& changes);
+    void CompareEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries, Clock::Time now,
+                      std::vector<Change>& changes);
+    void AppendEntry(const Place& place, std::optional<FileOperation> operation, const std::string& detail,
+                     std::vector<Change>& changes);
+
+    WatchState& state_;
+    PathFollower& follower_;
+    std::optional<Clock::Time> due_;
+    LogPacer lossPacer_;
+};
+
+}  // namespace Host
