@@ -2,7 +2,7 @@
 #include "host/base/log.h"
 #include "host/events/agent_library.h"
 #include "host/events/event_queue.h"
-#include "host/tasks/task_control.h"
+#include "host/tasks/task_scheduler.h"
 
 namespace {
 

@@ -1,27 +1,24 @@
 #include "host/tasks/scheduled_task.h"
 
 #include <exception>
+#include <optional>
+#include <utility>
 
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
 
 namespace Host {
 
-std::shared_ptr<ScheduledTask> ScheduledTask::Start(const TaskSchedule& schedule, void* (*entry)(void*), void* argument,
-                                                    const std::string& name) {
-    auto task = std::make_shared<ScheduledTask>(schedule, entry, argument, name);
+std::shared_ptr<ScheduledTask> ScheduledTask::Start(const TaskSchedule& schedule, Work work, const std::string& name) {
+    auto task = std::make_shared<ScheduledTask>(schedule, std::move(work), name);
     task->thread_ = std::thread([task] { task->Run(); });
     return task;
 }
 
-ScheduledTask::ScheduledTask(const TaskSchedule& schedule, void* (*entry)(void*), void* argument,
-                             const std::string& name)
-    : entry_(entry),
-      argument_(argument),
-      name_(name),
-      period_(schedule.period),
-      repeats_(schedule.repeats),
-      due_(schedule.firstRun) {}
+ScheduledTask::ScheduledTask(const TaskSchedule& schedule, Work work, const std::string& name)
+    : work_(std::move(work)), name_(name), period_(schedule.period), repeats_(schedule.repeats) {
+    state_.due = schedule.firstRun;
+}
 
 bool ScheduledTask::RunNow() {
     std::unique_lock lock(mutex_);
@@ -29,18 +26,18 @@ bool ScheduledTask::RunNow() {
         LogWarning("task %s asks for a run of itself and cannot wait for it: refused", name_.c_str());
         return false;
     }
-    if (paused_ || ended_) {
+    if (state_.isPaused || state_.isEnded) {
         return false;
     }
     const uint64_t ticket = ++asked_;
     wake_.notify_one();
-    changed_.wait(lock, [&] { return served_ >= ticket || ((paused_ || ended_) && begun_ < ticket); });
+    changed_.wait(lock, [&] { return served_ >= ticket || ((state_.isPaused || state_.isEnded) && begun_ < ticket); });
     return served_ >= ticket;
 }
 
 void ScheduledTask::Pause() {
     std::unique_lock lock(mutex_);
-    paused_ = true;
+    state_.isPaused = true;
     wake_.notify_one();
     changed_.notify_all();
     if (OnOwnThread()) {
@@ -54,7 +51,7 @@ void ScheduledTask::End() {
     bool onOwnThread = false;
     {
         const std::lock_guard lock(mutex_);
-        ended_ = true;
+        state_.isEnded = true;
         wake_.notify_one();
         changed_.notify_all();
         onOwnThread = OnOwnThread();
@@ -70,29 +67,33 @@ void ScheduledTask::Run() {
     NameThisThread(name_);
     std::unique_lock lock(mutex_);
     runner_ = std::this_thread::get_id();
-    while (!ended_) {
-        if (paused_) {
-            wake_.wait(lock);
-        } else if (scheduled_ && std::chrono::steady_clock::now() >= due_) {
-            scheduled_ = repeats_;
-            RunOnce(lock);
-            SkipMissedTicks();
-        } else if (begun_ < asked_) {
-            ++begun_;
-            RunOnce(lock);
-            ++served_;
-            // A single run that fell due meanwhile is still owed: there is no later tick to make up for it.
-            if (repeats_) {
-                SkipMissedTicks();
-            }
-        } else if (scheduled_) {
-            // A copy: the wait reads its time without the lock.
-            const auto due = due_;
-            wake_.wait_until(lock, due);
-        } else {
-            wake_.wait(lock);
+    for (TaskStep step = Next(); step.action != TaskAction::end; step = Next()) {
+        switch (step.action) {
+            case TaskAction::runOnSchedule:
+                RunOnce(lock);
+                state_.due = repeats_ ? std::optional(NextTick(*state_.due, period_, Clock::Now())) : std::nullopt;
+                break;
+            case TaskAction::runAsAsked:
+                ++begun_;
+                RunOnce(lock);
+                ++served_;
+                // A single run that fell due meanwhile is still owed: there is no later tick to make up for it.
+                if (repeats_) {
+                    state_.due = NextTick(*state_.due, period_, Clock::Now());
+                }
+                break;
+            case TaskAction::wait:
+                Clock::WaitUntil(wake_, lock, step.until, [&] { return Next() != step; });
+                break;
+            case TaskAction::end:
+                break;
         }
     }
+}
+
+TaskStep ScheduledTask::Next() {
+    state_.isAsked = begun_ < asked_;
+    return NextStep(state_, Clock::Now());
 }
 
 void ScheduledTask::RunOnce(std::unique_lock<std::mutex>& lock) {
@@ -100,7 +101,7 @@ void ScheduledTask::RunOnce(std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     // The agent outlives whatever a module throws at it.
     try {
-        entry_(argument_);
+        work_();
     } catch (const std::exception& error) {
         LogError("a run of task %s failed: %s", name_.c_str(), error.what());
     } catch (...) {
@@ -109,13 +110,6 @@ void ScheduledTask::RunOnce(std::unique_lock<std::mutex>& lock) {
     lock.lock();
     running_ = false;
     changed_.notify_all();
-}
-
-void ScheduledTask::SkipMissedTicks() {
-    const auto now = std::chrono::steady_clock::now();
-    if (scheduled_ && due_ <= now) {
-        due_ += ((now - due_) / period_ + 1) * period_;
-    }
 }
 
 bool ScheduledTask::OnOwnThread() const {

@@ -4,16 +4,20 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "host/base/clock.h"
+#include "host/tasks/task_step.h"
+
 namespace Host {
 
-// When a task runs, on the clock that steps of the wall clock do not move.
+// When a task runs, on the clock that setting the date does not change.
 struct TaskSchedule {
-    std::chrono::steady_clock::time_point firstRun;
+    Clock::Time firstRun;
     std::chrono::milliseconds period;  // more than 0 if repeats
     bool repeats;
 };
@@ -21,12 +25,13 @@ struct TaskSchedule {
 // All operations may be called from any thread, the task's own among them.
 class ScheduledTask {
 public:
-    // Starts the task's thread. The thread keeps the record alive until it ends. Throws std::system_error when the
-    // system gives no thread. REQUIRES: End() is called before the last reference outside goes away.
-    static std::shared_ptr<ScheduledTask> Start(const TaskSchedule& schedule, void* (*entry)(void*), void* argument,
-                                                const std::string& name);
+    using Work = std::function<void()>;
 
-    ScheduledTask(const TaskSchedule& schedule, void* (*entry)(void*), void* argument, const std::string& name);
+    // Starts the task's thread, which keeps the record alive until it ends. Throws std::system_error when the system
+    // gives no thread. REQUIRES: End() is called before the last reference outside goes away.
+    static std::shared_ptr<ScheduledTask> Start(const TaskSchedule& schedule, Work work, const std::string& name);
+
+    ScheduledTask(const TaskSchedule& schedule, Work work, const std::string& name);
     ScheduledTask(const ScheduledTask&) = delete;
     ScheduledTask& operator=(const ScheduledTask&) = delete;
 
@@ -36,34 +41,30 @@ public:
     // begins, and for the task itself.
     bool RunNow();
 
-    // Lets no further run start and waits for the end of the present one, which the task itself cannot.
+    // Lets no further run start and waits for the end of the present one. A call by the task itself does not wait.
     void Pause();
 
-    // Ends the thread after the present run and waits for it, which the task itself cannot: its thread then ends alone.
+    // Ends the thread after the present run and waits for it. A call by the task itself does not wait.
     // REQUIRES: called once.
     void End();
 
 private:
     void Run();
+    TaskStep Next();
     void RunOnce(std::unique_lock<std::mutex>& lock);
-    void SkipMissedTicks();
     bool OnOwnThread() const;
 
-    void* (*const entry_)(void*);
-    void* const argument_;
+    const Work work_;
     const std::string name_;
     const std::chrono::milliseconds period_;
     const bool repeats_;
-    std::thread thread_;  // touched by Start and End alone
+    std::thread thread_;  // only Start and End use it
 
     std::mutex mutex_;  // for all below
     std::condition_variable wake_;
     std::condition_variable changed_;
     std::thread::id runner_;
-    std::chrono::steady_clock::time_point due_;
-    bool scheduled_ = true;  // due_ holds
-    bool paused_ = false;
-    bool ended_ = false;
+    TaskState state_;  // isAsked follows from the counts below
     bool running_ = false;
     uint64_t asked_ = 0;  // runs outside the schedule: wanted, begun, done
     uint64_t begun_ = 0;

@@ -1,36 +1,11 @@
 #include "host/tasks/task_scheduler.h"
 
-#include <algorithm>
-#include <chrono>
 #include <system_error>
 #include <utility>
 
 #include "host/base/log.h"
 
 namespace Host {
-
-namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-using std::chrono::system_clock;
-
-// Nearly a century: as good as never, and far from where the clock's nanoseconds overflow.
-constexpr uint64_t longestMs = uint64_t{36500} * 24 * 3600 * 1000;
-
-milliseconds Capped(uint64_t ms) {
-    return milliseconds(static_cast<int64_t>(std::min(ms, longestMs)));
-}
-
-// Converted once, so that the wall clock may step afterwards without moving the task.
-steady_clock::time_point OnSteadyClock(uint64_t epochMs) {
-    const auto steadyNow = steady_clock::now();
-    const auto sinceEpoch = std::chrono::duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-    const uint64_t nowMs = sinceEpoch > 0 ? static_cast<uint64_t>(sinceEpoch) : 0;
-    return epochMs > nowMs ? steadyNow + Capped(epochMs - nowMs) : steadyNow;
-}
-
-}  // namespace
 
 TaskScheduler& TaskScheduler::Instance() {
     static auto* const scheduler = new TaskScheduler;
@@ -43,18 +18,9 @@ TaskScheduler::~TaskScheduler() {
     }
 }
 
-unsigned int TaskScheduler::Register(TavUtils::TASKTYPE type, const TavUtils::TASK_CONDITION& condition,
-                                     void* (*entry)(void*), void* argument, const std::string& name) {
-    const bool repeats = type == TavUtils::TASK_REPEAT;
-    if (entry == nullptr || condition.enabled == 0 || (repeats && condition.periodMs == 0) ||
-        (!repeats && type != TavUtils::TASK_ONCE)) {
-        LogError("task %s is refused: it has no entry, is not enabled, has no period or is of unknown type %d",
-                 name.c_str(), static_cast<int>(type));
-        return 0;
-    }
-    const TaskSchedule schedule{OnSteadyClock(condition.firstRunMs), Capped(condition.periodMs), repeats};
+unsigned int TaskScheduler::Register(const TaskSchedule& schedule, ScheduledTask::Work work, const std::string& name) {
     try {
-        auto task = ScheduledTask::Start(schedule, entry, argument, name);
+        auto task = ScheduledTask::Start(schedule, std::move(work), name);
         const std::lock_guard lock(mutex_);
         const unsigned int id = NextId();
         tasks_.emplace(id, std::move(task));
@@ -110,6 +76,10 @@ unsigned int TaskScheduler::NextId() {
         ++lastId_;
     } while (lastId_ == 0 || tasks_.contains(lastId_));
     return lastId_;
+}
+
+bool RunTaskNow(const std::string& name) {
+    return TaskScheduler::Instance().RunNow(name);
 }
 
 }  // namespace Host

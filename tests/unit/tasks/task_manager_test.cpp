@@ -7,22 +7,26 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
-#include "host/tasks/task_control.h"
+#include "host/tasks/task_scheduler.h"
 #include "tests/support/await_condition.h"
 #include "tests/support/emulation.h"
+#include "tests/support/moved_clock.h"
 #include "tests/unit/tasks/task_support.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
+using namespace std::chrono_literals;
+using Host::Clock::Now;
+using Host::Clock::Time;
 using TavUtils::TASK_CONDITION;
 using TavUtils::TASK_ONCE;
 using TavUtils::TASK_REPEAT;
@@ -77,20 +81,40 @@ TEST(TaskManager, RunsAtOnceWhenTheFirstRunHasPassed) {
 
 TEST(TaskManager, DoesNotRunBeforeTheFirstRun) {
     Runs runs;
-    // The manager reads both clocks later than this test and rounds to milliseconds.
-    const auto earliest = steady_clock::now() + milliseconds(118);
-    const uint64_t firstRunMs = EpochMs() + 120;
-    const Registered task(Manager().RegisterTask(TASK_REPEAT, Condition(firstRunMs, hourMs), Record, &runs, "later"));
-    ASSERT_TRUE(Await([&] { return runs.count == 1; }));
-    EXPECT_GE(runs.starts.front(), earliest);
+    const Time due = Now() + 120ms;
+    const Registered task(
+        Manager().RegisterTask(TASK_REPEAT, Condition(EpochMs() + 120, hourMs), Record, &runs, "later"));
+    ASSERT_TRUE(MovedClock::AwaitDeadline(due));
+    MovedClock::Advance(119ms);
+    EXPECT_TRUE(MovedClock::AwaitDeadline(due));
+    EXPECT_EQ(runs.count, 0);
+    MovedClock::Advance(1ms);
+    EXPECT_TRUE(Await([&] { return runs.count == 1; }));
+}
+
+TEST(TaskManager, SettingTheDateMovesNoTask) {
+    Runs runs;
+    const Time due = Now() + 1s;
+    const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 1000, 0), Record, &runs, "date"));
+    ASSERT_TRUE(MovedClock::AwaitDeadline(due));
+    MovedClock::SetWallTime(MovedClock::firstWallTime + 24h);
+    EXPECT_EQ(MovedClock::NearestDeadline(), due);
+    MovedClock::SetWallTime(MovedClock::firstWallTime - 24h);
+    MovedClock::Advance(1s);
+    EXPECT_TRUE(Await([&] { return runs.count == 1; }));
 }
 
 TEST(TaskManager, RepeatsAtItsPeriod) {
     Runs runs;
+    const Time begin = Now();
     const Registered task(Manager().RegisterTask(TASK_REPEAT, Condition(0, 30), Record, &runs, "repeat"));
-    ASSERT_TRUE(Await([&] { return runs.count >= 4; }));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(MovedClock::AwaitDeadline(Now() + 30ms));
+        MovedClock::Advance(30ms);
+    }
+    ASSERT_TRUE(Await([&] { return runs.count == 4; }));
     const std::lock_guard lock(runs.mutex);
-    EXPECT_GE(runs.starts[3] - runs.starts[0], milliseconds(60));
+    EXPECT_THAT(runs.starts, testing::ElementsAre(begin, begin + 30ms, begin + 60ms, begin + 90ms));
 }
 
 TEST(TaskManager, OnceRunsOnceAndStaysRegistered) {
@@ -115,47 +139,57 @@ TEST(TaskManager, NamesTheThreadWithTheFirstFifteenBytes) {
 TEST(TaskManager, SkipsTicksDuringALongRunAndKeepsToTheGrid) {
     Runs runs;
     runs.released = false;
-    const auto before = steady_clock::now();
+    const Time begin = Now();
     const Registered task(Manager().RegisterTask(TASK_REPEAT, Condition(0, 100), Record, &runs, "grid"));
-    std::this_thread::sleep_until(before + milliseconds(350));
-    EXPECT_EQ(runs.count, 1);
+    ASSERT_TRUE(Await([&] { return runs.inside == 1; }));
+    MovedClock::Advance(350ms);
     runs.released = true;
-    ASSERT_TRUE(Await([&] { return runs.count >= 2; }));
+    // The ticks at 100, 200 and 300 are skipped.
+    ASSERT_TRUE(MovedClock::AwaitDeadline(begin + 400ms));
+    MovedClock::Advance(50ms);
+    ASSERT_TRUE(Await([&] { return runs.count == 2; }));
     const std::lock_guard lock(runs.mutex);
-    // Ticks at 100, 200 and 300 are gone; a missed one made up for would start at 350.
-    EXPECT_GE(runs.starts[1] - before, milliseconds(400));
+    EXPECT_THAT(runs.starts, testing::ElementsAre(begin, begin + 400ms));
     EXPECT_EQ(runs.overlaps, 0);
 }
 
-void* TakeFiftyMs(void* argument) {
-    auto& runs = *static_cast<Runs*>(argument);
-    ++runs.inside;
-    ++runs.count;
-    std::this_thread::sleep_for(milliseconds(50));
-    --runs.inside;
-    return nullptr;
+// Calls end while the task runs, and lets the run end once the task takes no more.
+void EndDuringARun(Runs& runs, const char* name, const std::function<void()>& end) {
+    std::atomic<bool> returned = false;
+    std::thread ending([&] {
+        end();
+        returned = true;
+    });
+    // Returns once the task is about to end; until then it waits for its turn.
+    EXPECT_FALSE(Host::RunTaskNow(name));
+    EXPECT_EQ(runs.inside, 1);
+    EXPECT_FALSE(returned);
+    runs.released = true;
+    ending.join();
+    EXPECT_EQ(runs.inside, 0);
 }
 
 TEST(TaskManager, PauseWaitsForTheRunAndNoneFollows) {
     Runs runs;
-    const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), TakeFiftyMs, &runs, "pause");
+    runs.released = false;
+    const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), Record, &runs, "pause");
     const Registered task(id);
     ASSERT_TRUE(Await([&] { return runs.inside == 1; }));
-    Manager().PauseAndWaitForEnd(id);
-    EXPECT_EQ(runs.inside, 0);
-    const int count = runs.count;
+    EndDuringARun(runs, "pause", [id] { Manager().PauseAndWaitForEnd(id); });
+    EXPECT_TRUE(MovedClock::AwaitDeadline(std::nullopt));
+    EXPECT_EQ(MovedClock::NearestDeadline(), Time::max());
+    MovedClock::Advance(1h);
     EXPECT_FALSE(Host::RunTaskNow("pause"));
-    std::this_thread::sleep_for(milliseconds(30));
-    EXPECT_EQ(runs.count, count);
     Manager().PauseAndWaitForEnd(id);
+    EXPECT_EQ(runs.count, 1);
 }
 
 TEST(TaskManager, UnregisterWaitsForTheRunAndEndsTheThread) {
     Runs runs;
-    const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), TakeFiftyMs, &runs, "unregister");
+    runs.released = false;
+    const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), Record, &runs, "unregister");
     ASSERT_TRUE(Await([&] { return runs.inside == 1; }));
-    Manager().UnregisterTask(id);
-    EXPECT_EQ(runs.inside, 0);
+    EndDuringARun(runs, "unregister", [id] { Manager().UnregisterTask(id); });
     EXPECT_TRUE(Await([] { return ThreadsNamed("unregister") == 0; }));
     Manager().UnregisterTask(id);
 }
@@ -227,7 +261,12 @@ TEST(TaskManager, AnExceptionIsLoggedAndTheTaskGoesOn) {
         testing::internal::CaptureStderr();
         {
             const Registered task(Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), row.entry, &runs, "thrower"));
-            EXPECT_TRUE(Await([&] { return runs.count >= 3; }));
+            for (int i = 1; i < 3; ++i) {
+                ASSERT_TRUE(MovedClock::AwaitDeadline(Now() + 1ms));
+                EXPECT_EQ(runs.count, i);
+                MovedClock::Advance(1ms);
+            }
+            EXPECT_TRUE(Await([&] { return runs.count == 3; }));
         }
         const std::string log = testing::internal::GetCapturedStderr();
         EXPECT_THAT(log, testing::HasSubstr("thrower"));
@@ -249,18 +288,19 @@ TEST(TaskManager, IdsAreNotReused) {
 }
 
 TEST(TaskManager, AllOperationsMayRace) {
-    std::atomic<bool> enough = false;
+    constexpr int rounds = 100;
+    std::atomic<int> owners = 3;
     std::atomic<int> lateRuns = 0;
     std::atomic<int> overlaps = 0;
     std::atomic<unsigned int> latest = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = owners; i > 0; --i) {
         threads.emplace_back([&] {
-            while (!enough) {
+            for (int round = 0; round < rounds; ++round) {
                 Runs runs;
                 const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), Record, &runs, "race");
                 latest = id;
-                Await([&] { return runs.count > 0 || enough; });
+                MovedClock::Advance(1ms);
                 Manager().PauseAndWaitForEnd(id);
                 const int count = runs.count;
                 Host::RunTaskNow("race");
@@ -268,22 +308,21 @@ TEST(TaskManager, AllOperationsMayRace) {
                 overlaps += runs.overlaps;
                 Manager().UnregisterTask(id);
             }
+            --owners;
         });
     }
-    // Others meddle with whatever task was registered last, but only the owner's record may be written by its runs, so
-    // they pause and run and leave the unregistering to the owner.
+    // The others pause and run the task that was registered last, but leave the unregistering to its owner, whose record
+    // the runs write to.
     threads.emplace_back([&] {
-        while (!enough) {
+        while (owners > 0) {
             Manager().PauseAndWaitForEnd(latest);
         }
     });
     threads.emplace_back([&] {
-        while (!enough) {
+        while (owners > 0) {
             Host::RunTaskNow("race");
         }
     });
-    std::this_thread::sleep_for(milliseconds(300));
-    enough = true;
     for (std::thread& thread : threads) {
         thread.join();
     }

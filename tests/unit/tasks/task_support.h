@@ -1,6 +1,7 @@
 // Tasks whose runs tests can watch and hold.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <array>
@@ -9,16 +10,14 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "agent/task_manager.h"
+#include "host/base/clock.h"
+#include "tests/support/await_condition.h"
 
 namespace TestSupport {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-using std::chrono::system_clock;
 using TavUtils::TASK_CONDITION;
 using TavUtils::TaskManager;
 
@@ -26,7 +25,7 @@ inline constexpr uint64_t hourMs = 3600 * 1000;
 
 inline uint64_t EpochMs() {
     return static_cast<uint64_t>(
-        std::chrono::duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
+        std::chrono::duration_cast<std::chrono::milliseconds>(Host::Clock::WallTime().time_since_epoch()).count());
 }
 
 inline TASK_CONDITION Condition(uint64_t firstRunMs, uint64_t periodMs) {
@@ -41,10 +40,10 @@ inline TaskManager& Manager() {
     return TaskManager::GetInstance();
 }
 
-// What the runs of one task leave behind.
+// Record of the runs of one task.
 struct Runs {
     std::mutex mutex;
-    std::vector<steady_clock::time_point> starts;
+    std::vector<Host::Clock::Time> starts;
     std::string threadName;
     std::atomic<int> count = 0;
     std::atomic<int> inside = 0;
@@ -61,15 +60,13 @@ inline void* Record(void* argument) {
     }
     {
         const std::lock_guard lock(runs.mutex);
-        runs.starts.push_back(steady_clock::now());
+        runs.starts.push_back(Host::Clock::Now());
         std::array<char, 16> name{};
         pthread_getname_np(pthread_self(), name.data(), name.size());
         runs.threadName = name.data();
     }
     ++runs.count;
-    while (!runs.released) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
+    EXPECT_TRUE(Await([&] { return runs.released.load(); }));
     --runs.inside;
     return nullptr;
 }

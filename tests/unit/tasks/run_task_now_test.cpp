@@ -1,17 +1,17 @@
-#include "host/tasks/task_control.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <mutex>
 #include <thread>
 
+#include "host/tasks/task_scheduler.h"
 #include "tests/support/await_condition.h"
+#include "tests/support/moved_clock.h"
 #include "tests/unit/tasks/task_support.h"
 
 namespace {
 
-using std::chrono::milliseconds;
+using namespace std::chrono_literals;
 using TavUtils::TASK_ONCE;
 using TavUtils::TASK_REPEAT;
 using TestSupport::Await;
@@ -23,7 +23,7 @@ using TestSupport::Record;
 using TestSupport::Registered;
 using TestSupport::Runs;
 
-TEST(TaskControl, RunNowRunsOnTheTasksThreadAndLeavesTheSchedule) {
+TEST(RunTaskNow, RunsOnTheTasksThreadAndLeavesTheSchedule) {
     Runs runs;
     const Registered task(
         Manager().RegisterTask(TASK_REPEAT, Condition(EpochMs() + hourMs, hourMs), Record, &runs, "run-now"));
@@ -36,37 +36,37 @@ TEST(TaskControl, RunNowRunsOnTheTasksThreadAndLeavesTheSchedule) {
     EXPECT_EQ(runs.threadName, "run-now");
 }
 
-TEST(TaskControl, RunNowOfAnUnknownNameIsFalse) {
+TEST(RunTaskNow, IsFalseForAnUnknownName) {
     EXPECT_FALSE(Host::RunTaskNow("no such task"));
 }
 
-TEST(TaskControl, RunNowWaitsForTheRunInProgressAndRunsAnew) {
+TEST(RunTaskNow, WaitsForTheRunInProgressAndRunsAgain) {
     Runs runs;
     runs.released = false;
     const Registered task(Manager().RegisterTask(TASK_REPEAT, Condition(0, hourMs), Record, &runs, "busy"));
     ASSERT_TRUE(Await([&] { return runs.inside == 1; }));
     std::thread release([&] {
-        std::this_thread::sleep_for(milliseconds(20));
+        EXPECT_TRUE(Await([&] { return runs.asked.load(); }));
         runs.released = true;
     });
+    runs.asked = true;
     EXPECT_TRUE(Host::RunTaskNow("busy"));
+    release.join();
     EXPECT_EQ(runs.count, 2);
     EXPECT_EQ(runs.overlaps, 0);
-    release.join();
 }
 
-TEST(TaskControl, RunNowLeavesTheOnlyRunOfAOnceTaskOwed) {
+TEST(RunTaskNow, LeavesTheOnlyRunOfAOnceTaskOwed) {
     Runs runs;
     runs.released = false;
-    const uint64_t firstRunMs = EpochMs() + 100;
-    const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(firstRunMs, 0), Record, &runs, "owed"));
-    std::thread release([&] {
-        Await([&] { return EpochMs() > firstRunMs + 20; });
-        runs.released = true;
-    });
-    EXPECT_TRUE(Host::RunTaskNow("owed"));
+    const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 100, 0), Record, &runs, "owed"));
+    std::thread asker([] { EXPECT_TRUE(Host::RunTaskNow("owed")); });
+    EXPECT_TRUE(Await([&] { return runs.inside == 1; }));
+    // It falls due while it runs.
+    MovedClock::Advance(100ms);
+    runs.released = true;
+    asker.join();
     EXPECT_TRUE(Await([&] { return runs.count == 2; }));
-    release.join();
 }
 
 void* PauseItselfOnceAsked(void* argument) {
@@ -78,7 +78,7 @@ void* PauseItselfOnceAsked(void* argument) {
     return nullptr;
 }
 
-TEST(TaskControl, RunNowIsFalseWhenThePauseComesFirst) {
+TEST(RunTaskNow, IsFalseWhenThePauseComesFirst) {
     Runs runs;
     runs.id = Manager().RegisterTask(TASK_REPEAT, Condition(0, hourMs), PauseItselfOnceAsked, &runs, "too-late");
     const Registered task(runs.id);
@@ -94,11 +94,13 @@ void* RunItself(void* argument) {
     return nullptr;
 }
 
-TEST(TaskControl, RunNowRefusesTheTaskItself) {
+TEST(RunTaskNow, RefusesTheTaskItself) {
     Runs runs;
     const unsigned int id =
         Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 30, 0), RunItself, &runs, "run-self");
     const Registered task(id);
+    EXPECT_TRUE(MovedClock::AwaitDeadline(Host::Clock::Now() + 30ms));
+    MovedClock::Advance(30ms);
     ASSERT_TRUE(Await([&] { return runs.count == 1; }));
     EXPECT_FALSE(runs.asked);
 }
