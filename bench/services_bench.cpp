@@ -33,7 +33,7 @@ std::string TcpTable(int64_t lines) {
 void ParseConnectionTable(benchmark::State& state) {
     const std::string text = TcpTable(state.range(0));
     for (auto _ : state) {
-        std::vector<TavUtils::NetStat::NETSTAT> records;
+        std::vector<Host::Connection> records;
         benchmark::DoNotOptimize(
             Host::ParseProcNetTable(text, Host::TableFamily::ipv4, records, Host::maxTableRecords, nullptr));
         if (records.size() != static_cast<size_t>(state.range(0))) {

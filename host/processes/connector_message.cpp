@@ -1,6 +1,7 @@
 #include "host/processes/connector_message.h"
 
 #include <libmnl/libmnl.h>
+#include <linux/cn_proc.h>
 #include <linux/connector.h>
 
 #include <algorithm>
@@ -12,18 +13,40 @@ namespace Host {
 
 namespace {
 
+// Newer kernels declare the enumerators outside the record.
+using KernelEvent = decltype(proc_event::what);
+
 // Least length of a record of that kind; 0 for kinds that nobody here wants.
-size_t RequiredLength(const proc_event& event) {
-    switch (event.what) {
-        case proc_event::PROC_EVENT_NONE:
-            return offsetof(proc_event, event_data) + sizeof(event.event_data.ack);
-        case proc_event::PROC_EVENT_FORK:
-            return offsetof(proc_event, event_data) + sizeof(event.event_data.fork);
-        case proc_event::PROC_EVENT_EXEC:
-            return offsetof(proc_event, event_data) + sizeof(event.event_data.exec);
+size_t RequiredLength(const proc_event& record) {
+    switch (record.what) {
+        case KernelEvent::PROC_EVENT_NONE:
+            return offsetof(proc_event, event_data) + sizeof(record.event_data.ack);
+        case KernelEvent::PROC_EVENT_FORK:
+            return offsetof(proc_event, event_data) + sizeof(record.event_data.fork);
+        case KernelEvent::PROC_EVENT_EXEC:
+            return offsetof(proc_event, event_data) + sizeof(record.event_data.exec);
         default:
             return 0;
     }
+}
+
+// REQUIRES: record is a fork or an exec.
+ProcessEvent EventOf(const proc_event& record) {
+    ProcessEvent event;
+    event.cpu = record.cpu;
+    event.timestampNs = record.timestamp_ns;
+    if (record.what == KernelEvent::PROC_EVENT_FORK) {
+        event.kind = ProcessEvent::Kind::fork;
+        event.pid = record.event_data.fork.child_pid;
+        event.tgid = record.event_data.fork.child_tgid;
+        event.parentPid = record.event_data.fork.parent_pid;
+        event.parentTgid = record.event_data.fork.parent_tgid;
+    } else {
+        event.kind = ProcessEvent::Kind::exec;
+        event.pid = record.event_data.exec.process_pid;
+        event.tgid = record.event_data.exec.process_tgid;
+    }
+    return event;
 }
 
 // libmnl compares the length as a signed number: one beyond 2 GiB passes for small, and the walk would not end.
@@ -41,17 +64,17 @@ void ParseMessage(const char* payload, size_t size, ConnectorBatch& batch) {
         return;
     }
     // Copied, because the record lies unaligned behind its header; cleared first, because older kernels send less.
-    proc_event event{};
-    const size_t length = std::min<size_t>(message.len, sizeof(event));
-    std::memcpy(&event, payload + sizeof(message), length);
-    const size_t required = RequiredLength(event);
+    proc_event record{};
+    const size_t length = std::min<size_t>(message.len, sizeof(record));
+    std::memcpy(&record, payload + sizeof(message), length);
+    const size_t required = RequiredLength(record);
     if (required == 0 || length < required) {
         return;
     }
-    if (event.what == proc_event::PROC_EVENT_NONE) {
-        batch.acks.push_back({message.ack, event.event_data.ack.err});
+    if (record.what == KernelEvent::PROC_EVENT_NONE) {
+        batch.acks.push_back({message.ack, record.event_data.ack.err});
     } else {
-        batch.events.push_back(event);
+        batch.events.push_back(EventOf(record));
     }
 }
 

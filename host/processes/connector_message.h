@@ -1,11 +1,11 @@
 // The datagrams of the kernel's process connector.
 #pragma once
 
-#include <linux/cn_proc.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "host/processes/process_events.h"
 
 namespace Host {
 
@@ -16,7 +16,7 @@ struct ConnectorAck {
 };
 
 struct ConnectorBatch {
-    std::vector<proc_event> events;  // fork and exec, in the kernel's order
+    std::vector<ProcessEvent> events;  // fork and exec, in the kernel's order
     std::vector<ConnectorAck> acks;
 };
 

@@ -13,7 +13,7 @@ namespace Host {
 
 namespace {
 
-// Callbacks pause for half a millisecond at a time, and the usual slack of 50 us would make each pause a tenth longer.
+// Listeners pause for half a millisecond at a time, and the usual slack of 50 us would make each pause a tenth longer.
 void ShortenPausesOfThisThread() {
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
@@ -26,16 +26,16 @@ void Join(std::vector<std::thread>& threads) {
 
 }  // namespace
 
-// One callback, with its queue and its thread. A lane whose function has been removed on the lane's own thread rests
-// until somebody dismisses it or adds the function again.
+// One listener, with its queue and its thread. A lane whose listener was removed on the lane's own thread stays until
+// another thread dismisses it or the listener is added again.
 struct EventDispatcher::Lane {
-    Lane(Callback function, size_t laneNumber)
-        : callback(function), number(laneNumber), threadName("proc-events-" + std::to_string(laneNumber)) {}
+    Lane(ProcessListener its, size_t laneNumber)
+        : listener(std::move(its)), number(laneNumber), threadName("proc-events-" + std::to_string(laneNumber)) {}
 
-    size_t Take(const std::vector<proc_event>& events);
+    size_t Take(const std::vector<ProcessEvent>& events);
     const Lane* Awaited() const;
 
-    const Callback callback;
+    const ProcessListener listener;
     const size_t number;
     const std::string threadName;
     LogPacer overflowPacer;
@@ -43,8 +43,8 @@ struct EventDispatcher::Lane {
     std::thread thread;
     std::thread::id runner;
     std::condition_variable wake;
-    std::deque<proc_event> queue;
-    size_t times = 0;  // how often the function is registered
+    std::deque<ProcessEvent> queue;
+    size_t times = 0;  // how often the listener is registered
     bool calling = false;
     bool dismissed = false;  // the thread is to end
     uint64_t callsEnded = 0;
@@ -53,8 +53,8 @@ struct EventDispatcher::Lane {
     uint64_t awaitedCall = 0;
 };
 
-// Queues each event as often as the function is registered. Returns how many calls did not fit.
-size_t EventDispatcher::Lane::Take(const std::vector<proc_event>& events) {
+// Queues each event as often as the listener is registered. Returns how many calls did not fit.
+size_t EventDispatcher::Lane::Take(const std::vector<ProcessEvent>& events) {
     const size_t wanted = events.size() * times;
     const size_t fitting = std::min(wanted, capacity - queue.size());
     for (size_t i = 0; i < fitting; ++i) {
@@ -107,11 +107,11 @@ void EventDispatcher::Stop() {
     }
 }
 
-void EventDispatcher::Add(Callback callback) {
+void EventDispatcher::Add(const ProcessListener& listener) {
     const std::lock_guard lock(mutex_);
-    LaneHandle lane = Find(callback);
+    LaneHandle lane = Find(listener.code);
     if (lane == nullptr) {
-        lane = Create(callback);
+        lane = Create(listener);
     }
     ++lane->times;
     changed_.notify_all();
@@ -120,9 +120,9 @@ void EventDispatcher::Add(Callback callback) {
     }
 }
 
-void EventDispatcher::Remove(Callback callback) {
+void EventDispatcher::Remove(uintptr_t code) {
     std::unique_lock lock(mutex_);
-    if (const LaneHandle lane = Find(callback)) {
+    if (const LaneHandle lane = Find(code)) {
         lane->times = 0;
         lane->queue.clear();
         AwaitCallEnd(lane, lock);
@@ -132,12 +132,12 @@ void EventDispatcher::Remove(Callback callback) {
     Join(threads);
 }
 
-bool EventDispatcher::HasCallbacks() const {
+bool EventDispatcher::HasListeners() const {
     const std::lock_guard lock(mutex_);
     return IsAnyRegistered();
 }
 
-bool EventDispatcher::Idle() const {
+bool EventDispatcher::IsIdle() const {
     const std::lock_guard lock(mutex_);
     return !IsAnyRegistered() && !IsAnyCalled();
 }
@@ -152,20 +152,21 @@ bool EventDispatcher::OnOwnThread() const {
     return OwnLane() != nullptr;
 }
 
-std::vector<EventDispatcher::Laggard> EventDispatcher::Push(const std::vector<proc_event>& events) {
+std::vector<EventDispatcher::Laggard> EventDispatcher::Push(const std::vector<ProcessEvent>& events) {
     std::vector<Laggard> laggards;
     const std::lock_guard lock(mutex_);
     for (const LaneHandle& lane : lanes_) {
         const size_t missed = lane->times == 0 ? 0 : lane->Take(events);
         overflowed_ += missed;
         if (missed != 0 && lane->overflowPacer.MayLog()) {
-            laggards.push_back({lane->callback, lane->threadName, lane->overflowed, lane->queue.front().timestamp_ns});
+            laggards.push_back(
+                {lane->listener.code, lane->threadName, lane->overflowed, lane->queue.front().timestampNs});
         }
     }
     return laggards;
 }
 
-EventDispatcher::Counters EventDispatcher::Count() const {
+EventDispatcher::Counters EventDispatcher::GetCounters() const {
     const std::lock_guard lock(mutex_);
     uint64_t queued = 0;
     for (const LaneHandle& lane : lanes_) {
@@ -186,11 +187,11 @@ void EventDispatcher::Run(Lane& lane) {
             lane.runner = std::thread::id();
             return;
         }
-        const proc_event event = lane.queue.front();
+        const ProcessEvent event = lane.queue.front();
         lane.queue.pop_front();
         lane.calling = true;
         lock.unlock();
-        Call(lane.callback, event);
+        Call(lane.listener, event);
         lock.lock();
         lane.calling = false;
         ++lane.callsEnded;
@@ -199,10 +200,10 @@ void EventDispatcher::Run(Lane& lane) {
     }
 }
 
-void EventDispatcher::Call(Callback callback, proc_event event) {
+void EventDispatcher::Call(const ProcessListener& listener, const ProcessEvent& event) {
     // The agent outlives whatever a module throws at it.
     try {
-        callback(&event);
+        listener.call(event);
     } catch (const std::exception& error) {
         if (failures_.MayLog()) {
             LogError("a callback for process events failed: %s", error.what());
@@ -245,11 +246,11 @@ void EventDispatcher::AwaitCallEnd(const LaneHandle& lane, std::unique_lock<std:
     }
     const LaneHandle own = OwnLane();
     if (own == nullptr) {
-        // By number: somebody may add the function again meanwhile, and then it runs again.
+        // By number: the listener may be added and called again meanwhile.
         changed_.wait(lock, [&, ended = lane->callsEnded] { return lane->callsEnded != ended; });
         return;
     }
-    // Callbacks that remove each other at the same time would wait for each other for ever.
+    // Listeners that remove each other at the same time would wait for each other for ever.
     for (const Lane* each = lane.get(); each != nullptr; each = each->Awaited()) {
         if (each == own.get()) {
             return;
@@ -261,19 +262,19 @@ void EventDispatcher::AwaitCallEnd(const LaneHandle& lane, std::unique_lock<std:
     own->awaited.reset();
 }
 
-EventDispatcher::LaneHandle EventDispatcher::Find(Callback callback) const {
+EventDispatcher::LaneHandle EventDispatcher::Find(uintptr_t code) const {
     const auto found =
-        std::find_if(lanes_.begin(), lanes_.end(), [&](const LaneHandle& lane) { return lane->callback == callback; });
+        std::find_if(lanes_.begin(), lanes_.end(), [&](const LaneHandle& lane) { return lane->listener.code == code; });
     return found == lanes_.end() ? nullptr : *found;
 }
 
-EventDispatcher::LaneHandle EventDispatcher::Create(Callback callback) {
+EventDispatcher::LaneHandle EventDispatcher::Create(const ProcessListener& listener) {
     // The lowest free number, so that threads are called the same after each start of the module.
     size_t number = 1;
     while (std::any_of(lanes_.begin(), lanes_.end(), [&](const LaneHandle& lane) { return lane->number == number; })) {
         ++number;
     }
-    lanes_.push_back(std::make_shared<Lane>(callback, number));
+    lanes_.push_back(std::make_shared<Lane>(listener, number));
     return lanes_.back();
 }
 

@@ -3,11 +3,13 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -17,8 +19,6 @@
 namespace Host {
 
 namespace {
-
-using TavUtils::NetStat::NETSTAT;
 
 // The whole of field is one unsigned number of that base.
 template <typename Number>
@@ -69,7 +69,7 @@ bool ParseEndpoint(std::string_view field, TableFamily family, std::string& ip, 
 }
 
 // "0: local remote state queues timer retransmits uid timeout inode ...". Malformed lines leave a record half filled.
-bool ParseLine(std::string_view line, TableFamily family, NETSTAT& record) {
+bool ParseLine(std::string_view line, TableFamily family, Connection& record) {
     std::string_view slot = TakeField(line);
     uint64_t slotNumber = 0;
     if (slot.empty() || slot.back() != ':' || !ParseNumber(slot.substr(0, slot.size() - 1), 10, slotNumber)) {
@@ -95,7 +95,7 @@ bool Stopped(const bool* stop) {
     return stop != nullptr && std::atomic_ref<bool>(*const_cast<bool*>(stop)).load(std::memory_order_relaxed);
 }
 
-void SayThatTheTableIsCut(const char* path) {
+void WarnOfCutTable(const char* path) {
     static LogPacer pacer;
     if (pacer.MayLog()) {
         LogWarning("%s holds more than %zu connections: those beyond are not seen", path, maxTableRecords);
@@ -104,7 +104,7 @@ void SayThatTheTableIsCut(const char* path) {
 
 }  // namespace
 
-size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<NETSTAT>& records, size_t limit,
+size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<Connection>& records, size_t limit,
                          const bool* stop) {
     constexpr unsigned int linesBetweenLooks = 256;
     unsigned int lines = 0;
@@ -117,7 +117,7 @@ size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<
         if (end == std::string_view::npos) {
             break;
         }
-        NETSTAT record{};
+        Connection record{};
         if (ParseLine(text.substr(position, end - position), family, record)) {
             records.push_back(std::move(record));
         }
@@ -126,36 +126,35 @@ size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<
     return position;
 }
 
-bool ReadProcNetTable(const char* path, TableFamily family, std::vector<NETSTAT>& records, const bool* stop) {
+bool ReadProcNetTable(const char* path, TableFamily family, const std::function<void(Connection&&)>& take,
+                      const bool* stop) {
     const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file.IsOpen()) {
         return false;
     }
-    // In pieces: the text of a busy host's table is several times as large as what is kept of it.
+    // In pieces: the text of a busy host's table is several times as large as the records.
     std::string buffer(size_t{1} << 16, '\0');
-    const size_t before = records.size();
-    const size_t limit = before + maxTableRecords;
+    std::vector<Connection> records;
+    size_t left = maxTableRecords;
     size_t filled = 0;
     while (!Stopped(stop)) {
         const ssize_t count = file.Read(buffer.data() + filled, buffer.size() - filled);
-        if (count < 0) {
-            records.resize(before);
-            return false;
-        }
-        if (count == 0) {
-            break;
+        if (count <= 0) {
+            return count == 0;
         }
         filled += static_cast<size_t>(count);
-        const size_t consumed =
-            ParseProcNetTable(std::string_view(buffer.data(), filled), family, records, limit, stop);
-        if (records.size() >= limit) {
-            SayThatTheTableIsCut(path);
+        records.clear();
+        const size_t consumed = ParseProcNetTable(std::string_view(buffer.data(), filled), family, records, left, stop);
+        std::for_each(std::make_move_iterator(records.begin()), std::make_move_iterator(records.end()), take);
+        left -= records.size();
+        if (left == 0) {
+            WarnOfCutTable(path);
             break;
         }
         filled -= consumed;
         std::memmove(buffer.data(), buffer.data() + consumed, filled);
         if (filled == buffer.size()) {
-            // No table has a line as long as the buffer; its head goes, and its tail will be malformed.
+            // No table has a line as long as the buffer: its beginning is dropped, and its end will be malformed.
             filled = 0;
         }
     }

@@ -1,30 +1,39 @@
-// The kernel's text of a connection table, /proc/net/tcp and its kin.
+// The kernel's text of a connection table: /proc/net/tcp, tcp6, udp.
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
-
-#include "agent/net_stat.h"
 
 namespace Host {
 
 // AF_INET or AF_INET6: which addresses the table holds.
 enum class TableFamily { ipv4, ipv6 };
 
-// Most records that one reading appends; what a host has beyond is left out, so that no number of sockets exhausts the
-// agent's memory.
+// Most connections of one reading; the rest is omitted, so that no number of sockets exhausts the agent's memory.
 inline constexpr size_t maxTableRecords = size_t{1} << 20;
 
-// Appends one record per well-formed line of text and returns how many bytes it has consumed. Whatever follows the last
-// line end is an unfinished line and stays unconsumed. The header counts as malformed. Ends early once stop, which may
-// be null, reads true, or once records holds limit records. Any thread.
-size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<TavUtils::NetStat::NETSTAT>& records,
-                         size_t limit, const bool* stop);
+// One line of a table.
+struct Connection {
+    std::string localIp;   // as inet_ntop writes it
+    std::string remoteIp;  // likewise
+    unsigned short localPort = 0;
+    unsigned short remotePort = 0;
+    unsigned char state = 0;  // as the table gives it
+    unsigned long inode = 0;
+};
 
-// Appends the records of the table at path. False, with records as they were, if it cannot be read. stop may be null;
-// once it reads true the reading ends early. Any thread.
-bool ReadProcNetTable(const char* path, TableFamily family, std::vector<TavUtils::NetStat::NETSTAT>& records,
+// Appends one record per well-formed line of text and returns how many bytes it has consumed. Bytes after the last line
+// end are an unfinished line and stay unconsumed. The header counts as malformed. Ends early once stop, which may be
+// null, reads true, or once records holds limit records. Any thread.
+size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<Connection>& records, size_t limit,
+                         const bool* stop);
+
+// Calls take for each connection of the table at path, in the table's order. False if the table cannot be read; some
+// may have been taken before. stop may be null; once it reads true the reading ends early. Any thread.
+bool ReadProcNetTable(const char* path, TableFamily family, const std::function<void(Connection&&)>& take,
                       const bool* stop);
 
 }  // namespace Host

@@ -2,9 +2,9 @@
 
 #include <arpa/inet.h>
 #include <libmnl/libmnl.h>
+#include <linux/cn_proc.h>
 #include <linux/connector.h>
 #include <linux/filter.h>
-#include <poll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
@@ -13,14 +13,16 @@
 #include <chrono>
 #include <cstring>
 
+#include "host/base/clock.h"
+
 namespace Host {
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
+// Newer kernels declare the enumerators outside the record.
+using KernelEvent = decltype(proc_event::what);
 
-constexpr milliseconds ackPatience(500);
+constexpr std::chrono::milliseconds ackPatience(500);
 
 std::string Failure(const char* what, int error) {
     return std::string(what) + ": " + std::strerror(error);
@@ -43,9 +45,9 @@ bool AttachFilter(int fd) {
     // The load turns network order into host order; the kernel writes the field in host order.
     const std::array<sock_filter, 6> program{{
         {BPF_LD | BPF_W | BPF_ABS, 0, 0, whatOffset},
-        {BPF_JMP | BPF_JEQ | BPF_K, 3, 0, htonl(proc_event::PROC_EVENT_FORK)},
-        {BPF_JMP | BPF_JEQ | BPF_K, 2, 0, htonl(proc_event::PROC_EVENT_EXEC)},
-        {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, htonl(proc_event::PROC_EVENT_NONE)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 3, 0, htonl(KernelEvent::PROC_EVENT_FORK)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 2, 0, htonl(KernelEvent::PROC_EVENT_EXEC)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, htonl(KernelEvent::PROC_EVENT_NONE)},
         {BPF_RET | BPF_K, 0, 0, 0},
         {BPF_RET | BPF_K, 0, 0, everything},
     }};
@@ -57,7 +59,7 @@ bool AttachFilter(int fd) {
 uint32_t UnlikelyNumber() {
     uint32_t number = 0;
     if (getrandom(&number, sizeof(number), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(number))) {
-        number = static_cast<uint32_t>(steady_clock::now().time_since_epoch().count());
+        number = static_cast<uint32_t>(Clock::Now().time_since_epoch().count());
     }
     return number;
 }
@@ -99,9 +101,10 @@ std::string ProcessConnector::Prepare() {
 }
 
 std::string ProcessConnector::AwaitAck(uint32_t number) {
-    const auto deadline = steady_clock::now() + ackPatience;
-    ConnectorBatch batch;
-    for (;;) {
+    const Clock::Time deadline = Clock::Now() + ackPatience;
+    pollfd waiting{Descriptor(), POLLIN, 0};
+    do {
+        ConnectorBatch batch;
         const Received received = Receive(batch);
         if (received.error != 0) {
             return Failure("the process connector cannot be read", received.error);
@@ -113,18 +116,9 @@ std::string ProcessConnector::AwaitAck(uint32_t number) {
                            : Failure("the kernel refuses to send process events", static_cast<int>(ack.error));
             }
         }
-        batch.acks.clear();
-        batch.events.clear();
-        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
-        if (left <= milliseconds::zero()) {
-            return "the kernel does not answer the request for process events (it ignores those from outside the "
-                   "initial "
-                   "PID and user namespaces and those without CAP_NET_ADMIN, and all if built without "
-                   "CONFIG_PROC_EVENTS)";
-        }
-        pollfd waiting{mnl_socket_get_fd(socket_), POLLIN, 0};
-        poll(&waiting, 1, static_cast<int>(left.count()));
-    }
+    } while (Clock::Poll({&waiting, 1}, deadline) > 0);
+    return "the kernel does not answer the request for process events (it ignores those from outside the initial PID "
+           "and user namespaces and those without CAP_NET_ADMIN, and all if built without CONFIG_PROC_EVENTS)";
 }
 
 bool ProcessConnector::Send(uint32_t operation, uint32_t ack) {
@@ -192,6 +186,11 @@ ProcessConnector::Received ProcessConnector::Receive(ConnectorBatch& batch) {
         }
     }
     return received;
+}
+
+std::string ProbeProcessEvents() {
+    ProcessConnector connector;
+    return connector.Open();
 }
 
 }  // namespace Host

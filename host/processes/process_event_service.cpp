@@ -7,8 +7,11 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <optional>
+#include <span>
 #include <system_error>
 
+#include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
 
@@ -16,20 +19,17 @@ namespace Host {
 
 namespace {
 
-constexpr int retryPauseMs = 1000;
+constexpr std::chrono::seconds retryPause{1};
 
-// Of which library, and where in it, so that addr2line names the function.
+// Logs library and offset, for addr2line.
 void ReportLaggard(const EventDispatcher::Laggard& laggard) {
-    const auto address = reinterpret_cast<uintptr_t>(laggard.callback);
     Dl_info library{};
     std::string name("an unknown library");
-    if (dladdr(reinterpret_cast<void*>(laggard.callback), &library) != 0 && library.dli_fname != nullptr) {
+    if (dladdr(reinterpret_cast<void*>(laggard.code), &library) != 0 && library.dli_fname != nullptr) {
         name = std::filesystem::path(library.dli_fname).filename();
     }
-    const auto offset = static_cast<unsigned long>(address - reinterpret_cast<uintptr_t>(library.dli_fbase));
-    // The kernel's time stamps are of the same clock.
-    const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
-    const std::chrono::nanoseconds behind = now - std::chrono::nanoseconds(laggard.oldestEventNs);
+    const auto offset = static_cast<unsigned long>(laggard.code - reinterpret_cast<uintptr_t>(library.dli_fbase));
+    const auto behind = Clock::Now().time_since_epoch() - std::chrono::nanoseconds(laggard.oldestEventNs);
     LogWarning(
         "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
         "missed so far: %llu",
@@ -45,17 +45,14 @@ ProcessEventService& ProcessEventService::Instance() {
     return *service;
 }
 
-bool ProcessEventService::Add(Callback callback) {
-    if (callback == nullptr) {
-        return false;
-    }
+bool ProcessEventService::Add(const ProcessListener& listener) {
     std::unique_lock lock(mutex_);
     if (dispatcher_.OnOwnThread()) {
-        // Nothing stops while a callback is being called.
-        return AddToDispatcher(callback);
+        // Nothing stops while a listener is being called.
+        return AddToDispatcher(listener);
     }
     changed_.wait(lock, [this] { return !changing_; });
-    const bool added = AddToDispatcher(callback);
+    const bool added = AddToDispatcher(listener);
     if (running_) {
         return added;
     }
@@ -69,18 +66,18 @@ bool ProcessEventService::Add(Callback callback) {
     return started;
 }
 
-void ProcessEventService::Remove(Callback callback) {
-    dispatcher_.Remove(callback);
+void ProcessEventService::Remove(uintptr_t code) {
+    dispatcher_.Remove(code);
     if (dispatcher_.OnOwnThread()) {
         return;
     }
     std::unique_lock lock(mutex_);
     for (;;) {
         changed_.wait(lock, [this] { return !changing_; });
-        if (!running_ || dispatcher_.HasCallbacks()) {
+        if (!running_ || dispatcher_.HasListeners()) {
             return;
         }
-        if (dispatcher_.Idle()) {
+        if (dispatcher_.IsIdle()) {
             break;
         }
         lock.unlock();
@@ -96,14 +93,14 @@ void ProcessEventService::Remove(Callback callback) {
     changed_.notify_all();
 }
 
-ProcessEventCounters ProcessEventService::Count() const {
-    const EventDispatcher::Counters dispatched = dispatcher_.Count();
+ProcessEventCounters ProcessEventService::Counters() const {
+    const EventDispatcher::Counters dispatched = dispatcher_.GetCounters();
     return {received_, dispatched.delivered, dispatched.overflowed, kernelLosses_, dispatched.queued};
 }
 
-bool ProcessEventService::AddToDispatcher(Callback callback) {
+bool ProcessEventService::AddToDispatcher(const ProcessListener& listener) {
     try {
-        dispatcher_.Add(callback);
+        dispatcher_.Add(listener);
         return true;
     } catch (const std::system_error& error) {
         if (threadPacer_.MayLog()) {
@@ -154,30 +151,36 @@ void ProcessEventService::Stop() {
 
 void ProcessEventService::ReadEvents() {
     NameThisThread("proc-events-rd");
+    std::array<pollfd, 2> waiting{{{stopSignal_->Descriptor(), POLLIN, 0}, {connector_->Descriptor(), POLLIN, 0}}};
+    const std::span stop(waiting.data(), 1);
     ConnectorBatch batch;
     for (;;) {
-        std::array<pollfd, 2> waiting{{{connector_->Descriptor(), POLLIN, 0}, {stopSignal_->Descriptor(), POLLIN, 0}}};
-        poll(waiting.data(), waiting.size(), -1);
-        if (waiting[1].revents != 0) {
+        Clock::Poll(waiting, std::nullopt);
+        if (stop[0].revents != 0) {
             return;
         }
-        batch.events.clear();
-        batch.acks.clear();
-        const ProcessConnector::Received received = connector_->Receive(batch);
-        received_ += batch.events.size();
-        kernelLosses_ += received.losses;
-        ReportKernelLosses(received.losses);
-        for (const EventDispatcher::Laggard& laggard : dispatcher_.Push(batch.events)) {
-            ReportLaggard(laggard);
-        }
-        if (received.error != 0) {
+        const int error = PassEventsOn(batch);
+        if (error != 0) {
             if (errorPacer_.MayLog()) {
-                LogError("the process connector cannot be read and is tried again: %s", std::strerror(received.error));
+                LogError("the process connector cannot be read and is tried again: %s", std::strerror(error));
             }
-            // Not at once: what ails the socket may last.
-            poll(&waiting[1], 1, retryPauseMs);
+            // Not at once: the cause of the failure may last.
+            Clock::Poll(stop, Clock::Now() + retryPause);
         }
     }
+}
+
+int ProcessEventService::PassEventsOn(ConnectorBatch& batch) {
+    batch.events.clear();
+    batch.acks.clear();
+    const ProcessConnector::Received received = connector_->Receive(batch);
+    received_ += batch.events.size();
+    kernelLosses_ += received.losses;
+    ReportKernelLosses(received.losses);
+    for (const EventDispatcher::Laggard& laggard : dispatcher_.Push(batch.events)) {
+        ReportLaggard(laggard);
+    }
+    return received.error;
 }
 
 void ProcessEventService::ReportKernelLosses(unsigned int losses) {
@@ -185,6 +188,10 @@ void ProcessEventService::ReportKernelLosses(unsigned int losses) {
         LogWarning("the kernel has dropped process events, %llu times since the start: its buffer was full",
                    static_cast<unsigned long long>(kernelLosses_.load()));
     }
+}
+
+ProcessEventCounters GetProcessEventCounters() {
+    return ProcessEventService::Instance().Counters();
 }
 
 }  // namespace Host

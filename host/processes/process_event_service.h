@@ -1,4 +1,4 @@
-// Process events from the kernel's socket to the callbacks: who starts and who stops the threads.
+// Process events from the kernel's socket to the listeners: starts and stops the threads on the way.
 #pragma once
 
 #include <atomic>
@@ -17,41 +17,43 @@
 
 namespace Host {
 
-// Runs from the first Add to the Remove that leaves no callback, and again from the next Add on. All operations may be
-// called from any thread, a callback's among them.
+// Runs from the first Add to the Remove that leaves no listener, and again from the next Add on. All operations may be
+// called from any thread, a listener's among them.
 //
-// mutex_ says whether it runs and is never held while another thread is waited for, because callbacks take it too. A
-// thread that starts or stops sets changing_; the others wait until it has done so. A stop begins only when there is no
-// callback and none is being called; from then on no callback can ask for anything.
+// mutex_ guards running_ and is never held while another thread is waited for, because listeners take it too. A thread
+// that starts or stops sets changing_; the others wait until it has finished. A stop begins only when there is no
+// listener and none is being called; from then on no listener can call this service.
 class ProcessEventService {
 public:
-    using Callback = EventDispatcher::Callback;
-
     // The process-wide service. Never destroyed: its threads may still run while the process exits.
     static ProcessEventService& Instance();
 
     ProcessEventService() = default;
-    // REQUIRES: no callback is left.
+    // REQUIRES: no listener is left.
     ~ProcessEventService() = default;
     ProcessEventService(const ProcessEventService&) = delete;
     ProcessEventService& operator=(const ProcessEventService&) = delete;
 
-    // As TavUtils::ProcessMonitor::AddProcessEventCallback; false also when the system gives no thread for the
-    // callback.
-    bool Add(Callback callback);
+    // Calls listener for every fork and exec, in their order, on a thread that serves it alone, until it is removed; once
+    // per time that it was added. False when the kernel does not let this process listen, or the system gives no thread;
+    // the listener is kept all the same.
+    bool Add(const ProcessListener& listener);
 
-    // As TavUtils::ProcessMonitor::RemoveProcessEventCallback. The stop is left to the next Remove of another thread if
-    // a callback removes the last one.
-    void Remove(Callback callback);
+    // After the call returns, the listener with that code is no longer called, however often it was added: waits for a
+    // running call, except on the listener's own thread. If a listener removes the last one, the next Remove of another
+    // thread stops the service.
+    void Remove(uintptr_t code);
 
-    ProcessEventCounters Count() const;
+    ProcessEventCounters Counters() const;
 
 private:
-    bool AddToDispatcher(Callback callback);
+    bool AddToDispatcher(const ProcessListener& listener);
     bool Start();
     std::string TryStart();
     void Stop();
     void ReadEvents();
+    // Passes on the events that wait in the socket; batch only saves allocations. errno of a failure of the socket, or 0.
+    int PassEventsOn(ConnectorBatch& batch);
     void ReportKernelLosses(unsigned int losses);
 
     EventDispatcher dispatcher_;
@@ -61,7 +63,7 @@ private:
     bool running_ = false;
     bool changing_ = false;
 
-    // Of the thread that changes, and of the reader in between.
+    // Used by the thread that starts or stops, and in between by the reader.
     std::unique_ptr<ProcessConnector> connector_;
     std::unique_ptr<WakeSignal> stopSignal_;
     std::thread reader_;

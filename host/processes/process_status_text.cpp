@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdint>
-#include <cstring>
-#include <iterator>
+#include <utility>
 
 namespace Host {
 
@@ -25,23 +23,19 @@ bool ParseNumber(std::string_view& text, Number& number) {
     return true;
 }
 
-bool ParseIds(std::string_view text, uint32_t (&ids)[4]) {
-    return std::all_of(std::begin(ids), std::end(ids), [&text](uint32_t& id) { return ParseNumber(text, id); });
+bool ParseIds(std::string_view text, std::array<uint32_t, 4>& ids) {
+    return std::all_of(ids.begin(), ids.end(), [&text](uint32_t& id) { return ParseNumber(text, id); });
 }
 
-void CopyName(std::string_view text, char (&name)[64]) {
-    if (!text.empty() && text.front() == '\t') {
-        text.remove_prefix(1);
-    }
-    const size_t length = std::min(text.size(), sizeof(name) - 1);
-    std::memcpy(name, text.data(), length);
-    std::memset(name + length, 0, sizeof(name) - length);
+std::string_view WithoutTab(std::string_view text) {
+    text.remove_prefix(!text.empty() && text.front() == '\t' ? 1 : 0);
+    return text;
 }
 
-// False for a line of one of the record's fields that is not in the kernel's form.
-bool ParseLine(std::string_view key, std::string_view value, ProcessUtils::ProcStatus& status) {
+// False for a line of one of the fields that is not in the kernel's form.
+bool ParseLine(std::string_view key, std::string_view value, ProcessStatus& status) {
     if (key == "Name") {
-        CopyName(value, status.name);
+        status.name = WithoutTab(value);
         return true;
     }
     if (key == "Tgid") {
@@ -67,8 +61,8 @@ bool ParseLine(std::string_view key, std::string_view value, ProcessUtils::ProcS
 
 }  // namespace
 
-bool ParseProcessStatus(std::string_view text, ProcessUtils::ProcStatus& status) {
-    ProcessUtils::ProcStatus parsed = status;
+std::optional<ProcessStatus> ParseProcessStatus(std::string_view text) {
+    ProcessStatus status;
     bool hasPid = false;
     bool hasParent = false;
     for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
@@ -79,8 +73,8 @@ bool ParseProcessStatus(std::string_view text, ProcessUtils::ProcStatus& status)
             continue;
         }
         const std::string_view key = line.substr(0, colon);
-        if (!ParseLine(key, line.substr(colon + 1), parsed)) {
-            return false;
+        if (!ParseLine(key, line.substr(colon + 1), status)) {
+            return std::nullopt;
         }
         hasPid = hasPid || key == "Pid";
         hasParent = hasParent || key == "PPid";
@@ -88,11 +82,7 @@ bool ParseProcessStatus(std::string_view text, ProcessUtils::ProcStatus& status)
             break;
         }
     }
-    if (!hasPid || !hasParent) {
-        return false;
-    }
-    status = parsed;
-    return true;
+    return hasPid && hasParent ? std::optional(std::move(status)) : std::nullopt;
 }
 
 }  // namespace Host

@@ -1,15 +1,29 @@
 // The kernel's text of /proc/<pid>/status.
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
-
-#include "agent/process_utils.h"
 
 namespace Host {
 
-// Fills the record from the text, up to the line "Gid" behind which no field of the record stands. A line without its
-// end was cut and does not count. False, with the record as it was, if the pid or the parent's is missing, or if a line
-// of one of the record's fields is not in the kernel's form. Any thread.
-bool ParseProcessStatus(std::string_view text, ProcessUtils::ProcStatus& status);
+// The fields up to the line "Gid". A field whose line is missing is 0 or empty.
+struct ProcessStatus {
+    int32_t pid = 0;
+    int32_t tgid = 0;
+    int32_t ppid = 0;
+    int32_t tracerPid = 0;
+    std::array<uint32_t, 4> uids{};  // real, effective, saved, file system
+    std::array<uint32_t, 4> gids{};
+    std::string name;  // as the kernel writes it: a line end and a backslash are two bytes
+
+    bool operator==(const ProcessStatus&) const = default;
+};
+
+// Nothing if the pid or the parent's is missing, or if the line of a field is not in the kernel's form. A line without
+// its end was cut and does not count. Any thread.
+std::optional<ProcessStatus> ParseProcessStatus(std::string_view text);
 
 }  // namespace Host

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "host/base/descriptor.h"
@@ -32,12 +33,29 @@ Host::Descriptor Open(const ProcPath& path) {
     return Host::Descriptor(open(path.Get(), O_RDONLY | O_CLOEXEC));
 }
 
+void CopyName(std::string_view name, char (&field)[64]) {
+    const size_t length = std::min(name.size(), sizeof(field) - 1);
+    std::memcpy(field, name.data(), length);
+    std::memset(field + length, 0, sizeof(field) - length);
+}
+
+// Leaves the record's reserved bytes as they are.
+void Fill(ProcStatus& record, const Host::ProcessStatus& status) {
+    record.pid = status.pid;
+    record.tgid = status.tgid;
+    record.ppid = status.ppid;
+    record.tracerPid = status.tracerPid;
+    std::copy(status.uids.begin(), status.uids.end(), record.uids);
+    std::copy(status.gids.begin(), status.gids.end(), record.gids);
+    CopyName(status.name, record.name);
+}
+
 }  // namespace
 
 bool GetExePath(int pid, std::string& path) {
     path.clear();
     const ProcPath link(pid, "exe");
-    // The link tells no length beforehand: only a target shorter than the buffer is known to be whole.
+    // The length is not known beforehand: only a target shorter than the buffer is known to be whole.
     for (std::string target(256, '\0'); target.size() <= maxLinkBytes; target.resize(target.size() * 2)) {
         const ssize_t length = readlink(link.Get(), target.data(), target.size());
         if (length < 0) {
@@ -78,7 +96,7 @@ int GetProcStatus(int pid, unsigned int selector, ProcStatus& status) {
     if (selector != PROC_STATUS) {
         return 0;
     }
-    // The record's fields stand in the file's first lines, far within one page.
+    // The record's fields are in the file's first lines, far within one page.
     char content[4096];
     ssize_t length = 0;
     {
@@ -91,7 +109,12 @@ int GetProcStatus(int pid, unsigned int selector, ProcStatus& status) {
     if (length <= 0) {
         return 0;
     }
-    return Host::ParseProcessStatus(std::string_view(content, static_cast<size_t>(length)), status) ? 1 : 0;
+    const auto parsed = Host::ParseProcessStatus(std::string_view(content, static_cast<size_t>(length)));
+    if (!parsed) {
+        return 0;
+    }
+    Fill(status, *parsed);
+    return 1;
 }
 
 }  // namespace ProcessUtils

@@ -12,12 +12,12 @@
 
 namespace {
 
+using Host::Connection;
 using Host::TableFamily;
-using TavUtils::NetStat::NETSTAT;
 
 constexpr size_t limit = 3;
 
-bool IsSame(const NETSTAT& one, const NETSTAT& other) {
+bool IsSame(const Connection& one, const Connection& other) {
     return one.localIp == other.localIp && one.remoteIp == other.remoteIp && one.localPort == other.localPort &&
            one.remotePort == other.remotePort && one.state == other.state && one.inode == other.inode;
 }
@@ -27,34 +27,34 @@ bool IsAddress(const std::string& text, TableFamily family) {
     return inet_pton(family == TableFamily::ipv4 ? AF_INET : AF_INET6, text.c_str(), &address) == 1;
 }
 
-std::vector<NETSTAT> Parsed(std::string_view text, TableFamily family, size_t& consumed) {
-    std::vector<NETSTAT> records;
+std::vector<Connection> Parsed(std::string_view text, TableFamily family, size_t& consumed) {
+    std::vector<Connection> records;
     consumed = Host::ParseProcNetTable(text, family, records, Host::maxTableRecords, nullptr);
     return records;
 }
 
 // As a read that ends anywhere within the table does it: the rest of the first piece goes before the second.
-std::vector<NETSTAT> ParsedInTwo(std::string_view text, TableFamily family) {
+std::vector<Connection> ParsedInTwo(std::string_view text, TableFamily family) {
     size_t consumed = 0;
-    std::vector<NETSTAT> records = Parsed(text.substr(0, text.size() / 2), family, consumed);
-    const std::vector<NETSTAT> rest = Parsed(text.substr(consumed), family, consumed);
+    std::vector<Connection> records = Parsed(text.substr(0, text.size() / 2), family, consumed);
+    const std::vector<Connection> rest = Parsed(text.substr(consumed), family, consumed);
     records.insert(records.end(), rest.begin(), rest.end());
     return records;
 }
 
 void Check(std::string_view text, TableFamily family) {
     size_t consumed = 0;
-    const std::vector<NETSTAT> records = Parsed(text, family, consumed);
+    const std::vector<Connection> records = Parsed(text, family, consumed);
     Require(consumed == text.rfind('\n') + 1, "all whole lines are consumed and nothing else");
     Require(records.size() <= static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), "a line is one record");
-    for (const NETSTAT& record : records) {
+    for (const Connection& record : records) {
         Require(IsAddress(record.localIp, family) && IsAddress(record.remoteIp, family), "a record has two addresses");
     }
-    const std::vector<NETSTAT> inTwo = ParsedInTwo(text, family);
+    const std::vector<Connection> inTwo = ParsedInTwo(text, family);
     Require(std::equal(records.begin(), records.end(), inTwo.begin(), inTwo.end(), IsSame),
             "a table in two pieces is the same table");
 
-    std::vector<NETSTAT> few;
+    std::vector<Connection> few;
     Host::ParseProcNetTable(text, family, few, limit, nullptr);
     Require(few.size() == std::min(limit, records.size()), "the limit holds, and no less is read");
 }

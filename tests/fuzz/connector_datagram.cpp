@@ -16,9 +16,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Host::ParseConnectorDatagram(datagram.data(), datagram.size(), batch);
     Require((batch.events.size() + batch.acks.size()) * (sizeof(nlmsghdr) + sizeof(cn_msg)) <= size,
             "a record has its headers");
-    for (const proc_event& event : batch.events) {
-        Require(event.what == proc_event::PROC_EVENT_FORK || event.what == proc_event::PROC_EVENT_EXEC,
-                "only forks and execs are handed on");
+    for (const Host::ProcessEvent& event : batch.events) {
+        const bool isFork = event.kind == Host::ProcessEvent::Kind::fork;
+        Require(isFork || event.kind == Host::ProcessEvent::Kind::exec, "only forks and execs are passed on");
+        Require(isFork || (event.parentPid == 0 && event.parentTgid == 0), "an exec has no parent");
     }
     return 0;
 }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -12,22 +14,34 @@
 #include <vector>
 
 #include "tests/support/await_condition.h"
+#include "tests/support/moved_clock.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using Host::EventDispatcher;
+using Host::ProcessEvent;
+using Host::ProcessListener;
 using TestSupport::Await;
 using TestSupport::ThreadsNamed;
 using TestSupport::ThreadsNamedLike;
 
+using Function = void (*)(const ProcessEvent&);
+
+uintptr_t CodeOf(Function function) {
+    return reinterpret_cast<uintptr_t>(function);
+}
+
+ProcessListener Listener(Function function) {
+    return {CodeOf(function), function};
+}
+
 std::mutex takenMutex;
 std::vector<uint32_t> taken;
 
-void Take(proc_event* event) {
+void Take(const ProcessEvent& event) {
     const std::lock_guard lock(takenMutex);
-    taken.push_back(event->cpu);
-    // What one callback does to the record is nothing to the next.
-    event->cpu = 0xdead;
+    taken.push_back(event.cpu);
 }
 
 size_t Taken() {
@@ -35,8 +49,8 @@ size_t Taken() {
     return taken.size();
 }
 
-std::vector<proc_event> NumberedEvents(size_t count) {
-    std::vector<proc_event> events(count);
+std::vector<ProcessEvent> NumberedEvents(size_t count) {
+    std::vector<ProcessEvent> events(count);
     for (size_t i = 0; i < count; ++i) {
         events[i].cpu = static_cast<uint32_t>(i);
     }
@@ -45,25 +59,37 @@ std::vector<proc_event> NumberedEvents(size_t count) {
 
 TEST(EventDispatcher, AFullQueueDropsTheNewestAndCountsThem) {
     EventDispatcher dispatcher;
-    dispatcher.Add(Take);
+    dispatcher.Add(Listener(Take));
     EXPECT_TRUE(dispatcher.Push(NumberedEvents(EventDispatcher::capacity - 1)).empty());
     EXPECT_EQ(dispatcher.Push(NumberedEvents(11)).size(), 1U);
-    // Told already.
+    // Reported already.
     EXPECT_TRUE(dispatcher.Push(NumberedEvents(5)).empty());
-    EXPECT_EQ(dispatcher.Count().queued, EventDispatcher::capacity);
-    EXPECT_EQ(dispatcher.Count().overflowed, 15U);
-    EXPECT_EQ(dispatcher.Count().delivered, 0U);
+    EXPECT_EQ(dispatcher.GetCounters().queued, EventDispatcher::capacity);
+    EXPECT_EQ(dispatcher.GetCounters().overflowed, 15U);
+    EXPECT_EQ(dispatcher.GetCounters().delivered, 0U);
 }
 
-TEST(EventDispatcher, DeliversInOrderAndTheRecordUnchanged) {
+TEST(EventDispatcher, ALaggardIsReportedOnceAMinute) {
+    EventDispatcher dispatcher;
+    dispatcher.Add(Listener(Take));
+    EXPECT_EQ(dispatcher.Push(NumberedEvents(EventDispatcher::capacity + 1)).size(), 1U);
+    MovedClock::Advance(59s);
+    EXPECT_TRUE(dispatcher.Push(NumberedEvents(1)).empty());
+    MovedClock::Advance(1s);
+    const auto laggards = dispatcher.Push(NumberedEvents(1));
+    ASSERT_EQ(laggards.size(), 1U);
+    EXPECT_EQ(laggards[0].overflowed, 3U);
+}
+
+TEST(EventDispatcher, DeliversInOrder) {
     constexpr size_t count = 10000;
     taken.clear();
     EventDispatcher dispatcher;
-    dispatcher.Add(Take);
-    dispatcher.Add(Take);
+    dispatcher.Add(Listener(Take));
+    dispatcher.Add(Listener(Take));
     dispatcher.Push(NumberedEvents(count));
     dispatcher.Start();
-    ASSERT_TRUE(Await([&] { return dispatcher.Count().delivered == 2 * count; }));
+    ASSERT_TRUE(Await([&] { return dispatcher.GetCounters().delivered == 2 * count; }));
     dispatcher.Stop();
     ASSERT_EQ(taken.size(), 2 * count);
     for (size_t i = 0; i < taken.size(); ++i) {
@@ -73,51 +99,51 @@ TEST(EventDispatcher, DeliversInOrderAndTheRecordUnchanged) {
 
 std::atomic<int> slackNs = 0;
 
-void NoteTimerSlack(proc_event*) {
+void NoteTimerSlack(const ProcessEvent&) {
     slackNs = prctl(PR_GET_TIMERSLACK, 0UL, 0UL, 0UL, 0UL);
 }
 
-TEST(EventDispatcher, PausesOfCallbacksAreNotStretched) {
+TEST(EventDispatcher, PausesOfListenersAreNotStretched) {
     EventDispatcher dispatcher;
-    dispatcher.Add(NoteTimerSlack);
+    dispatcher.Add(Listener(NoteTimerSlack));
     dispatcher.Push(NumberedEvents(1));
     dispatcher.Start();
     EXPECT_TRUE(Await([] { return slackNs == 1; }));
 }
 
-TEST(EventDispatcher, AFunctionAddedAgainIsCalledOnceMoreFromTheNextEventOn) {
+TEST(EventDispatcher, AListenerAddedAgainIsCalledOnceMoreFromTheNextEventOn) {
     taken.clear();
     EventDispatcher dispatcher;
-    dispatcher.Add(Take);
+    dispatcher.Add(Listener(Take));
     dispatcher.Push(NumberedEvents(1));
-    dispatcher.Add(Take);
+    dispatcher.Add(Listener(Take));
     dispatcher.Push(NumberedEvents(1));
     dispatcher.Start();
-    EXPECT_TRUE(Await([&] { return dispatcher.Count().queued == 0 && dispatcher.Count().delivered == 3; }));
+    EXPECT_TRUE(Await([&] { return dispatcher.GetCounters().queued == 0 && dispatcher.GetCounters().delivered == 3; }));
     dispatcher.Stop();
     EXPECT_EQ(taken.size(), 3U);
 }
 
-void ThrowError(proc_event*) {
+void ThrowError(const ProcessEvent&) {
     throw std::runtime_error("bang");
 }
 
-void ThrowNumber(proc_event*) {
+void ThrowNumber(const ProcessEvent&) {
     throw 7;
 }
 
 TEST(EventDispatcher, ExceptionsAreLoggedOnceAMinuteAndDeliveryGoesOn) {
     struct Row {
-        EventDispatcher::Callback callback;
+        Function callback;
         const char* logged;
     };
     for (const Row& row : {Row{ThrowError, "failed: bang"}, Row{ThrowNumber, "unknown exception"}}) {
         EventDispatcher dispatcher;
-        dispatcher.Add(row.callback);
+        dispatcher.Add(Listener(row.callback));
         dispatcher.Push(NumberedEvents(100));
         testing::internal::CaptureStderr();
         dispatcher.Start();
-        EXPECT_TRUE(Await([&] { return dispatcher.Count().delivered == 100; }));
+        EXPECT_TRUE(Await([&] { return dispatcher.GetCounters().delivered == 100; }));
         dispatcher.Stop();
         const std::string log = testing::internal::GetCapturedStderr();
         const size_t first = log.find(row.logged);
@@ -126,49 +152,49 @@ TEST(EventDispatcher, ExceptionsAreLoggedOnceAMinuteAndDeliveryGoesOn) {
     }
 }
 
-TEST(EventDispatcher, EventsWithoutACallbackAreForgotten) {
+TEST(EventDispatcher, EventsWithoutAListenerAreDropped) {
     EventDispatcher dispatcher;
     dispatcher.Start();
     dispatcher.Push(NumberedEvents(100));
-    EXPECT_EQ(dispatcher.Count().queued, 0U);
-    EXPECT_EQ(dispatcher.Count().overflowed, 0U);
+    EXPECT_EQ(dispatcher.GetCounters().queued, 0U);
+    EXPECT_EQ(dispatcher.GetCounters().overflowed, 0U);
     dispatcher.Stop();
-    EXPECT_EQ(dispatcher.Count().delivered, 0U);
+    EXPECT_EQ(dispatcher.GetCounters().delivered, 0U);
 }
 
-TEST(EventDispatcher, StoppingForgetsWhatIsQueuedAndItStartsAgain) {
+TEST(EventDispatcher, StoppingDropsWhatIsQueuedAndItStartsAgain) {
     taken.clear();
     EventDispatcher dispatcher;
     dispatcher.Start();
     dispatcher.Stop();
-    dispatcher.Add(Take);
+    dispatcher.Add(Listener(Take));
     dispatcher.Push(NumberedEvents(3));
     dispatcher.Start();
     EXPECT_TRUE(Await([] { return Taken() == 3; }));
-    dispatcher.Remove(Take);
-    EXPECT_TRUE(dispatcher.Idle());
-    EXPECT_FALSE(dispatcher.HasCallbacks());
+    dispatcher.Remove(CodeOf(Take));
+    EXPECT_TRUE(dispatcher.IsIdle());
+    EXPECT_FALSE(dispatcher.HasListeners());
     dispatcher.Stop();
-    EXPECT_EQ(dispatcher.Count().queued, 0U);
+    EXPECT_EQ(dispatcher.GetCounters().queued, 0U);
 }
 
-// The gate of the callbacks below, which carry no context.
+// The gate of the listeners below.
 std::atomic<bool> gateOpen;
 std::atomic<int> atGate;
 
-void WaitAtGate(proc_event*) {
+void WaitAtGate(const ProcessEvent&) {
     ++atGate;
     EXPECT_TRUE(Await([] { return gateOpen.load(); }));
     --atGate;
 }
 
-// A dispatcher with a callback that does not return until the gate opens: it is in its first call.
+// A dispatcher with a listener that does not return until the gate opens: it is in its first call.
 class BlockedDispatcher : public testing::Test {
 protected:
     void SetUp() override {
         taken.clear();
         gateOpen = false;
-        dispatcher_.Add(WaitAtGate);
+        dispatcher_.Add(Listener(WaitAtGate));
         dispatcher_.Start();
         dispatcher_.Push(NumberedEvents(1));
         ASSERT_TRUE(Await([] { return atGate == 1; }));
@@ -183,54 +209,54 @@ protected:
 };
 
 TEST_F(BlockedDispatcher, TheOthersGetTheirEventsInOrder) {
-    dispatcher_.Add(Take);
+    dispatcher_.Add(Listener(Take));
     dispatcher_.Push(NumberedEvents(100));
     ASSERT_TRUE(Await([] { return Taken() == 100; }));
     EXPECT_EQ(atGate, 1);
     for (size_t i = 0; i < taken.size(); ++i) {
         EXPECT_EQ(taken[i], i);
     }
-    EXPECT_EQ(dispatcher_.Count().queued, 100U);
+    EXPECT_EQ(dispatcher_.GetCounters().queued, 100U);
 }
 
 TEST_F(BlockedDispatcher, ItsOverflowCostsTheOthersNothing) {
     constexpr size_t beyond = 7;
-    dispatcher_.Add(Take);
+    dispatcher_.Add(Listener(Take));
     std::vector<EventDispatcher::Laggard> laggards;
     for (const size_t count : {EventDispatcher::capacity, beyond}) {
         const size_t before = Taken();
         laggards = dispatcher_.Push(NumberedEvents(count));
         ASSERT_TRUE(Await([&] { return Taken() == before + count; }));
     }
-    EXPECT_EQ(dispatcher_.Count().overflowed, beyond);
+    EXPECT_EQ(dispatcher_.GetCounters().overflowed, beyond);
     ASSERT_EQ(laggards.size(), 1U);
-    EXPECT_EQ(laggards[0].callback, WaitAtGate);
+    EXPECT_EQ(laggards[0].code, CodeOf(WaitAtGate));
     EXPECT_EQ(laggards[0].threadName, "proc-events-1");
     EXPECT_EQ(laggards[0].overflowed, beyond);
 }
 
 TEST_F(BlockedDispatcher, AnotherIsRemovedWithoutWaiting) {
-    dispatcher_.Add(Take);
+    dispatcher_.Add(Listener(Take));
     ASSERT_TRUE(Await([] { return ThreadsNamed("proc-events-2") == 1; }));
-    dispatcher_.Remove(Take);
+    dispatcher_.Remove(CodeOf(Take));
     EXPECT_EQ(atGate, 1);
     EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") == 1; }));
 }
 
-TEST_F(BlockedDispatcher, ItsRemovalForgetsWhatItHasWaiting) {
+TEST_F(BlockedDispatcher, ItsRemovalDropsWhatItHasWaiting) {
     dispatcher_.Push(NumberedEvents(10));
-    std::thread remover([this] { dispatcher_.Remove(WaitAtGate); });
-    EXPECT_TRUE(Await([&] { return !dispatcher_.HasCallbacks(); }));
-    EXPECT_EQ(dispatcher_.Count().queued, 0U);
-    EXPECT_FALSE(dispatcher_.Idle());
+    std::thread remover([this] { dispatcher_.Remove(CodeOf(WaitAtGate)); });
+    EXPECT_TRUE(Await([&] { return !dispatcher_.HasListeners(); }));
+    EXPECT_EQ(dispatcher_.GetCounters().queued, 0U);
+    EXPECT_FALSE(dispatcher_.IsIdle());
     gateOpen = true;
     remover.join();
     EXPECT_EQ(atGate, 0);
-    EXPECT_TRUE(dispatcher_.Idle());
-    EXPECT_EQ(dispatcher_.Count().delivered, 1U);
+    EXPECT_TRUE(dispatcher_.IsIdle());
+    EXPECT_EQ(dispatcher_.GetCounters().delivered, 1U);
 }
 
-// Of the tests in which callbacks call the dispatcher.
+// For the tests in which listeners call the dispatcher.
 EventDispatcher* shared;
 std::atomic<int> inside;
 std::atomic<int> mostInside;
@@ -255,67 +281,67 @@ protected:
     EventDispatcher dispatcher_;
 };
 
-void RemoveTheBlocked(proc_event*) {
+void RemoveTheBlocked(const ProcessEvent&) {
     EXPECT_TRUE(Await([] { return atGate == 1; }));
     // Soon, and not before the removal has begun.
     std::thread opener([] {
-        EXPECT_TRUE(Await([] { return !shared->HasCallbacks(); }));
+        EXPECT_TRUE(Await([] { return !shared->HasListeners(); }));
         gateOpen = true;
     });
-    shared->Remove(RemoveTheBlocked);
-    shared->Remove(WaitAtGate);
+    shared->Remove(CodeOf(RemoveTheBlocked));
+    shared->Remove(CodeOf(WaitAtGate));
     EXPECT_EQ(atGate, 0);
     opener.join();
     ++finished;
 }
 
-TEST_F(SharedDispatcher, ACallbackThatRemovesAnotherWaitsForItsCall) {
-    dispatcher_.Add(WaitAtGate);
-    dispatcher_.Add(RemoveTheBlocked);
+TEST_F(SharedDispatcher, AListenerThatRemovesAnotherWaitsForItsCall) {
+    dispatcher_.Add(Listener(WaitAtGate));
+    dispatcher_.Add(Listener(RemoveTheBlocked));
     dispatcher_.Push(NumberedEvents(1));
     dispatcher_.Start();
     EXPECT_TRUE(Await([] { return finished == 1; }));
 }
 
-void RemoveSecond(proc_event*);
+void RemoveSecond(const ProcessEvent&);
 
-void RemoveFirst(proc_event*);
+void RemoveFirst(const ProcessEvent&);
 
-void RemoveAtOnceWithTheOther(EventDispatcher::Callback other) {
+void RemoveAtOnceWithTheOther(Function other) {
     ++inside;
     EXPECT_TRUE(Await([] { return inside == 2; }));
-    shared->Remove(other);
+    shared->Remove(CodeOf(other));
     ++finished;
 }
 
-void RemoveSecond(proc_event*) {
+void RemoveSecond(const ProcessEvent&) {
     RemoveAtOnceWithTheOther(RemoveFirst);
 }
 
-void RemoveFirst(proc_event*) {
+void RemoveFirst(const ProcessEvent&) {
     RemoveAtOnceWithTheOther(RemoveSecond);
 }
 
-TEST_F(SharedDispatcher, CallbacksThatRemoveEachOtherDoNotWaitForEver) {
-    dispatcher_.Add(RemoveFirst);
-    dispatcher_.Add(RemoveSecond);
+TEST_F(SharedDispatcher, ListenersThatRemoveEachOtherDoNotWaitForEver) {
+    dispatcher_.Add(Listener(RemoveFirst));
+    dispatcher_.Add(Listener(RemoveSecond));
     dispatcher_.Push(NumberedEvents(2));
     dispatcher_.Start();
     EXPECT_TRUE(Await([] { return finished == 2; }));
-    EXPECT_TRUE(Await([&] { return dispatcher_.Idle(); }));
+    EXPECT_TRUE(Await([&] { return dispatcher_.IsIdle(); }));
 }
 
-void ReplaceItself(proc_event*) {
+void ReplaceItself(const ProcessEvent&) {
     mostInside = std::max(mostInside.load(), ++inside);
-    shared->Remove(ReplaceItself);
-    shared->Add(ReplaceItself);
+    shared->Remove(CodeOf(ReplaceItself));
+    shared->Add(Listener(ReplaceItself));
     shared->Push(NumberedEvents(1));
     --inside;
     ++finished;
 }
 
-TEST_F(SharedDispatcher, ACallbackThatAddsItselfAgainIsStillCalledByOneThreadAtATime) {
-    dispatcher_.Add(ReplaceItself);
+TEST_F(SharedDispatcher, AListenerThatAddsItselfAgainIsStillCalledByOneThreadAtATime) {
+    dispatcher_.Add(Listener(ReplaceItself));
     dispatcher_.Push(NumberedEvents(1));
     dispatcher_.Start();
     EXPECT_TRUE(Await([] { return finished >= 1000; }));
@@ -324,23 +350,23 @@ TEST_F(SharedDispatcher, ACallbackThatAddsItselfAgainIsStillCalledByOneThreadAtA
 }
 
 TEST_F(SharedDispatcher, AddingAndRemovingMayRaceWithEvents) {
-    dispatcher_.Add(ReplaceItself);
+    dispatcher_.Add(Listener(ReplaceItself));
     dispatcher_.Start();
     std::vector<std::thread> threads;
-    for (const EventDispatcher::Callback callback : {Take, ReplaceItself, Take}) {
+    for (const Function callback : {Take, ReplaceItself, Take}) {
         threads.emplace_back([this, callback] {
             for (int i = 0; i < 300; ++i) {
-                dispatcher_.Add(callback);
+                dispatcher_.Add(Listener(callback));
                 dispatcher_.Push(NumberedEvents(10));
-                dispatcher_.Remove(callback);
+                dispatcher_.Remove(CodeOf(callback));
             }
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    dispatcher_.Remove(ReplaceItself);
-    // None, where each event came while the callback was not there.
+    dispatcher_.Remove(CodeOf(ReplaceItself));
+    // 0 if each event came while the listener was not there.
     EXPECT_LE(mostInside, 1);
     EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") <= 1; }));
 }

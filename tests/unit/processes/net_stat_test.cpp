@@ -18,6 +18,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/processes/proc_net_table.h"
@@ -25,6 +26,7 @@
 
 namespace {
 
+using Host::Connection;
 using Host::ParseProcNetTable;
 using Host::ReadProcNetTable;
 using Host::TableFamily;
@@ -47,8 +49,8 @@ std::string TcpLine(const std::string& addressesAndState, const std::string& ino
 const std::string goodAddresses = "0100007F:1F90 0200007F:D431 01";
 const std::string goodLine = TcpLine(goodAddresses, "54321");
 
-std::vector<NETSTAT> Parse(const std::string& text, TableFamily family = TableFamily::ipv4) {
-    std::vector<NETSTAT> records;
+std::vector<Connection> Parse(const std::string& text, TableFamily family = TableFamily::ipv4) {
+    std::vector<Connection> records;
     EXPECT_LE(ParseProcNetTable(text, family, records, std::numeric_limits<size_t>::max(), nullptr), text.size());
     return records;
 }
@@ -86,7 +88,7 @@ TEST(NetTable, GivesTheFieldsOfALine) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line);
-        const std::vector<NETSTAT> records = Parse(row.line, row.family);
+        const std::vector<Connection> records = Parse(row.line, row.family);
         ASSERT_EQ(records.size(), 1U);
         EXPECT_EQ(records[0].localIp, row.localIp);
         EXPECT_EQ(records[0].localPort, row.localPort);
@@ -127,7 +129,7 @@ TEST(NetTable, SkipsMalformedLinesAndKeepsTheOthers) {
     for (const std::string& line : bad) {
         SCOPED_TRACE(line.substr(0, 200));
         EXPECT_EQ(Parse(line).size(), 0U);
-        const std::vector<NETSTAT> records = Parse(goodLine + line + goodLine);
+        const std::vector<Connection> records = Parse(goodLine + line + goodLine);
         ASSERT_EQ(records.size(), 2U);
         EXPECT_EQ(records[1].inode, 54321UL);
     }
@@ -143,7 +145,7 @@ TEST(NetTable, SkipsALineCutAnywhereBeforeItsInode) {
 
 TEST(NetTable, AnUnfinishedLastLineStaysUnconsumed) {
     for (const size_t cut : {size_t{1}, size_t{60}, goodLine.size() - 1}) {
-        std::vector<NETSTAT> records;
+        std::vector<Connection> records;
         const std::string text = tcpHeader + goodLine + goodLine.substr(0, cut);
         EXPECT_EQ(ParseProcNetTable(text, TableFamily::ipv4, records, 10, nullptr), text.size() - cut);
         EXPECT_EQ(records.size(), 1U);
@@ -169,18 +171,24 @@ TEST(NetTable, KeepsToTheLimit) {
     for (int i = 0; i < 10; ++i) {
         text += goodLine;
     }
-    std::vector<NETSTAT> records;
+    std::vector<Connection> records;
     EXPECT_EQ(ParseProcNetTable(text, TableFamily::ipv4, records, 3, nullptr), 3 * goodLine.size());
     EXPECT_EQ(records.size(), 3U);
 }
 
 TEST(NetTable, AppendsNothingOnceStopped) {
     const bool stop = true;
+    std::vector<Connection> connections(2);
+    ParseProcNetTable(goodLine, TableFamily::ipv4, connections, 10, &stop);
+    EXPECT_EQ(connections.size(), 2U);
     std::vector<NETSTAT> records(2);
-    ParseProcNetTable(goodLine, TableFamily::ipv4, records, 10, &stop);
-    EXPECT_EQ(records.size(), 2U);
     EXPECT_TRUE(TavUtils::NetStat::ReadTcp(records, &stop));
     EXPECT_EQ(records.size(), 2U);
+}
+
+bool Read(const std::string& path, std::vector<Connection>& records, const bool* stop) {
+    const auto append = [&](Connection&& connection) { records.push_back(std::move(connection)); };
+    return ReadProcNetTable(path.c_str(), TableFamily::ipv4, append, stop);
 }
 
 class NetTableFile : public testing::Test {
@@ -215,8 +223,8 @@ TEST_F(NetTableFile, ReadsAHugeTableInOrder) {
         text += TcpLine(goodAddresses, std::to_string(i));
     }
     Write(text);
-    std::vector<NETSTAT> records(1);
-    ASSERT_TRUE(ReadProcNetTable(Path().c_str(), TableFamily::ipv4, records, nullptr));
+    std::vector<Connection> records(1);
+    ASSERT_TRUE(Read(Path(), records, nullptr));
     ASSERT_EQ(records.size(), lines + 1);
     for (unsigned long i = 1; i <= lines; ++i) {
         ASSERT_EQ(records[i].inode, i);
@@ -225,22 +233,22 @@ TEST_F(NetTableFile, ReadsAHugeTableInOrder) {
 
 TEST_F(NetTableFile, SkipsALineLongerThanItsBuffer) {
     Write(goodLine + std::string(1 << 20, 'A') + "\n" + goodLine);
-    std::vector<NETSTAT> records;
-    ASSERT_TRUE(ReadProcNetTable(Path().c_str(), TableFamily::ipv4, records, nullptr));
+    std::vector<Connection> records;
+    ASSERT_TRUE(Read(Path(), records, nullptr));
     EXPECT_EQ(records.size(), 2U);
 }
 
 TEST_F(NetTableFile, SkipsTheCutLastLine) {
     Write(tcpHeader + goodLine + goodLine.substr(0, goodLine.size() - 1));
-    std::vector<NETSTAT> records;
-    ASSERT_TRUE(ReadProcNetTable(Path().c_str(), TableFamily::ipv4, records, nullptr));
+    std::vector<Connection> records;
+    ASSERT_TRUE(Read(Path(), records, nullptr));
     EXPECT_EQ(records.size(), 1U);
 }
 
 TEST_F(NetTableFile, AnUnreadableTableAppendsNothing) {
-    std::vector<NETSTAT> records(3);
-    EXPECT_FALSE(ReadProcNetTable(Path().c_str(), TableFamily::ipv4, records, nullptr));
-    EXPECT_FALSE(ReadProcNetTable(folder_.c_str(), TableFamily::ipv4, records, nullptr));
+    std::vector<Connection> records(3);
+    EXPECT_FALSE(Read(Path(), records, nullptr));
+    EXPECT_FALSE(Read(folder_, records, nullptr));
     EXPECT_EQ(records.size(), 3U);
 }
 
@@ -248,9 +256,9 @@ TEST_F(NetTableFile, StopEndsAReadingUnderWay) {
     ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
     bool stop = false;
     std::atomic<bool> done = false;
-    std::vector<NETSTAT> records;
+    std::vector<Connection> records;
     std::thread reader([&] {
-        ReadProcNetTable(Path().c_str(), TableFamily::ipv4, records, &stop);
+        Read(Path(), records, &stop);
         done = true;
     });
     // Also for reading, so that writing to it fails in no case.

@@ -1,6 +1,7 @@
 #include "host/processes/process_connector.h"
 
 #include <gtest/gtest.h>
+#include <linux/cn_proc.h>
 #include <linux/connector.h>
 #include <linux/netlink.h>
 #include <poll.h>
@@ -23,18 +24,23 @@ namespace {
 
 using Host::ConnectorBatch;
 using Host::ProcessConnector;
+using Host::ProcessEvent;
 using TestSupport::Await;
 using TestSupport::MissingForProcessEvents;
 using TestSupport::SpawnTrue;
 
+// Newer kernels declare the enumerators outside the record.
+using KernelEvent = decltype(proc_event::what);
+
 proc_event ForkEvent(pid_t child) {
     proc_event event{};
-    event.what = proc_event::PROC_EVENT_FORK;
+    event.what = KernelEvent::PROC_EVENT_FORK;
+    event.cpu = 4;
     event.timestamp_ns = 5;
     event.event_data.fork.parent_pid = 10;
     event.event_data.fork.parent_tgid = 11;
     event.event_data.fork.child_pid = child;
-    event.event_data.fork.child_tgid = child;
+    event.event_data.fork.child_tgid = child + 1;
     return event;
 }
 
@@ -74,26 +80,31 @@ ConnectorBatch Parse(const std::string& datagram) {
 TEST(ConnectorMessage, GivesTheRecord) {
     const ConnectorBatch batch = Parse(Message(ForkEvent(42)));
     ASSERT_EQ(batch.events.size(), 1U);
-    EXPECT_EQ(batch.events[0].what, proc_event::PROC_EVENT_FORK);
-    EXPECT_EQ(batch.events[0].timestamp_ns, 5U);
-    EXPECT_EQ(batch.events[0].event_data.fork.parent_pid, 10);
-    EXPECT_EQ(batch.events[0].event_data.fork.parent_tgid, 11);
-    EXPECT_EQ(batch.events[0].event_data.fork.child_pid, 42);
-    EXPECT_EQ(batch.events[0].event_data.fork.child_tgid, 42);
+    EXPECT_EQ(batch.events[0].kind, ProcessEvent::Kind::fork);
+    EXPECT_EQ(batch.events[0].cpu, 4U);
+    EXPECT_EQ(batch.events[0].timestampNs, 5U);
+    EXPECT_EQ(batch.events[0].parentPid, 10);
+    EXPECT_EQ(batch.events[0].parentTgid, 11);
+    EXPECT_EQ(batch.events[0].pid, 42);
+    EXPECT_EQ(batch.events[0].tgid, 43);
 }
 
 TEST(ConnectorMessage, SeveralInADatagramKeepTheirOrder) {
     proc_event exec{};
-    exec.what = proc_event::PROC_EVENT_EXEC;
-    exec.event_data.exec.process_tgid = 43;
+    exec.what = KernelEvent::PROC_EVENT_EXEC;
+    exec.event_data.exec.process_pid = 43;
+    exec.event_data.exec.process_tgid = 44;
     proc_event ack{};
     ack.event_data.ack.err = 1;
     Shape ackShape;
     ackShape.ack = 99;
     const ConnectorBatch batch = Parse(Message(ForkEvent(42)) + Message(exec) + Message(ack, ackShape));
     ASSERT_EQ(batch.events.size(), 2U);
-    EXPECT_EQ(batch.events[0].event_data.fork.child_pid, 42);
-    EXPECT_EQ(batch.events[1].event_data.exec.process_tgid, 43);
+    EXPECT_EQ(batch.events[0].pid, 42);
+    EXPECT_EQ(batch.events[1].kind, ProcessEvent::Kind::exec);
+    EXPECT_EQ(batch.events[1].pid, 43);
+    EXPECT_EQ(batch.events[1].tgid, 44);
+    EXPECT_EQ(batch.events[1].parentPid, 0);
     ASSERT_EQ(batch.acks.size(), 1U);
     EXPECT_EQ(batch.acks[0].number, 99U);
     EXPECT_EQ(batch.acks[0].error, 1U);
@@ -101,7 +112,7 @@ TEST(ConnectorMessage, SeveralInADatagramKeepTheirOrder) {
 
 TEST(ConnectorMessage, ForeignAndCutMessagesAreLeftOut) {
     proc_event exit{};
-    exit.what = proc_event::PROC_EVENT_EXIT;
+    exit.what = KernelEvent::PROC_EVENT_EXIT;
     proc_event unknown{};
     unknown.what = static_cast<decltype(unknown.what)>(0x7fffffff);
     Shape otherType;
@@ -176,8 +187,8 @@ protected:
     bool ReceiveUntilExecOf(pid_t pid) {
         return Await([&] {
             EXPECT_EQ(connector_.Receive(batch_).error, 0);
-            return std::any_of(batch_.events.begin(), batch_.events.end(), [&](const proc_event& each) {
-                return each.what == proc_event::PROC_EVENT_EXEC && each.event_data.exec.process_tgid == pid;
+            return std::any_of(batch_.events.begin(), batch_.events.end(), [&](const ProcessEvent& each) {
+                return each.kind == ProcessEvent::Kind::exec && each.tgid == pid;
             });
         });
     }
@@ -204,12 +215,13 @@ TEST_F(ProcessConnectorTest, TheKernelSendsNothingButForksExecsAndAnswers) {
         }
         proc_event event{};
         std::memcpy(&event, datagram.data() + offset, std::min(sizeof(event), static_cast<size_t>(size) - offset));
-        exits += event.what != proc_event::PROC_EVENT_FORK && event.what != proc_event::PROC_EVENT_EXEC &&
-                         event.what != proc_event::PROC_EVENT_NONE
+        exits += event.what != KernelEvent::PROC_EVENT_FORK && event.what != KernelEvent::PROC_EVENT_EXEC &&
+                         event.what != KernelEvent::PROC_EVENT_NONE
                      ? 1
                      : 0;
-        execSeen = execSeen || (event.what == proc_event::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == pid);
-        return event.what == proc_event::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == later;
+        execSeen =
+            execSeen || (event.what == KernelEvent::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == pid);
+        return event.what == KernelEvent::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == later;
     }));
     EXPECT_TRUE(execSeen);
     EXPECT_EQ(exits, 0U);
@@ -227,8 +239,8 @@ TEST_F(ProcessConnectorTest, OnlyTheKernelIsBelieved) {
               static_cast<ssize_t>(message.size()));
     close(sender);
     ASSERT_TRUE(ReceiveUntilExecOf(SpawnTrue()));
-    for (const proc_event& event : batch_.events) {
-        EXPECT_FALSE(event.what == proc_event::PROC_EVENT_FORK && event.event_data.fork.child_pid == forged);
+    for (const ProcessEvent& event : batch_.events) {
+        EXPECT_NE(event.pid, forged);
     }
 }
 

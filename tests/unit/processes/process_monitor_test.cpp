@@ -18,13 +18,14 @@
 
 #include "host/processes/process_events.h"
 #include "tests/support/await_condition.h"
+#include "tests/support/moved_clock.h"
 #include "tests/unit/processes/process_event_support.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using Host::GetProcessEventCounters;
 using Host::ProcessEventCounters;
-using std::chrono::milliseconds;
 using TavUtils::ProcessMonitor;
 using TestSupport::Await;
 using TestSupport::MissingForProcessEvents;
@@ -32,11 +33,14 @@ using TestSupport::SpawnTrue;
 using TestSupport::ThreadsNamed;
 using TestSupport::ThreadsNamedLike;
 
+// Newer kernels declare the enumerators outside the record.
+using KernelEvent = decltype(proc_event::what);
+
 ProcessMonitor& Monitor() {
     return ProcessMonitor::GetInstance();
 }
 
-// What callbacks, which carry no context, leave behind.
+// Record of the calls of the callbacks, which carry no context.
 struct Seen {
     std::mutex mutex;
     std::vector<proc_event> events;
@@ -56,14 +60,16 @@ void Record(proc_event* event) {
     std::array<char, 16> name{};
     pthread_getname_np(pthread_self(), name.data(), name.size());
     seen.threadName = name.data();
+    // Each call has a record of its own.
+    *event = proc_event{};
 }
 
 bool IsExecOf(const proc_event& event, pid_t pid) {
-    return event.what == proc_event::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == pid;
+    return event.what == KernelEvent::PROC_EVENT_EXEC && event.event_data.exec.process_tgid == pid;
 }
 
 bool IsForkOf(const proc_event& event, pid_t pid) {
-    return event.what == proc_event::PROC_EVENT_FORK && event.event_data.fork.child_pid == pid;
+    return event.what == KernelEvent::PROC_EVENT_FORK && event.event_data.fork.child_pid == pid;
 }
 
 long ExecsOf(pid_t pid) {
@@ -214,21 +220,32 @@ TEST_F(ProcessMonitorTest, ARemovedFunctionIsNotCalledWhileEventsFlood) {
     EXPECT_EQ(seen.forbiddenCalls, 0);
 }
 
-void TakeFiftyMs(proc_event*) {
+void AwaitRelease(proc_event*) {
     ++seen.inside;
-    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(Await([] { return seen.released.load(); }));
     --seen.inside;
 }
 
 TEST_F(ProcessMonitorTest, RemovingWaitsForTheCallInProgress) {
     for (const bool othersStay : {true, false}) {
+        seen.released = false;
         if (othersStay) {
             ASSERT_TRUE(Add(Record));
         }
-        ASSERT_TRUE(Add(TakeFiftyMs));
+        ASSERT_TRUE(Add(AwaitRelease));
         SpawnTrue();
-        ASSERT_TRUE(Await([] { return seen.inside == 1; }));
-        Monitor().RemoveProcessEventCallback(TakeFiftyMs);
+        ASSERT_TRUE(Await([] { return seen.inside == 1 && GetProcessEventCounters().queued > 0; }));
+        std::atomic<bool> removed = false;
+        std::thread remover([&] {
+            Monitor().RemoveProcessEventCallback(AwaitRelease);
+            removed = true;
+        });
+        // The removal has begun once the queue is empty.
+        EXPECT_TRUE(Await([] { return GetProcessEventCounters().queued == 0; }));
+        EXPECT_EQ(seen.inside, 1);
+        EXPECT_FALSE(removed);
+        seen.released = true;
+        remover.join();
         EXPECT_EQ(seen.inside, 0);
         Monitor().RemoveProcessEventCallback(Record);
     }
@@ -290,18 +307,19 @@ TEST_F(ProcessMonitorTest, ACallbackMayAddAnother) {
     Monitor().RemoveProcessEventCallback(Record);
 }
 
-void TakeTwoMs(proc_event* event) {
-    std::this_thread::sleep_for(milliseconds(2));
+void AwaitReleaseAndRecord(proc_event* event) {
+    AwaitRelease(event);
     Record(event);
 }
 
 TEST_F(ProcessMonitorTest, ASlowCallbackCostsNoEvent) {
     const ProcessEventCounters before = GetProcessEventCounters();
-    ASSERT_TRUE(Add(TakeTwoMs));
+    ASSERT_TRUE(Add(AwaitReleaseAndRecord));
     std::vector<pid_t> pids;
     for (int i = 0; i < 150; ++i) {
         pids.push_back(SpawnTrue());
     }
+    seen.released = true;
     EXPECT_TRUE(Await([&] { return ExecsOf(pids.back()) == 1; }));
     for (const pid_t pid : pids) {
         EXPECT_EQ(ExecsOf(pid), 1);
@@ -311,12 +329,6 @@ TEST_F(ProcessMonitorTest, ASlowCallbackCostsNoEvent) {
     EXPECT_GE(after.received - before.received, 300U);
     EXPECT_EQ(after.overflowed, before.overflowed);
     EXPECT_EQ(after.kernelLosses, before.kernelLosses);
-}
-
-void AwaitRelease(proc_event*) {
-    ++seen.inside;
-    EXPECT_TRUE(Await([] { return seen.released.load(); }));
-    --seen.inside;
 }
 
 TEST_F(ProcessMonitorTest, ABlockedCallbackDelaysNoOther) {
@@ -349,20 +361,18 @@ void Other(proc_event*) {
 }
 
 TEST_F(ProcessMonitorTest, AddingAndRemovingMayRace) {
+    constexpr int rounds = 50;
     const Flood flood;
-    std::atomic<bool> enough = false;
     std::atomic<int> refused = 0;
     std::vector<std::thread> threads;
     for (const auto callback : {CountCall, Other, CountCall}) {
-        threads.emplace_back([&enough, &refused, callback] {
-            while (!enough) {
+        threads.emplace_back([&refused, callback] {
+            for (int i = 0; i < rounds; ++i) {
                 refused += Monitor().AddProcessEventCallback(callback) ? 0 : 1;
                 Monitor().RemoveProcessEventCallback(callback);
             }
         });
     }
-    std::this_thread::sleep_for(milliseconds(500));
-    enough = true;
     for (std::thread& thread : threads) {
         thread.join();
     }
@@ -376,6 +386,15 @@ TEST_F(ProcessMonitorTest, ProbingGrantsTheRightAndDisturbsNobody) {
     EXPECT_TRUE(Await([&] { return ExecsOf(pid) == 1; }));
 }
 
+// Moves the clock past each deadline that a thread waits for, until the process ends.
+void PassDeadlines() {
+    for (;;) {
+        if (MovedClock::AwaitWaiting()) {
+            MovedClock::Advance(500ms);
+        }
+    }
+}
+
 // Ends the process: 0 if below a new namespace of that kind no events were granted, twice, and the probe said why.
 [[noreturn]] void AskInANewNamespace(int kind) {
     if (unshare(kind) != 0) {
@@ -384,6 +403,7 @@ TEST_F(ProcessMonitorTest, ProbingGrantsTheRightAndDisturbsNobody) {
     // Only children enter a new PID namespace.
     const pid_t child = fork();
     if (child == 0) {
+        std::thread(PassDeadlines).detach();
         const bool granted = Monitor().AddProcessEventCallback(Record) || Monitor().AddProcessEventCallback(Record);
         Monitor().RemoveProcessEventCallback(Record);
         _exit(granted || Host::ProbeProcessEvents().empty() ? 1 : 0);
