@@ -7,15 +7,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <thread>
 
+#include "host/base/clock.h"
 #include "host/base/descriptor.h"
 #include "host/system/small_file.h"
 
 namespace Host {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds step(2);
 
@@ -95,13 +93,13 @@ char StateIn(const std::string& stat) {
 }
 
 bool AwaitSleep(const std::string& folder) {
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    const Clock::Time end = Clock::Now() + std::chrono::seconds(1);
     int error = 0;
     while (StateIn(ReadSmallFile(folder + "/stat", error)) != 'S') {
-        if (error != 0 || Clock::now() >= end) {
+        if (error != 0 || Clock::Now() >= end) {
             return false;
         }
-        std::this_thread::sleep_for(step);
+        Clock::Poll({}, Clock::Now() + step);
     }
     return true;
 }
@@ -184,7 +182,7 @@ std::optional<SleepingRead> TrySleepingRead(std::string& error) {
     SleepingRead seen = Look(folder, reader.PipeEnd());
     // The state says "asleep" a moment before the processor has left the process.
     for (int i = 0; i < moreLooks && seen.stackError == 0 && !WhyWaitIsHidden(seen).empty(); ++i) {
-        std::this_thread::sleep_for(step);
+        Clock::Poll({}, Clock::Now() + step);
         seen = Look(folder, reader.PipeEnd());
     }
     return seen;

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <optional>
-#include <thread>
 
 #include "real_module.h"
+#include "tests/support/await_condition.h"
 #include "tests/support/emulation.h"
 
 namespace {
@@ -17,14 +16,7 @@ size_t EntriesOf(const char* folder) {
 
 // A joined thread may stay in /proc for a moment.
 bool ReachesThreads(size_t expected) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (EntriesOf("/proc/self/task") != expected) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return TestSupport::Await([&] { return EntriesOf("/proc/self/task") == expected; });
 }
 
 TEST(Soak, LeavesNoThreadAndNoDescriptorAfterManyStarts) {
