@@ -8,7 +8,7 @@
 namespace Host {
 
 // Appends text to line with control characters (C0, DEL, C1) and bytes that are not valid UTF-8 written as \n, \r, \t
-// or \xNN. Appends at most limit bytes and never a part of a character or escape; false if something was left out. Any
+// or \xNN. Appends at most limit bytes and never a part of a character or escape; false if something was omitted. Any
 // thread.
 bool AppendPrintable(std::string& line, std::string_view text, size_t limit);
 

@@ -20,8 +20,8 @@ struct ConnectorBatch {
     std::vector<ConnectorAck> acks;
 };
 
-// Appends what one datagram holds to batch. Messages that are cut, from another connector or of another kind are left
-// out. REQUIRES: data is aligned for nlmsghdr. Any thread.
+// Appends what one datagram holds to batch. Messages that are cut, from another connector or of another kind are
+// omitted. REQUIRES: data is aligned for nlmsghdr. Any thread.
 void ParseConnectorDatagram(const void* data, size_t size, ConnectorBatch& batch);
 
 }  // namespace Host

@@ -40,8 +40,8 @@ std::string_view TakeField(std::string_view& line) {
     return field;
 }
 
-// "0100007F:1F90": words of eight hexadecimal digits, then the port. The kernel prints each word of the address as the
-// number that it is in memory, so its bytes in memory are again the address in network order.
+// "0100007F:1F90": words of eight hexadecimal digits, then the port. The kernel prints each word of the
+// address as a number in host order, so the parsed words hold the address in network order again.
 bool ParseEndpoint(std::string_view field, TableFamily family, std::string& ip, unsigned short& port) {
     constexpr size_t wordDigits = 8;
     constexpr size_t portDigits = 4;

@@ -55,7 +55,7 @@ bool AttachFilter(int fd) {
     return setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) == 0;
 }
 
-// The kernel sends its answer to every listener, so it has to be told from answers to others.
+// The kernel sends its answer to every listener, so its own answer has to differ from those to others.
 uint32_t UnlikelyNumber() {
     uint32_t number = 0;
     if (getrandom(&number, sizeof(number), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(number))) {
@@ -162,7 +162,7 @@ ProcessConnector::Received ProcessConnector::Receive(ConnectorBatch& batch) {
     Received received;
     alignas(nlmsghdr) std::array<char, 8192> buffer;
     for (int i = 0; i < datagramsPerCall; ++i) {
-        // libmnl's own receive does not tell who has sent.
+        // libmnl's own receive does not return the sender.
         sockaddr_nl sender{};
         iovec part{buffer.data(), buffer.size()};
         msghdr envelope{};

@@ -3,59 +3,21 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdint>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/await_condition.h"
 #include "tests/support/moved_clock.h"
+#include "tests/unit/processes/event_dispatcher_support.h"
 
+namespace TestSupport {
 namespace {
 
 using namespace std::chrono_literals;
 using Host::EventDispatcher;
-using Host::ProcessEvent;
-using Host::ProcessListener;
-using TestSupport::Await;
-using TestSupport::ThreadsNamed;
-using TestSupport::ThreadsNamedLike;
-
-using Function = void (*)(const ProcessEvent&);
-
-uintptr_t CodeOf(Function function) {
-    return reinterpret_cast<uintptr_t>(function);
-}
-
-ProcessListener Listener(Function function) {
-    return {CodeOf(function), function};
-}
-
-std::mutex takenMutex;
-std::vector<uint32_t> taken;
-
-void Take(const ProcessEvent& event) {
-    const std::lock_guard lock(takenMutex);
-    taken.push_back(event.cpu);
-}
-
-size_t Taken() {
-    const std::lock_guard lock(takenMutex);
-    return taken.size();
-}
-
-std::vector<ProcessEvent> NumberedEvents(size_t count) {
-    std::vector<ProcessEvent> events(count);
-    for (size_t i = 0; i < count; ++i) {
-        events[i].cpu = static_cast<uint32_t>(i);
-    }
-    return events;
-}
 
 TEST(EventDispatcher, AFullQueueDropsTheNewestAndCountsThem) {
     EventDispatcher dispatcher;
@@ -178,16 +140,6 @@ TEST(EventDispatcher, StoppingDropsWhatIsQueuedAndItStartsAgain) {
     EXPECT_EQ(dispatcher.GetCounters().queued, 0U);
 }
 
-// The gate of the listeners below.
-std::atomic<bool> gateOpen;
-std::atomic<int> atGate;
-
-void WaitAtGate(const ProcessEvent&) {
-    ++atGate;
-    EXPECT_TRUE(Await([] { return gateOpen.load(); }));
-    --atGate;
-}
-
 // A dispatcher with a listener that does not return until the gate opens: it is in its first call.
 class BlockedDispatcher : public testing::Test {
 protected:
@@ -256,119 +208,5 @@ TEST_F(BlockedDispatcher, ItsRemovalDropsWhatItHasWaiting) {
     EXPECT_EQ(dispatcher_.GetCounters().delivered, 1U);
 }
 
-// For the tests in which listeners call the dispatcher.
-EventDispatcher* shared;
-std::atomic<int> inside;
-std::atomic<int> mostInside;
-std::atomic<int> finished;
-
-class SharedDispatcher : public testing::Test {
-protected:
-    void SetUp() override {
-        shared = &dispatcher_;
-        inside = 0;
-        mostInside = 0;
-        finished = 0;
-        gateOpen = false;
-        taken.clear();
-    }
-
-    void TearDown() override {
-        gateOpen = true;
-        dispatcher_.Stop();
-    }
-
-    EventDispatcher dispatcher_;
-};
-
-void RemoveTheBlocked(const ProcessEvent&) {
-    EXPECT_TRUE(Await([] { return atGate == 1; }));
-    // Soon, and not before the removal has begun.
-    std::thread opener([] {
-        EXPECT_TRUE(Await([] { return !shared->HasListeners(); }));
-        gateOpen = true;
-    });
-    shared->Remove(CodeOf(RemoveTheBlocked));
-    shared->Remove(CodeOf(WaitAtGate));
-    EXPECT_EQ(atGate, 0);
-    opener.join();
-    ++finished;
-}
-
-TEST_F(SharedDispatcher, AListenerThatRemovesAnotherWaitsForItsCall) {
-    dispatcher_.Add(Listener(WaitAtGate));
-    dispatcher_.Add(Listener(RemoveTheBlocked));
-    dispatcher_.Push(NumberedEvents(1));
-    dispatcher_.Start();
-    EXPECT_TRUE(Await([] { return finished == 1; }));
-}
-
-void RemoveSecond(const ProcessEvent&);
-
-void RemoveFirst(const ProcessEvent&);
-
-void RemoveAtOnceWithTheOther(Function other) {
-    ++inside;
-    EXPECT_TRUE(Await([] { return inside == 2; }));
-    shared->Remove(CodeOf(other));
-    ++finished;
-}
-
-void RemoveSecond(const ProcessEvent&) {
-    RemoveAtOnceWithTheOther(RemoveFirst);
-}
-
-void RemoveFirst(const ProcessEvent&) {
-    RemoveAtOnceWithTheOther(RemoveSecond);
-}
-
-TEST_F(SharedDispatcher, ListenersThatRemoveEachOtherDoNotWaitForEver) {
-    dispatcher_.Add(Listener(RemoveFirst));
-    dispatcher_.Add(Listener(RemoveSecond));
-    dispatcher_.Push(NumberedEvents(2));
-    dispatcher_.Start();
-    EXPECT_TRUE(Await([] { return finished == 2; }));
-    EXPECT_TRUE(Await([&] { return dispatcher_.IsIdle(); }));
-}
-
-void ReplaceItself(const ProcessEvent&) {
-    mostInside = std::max(mostInside.load(), ++inside);
-    shared->Remove(CodeOf(ReplaceItself));
-    shared->Add(Listener(ReplaceItself));
-    shared->Push(NumberedEvents(1));
-    --inside;
-    ++finished;
-}
-
-TEST_F(SharedDispatcher, AListenerThatAddsItselfAgainIsStillCalledByOneThreadAtATime) {
-    dispatcher_.Add(Listener(ReplaceItself));
-    dispatcher_.Push(NumberedEvents(1));
-    dispatcher_.Start();
-    EXPECT_TRUE(Await([] { return finished >= 1000; }));
-    dispatcher_.Stop();
-    EXPECT_EQ(mostInside, 1);
-}
-
-TEST_F(SharedDispatcher, AddingAndRemovingMayRaceWithEvents) {
-    dispatcher_.Add(Listener(ReplaceItself));
-    dispatcher_.Start();
-    std::vector<std::thread> threads;
-    for (const Function callback : {Take, ReplaceItself, Take}) {
-        threads.emplace_back([this, callback] {
-            for (int i = 0; i < 300; ++i) {
-                dispatcher_.Add(Listener(callback));
-                dispatcher_.Push(NumberedEvents(10));
-                dispatcher_.Remove(CodeOf(callback));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    dispatcher_.Remove(CodeOf(ReplaceItself));
-    // 0 if each event came while the listener was not there.
-    EXPECT_LE(mostInside, 1);
-    EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") <= 1; }));
-}
-
 }  // namespace
+}  // namespace TestSupport

@@ -44,7 +44,7 @@ proc_event ForkEvent(pid_t child) {
     return event;
 }
 
-// What a message of the connector may say of itself.
+// Headers of a message of the connector.
 struct Shape {
     uint16_t type = NLMSG_DONE;
     uint32_t idx = CN_IDX_PROC;
@@ -110,7 +110,7 @@ TEST(ConnectorMessage, SeveralInADatagramKeepTheirOrder) {
     EXPECT_EQ(batch.acks[0].error, 1U);
 }
 
-TEST(ConnectorMessage, ForeignAndCutMessagesAreLeftOut) {
+TEST(ConnectorMessage, ForeignAndCutMessagesAreOmitted) {
     proc_event exit{};
     exit.what = KernelEvent::PROC_EVENT_EXIT;
     proc_event unknown{};

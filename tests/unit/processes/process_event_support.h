@@ -1,4 +1,4 @@
-// What tests of process events share.
+// Helpers of the tests of process events.
 #pragma once
 
 #include <spawn.h>
@@ -13,7 +13,7 @@
 
 namespace TestSupport {
 
-// What keeps this process from listening to the kernel's process events, independent of the code under test; empty if
+// The reason that keeps this process from listening to the kernel's process events, independent of the code under test; empty if
 // nothing does.
 inline std::string MissingForProcessEvents() {
     if (runsEmulated) {
