@@ -21,6 +21,7 @@
 #include "agent/process_monitor.h"
 #include "host/events/agent_library.h"
 #include "host/processes/process_event_service.h"
+#include "module/published.h"
 
 namespace {
 
@@ -126,10 +127,10 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: storm_watch MODULE; %s\n", argc == 2 ? dlerror() : "");
         return 2;
     }
-    const auto init = reinterpret_cast<int (*)()>(dlsym(library, "InitModule"));
-    const auto start = reinterpret_cast<int (*)(const char*)>(dlsym(library, "StartModule"));
-    const auto stop = reinterpret_cast<void (*)(const char*)>(dlsym(library, "StopModule"));
-    const auto deinit = reinterpret_cast<void (*)()>(dlsym(library, "DeinitModule"));
+    const auto init = reinterpret_cast<Published::InitEntry>(dlsym(library, Published::initEntry));
+    const auto start = reinterpret_cast<Published::StartEntry>(dlsym(library, Published::startEntry));
+    const auto stop = reinterpret_cast<Published::StopEntry>(dlsym(library, Published::stopEntry));
+    const auto deinit = reinterpret_cast<Published::DeinitEntry>(dlsym(library, Published::deinitEntry));
     Host::AgentLibrary::Get().setEventLimit(0);
     Host::AgentLibrary::Get().startEvents(PrintEvent, {});
     // One pass of the period scan soon after the start, and none that could find the attack of the measurement.

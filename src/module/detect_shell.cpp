@@ -1,5 +1,7 @@
 #include "module/detect_shell.h"
 
+#include <type_traits>
+
 #include "agent/status.h"
 #include "classifier/tmp_command_watcher.h"
 #include "frame/log.h"
@@ -15,6 +17,11 @@
 #include "shellfile/shell_watch.h"
 
 static constexpr char logSource[] = "detect_shell";
+
+static_assert(std::is_same_v<decltype(&InitModule), Published::InitEntry>);
+static_assert(std::is_same_v<decltype(&StartModule), Published::StartEntry>);
+static_assert(std::is_same_v<decltype(&StopModule), Published::StopEntry>);
+static_assert(std::is_same_v<decltype(&DeinitModule), Published::DeinitEntry>);
 
 static constexpr char codeNone[] = "";
 

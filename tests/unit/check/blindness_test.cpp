@@ -3,22 +3,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-constexpr char period[] = "period scan";
-constexpr char onSocket[] = "instant scan, waits on a socket itself";
-constexpr char relay[] = "instant scan, pipe fed by a relay";
-constexpr char descendant[] = "instant scan, pipe fed by a descendant";
-constexpr char unixStream[] = "instant scan, Unix stream with a raw-socket parent";
-constexpr char terminal[] = "instant scan, terminal held by its parent";
-constexpr char shortCommands[] = "short-command watcher";
-constexpr char change[] = "shell file protection, change";
-constexpr char flags[] = "shell file protection, flags";
-constexpr char copy[] = "shell file protection, copy";
+constexpr auto& period = Published::periodScan;
+constexpr auto& onSocket = Published::instantScanOnSocket;
+constexpr auto& relay = Published::instantScanByRelay;
+constexpr auto& descendant = Published::instantScanByDescendant;
+constexpr auto& unixStream = Published::instantScanByRawSocket;
+constexpr auto& terminal = Published::instantScanOnTerminal;
+constexpr auto& shortCommands = Published::shortCommandWatcher;
+constexpr auto& change = Published::shellFileChange;
+constexpr auto& flags = Published::shellFileFlags;
+constexpr auto& copy = Published::shellFileCopy;
 
 std::vector<std::string> NamesOf(const std::vector<BlindDetection>& detections) {
     std::vector<std::string> names;

@@ -13,6 +13,7 @@
 #include "host/check/rights.h"
 #include "host/check/setup.h"
 #include "host/program/check_command.h"
+#include "module/published.h"
 #include "tests/support/emulation.h"
 #include "tests/support/temporary_directory.h"
 
@@ -97,10 +98,10 @@ TEST(CheckModule, AbsentModuleIsEssential) {
 }
 
 TEST(CheckLocation, VariableKeepsTheSearchOff) {
-    ::setenv("AGENT_LOCATION", "", 1);
+    ::setenv(Published::locationVariable, "", 1);
     CheckReport report;
     CheckLocation(report);
-    ::unsetenv("AGENT_LOCATION");
+    ::unsetenv(Published::locationVariable);
     EXPECT_TRUE(report.IsLacking(Facility::location));
     CheckReport without;
     CheckLocation(without);

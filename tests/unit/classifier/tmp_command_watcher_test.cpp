@@ -2,12 +2,13 @@
 #include <chrono>
 #include <thread>
 
+#include "module/published.h"
 #include "tests/support/failing_calls.h"
 #include "tmp_command_fixture.h"
 
 namespace {
 
-constexpr char taskName[] = "check tmp shell task";
+constexpr auto& taskName = Published::shortCommandTask;
 
 class TmpCommandWatcher : public TmpCommandTest {
 protected:

@@ -1,3 +1,4 @@
+#include "module/published.h"
 #include "module_fixture.h"
 
 namespace {
@@ -94,12 +95,12 @@ TEST_F(Configuration, TurnsAFunctionOnByTheKeyAlone) {
 
 TEST_F(Configuration, DoesNotReadTheReverseShellSectionWhereTheEnvironmentForbidsTheFunction) {
     for (const char* location : {"somewhere", ""}) {
-        Fake::TheAgent().environment["AGENT_LOCATION"] = location;
+        Fake::TheAgent().environment[Published::locationVariable] = location;
         ReplaceWhitelist({"left from before"});
         EXPECT_EQ(Start(R"({"abnormalShell":{},"reverseShell":{"detectInterval":45,"whitelist":["bash"]}})"), 1);
         EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, true, "0000"}})) << location;
         EXPECT_FALSE(reverseShellEnabled);
-        EXPECT_EQ(detectInterval, 90);
+        EXPECT_EQ(detectInterval, Published::defaultDetectInterval);
         EXPECT_EQ(*CurrentWhitelist(), std::set<std::string>{"left from before"});
         EXPECT_TRUE(Fake::TheAgent().tasks.empty());
     }

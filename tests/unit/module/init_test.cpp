@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "module/published.h"
 #include "module_fixture.h"
 #include "shellfile/shell_baseline.h"
 
@@ -11,7 +12,7 @@ protected:
     void SetUp() override {
         ModuleTest::SetUp();
         etc.emplace();
-        SetSetting("TAVORIN_ETC", etc->Path());
+        SetSetting(Published::folderSetting, etc->Path());
     }
 
     // Makes an executable file and lists it.

@@ -44,8 +44,8 @@ TEST_F(Lifecycle, BringsFunctionsUpInOrder) {
     EXPECT_EQ(StartModule(bothFunctions), 1);
     EXPECT_EQ(Fake::TheAgent().journal,
               (std::vector<std::string>{"add callback", "fanotify", "thread ChattrShellThread",
-                                        "status shell-file-tampering on", "register check shell by netlink procs",
-                                        "add callback", "register check shell task", "status reverse-shell-attack on",
+                                        Line("status", tampering, "on"), Line("register", instantTask), "add callback",
+                                        Line("register", periodTask), Line("status", reverseShell, "on"),
                                         "log Shell detection module start success."}));
     EXPECT_EQ(TakeStatuses(),
               (std::vector<Fake::StatusReport>{{tampering, true, "0000"}, {reverseShell, true, "0000"}}));
@@ -57,13 +57,12 @@ TEST_F(Lifecycle, TakesFunctionsDownInOrder) {
     Fake::TheAgent().journal.clear();
     TakeStatuses();
     StopModule("0017");
-    EXPECT_EQ(
-        Fake::TheAgent().journal,
-        (std::vector<std::string>{"await thread", "log shell file system attr thread stop!\n", "remove callback",
-                                  "status shell-file-tampering off", "pause check shell by netlink procs",
-                                  "unregister check shell by netlink procs", "remove callback", "remove callback",
-                                  "pause check shell task", "unregister check shell task",
-                                  "status reverse-shell-attack off", "log Shell detection module stop success."}));
+    EXPECT_EQ(Fake::TheAgent().journal,
+              (std::vector<std::string>{
+                  "await thread", "log shell file system attr thread stop!\n", "remove callback",
+                  Line("status", tampering, "off"), Line("pause", instantTask), Line("unregister", instantTask),
+                  "remove callback", "remove callback", Line("pause", periodTask), Line("unregister", periodTask),
+                  Line("status", reverseShell, "off"), "log Shell detection module stop success."}));
     EXPECT_EQ(TakeStatuses(),
               (std::vector<Fake::StatusReport>{{tampering, false, "0017"}, {reverseShell, false, "0017"}}));
     EXPECT_EQ(moduleRunning, 0);
@@ -74,23 +73,23 @@ TEST_F(Lifecycle, StartsTheCommandWatcherBeforeTheScansAndStopsItBetweenThem) {
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
     EXPECT_EQ(
         Fake::TheAgent().journal,
-        (std::vector<std::string>{"add callback", "register check tmp shell task",
-                                  "register check shell by netlink procs", "add callback", "register check shell task",
-                                  "status reverse-shell-attack on", "log Shell detection module start success."}));
+        (std::vector<std::string>{"add callback", Line("register", watcherTask), Line("register", instantTask),
+                                  "add callback", Line("register", periodTask), Line("status", reverseShell, "on"),
+                                  "log Shell detection module start success."}));
     Fake::TheAgent().journal.clear();
     StopModule("0000");
     EXPECT_EQ(
         Fake::TheAgent().journal,
-        (std::vector<std::string>{"pause check shell by netlink procs", "unregister check shell by netlink procs",
-                                  "remove callback", "pause check tmp shell task", "unregister check tmp shell task",
-                                  "remove callback", "pause check shell task", "unregister check shell task",
-                                  "status reverse-shell-attack off", "log Shell detection module stop success."}));
+        (std::vector<std::string>{Line("pause", instantTask), Line("unregister", instantTask), "remove callback",
+                                  Line("pause", watcherTask), Line("unregister", watcherTask), "remove callback",
+                                  Line("pause", periodTask), Line("unregister", periodTask),
+                                  Line("status", reverseShell, "off"), "log Shell detection module stop success."}));
     EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
 }
 
 TEST_F(Lifecycle, StartsWithoutACommandWatcherThatIsRefused) {
     shellPaths = {"/bin/sh"};
-    Fake::TheAgent().refusedTasks = {"check tmp shell task"};
+    Fake::TheAgent().refusedTasks = {watcherTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
     EXPECT_EQ(Fake::TheAgent().tasks.size(), 2U);
     StopModule("0000");
@@ -140,7 +139,7 @@ TEST_F(Lifecycle, SurvivesARefusedSocketTableLock) {
     EXPECT_EQ(StartModule(bothFunctions), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
               (std::vector<std::string>{"add callback", "fanotify", "thread ChattrShellThread",
-                                        "status shell-file-tampering on", "status reverse-shell-attack off"}));
+                                        Line("status", tampering, "on"), Line("status", reverseShell, "off")}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, true, "0000"}, {reverseShell, false, ""}}));
     EXPECT_EQ(moduleRunning, 0);
 }
@@ -160,9 +159,9 @@ TEST_F(Lifecycle, SurvivesARefusedFirstTask) {
     Fake::TheAgent().refusedTasks = {instantTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
-              (std::vector<std::string>{"refuse check shell by netlink procs", "log check shell task start failed.",
+              (std::vector<std::string>{Line("refuse", instantTask), "log check shell task start failed.",
                                         "log start instant scan failed", "remove callback",
-                                        "status reverse-shell-attack off"}));
+                                        Line("status", reverseShell, "off")}));
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL), std::vector<std::string>{"check shell task start failed."});
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_ERROR), std::vector<std::string>{"start instant scan failed"});
     EXPECT_EQ(moduleRunning, 0);
@@ -171,12 +170,11 @@ TEST_F(Lifecycle, SurvivesARefusedFirstTask) {
 TEST_F(Lifecycle, SurvivesARefusedSecondTask) {
     Fake::TheAgent().refusedTasks = {periodTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
-    EXPECT_EQ(
-        Fake::TheAgent().journal,
-        (std::vector<std::string>{"register check shell by netlink procs", "add callback", "refuse check shell task",
-                                  "log check shell task start failed.", "log start period scan failed",
-                                  "pause check shell by netlink procs", "unregister check shell by netlink procs",
-                                  "remove callback", "remove callback", "status reverse-shell-attack off"}));
+    EXPECT_EQ(Fake::TheAgent().journal,
+              (std::vector<std::string>{Line("register", instantTask), "add callback", Line("refuse", periodTask),
+                                        "log check shell task start failed.", "log start period scan failed",
+                                        Line("pause", instantTask), Line("unregister", instantTask), "remove callback",
+                                        "remove callback", Line("status", reverseShell, "off")}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{reverseShell, false, ""}}));
     EXPECT_EQ(moduleRunning, 0);
 }
@@ -213,7 +211,7 @@ TEST_F(Lifecycle, StopsInFullAfterAFailedStart) {
     Fake::TheAgent().journal.clear();
     StopModule("0001");
     EXPECT_EQ(Fake::TheAgent().journal,
-              (std::vector<std::string>{"remove callback", "remove callback", "status reverse-shell-attack off",
+              (std::vector<std::string>{"remove callback", "remove callback", Line("status", reverseShell, "off"),
                                         "log Shell detection module stop success."}));
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{reverseShell, false, "0001"}}));
     Fake::TheAgent().refusedTasks.clear();

@@ -16,6 +16,7 @@
 #include "frame/settings.h"
 #include "frame/whitelist.h"
 #include "module/detect_shell.h"
+#include "module/published.h"
 #include "tests/fakes/fake_agent.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/proc_tree.h"
@@ -23,21 +24,22 @@
 
 class ModuleTest : public testing::Test {
 protected:
-    static constexpr char instantTask[] = "check shell by netlink procs";
-    static constexpr char periodTask[] = "check shell task";
-    static constexpr char tampering[] = "shell-file-tampering";
-    static constexpr char reverseShell[] = "reverse-shell-attack";
+    static constexpr auto& instantTask = Published::instantScanTask;
+    static constexpr auto& periodTask = Published::periodScanTask;
+    static constexpr auto& watcherTask = Published::shortCommandTask;
+    static constexpr auto& tampering = Published::shellFileFunction;
+    static constexpr auto& reverseShell = Published::reverseShellFunction;
 
     // The module's units, and the agent's JSON reader.
     inline static const std::set<std::string> logSources = {"detect_reverse_shell",   "detect_shell",
                                                             "detect_shell_event",     "detect_shell_utils",
-                                                            "reverse_shell_detector", "json"};
+                                                            "reverse_shell_detector", "json_reader"};
 
     void SetUp() override {
         Fake::ResetAgent();
         TimeRecorder::Reset();
         ReplaceWhitelist({});
-        detectInterval = 90;
+        detectInterval = Published::defaultDetectInterval;
         shellPaths.clear();
     }
 
@@ -57,6 +59,11 @@ protected:
         TavUtils::Config& config = TavUtils::Config::GetInstance();
         const std::lock_guard<TavUtils::Config> guard(config);
         config.GetConfigMap<std::string>()[key] = value;
+    }
+
+    // A line of the agent's journal about a task or a function, such as "register TASK" or "status FUNCTION on".
+    static std::string Line(const std::string& verb, const std::string& name, const std::string& state = "") {
+        return verb + " " + name + (state.empty() ? "" : " " + state);
     }
 
     static std::vector<Fake::StatusReport> TakeStatuses() { return std::exchange(Fake::TheAgent().statuses, {}); }

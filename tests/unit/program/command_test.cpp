@@ -15,6 +15,7 @@
 #include "host/program/event_output.h"
 #include "host/program/run_command.h"
 #include "host/program/scan_command.h"
+#include "module/published.h"
 #include "tests/support/temporary_directory.h"
 
 namespace Host {
@@ -29,7 +30,7 @@ protected:
     void TearDown() override {
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
         AgentLibrary::Get().setLogLevel(LOG_LEVEL_LIFECYCLE);
-        ::unsetenv("AGENT_LOCATION");
+        ::unsetenv(Published::locationVariable);
     }
 
     static std::string ErrorsOf(int (*command)(const Options&), const Options& options, int status) {
@@ -72,7 +73,7 @@ TEST_F(CommandTest, ScanNeedsTheReverseShellSection) {
 }
 
 TEST_F(CommandTest, ScanRefusesAnEnvironmentThatKeepsItOff) {
-    ::setenv("AGENT_LOCATION", "", 1);
+    ::setenv(Published::locationVariable, "", 1);
     EXPECT_THAT(ErrorsOf(ScanCommand, WithConfig("{}"), 1), HasSubstr("AGENT_LOCATION is set"));
 }
 

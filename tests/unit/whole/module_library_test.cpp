@@ -5,6 +5,7 @@
 
 #include "command_output.h"
 #include "host/events/agent_library.h"
+#include "module/published.h"
 #include "real_module.h"
 
 namespace {
@@ -44,23 +45,23 @@ TEST(ModuleLibrary, IsHardened) {
 TEST(ModuleLibrary, SharesTheAgentsScheduler) {
     RealModule module;
     ASSERT_EQ(module.start(R"({"reverseShell":{}})"), 1);
-    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow("check shell task"))
+    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow(Published::periodScanTask))
         << "a task of the module is known to the agent";
-    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow("check shell by netlink procs"));
+    EXPECT_TRUE(Host::AgentLibrary::Get().runTaskNow(Published::instantScanTask));
     module.stop("0000");
-    EXPECT_FALSE(Host::AgentLibrary::Get().runTaskNow("check shell task"));
+    EXPECT_FALSE(Host::AgentLibrary::Get().runTaskNow(Published::periodScanTask));
     module.deinit();
 }
 
 TEST(ModuleLibrary, ReportsItsStatusToTheAgent) {
     RealModule module;
     ASSERT_EQ(module.start(R"({"abnormalShell":{},"reverseShell":{}})"), 1);
-    for (const char* name : {"shell-file-tampering", "reverse-shell-attack"}) {
+    for (const char* name : {Published::shellFileFunction, Published::reverseShellFunction}) {
         EXPECT_TRUE(Host::AgentLibrary::Get().detectionStatus().at(name).running) << name;
         EXPECT_EQ(Host::AgentLibrary::Get().detectionStatus().at(name).code, "0000") << name;
     }
     module.stop("0042");
-    for (const char* name : {"shell-file-tampering", "reverse-shell-attack"}) {
+    for (const char* name : {Published::shellFileFunction, Published::reverseShellFunction}) {
         EXPECT_FALSE(Host::AgentLibrary::Get().detectionStatus().at(name).running) << name;
         EXPECT_EQ(Host::AgentLibrary::Get().detectionStatus().at(name).code, "0042") << name;
     }

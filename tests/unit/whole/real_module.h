@@ -6,26 +6,28 @@
 #include <stdexcept>
 #include <string>
 
+#include "module/published.h"
+
 class RealModule {
 public:
     RealModule() : library_(dlopen(ORLIM_MODULE_FILE, RTLD_NOW | RTLD_LOCAL)) {
         if (library_ == nullptr) {
             throw std::runtime_error(dlerror());
         }
-        init = Entry<int (*)()>("InitModule");
-        start = Entry<int (*)(const char*)>("StartModule");
-        stop = Entry<void (*)(const char*)>("StopModule");
-        deinit = Entry<void (*)()>("DeinitModule");
+        init = Entry<Published::InitEntry>(Published::initEntry);
+        start = Entry<Published::StartEntry>(Published::startEntry);
+        stop = Entry<Published::StopEntry>(Published::stopEntry);
+        deinit = Entry<Published::DeinitEntry>(Published::deinitEntry);
     }
 
     ~RealModule() { dlclose(library_); }
     RealModule(const RealModule&) = delete;
     RealModule& operator=(const RealModule&) = delete;
 
-    int (*init)() = nullptr;
-    int (*start)(const char*) = nullptr;
-    void (*stop)(const char*) = nullptr;
-    void (*deinit)() = nullptr;
+    Published::InitEntry init = nullptr;
+    Published::StartEntry start = nullptr;
+    Published::StopEntry stop = nullptr;
+    Published::DeinitEntry deinit = nullptr;
 
 private:
     template <typename Function>

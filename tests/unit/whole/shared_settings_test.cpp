@@ -6,6 +6,7 @@
 
 #include "agent/config.h"
 #include "host/system/status_board.h"
+#include "module/published.h"
 #include "real_module.h"
 #include "tests/support/proc_tree.h"
 
@@ -25,7 +26,7 @@ TEST(SharedSettings, OfTheAgentAreSeenByTheModule) {
     TavUtils::Config& config = TavUtils::Config::GetInstance();
     {
         const std::lock_guard<TavUtils::Config> guard(config);
-        config.GetConfigMap<std::string>()["TAVORIN_ETC"] = etc.Path();
+        config.GetConfigMap<std::string>()[Published::folderSetting] = etc.Path();
     }
     EXPECT_EQ(module.init(), 1);
     const std::lock_guard<TavUtils::Config> guard(config);
