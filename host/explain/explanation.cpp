@@ -2,10 +2,10 @@
 
 #include <stdexcept>
 
-#include "agent/env.h"
 #include "frame/settings.h"
 #include "host/explain/detections.h"
 #include "host/explain/module_in_process.h"
+#include "host/system/environment.h"
 #include "module/published.h"
 
 namespace Host {
@@ -21,10 +21,8 @@ void ApplySwitch(bool on, const std::string& why, Judgement& judgement) {
 }
 
 std::string WhyReverseShellIsOff() {
-    const std::string variable = Published::locationVariable;
-    return TavUtils::Env::GetEnv(Published::locationVariable) != nullptr
-               ? variable + " is set in the environment, which keeps the search for reverse shells off"
-               : "the configuration does not have module." + std::string(Published::reverseShellKey);
+    const std::string reason = WhySearchIsOff();
+    return reason.empty() ? "the configuration does not have module." + std::string(Published::reverseShellKey) : reason;
 }
 
 }  // namespace
