@@ -12,6 +12,7 @@ import time
 
 import jsonschema
 
+from published import PUBLISHED
 from waiting import scaled
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
@@ -43,7 +44,7 @@ END_LIMIT_SECONDS = 15
 
 
 def environment(**changes):
-    kept = {name: value for name, value in os.environ.items() if name != "AGENT_LOCATION"}
+    kept = {name: value for name, value in os.environ.items() if name != PUBLISHED.locationVariable}
     return {**kept, **changes}
 
 

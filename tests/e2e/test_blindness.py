@@ -14,19 +14,19 @@ import pytest
 from agent import PROGRAM, Agent, environment, is_of_instant_scan, is_of_period_scan, run_to_end, write_config
 from campaign import Campaign
 from instant_attacks import FOUND, READING, Site
+from published import PUBLISHED
 from stage import BASH, ON_LINE, Process, Stage, tcp
 from test_shell_files import IMMUTABLE, NOBODY, set_flags
 from waiting import wait_until
 
-PERIOD_SCAN = "period scan"
+PERIOD_SCAN = PUBLISHED.periodScan
 WAITS = {
-    *("instant scan, waits on a socket itself", "instant scan, pipe fed by a relay"),
-    *("instant scan, pipe fed by a descendant", "instant scan, Unix stream with a raw-socket parent"),
-    "short-command watcher",
+    *(PUBLISHED.instantScanOnSocket, PUBLISHED.instantScanByRelay, PUBLISHED.instantScanByDescendant),
+    *(PUBLISHED.instantScanByRawSocket, PUBLISHED.shortCommandWatcher),
 }
-TERMINAL = "instant scan, terminal held by its parent"
+TERMINAL = PUBLISHED.instantScanOnTerminal
 REVERSE_SHELLS = {PERIOD_SCAN, TERMINAL, *WAITS}
-CHANGE, FLAGS, COPY = (f"shell file protection, {kind}" for kind in ("change", "flags", "copy"))
+CHANGE, FLAGS, COPY = PUBLISHED.shellFileChange, PUBLISHED.shellFileFlags, PUBLISHED.shellFileCopy
 OF_PROCESS_EVENTS = {TERMINAL, COPY, *WAITS}
 PYTHONS_TERMINAL = "Python's terminal"
 PASS_LIMIT = 60
@@ -81,7 +81,9 @@ LACKS = {
     "inotify": Lack(
         after("echo 0 > /proc/sys/user/max_inotify_instances", "-Ur"), {CHANGE, COPY, FLAGS, *REVERSE_SHELLS}, "", 1
     ),
-    "AGENT_LOCATION unset": Lack((), REVERSE_SHELLS, "AGENT_LOCATION is set", environment={"AGENT_LOCATION": "1"}),
+    "AGENT_LOCATION unset": Lack(
+        (), REVERSE_SHELLS, "AGENT_LOCATION is set", environment={PUBLISHED.locationVariable: "1"}
+    ),
     "CAP_SYS_ADMIN, for shell files alone": Lack(without("sys_admin"), {FLAGS}, module={"abnormalShell": {}}),
     "CAP_SYS_ADMIN, for reverse shells alone": Lack(without("sys_admin"), WAITS, module={"reverseShell": {}}),
 }

@@ -6,22 +6,23 @@ import re
 import pytest
 
 from agent import Scan, run_to_end, write_config
+from published import PUBLISHED
 from stage import ON_LINE, Process, Stage, companion, pipe, reverse_shell, shell, tcp, terminal
 from test_command_line import NOBODY, assert_refused
 
-PERIOD_SCAN = "period scan"
-SOCKET_WAIT = "instant scan, waits on a socket itself"
-RELAY_PIPE = "instant scan, pipe fed by a relay"
-HELD_TERMINAL = "instant scan, terminal held by its parent"
+PERIOD_SCAN = PUBLISHED.periodScan
+SOCKET_WAIT = PUBLISHED.instantScanOnSocket
+RELAY_PIPE = PUBLISHED.instantScanByRelay
+HELD_TERMINAL = PUBLISHED.instantScanOnTerminal
 DETECTIONS = [
     PERIOD_SCAN,
     SOCKET_WAIT,
     RELAY_PIPE,
-    "instant scan, pipe fed by a descendant",
-    "instant scan, Unix stream with a raw-socket parent",
+    PUBLISHED.instantScanByDescendant,
+    PUBLISHED.instantScanByRawSocket,
     HELD_TERMINAL,
-    "short-command watcher",
-    "shell file protection, copy",
+    PUBLISHED.shortCommandWatcher,
+    PUBLISHED.shellFileCopy,
 ]
 ON_TERMINAL = {0: "terminal", 1: "terminal", 2: "terminal"}
 
@@ -63,7 +64,7 @@ def test_shell_on_a_connection_is_explained_as_reported(attacker):
             assert said.verdicts[detection] == f"would report it, with the connection {line_text(stage)}"
             assert said.refusals(detection) == []
         assert said.reporters == f"{PERIOD_SCAN}; {SOCKET_WAIT}"
-        assert said.refusals("shell file protection, copy")
+        assert said.refusals(PUBLISHED.shellFileCopy)
         assert Scan().contents(stage.pid) == [stage.expected_content()]
 
 

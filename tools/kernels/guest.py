@@ -137,7 +137,7 @@ def disk_of(content):
 
 def tested_disk(build, folder, name):
     """The disk with the agent, the module, the tests and, where it is built, the benchmark of a pass."""
-    content = new_content(folder, name, "tests/e2e", "docs/schema", "bench", "packaging")
+    content = new_content(folder, name, "tests/e2e", "src/module", "docs/schema", "bench", "packaging")
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
     for program in filter(pathlib.Path.exists, (build / f"bin/{name}" for name in PROGRAMS)):
@@ -149,7 +149,7 @@ def tested_disk(build, folder, name):
 
 def packaged_disk(package, folder, name):
     """The disk with a package and its tests."""
-    content = new_content(folder, name, "tests/e2e", "tests/package")
+    content = new_content(folder, name, "tests/e2e", "src/module", "tests/package")
     (content / "tools").mkdir()
     shutil.copy(REPOSITORY / "tools/fresh_debian.py", content / "tools")
     shutil.copy(package, content / "orlim-agent.deb")
