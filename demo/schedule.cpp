@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
@@ -15,8 +17,8 @@ std::string CountdownText(double seconds) {
     const double done = std::floor((seconds - firstSweepSeconds) / sweepIntervalSeconds);
     const double nextSweep = firstSweepSeconds + (std::fmax(done, -1) + 1) * sweepIntervalSeconds;
     const std::string period = seconds < periodScanSeconds
-                                   ? "period scan in " + WholeSeconds(periodScanSeconds - seconds)
-                                   : "period scan at work";
+                                   ? Published::periodScan + (" in " + WholeSeconds(periodScanSeconds - seconds))
+                                   : Published::periodScan + std::string(" at work");
     return period + ", short-command sweep in " + WholeSeconds(nextSweep - seconds);
 }
 

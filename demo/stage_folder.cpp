@@ -8,6 +8,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "module/published.h"
+
 namespace Host {
 namespace {
 
@@ -51,7 +53,7 @@ void StageFolder::Fill(const std::vector<const WiringPlan*>& plans) const {
             list += shell + "\n";
         }
     }
-    WriteText(path_ + "/default_shells", list);
+    WriteText(path_ + "/" + Published::shellListName, list);
 }
 
 void StageFolder::Remove() const {
