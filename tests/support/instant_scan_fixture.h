@@ -11,7 +11,6 @@
 #include <ctime>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +21,7 @@
 #include "frame/whitelist.h"
 #include "inspect/socket_table.h"
 #include "tests/fakes/fake_agent.h"
+#include "tests/support/event_json.h"
 #include "tests/support/kernel_objects.h"
 #include "tests/support/proc_tree.h"
 #include "tests/support/temporary_directory.h"
@@ -179,10 +179,9 @@ protected:
     static const std::vector<std::string>& Events() { return Fake::TheAgent().events; }
 
     // Content of the only event.
-    static nlohmann::ordered_json Content() {
+    static EventJson Content() {
         EXPECT_EQ(Events().size(), 1U);
-        return Events().size() == 1 ? nlohmann::ordered_json::parse(Events()[0])["eventContent"]
-                                    : nlohmann::ordered_json();
+        return Events().size() == 1 ? EventJson::Parse(Events()[0])["eventContent"] : EventJson();
     }
 
     TemporaryDirectory folder;

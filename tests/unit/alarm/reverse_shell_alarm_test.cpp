@@ -72,7 +72,7 @@ TEST_F(ReverseShellAlarm, TellsOfTheProcessItsParentAndTheConnection) {
     EXPECT_EQ(content["parentCmdline"], "(/srv) bash");
     EXPECT_EQ(content["inode"], "51");
     EXPECT_EQ(content["sourcePath"], program);
-    EXPECT_EQ(content["hash"].get<std::string>().size(), 64U);
+    EXPECT_EQ(content["hash"].Text().size(), 64U);
     EXPECT_EQ(content["localIp"], "198.51.100.3");
     EXPECT_EQ(content["localPort"], 40001);
     EXPECT_EQ(content["remoteIp"], "192.0.2.7");

@@ -3,13 +3,11 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tests/fakes/fake_agent.h"
+#include "tests/support/event_json.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using namespace std::string_literals;
 
 class ReverseShellEvent : public testing::Test {
@@ -43,7 +41,7 @@ TEST_F(ReverseShellEvent, HoldsItsKeysInOrder) {
 }
 
 TEST_F(ReverseShellEvent, HasEveryKeyAlsoForAnEmptyRecord) {
-    EXPECT_EQ(Json::parse(ReverseShellEventText({}))["eventContent"].dump(),
+    EXPECT_EQ(EventJson::Parse(ReverseShellEventText({}))["eventContent"].Dump(),
               R"({"pid":0,"path":"","ppid":0,"parentPath":"","cmdline":"","parentCmdline":"","inode":"",)"
               R"("sourcePath":"","hash":"","localIp":"0.0.0.0","localPort":0,"remoteIp":"0.0.0.0","remotePort":0})");
 }
@@ -54,7 +52,7 @@ TEST_F(ReverseShellEvent, WritesTheGreatestNumbers) {
     record.remotePort = 65535;
     record.localIp = 0xFFFFFFFF;
     record.inode = "18446744073709551615";
-    const Json content = Json::parse(ReverseShellEventText(record))["eventContent"];
+    const EventJson content = EventJson::Parse(ReverseShellEventText(record))["eventContent"];
     EXPECT_EQ(content["localPort"], 65535);
     EXPECT_EQ(content["remotePort"], 65535);
     EXPECT_EQ(content["localIp"], "255.255.255.255");
@@ -63,7 +61,7 @@ TEST_F(ReverseShellEvent, WritesTheGreatestNumbers) {
 
 TEST_F(ReverseShellEvent, CarriesTheTimeOfItsMaking) {
     Fake::TheAgent().utc = "2031-12-31T23:59:59.999Z";
-    EXPECT_EQ(Json::parse(ReverseShellEventText(Record()))["eventTime"], "2031-12-31T23:59:59.999Z");
+    EXPECT_EQ(EventJson::Parse(ReverseShellEventText(Record()))["eventTime"], "2031-12-31T23:59:59.999Z");
 }
 
 TEST_F(ReverseShellEvent, StaysOneValidLineWhateverItsTextsHold) {
@@ -73,10 +71,10 @@ TEST_F(ReverseShellEvent, StaysOneValidLineWhateverItsTextsHold) {
     record.path = record.cmdline = record.parentPath = record.parentCmdline = record.sourcePath = hostile;
     const std::string text = ReverseShellEventText(record);
     EXPECT_EQ(text.find_first_of("\n\r\0"s), std::string::npos);
-    const Json content = Json::parse(text)["eventContent"];
-    EXPECT_EQ(content.size(), 13U);
+    const EventJson content = EventJson::Parse(text)["eventContent"];
+    EXPECT_EQ(content.Size(), 13U);
     EXPECT_EQ(content["pid"], 300);
-    const std::string kept = content["cmdline"];
+    const std::string kept = content["cmdline"].Text();
     EXPECT_TRUE(kept.starts_with("bash \"\\\n\r\t\x01\x1b[31m \uFFFD\uFFFD\uFFFD "));
     EXPECT_NE(kept.find(std::string(100000, 'A')), std::string::npos) << "nothing is cut";
     for (const char* key : {"path", "parentPath", "parentCmdline", "sourcePath"}) {

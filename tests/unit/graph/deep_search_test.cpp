@@ -1,15 +1,14 @@
-#include <nlohmann/json.hpp>
-
 #include "graph_fixture.h"
+#include "tests/support/event_json.h"
 
 namespace {
 
 class DeepSearch : public GraphTest {
 protected:
     // The content of the only event.
-    static nlohmann::json Content() {
+    static EventJson Content() {
         EXPECT_EQ(Fake::TheAgent().events.size(), 1U);
-        return nlohmann::json::parse(Fake::TheAgent().events.at(0)).at("eventContent");
+        return EventJson::Parse(Fake::TheAgent().events.at(0))["eventContent"];
     }
 
     static size_t Events() { return Fake::TheAgent().events.size(); }

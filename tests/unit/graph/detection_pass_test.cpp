@@ -1,6 +1,5 @@
-#include <nlohmann/json.hpp>
-
 #include "graph_fixture.h"
+#include "tests/support/event_json.h"
 
 namespace {
 
@@ -34,16 +33,16 @@ protected:
     static std::multiset<int> ReportedPids() {
         std::multiset<int> pids;
         for (const std::string& event : Fake::TheAgent().events) {
-            pids.insert(nlohmann::json::parse(event)["eventContent"]["pid"].get<int>());
+            pids.insert(EventJson::Parse(event)["eventContent"]["pid"].Number());
         }
         return pids;
     }
 
     static std::string PeerOf(int pid) {
         for (const std::string& event : Fake::TheAgent().events) {
-            const auto content = nlohmann::json::parse(event)["eventContent"];
+            const auto content = EventJson::Parse(event)["eventContent"];
             if (content["pid"] == pid) {
-                return content["remoteIp"];
+                return content["remoteIp"].Text();
             }
         }
         return "not reported";

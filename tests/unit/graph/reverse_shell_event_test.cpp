@@ -1,6 +1,5 @@
-#include <nlohmann/json.hpp>
-
 #include "graph_fixture.h"
+#include "tests/support/event_json.h"
 
 namespace {
 
@@ -34,14 +33,14 @@ TEST_F(ReverseShellEvent, StaysOneValidLineWhateverTheCommandLineHolds) {
     ASSERT_EQ(Fake::TheAgent().events.size(), 1U);
     const std::string& event = Fake::TheAgent().events[0];
     EXPECT_EQ(event.find('\n'), std::string::npos);
-    const auto content = nlohmann::json::parse(event)["eventContent"];
+    const auto content = EventJson::Parse(event)["eventContent"];
     EXPECT_EQ(content["cmdline"], "bash \"\\\n\r\x01\x1b[31m \uFFFD\uFFFD\uFFFD" + std::string(100000, 'A'));
 }
 
 TEST_F(ReverseShellEventOnTree, IsSentWithEmptyTextsForProcessesThatHaveGone) {
     const ProcPtr shell = MakeProc(29999);
     detector.SendEvent(shell, Connection(5000));
-    const auto content = nlohmann::json::parse(Fake::TheAgent().events.at(0))["eventContent"];
+    const auto content = EventJson::Parse(Fake::TheAgent().events.at(0))["eventContent"];
     EXPECT_EQ(content["path"], "");
     EXPECT_EQ(content["parentPath"], "");
     EXPECT_EQ(content["parentCmdline"], "");

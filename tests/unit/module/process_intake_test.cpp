@@ -305,7 +305,7 @@ protected:
     static std::vector<int> ReportedPids() {
         std::vector<int> pids;
         for (const std::string& event : Events()) {
-            pids.push_back(nlohmann::json::parse(event)["eventContent"]["pid"].get<int>());
+            pids.push_back(EventJson::Parse(event)["eventContent"]["pid"].Number());
         }
         return pids;
     }
@@ -317,8 +317,7 @@ TEST_F(ReverseShellCheck, RaisesAnAlarmForEachFinding) {
     CheckReverseShell({forker, child}, 0, false);
     EXPECT_EQ(ReportedPids(), (std::vector<int>{forker, child}));
     for (const std::string& event : Events()) {
-        const unsigned long inode =
-            std::stoul(nlohmann::json::parse(event)["eventContent"]["inode"].get<std::string>());
+        const unsigned long inode = std::stoul(EventJson::Parse(event)["eventContent"]["inode"].Text());
         EXPECT_TRUE(socketTable.contains(inode)) << "the inode is the finding's own";
     }
 }

@@ -9,7 +9,6 @@ using enum TavUtils::Monitor::FileOperation;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using testing::ElementsAre;
-using Json = nlohmann::ordered_json;
 
 class AbnormalShellEvent : public ShellFileTest {
 protected:
@@ -29,8 +28,8 @@ protected:
 TEST_F(AbnormalShellEvent, IsOneDocumentOfThreeKeys) {
     AddShellEvent(Event(FILE_MODIFIED));
     ASSERT_EQ(Fake::TheAgent().events.size(), 1U);
-    const Json document = Json::parse(Fake::TheAgent().events[0]);
-    EXPECT_THAT(Keys(document), ElementsAre("eventType", "eventTime", "eventContent"));
+    const EventJson document = EventJson::Parse(Fake::TheAgent().events[0]);
+    EXPECT_THAT(document.Keys(), ElementsAre("eventType", "eventTime", "eventContent"));
     EXPECT_EQ(document["eventType"], "abnormal-shell");
     EXPECT_EQ(document["eventTime"], Fake::TheAgent().utc);
 }
@@ -52,8 +51,8 @@ TEST_F(AbnormalShellEvent, TellsWhatBelongsToItsOperationAndNoMore) {
     for (const auto& row : cases) {
         Fake::TheAgent().events.clear();
         AddShellEvent(Event(row.operation));
-        const Json content = Contents().at(0);
-        EXPECT_EQ(Keys(content), row.keys) << row.operation;
+        const EventJson content = Contents().at(0);
+        EXPECT_EQ(content.Keys(), row.keys) << row.operation;
         EXPECT_EQ(content["path"], "/bin/sh");
         EXPECT_EQ(content["operationType"], row.word);
     }
@@ -63,16 +62,15 @@ TEST_F(AbnormalShellEvent, NamesNoOperationForANumberThatIsNone) {
     for (const int operation : {0, 8, -1}) {
         Fake::TheAgent().events.clear();
         AddShellEvent(Event(operation));
-        EXPECT_THAT(Keys(Contents().at(0)), ElementsAre("path")) << operation;
+        EXPECT_THAT(Contents().at(0).Keys(), ElementsAre("path")) << operation;
     }
 }
 
 TEST_F(AbnormalShellEvent, HasOneAttributeInAnArray) {
     AddShellEvent(Event(FILE_ATTRIBUTE));
-    const Json attribute = Contents().at(0)["attribute"];
-    ASSERT_TRUE(attribute.is_array());
-    ASSERT_EQ(attribute.size(), 1U);
-    EXPECT_THAT(Keys(attribute[0]), ElementsAre("type", "from", "to"));
+    const EventJson attribute = Contents().at(0)["attribute"];
+    ASSERT_EQ(attribute.Size(), 1U);
+    EXPECT_THAT(attribute[0].Keys(), ElementsAre("type", "from", "to"));
     EXPECT_EQ(attribute[0]["type"], "owner");
     EXPECT_EQ(attribute[0]["from"], "root");
     EXPECT_EQ(attribute[0]["to"], "nobody");

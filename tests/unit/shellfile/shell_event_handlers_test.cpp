@@ -28,8 +28,7 @@ protected:
         std::vector<std::string> texts;
         for (const auto& content : Contents()) {
             const auto& attribute = content["attribute"][0];
-            texts.push_back(attribute["type"].get<std::string>() + " " + attribute["from"].get<std::string>() + " " +
-                            attribute["to"].get<std::string>());
+            texts.push_back(attribute["type"].Text() + " " + attribute["from"].Text() + " " + attribute["to"].Text());
         }
         return texts;
     }

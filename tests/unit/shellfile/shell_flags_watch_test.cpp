@@ -47,12 +47,9 @@ TEST_F(ShellFlags, AreReportedAtTheCloseThatFollowsAChange) {
     SetFlag(true);
     Close();
     ASSERT_EQ(Contents().size(), 1U);
-    const nlohmann::ordered_json expected = {
-        {"path", shell},
-        {"operationType", "attribute"},
-        {"attribute",
-         {{{"type", "ext2_flag"}, {"from", std::to_string(before)}, {"to", std::to_string(before | FS_NODUMP_FL)}}}}};
-    EXPECT_EQ(Contents()[0], expected);
+    EXPECT_EQ(Contents()[0].Dump(), R"({"path":")" + shell + R"(","operationType":"attribute",)" +
+                                        R"("attribute":[{"type":"ext2_flag","from":")" + std::to_string(before) +
+                                        R"(","to":")" + std::to_string(before | FS_NODUMP_FL) + R"("}]})");
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL), std::vector<std::string>{"ext2_flag2"});
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<nanoseconds>{milliseconds(10), microseconds(100)}));
 }

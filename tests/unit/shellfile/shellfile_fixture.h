@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "frame/run_state.h"
 #include "shellfile/shell_baseline.h"
 #include "tests/fakes/fake_agent.h"
+#include "tests/support/event_json.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/time_recorder.h"
 
@@ -25,20 +25,12 @@ protected:
     void TearDown() override { InitShellsHashSize({}); }
 
     // Contents of all events so far, in order.
-    static std::vector<nlohmann::ordered_json> Contents() {
-        std::vector<nlohmann::ordered_json> contents;
+    static std::vector<EventJson> Contents() {
+        std::vector<EventJson> contents;
         for (const std::string& text : Fake::TheAgent().events) {
-            contents.push_back(nlohmann::ordered_json::parse(text)["eventContent"]);
+            contents.push_back(EventJson::Parse(text)["eventContent"]);
         }
         return contents;
-    }
-
-    static std::vector<std::string> Keys(const nlohmann::ordered_json& object) {
-        std::vector<std::string> keys;
-        for (const auto& [key, value] : object.items()) {
-            keys.push_back(key);
-        }
-        return keys;
     }
 
     TemporaryDirectory folder;
