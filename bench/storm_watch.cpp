@@ -55,7 +55,7 @@ void CallThrough(proc_event* event) {
     if (age > slot.greatestAgeNs) {
         slot.greatestAgeNs = age;
     }
-    const bool isFork = event->what == proc_event::PROC_EVENT_FORK;
+    const bool isFork = event->what == decltype(proc_event::what)::PROC_EVENT_FORK;
     slot.callback.load()(event);
     ++slot.calls;
     (isFork ? slot.forkNs : slot.execNs) += NowNs() - began;
