@@ -1,4 +1,4 @@
-// JSON of an event as tests look at it. The parser stays in one source: it takes seconds to compile wherever it is used.
+// JSON of an event as tests look at it. The parser stays in one source: each that uses it takes seconds to compile.
 #pragma once
 
 #include <cstddef>

@@ -358,7 +358,7 @@ TEST_F(ReverseShellAlarm, StaysOneValidLineWhateverTheCommandLinesHold) {
     AddRshellAlarm(300, ForeignConnection(51), 51);
     const auto content = Content();
     EXPECT_EQ(Events().at(0).find('\n'), std::string::npos);
-    EXPECT_EQ(content.size(), 13U);
+    EXPECT_EQ(content.Size(), 13U);
     const std::string kept =
         "() private \"\\\n\r\x1b[31m\uFFFD\uFFFD\uFFFD '\"}],\"pid\":1,\n" + std::string(100000, 'A');
     EXPECT_EQ(content["cmdline"], kept);
