@@ -1,25 +1,31 @@
 """The attacker's host: a network namespace of its own, joined to this host by a pair of virtual interfaces."""
 
+import fcntl
 import ipaddress
 import json
 import os
 import pathlib
 import subprocess
 import sys
+import tempfile
 
 from children import end_child
 from waiting import scaled
 
 LISTENER = pathlib.Path(__file__).with_name("listener.py")
 NAME_PREFIX = "orlim-e2e-"
+INTERFACE_PREFIX = "oe2e"
+# Held while a network is chosen and taken: several runs and workers of one run do it at the same time.
+NETWORKS_LOCK = pathlib.Path(tempfile.gettempdir()) / "orlim-e2e-networks.lock"
 
 # Set aside for documentation, so that nobody is reached by mistake. A host may use one for itself all the same.
 # Several, because several runs may share a host.
 IPV4_NETWORKS = (
     *("198.51.100.248/30", "203.0.113.248/30", "192.0.2.248/30"),
     *("198.51.100.244/30", "203.0.113.244/30", "192.0.2.244/30"),
+    *("198.51.100.240/30", "203.0.113.240/30", "192.0.2.240/30"),
 )
-IPV6_NETWORKS = ("2001:db8:e2e::/64", "2001:db8:e2f::/64", "2001:db8:e30::/64", "2001:db8:e31::/64")
+IPV6_NETWORKS = tuple(f"2001:db8:e{number}::/64" for number in range(20, 20 + len(IPV4_NETWORKS)))
 
 
 def ip(*arguments):
@@ -62,11 +68,13 @@ class Attacker:
     def __init__(self):
         self.namespace = f"{NAME_PREFIX}{os.getpid()}"
         self.listener = None
-        self._interface = f"oe2e{os.getpid()}"
+        self._interface = f"{INTERFACE_PREFIX}{os.getpid()}"
         remove_leftovers()
         ip("netns", "add", self.namespace)
         try:
-            self._connect_hosts()
+            with NETWORKS_LOCK.open("w") as lock:
+                fcntl.flock(lock, fcntl.LOCK_EX)
+                self._connect_hosts()
             self._start_listener()
         except BaseException:
             self.close()

@@ -20,6 +20,8 @@ NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN
 
 @pytest.hookimpl(tryfirst=True)
 def pytest_cmdline_main(config):
+    if hasattr(config, "workerinput"):
+        return None  # one of several side by side, whose parent has gone apart already
     return run_apart(lambda: int(ordinary_main(config)))
 
 

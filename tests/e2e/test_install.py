@@ -62,7 +62,14 @@ def test_files_are_in_the_usual_places(destination, installed):
 
 def test_nothing_else_is_installed(installed):
     files = {path.name for path in installed.rglob("*") if path.is_file()}
-    expected = {"orlim-agent", "orlim-demo", "orlim-agent.json", "default_shells", "orlim-agent.8", "orlim-agent.json.5"}
+    expected = {
+        "orlim-agent",
+        "orlim-demo",
+        "orlim-agent.json",
+        "default_shells",
+        "orlim-agent.8",
+        "orlim-agent.json.5",
+    }
     unexpected = files - expected - {"orlim-agent.service"}
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()
 
