@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What the agent costs on a host that does nothing: memory, CPU time of a minute, and passes of the period scan.
 
-Runs an agent of its own on the host that it is started on. ./dev kernels --cost does that on other kernels.
+Runs an agent of its own on the host that it is started on. ./dev bench idle does that on other kernels.
 """
 
 import argparse

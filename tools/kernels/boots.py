@@ -22,6 +22,18 @@ PRESETS = {"amd64": "release", "armhf": "armhf"}
 FAILURES = (FetchError, RuntimeError, OSError)
 
 
+def check_names(parser, names):
+    """Ends the program with the parser's message where a kernel is not in the list."""
+    unknown = [name for name in names if name not in sources.KERNELS]
+    if unknown:
+        parser.error(f"no kernel is called {', '.join(unknown)}: {', '.join(sources.KERNELS)} are there")
+
+
+def presets_of(names):
+    """The presets that build what the kernels run, each once."""
+    return list(dict.fromkeys(PRESETS[sources.KERNELS[name].architecture] for name in names))
+
+
 def say(message):
     print(f"kernels: {message}", file=sys.stderr, flush=True)
 
