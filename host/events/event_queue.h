@@ -16,8 +16,8 @@ namespace Host {
 // Takes one event, a JSON text without a line end. Called on the queue's writer thread alone.
 using EventWriter = std::function<void(std::string_view)>;
 
-// Retries events that the writer could not deliver; true while some are left. Called on the writer thread alone: when it
-// starts, when the queue has run empty, after Wake, and a second after each call that returned true.
+// Retries events that the writer could not deliver; true while some are left. Called on the writer thread alone: when
+// it starts, when the queue has run empty, after Wake, and a second after each call that returned true.
 using EventIdle = std::function<bool()>;
 
 struct EventQueueCounters {

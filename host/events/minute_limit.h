@@ -8,8 +8,8 @@
 
 namespace Host {
 
-// Counts events in fixed windows of a minute. The first begins with the first event, each later one with the first event
-// after the end of the one before. One thread at a time.
+// Counts events in fixed windows of a minute. The first begins with the first event, each later one with the first
+// event after the end of the one before. One thread at a time.
 class MinuteLimit {
 public:
     static constexpr std::chrono::minutes window{1};

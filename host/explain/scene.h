@@ -31,7 +31,8 @@ std::string SocketText(const Scene& scene, unsigned long inode);
 // The same of a pipe or socket that the process holds.
 std::string ObjectText(const Scene& scene, unsigned long inode);
 
-// Where the process waits at this moment, such as "it waits in do_wait", or that the kernel does not show it. Any thread.
+// Where the process waits at this moment, such as "it waits in do_wait", or that the kernel does not show it. Any
+// thread.
 std::string WaitText(int pid);
 
 // For how long the process has run, in words.

@@ -18,8 +18,8 @@
 namespace Host {
 namespace {
 
-// Kernels set to "always" give the stack of a thread pages of 2 MiB where it uses a few KiB. This holds for memory that is
-// touched from now on. Where the kernel refuses, nothing changes.
+// Kernels set to "always" give the stack of a thread pages of 2 MiB where it uses a few KiB. This holds for memory that
+// is touched from now on. Where the kernel refuses, nothing changes.
 void DisableHugePages() {
     ::prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0);
 }

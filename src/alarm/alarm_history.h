@@ -11,6 +11,6 @@ struct MSG_KEY {
 };
 
 // True if this key was accepted less than 3600 seconds ago; otherwise false, and the key is accepted now. Repeats do
-// not extend the period. An empty key is always false and is not kept. Costs pauses of 0.1 ms, two more for each 20 keys kept, and 1 ms on a
-// repeat. Any thread; callers wait for each other.
+// not extend the period. An empty key is always false and is not kept. Costs pauses of 0.1 ms, two more for each 20
+// keys kept, and 1 ms on a repeat. Any thread; callers wait for each other.
 bool IsRepeatedAlarm(const std::string& key);

@@ -14,8 +14,8 @@ using enum TavUtils::Monitor::FileOperation;
 
 using ValueText = std::string (*)(const std::string& value);
 
-// A report's values are decimal numbers; what is none counts as 0. An id may need all 32 bits, more than a long holds on
-// 32-bit hosts.
+// A report's values are decimal numbers; what is none counts as 0. An id may need all 32 bits, more than a long holds
+// on 32-bit hosts.
 static unsigned int Number(const std::string& value) {
     return static_cast<unsigned int>(strtoll(value.c_str(), nullptr, 10));
 }
