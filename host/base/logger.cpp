@@ -111,13 +111,3 @@ void LoggerWriteLog(const char* channel, LogLevel level, const char* source, uns
 void Host::SetLogLevel(LogLevel level) {
     threshold.store(level, std::memory_order_relaxed);
 }
-
-bool Host::LogPacer::MayLog() {
-    const Clock::Time now = Clock::Now();
-    const std::lock_guard lock(mutex_);
-    if (last_ && now - *last_ < std::chrono::minutes(1)) {
-        return false;
-    }
-    last_ = now;
-    return true;
-}
