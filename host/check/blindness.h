@@ -34,7 +34,7 @@ struct BlindDetection {
 };
 
 // The detections that the configuration turns on and that see nothing, or nothing of some processes, where this is
-// lacking. In the order in which docs/detections.md tells them.
+// lacking. In the order of docs/operations.md.
 std::vector<BlindDetection> BlindDetections(const std::vector<Lack>& lacks, const AgentConfig& config);
 
 }  // namespace Host

@@ -53,8 +53,8 @@ void CheckPidNamespace(CheckReport& report) {
 }
 
 // The kernel's end of the connector exists in the initial network namespace alone (cn_init in
-// drivers/connector/connector.c), so that elsewhere nobody takes a message. One without content is passed over. False
-// if the kernel has no connector.
+// drivers/connector/connector.c), so that elsewhere nobody takes a message. The kernel ignores one without content.
+// False if it has no connector.
 bool IsLaterNetworkNamespace() {
     const Descriptor socket(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_CONNECTOR));
     nlmsghdr message{};

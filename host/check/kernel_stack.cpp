@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds step(2);
 
-// A child that tells its name in /proc and then reads from a pipe until the object goes.
+// A child that sends its name in /proc and then reads from a pipe until the object goes.
 class Reader {
 public:
     Reader();
@@ -38,7 +38,7 @@ private:
 };
 
 // Async-signal-safe calls only: the process may have threads.
-[[noreturn]] void TellNameAndRead(int nameEnd, int readEnd) {
+[[noreturn]] void SendNameAndRead(int nameEnd, int readEnd) {
     char name[32];
     const ssize_t length = ::readlink("/proc/self", name, sizeof(name));
     if (length > 0 && ::write(nameEnd, name, static_cast<size_t>(length)) != length) {
@@ -68,7 +68,7 @@ Reader::Reader() {
     pid_ = ::fork();
     if (pid_ == 0) {
         ::close(ends[1]);  // or the child would keep its own pipe open for ever
-        TellNameAndRead(nameEnds[1], ends[0]);
+        SendNameAndRead(nameEnds[1], ends[0]);
     }
 }
 

@@ -1,4 +1,4 @@
-// Whether it can be told what other processes wait for, for orlim-agent check.
+// Whether the kernel shows what other processes wait for, for orlim-agent check.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ struct SleepingRead {
     int descriptor = -1;  // that it reads from
 };
 
-// Why the module cannot tell from this what the process waits for: the rest of a sentence that begins with "because".
+// Why the module cannot see from this what the process waits for: the rest of a sentence that begins with "because".
 // Empty if it can.
 std::string WhyWaitIsHidden(const SleepingRead& seen);
 

@@ -1,4 +1,4 @@
-// The lines that orlim-agent check prints, and what they tell of the detections.
+// The lines that orlim-agent check prints, and what the host lacks for the detections.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace Host {
 
-// Each of the first three calls adds one line, whatever bytes its arguments bring. A remedy is a sentence that tells
+// Each of the first three calls adds one line, whatever bytes its arguments bring. A remedy is a sentence that says
 // what to do. For one thread.
 class CheckReport {
 public:

@@ -22,7 +22,8 @@ void ApplySwitch(bool on, const std::string& why, Judgement& judgement) {
 
 std::string WhyReverseShellIsOff() {
     const std::string reason = WhySearchIsOff();
-    return reason.empty() ? "the configuration does not have module." + std::string(Published::reverseShellKey) : reason;
+    return reason.empty() ? "the configuration does not have module." + std::string(Published::reverseShellKey)
+                          : reason;
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 namespace Host {
 
-// Tells on standard output what this host lacks and returns the exit status. On the main thread.
+// Prints what this host lacks and returns the exit status. On the main thread.
 int CheckCommand(const Options& options);
 
 }  // namespace Host

@@ -5,7 +5,7 @@
 
 namespace Host {
 
-// Tells on standard output how a process is wired and what each detection makes of it, and returns the exit status. On
+// Prints how a process is wired and what each detection makes of it, and returns the exit status. On
 // the main thread.
 int ExplainCommand(const Options& options);
 

@@ -22,7 +22,7 @@ public:
     void Clear();
 
     // Drops the oldest lines until the bounds hold and returns how many there were. With keepFront the first one stays
-    // whatever its size, because a part of it is written already.
+    // whatever its size, because a part of it has been written already.
     uint64_t Trim(bool keepFront);
 
 private:

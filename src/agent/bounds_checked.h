@@ -13,10 +13,10 @@ int memset_s(void* dest, size_t destMax, int ch, size_t count);
 // where it is sound, is the empty string.
 [[gnu::format(printf, 3, 4)]] int sprintf_s(char* dest, size_t destMax, const char* format, ...);
 
-// Scans text. The format may hold blanks, literal characters but "%", and these conversions, each with "*" for one that
-// is not stored: %d, %u and %x, also with "l" or "ll", %s and %[. The target of %s and %[ is followed by its size as a
-// size_t; a field that does not fit with its terminator is a matching failure, and its target, if it has room, is the
-// empty string. Returns the number of stored conversions, or -1 if the text ends before the first conversion or a
+// Scans text. The format may hold blanks, literal characters except "%", and these conversions, each with "*" for one
+// that is not stored: %d, %u and %x, also with "l" or "ll", %s and %[. The target of %s and %[ is followed by its size
+// as a size_t; a field that does not fit with its terminator is a matching failure, and its target, if it has room, is
+// the empty string. Returns the number of stored conversions, or -1 if the text ends before the first conversion or a
 // constraint was violated (a null argument, another conversion, a size above half the address space).
 //
 // A number too long for its target keeps its low-order digits in %x, as many as the target holds, and the value 1 where

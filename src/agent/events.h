@@ -32,7 +32,7 @@ public:
     static EventConsumer& Instance();
 
     // Queues one finding, a JSON text on one line. Never waits for a sink. Findings beyond the per-minute limit or the
-    // queue's bound are dropped, counted and told in the log; the caller does not see which.
+    // queue's bound are dropped, counted and reported in the log; the caller does not see which.
     void PushMinuteLimitEvent(const std::string& json);
 
 private:

@@ -47,7 +47,7 @@ public:
 
     int AsInt(const char* key) const;             // 0 unless the member is an int
     std::string AsString(const char* key) const;  // empty unless the member is a string
-    // The named array's strings in order; elements of other types are passed over.
+    // The named array's strings in order; elements of other types are skipped.
     std::vector<std::string> GetJsonStringArray(const char* key) const;
 
 private:

@@ -45,8 +45,8 @@ public:
     unsigned int RegisterTask(TASKTYPE type, TASK_CONDITION condition, void* (*entry)(void*), void* arg,
                               const std::string& name);
 
-    // No further run of the task starts, and the call does not return while a run is in progress, save for a call made
-    // by the task itself, which cannot wait for its own end. An unknown id is ignored.
+    // No further run of the task starts, and the call does not return while a run is in progress. Only a call made by
+    // the task itself does not wait, since it cannot wait for its own end. An unknown id is ignored.
     void PauseAndWaitForEnd(unsigned int id);
 
     // Forgets the task. An unknown id is ignored.

@@ -9,5 +9,5 @@ unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned
                                  const std::string& name);
 
 // Waits for the thread's end and releases the handle. 0 on success; non-zero for an unknown handle and for a thread
-// that asks to wait for itself. The caller must have told the thread to end. Any thread.
+// that asks to wait for itself. The caller must have asked the thread to end. Any thread.
 int StopHipsThreadEx(unsigned long handle);

@@ -1,5 +1,5 @@
-// What the host and the configuration say, for all of the module. Written by the thread that initialises and starts the
-// module, before the tasks and callbacks that read it exist; kept across stops.
+// Settings in force, from the host and from the configuration, for all of the module. Written by the thread that
+// initialises and starts the module, before the tasks and callbacks that read them exist; kept across stops.
 #pragma once
 
 #include <set>

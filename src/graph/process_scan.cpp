@@ -36,9 +36,14 @@ static size_t ReadLink(const char* path, char* link) {
     return static_cast<size_t>(length);
 }
 
-// The parent of a process with a readable program file and status; nothing for any other. name receives the base name
-// of the program file. A deleted file's name carries the kernel's suffix, and so is no name of a shell.
-static std::optional<int> ReadProgramName(int pid, char* link, std::string& name) {
+struct ScannedProcess {
+    std::string name;  // base name of the program file
+    int ppid;
+};
+
+// Nothing for a process without a readable program file and status. A deleted file's name carries the kernel's suffix,
+// and so is no name of a shell.
+static std::optional<ScannedProcess> ReadProcess(int pid, char* link) {
     char path[32];
     if (sprintf_s(path, sizeof(path), "/proc/%d/exe", pid) == -1 || ReadLink(path, link) == 0) {
         return std::nullopt;
@@ -52,8 +57,7 @@ static std::optional<int> ReadProgramName(int pid, char* link, std::string& name
     if (base == nullptr) {
         return std::nullopt;
     }
-    name = base;
-    return status.ppid;
+    return ScannedProcess{base, status.ppid};
 }
 
 void ReverseShellDetector::ScanProc() {
@@ -72,12 +76,11 @@ void ReverseShellDetector::ScanProc() {
         if (pid < firstUserPid) {
             continue;
         }
-        std::string name;
-        const std::optional<int> ppid = ReadProgramName(pid, link.get(), name);
-        if (!ppid) {
+        const std::optional<ScannedProcess> process = ReadProcess(pid, link.get());
+        if (!process) {
             continue;
         }
-        FilterBashProcess(name, pid, *ppid);
+        FilterBashProcess(process->name, pid, process->ppid);
         ++scanned;
         if (scanned % processesPerPause == 0) {
             Pause(scanPauseMicroseconds);
