@@ -88,10 +88,24 @@ std::string UsageError(const CLI::App& app, const CLI::ParseError& error) {
     return rest.front() + " is not a command; the commands are run, scan, check, explain and demo";
 }
 
+// Help and version arrive as errors of status 0.
+ParsedOptions HelpOrUsageError(const CLI::App& app, const CLI::ParseError& error) {
+    ParsedOptions parsed;
+    std::ostringstream output;
+    std::ostringstream ignored;
+    if (app.exit(error, output, ignored) != 0) {
+        parsed.exitStatus = EXIT_WRONG_USE;
+        parsed.error = "orlim-agent: " + UsageError(app, error) +
+                       "\nTry: orlim-agent --help, or for example: orlim-agent run --config "
+                       "/etc/orlim/orlim-agent.json\n";
+    }
+    parsed.output = output.str();
+    return parsed;
+}
+
 }  // namespace
 
 ParsedOptions ParseOptions(int argc, const char* const* argv) {
-    ParsedOptions parsed;
     Options options;
     CLI::App app(description, "orlim-agent");
     app.footer(footer);
@@ -116,20 +130,11 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        std::ostringstream output;
-        std::ostringstream complaint;
-        const int status = app.exit(error, output, complaint);
-        parsed.output = output.str();
-        if (status != 0) {
-            parsed.exitStatus = EXIT_WRONG_USE;
-            parsed.error = "orlim-agent: " + UsageError(app, error) +
-                           "\nTry: orlim-agent --help, or for example: orlim-agent run --config "
-                           "/etc/orlim/orlim-agent.json\n";
-        }
-        return parsed;
+        return HelpOrUsageError(app, error);
     }
     options.command = CommandOf(app);
     options.demoArguments = demo->remaining();
+    ParsedOptions parsed;
     parsed.options = options;
     return parsed;
 }

@@ -101,6 +101,28 @@ std::string_view ShellOfLine(std::string_view line) {
     return line.substr(begin, line.find_last_not_of(blanks) - begin + 1);
 }
 
+// The first letter of a line of ls -l.
+char TypeLetter(unsigned int mode) {
+    switch (mode & S_IFMT) {
+        case S_IFREG:
+            return '-';
+        case S_IFDIR:
+            return 'd';
+        case S_IFLNK:
+            return 'l';
+        case S_IFCHR:
+            return 'c';
+        case S_IFBLK:
+            return 'b';
+        case S_IFIFO:
+            return 'p';
+        case S_IFSOCK:
+            return 's';
+        default:
+            return '?';
+    }
+}
+
 }  // namespace
 
 namespace FileAttribute {
@@ -145,26 +167,6 @@ std::string GetRealPath(const std::string& path) {
 }
 
 std::string StModeString(unsigned int mode) {
-    const auto type = [mode] {
-        switch (mode & S_IFMT) {
-            case S_IFREG:
-                return '-';
-            case S_IFDIR:
-                return 'd';
-            case S_IFLNK:
-                return 'l';
-            case S_IFCHR:
-                return 'c';
-            case S_IFBLK:
-                return 'b';
-            case S_IFIFO:
-                return 'p';
-            case S_IFSOCK:
-                return 's';
-            default:
-                return '?';
-        }
-    }();
     // A set special bit takes the place of the execute bit: lower case where that is set too.
     const auto execute = [mode](unsigned int bit, unsigned int special, char mark) {
         const bool isExecutable = (mode & bit) != 0;
@@ -174,7 +176,7 @@ std::string StModeString(unsigned int mode) {
         return isExecutable ? mark : static_cast<char>(mark - 'a' + 'A');
     };
     const auto flag = [mode](unsigned int bit, char mark) { return (mode & bit) != 0 ? mark : '-'; };
-    return {type,
+    return {TypeLetter(mode),
             flag(S_IRUSR, 'r'),
             flag(S_IWUSR, 'w'),
             execute(S_IXUSR, S_ISUID, 's'),

@@ -30,6 +30,22 @@ void WriteHex(const unsigned char* bytes, unsigned int count, char (&digest)[65]
     digest[64] = '\0';
 }
 
+// False if the file cannot be read to its end or the reading was stopped.
+bool UpdateWithContent(const Host::Descriptor& file, EVP_MD_CTX* context, const bool* stop) {
+    // Callers may run on threads with small stacks.
+    std::vector<char> block(blockBytes);
+    while (!IsStopped(stop)) {
+        const ssize_t count = file.Read(block.data(), block.size());
+        if (count <= 0) {
+            return count == 0;
+        }
+        if (EVP_DigestUpdate(context, block.data(), static_cast<size_t>(count)) != 1) {
+            return false;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 bool GetFileSha256(const std::string& path, char (&digest)[65], const bool* stop) {
@@ -49,22 +65,8 @@ bool GetFileSha256(const std::string& path, char (&digest)[65], const bool* stop
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
         return false;
     }
-    // Callers may run on threads with small stacks.
-    std::vector<char> block(blockBytes);
-    while (true) {
-        if (IsStopped(stop)) {
-            return false;
-        }
-        const ssize_t count = file.Read(block.data(), block.size());
-        if (count < 0) {
-            return false;
-        }
-        if (count == 0) {
-            break;
-        }
-        if (EVP_DigestUpdate(context.get(), block.data(), static_cast<size_t>(count)) != 1) {
-            return false;
-        }
+    if (!UpdateWithContent(file, context.get(), stop)) {
+        return false;
     }
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
