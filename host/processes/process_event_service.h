@@ -34,9 +34,9 @@ public:
     ProcessEventService(const ProcessEventService&) = delete;
     ProcessEventService& operator=(const ProcessEventService&) = delete;
 
-    // Calls listener for every fork and exec, in their order, on a thread that serves it alone, until it is removed; once
-    // per time that it was added. False when the kernel does not let this process listen, or the system gives no thread;
-    // the listener is kept all the same.
+    // Calls listener for every fork and exec, in their order, on a thread that serves it alone, until it is removed;
+    // once per time that it was added. False when the kernel does not let this process listen, or the system gives no
+    // thread; the listener is kept all the same.
     bool Add(const ProcessListener& listener);
 
     // After the call returns, the listener with that code is no longer called, however often it was added: waits for a
@@ -52,7 +52,8 @@ private:
     std::string TryStart();
     void Stop();
     void ReadEvents();
-    // Passes on the events that wait in the socket; batch only saves allocations. errno of a failure of the socket, or 0.
+    // Passes on the events that wait in the socket; batch only saves allocations. errno of a failure of the socket, or
+    // 0.
     int PassEventsOn(ConnectorBatch& batch);
     void ReportKernelLosses(unsigned int losses);
 

@@ -21,8 +21,9 @@ public:
     TaskScheduler(const TaskScheduler&) = delete;
     TaskScheduler& operator=(const TaskScheduler&) = delete;
 
-    // Runs work on a thread of its own named name, as the schedule says, until it is unregistered. A task never overlaps
-    // itself: a tick that falls due during a run is skipped. The task's id, or 0 if the system gives no thread.
+    // Runs work on a thread of its own named name, as the schedule says, until it is unregistered. A task never
+    // overlaps itself: a tick that falls due during a run is skipped. The task's id, or 0 if the system gives no
+    // thread.
     unsigned int Register(const TaskSchedule& schedule, ScheduledTask::Work work, const std::string& name);
 
     // Lets no further run start and waits for the end of the present one; a call by the task itself does not wait. An
@@ -32,8 +33,8 @@ public:
     // Ends the task's thread and waits for it; a call by the task itself does not wait. An unknown id is ignored.
     void Unregister(unsigned int id);
 
-    // Runs the named task at once, on its own thread, and returns when that run has ended; waits first for a run that is
-    // in progress. The task's schedule stays as it is. Of several tasks of that name, runs the one registered last.
+    // Runs the named task at once, on its own thread, and returns when that run has ended; waits first for a run that
+    // is in progress. The task's schedule stays as it is. Of several tasks of that name, runs the one registered last.
     // False if no task has that name, or it is paused or unregistered before the run begins, and on the task's own
     // thread.
     bool RunNow(const std::string& name);

@@ -13,8 +13,8 @@
 
 namespace TestSupport {
 
-// The reason that keeps this process from listening to the kernel's process events, independent of the code under test; empty if
-// nothing does.
+// The reason that keeps this process from listening to the kernel's process events, independent of the code under test;
+// empty if nothing does.
 inline std::string MissingForProcessEvents() {
     if (runsEmulated) {
         return "the emulator knows no process connector";

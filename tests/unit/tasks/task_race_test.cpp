@@ -52,8 +52,8 @@ TEST(TaskRace, AllOperations) {
             --owners;
         });
     }
-    // The others pause and run the task that was registered last, but leave the unregistering to its owner, whose record
-    // the runs write to.
+    // The others pause and run the task that was registered last, but leave the unregistering to its owner, whose
+    // record the runs write to.
     threads.emplace_back([&] {
         while (owners > 0) {
             Manager().PauseAndWaitForEnd(latest);
