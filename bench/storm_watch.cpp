@@ -20,7 +20,6 @@
 
 #include "agent/process_monitor.h"
 #include "host/events/agent_library.h"
-#include "host/processes/process_event_service.h"
 #include "module/published.h"
 
 namespace {
@@ -95,16 +94,24 @@ void PrintEvent(std::string_view event) {
     fflush(stdout);
 }
 
+// The library's own function behind one of the two below, which take "this" as their first argument.
+template <typename Result>
+Result Forward(const char* symbol, TavUtils::ProcessMonitor* monitor, Callback callback) {
+    const auto next = reinterpret_cast<Result (*)(TavUtils::ProcessMonitor*, Callback)>(dlsym(RTLD_NEXT, symbol));
+    return next(monitor, callback);
+}
+
 }  // namespace
 
-// The module finds these two before those of the services, so that its callbacks are measured as they are called.
+// The module finds these two before those of the library, so that its callbacks are measured as they are called.
 namespace TavUtils {
 
 bool ProcessMonitor::AddProcessEventCallback(Callback callback) {
     for (size_t i = 0; i < slotCount; ++i) {
         Callback free = nullptr;
         if (slots[i].callback.compare_exchange_strong(free, callback)) {
-            return Host::ProcessEventService::Instance().Add(throughs[i]);
+            return Forward<bool>("_ZN8TavUtils14ProcessMonitor23AddProcessEventCallbackEPFvP10proc_eventE", this,
+                                 throughs[i]);
         }
     }
     return false;
@@ -113,7 +120,8 @@ bool ProcessMonitor::AddProcessEventCallback(Callback callback) {
 void ProcessMonitor::RemoveProcessEventCallback(Callback callback) {
     for (size_t i = 0; i < slotCount; ++i) {
         if (slots[i].callback == callback) {
-            Host::ProcessEventService::Instance().Remove(throughs[i]);
+            Forward<void>("_ZN8TavUtils14ProcessMonitor26RemoveProcessEventCallbackEPFvP10proc_eventE", this,
+                          throughs[i]);
             slots[i].callback = nullptr;
         }
     }

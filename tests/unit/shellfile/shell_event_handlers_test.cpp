@@ -38,8 +38,8 @@ TEST_F(ShellEventHandlers, ReportAWriteAndARemovalWithThePathAlone) {
     Report(2, shell, nullptr, "x oaccess=1 access=2");
     Report(3, shell, "/elsewhere");
     ASSERT_EQ(Contents().size(), 2U);
-    EXPECT_EQ(Contents()[0].dump(), R"({"path":"/shells/sh","operationType":"modify"})");
-    EXPECT_EQ(Contents()[1].dump(), R"({"path":"/shells/sh","operationType":"delete"})");
+    EXPECT_EQ(Contents()[0].Dump(), R"({"path":"/shells/sh","operationType":"modify"})");
+    EXPECT_EQ(Contents()[1].Dump(), R"({"path":"/shells/sh","operationType":"delete"})");
 }
 
 TEST_F(ShellEventHandlers, TellTheSideOfAMoveThatIsTheShell) {
