@@ -5,7 +5,7 @@ import re
 import types
 
 HEADER = pathlib.Path(__file__).resolve().parents[2] / "src/module/published.h"
-CONSTANT = re.compile(r'^inline constexpr \w+ (\w+)(?:\[\] = "([^"]*)"| = (\d+));$', re.MULTILINE)
+CONSTANT = re.compile(r'^inline constexpr [\w ]+ (\w+)(?:\[\] = "([^"]*)"| = (\d+));$', re.MULTILINE)
 
 
 def read_published():
