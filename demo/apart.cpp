@@ -11,7 +11,7 @@
 #include <string_view>
 #include <thread>
 
-#include "demo/pipe.h"
+#include "demo/child_process.h"
 #include "host/base/descriptor.h"
 
 namespace Host {

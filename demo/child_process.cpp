@@ -13,7 +13,6 @@
 #include <system_error>
 
 #include "agent/process_utils.h"
-#include "demo/pipe.h"
 #include "host/base/descriptor.h"
 
 namespace Host {
@@ -71,6 +70,14 @@ std::vector<pid_t> Children() {
 }
 
 }  // namespace
+
+Pipe MakePipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "a pipe cannot be made");
+    }
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
 
 StageProcess::StageProcess(const std::vector<std::string>& arguments) {
     Pipe input = MakePipe();

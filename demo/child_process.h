@@ -11,6 +11,15 @@
 
 namespace Host {
 
+// An anonymous pipe.
+struct Pipe {
+    Descriptor readEnd;
+    Descriptor writeEnd;
+};
+
+// A new one, closed in programs that are started. Throws std::system_error if the system refuses. Any thread.
+Pipe MakePipe();
+
 // A process of this very program, doing the part of the stage that its arguments name.
 class StageProcess {
 public:

@@ -31,7 +31,7 @@ ALLOWED: dict[str, list[str]] = {
     "host/system": ["src/agent", "host/base", "host/text"],
     "host/tasks": ["src/agent", *LIBRARY],
     "host/processes": ["src/agent", *LIBRARY],
-    "host/watch": ["src/agent", *LIBRARY, "host/tasks"],
+    "host/watch": ["src/agent", *LIBRARY],
     "host/sinks": ["src/agent", *LIBRARY],
     "host/metrics": ["src/agent", *LIBRARY],
     "host/events": [

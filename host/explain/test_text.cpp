@@ -18,9 +18,8 @@ constexpr TestText texts[] = {
     {Test::socketIsSshServers, Role::socket, false, nullptr, "has the local port {limit}, which is the ssh server's"},
     {Test::socketIsConnected, Role::socket, true, nullptr, "is not connected, its state is {count}"},
     {Test::socketIsNew, Role::socket, true,
-     "a running agent takes the socket only while it is new, first seen at most {limit} s before the look; the age of "
-     "a "
-     "socket cannot be read, the process has run for {age}",
+     "a running agent takes the socket only while it is new, first seen at most {limit} s before the look; the age "
+     "of a socket cannot be read, the process has run for {age}",
      "was first seen more than {limit} s before the look"},
 
     {Test::meetsItself, Role::test, false, nullptr, "the connection is one of this host with itself"},
