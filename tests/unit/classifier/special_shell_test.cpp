@@ -70,7 +70,7 @@ protected:
                " pipe=" + std::to_string(pipe.inode) + "]";
     }
 
-    const std::vector<int> claimed;
+    const std::vector<int> claimed{};
     const std::vector<int> left{300};
     std::string tool;
     KernelObject pipe;
