@@ -85,7 +85,7 @@ def test_page_says_of_each_option_which_commands_take_it():
         if "--help" in options or "--version" in options:
             continue
         (option,) = OPTION.findall(options)
-        last = meaning.strip().rsplit("Accepted by: ", 1)[1]
+        last = " ".join(meaning.split()).rsplit("Accepted by: ", 1)[1]
         assert re.findall(r"\w+", last.replace(" and ", ", ")) == [name for name in COMMANDS if option in takers[name]]
 
 
