@@ -63,7 +63,7 @@ int Demonstrate(const DemoOptions& options) {
     };
     const DemoEnd end = RunDemo(options, detector, error);
     if (end == DemoEnd::impossible) {
-        PrintMessage("the demonstration cannot go on: " + error + ". orlim-agent check tells what this host lacks.");
+        PrintMessage("the demonstration cannot go on: " + error + ". orlim-agent check shows what this host lacks.");
     }
     return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
 }
@@ -87,7 +87,7 @@ int DemoCommand(const DemoOptions& options) {
     const std::string unknown = UnknownName(options);
     if (!unknown.empty()) {
         PrintMessage("--only: found " + unknown +
-                     ", expected the name of a wiring; orlim-agent demo --list tells them");
+                     ", expected the name of a scenario; orlim-agent demo --list shows them");
         return EXIT_WRONG_USE;
     }
     const std::string reason = WhyImpossible();

@@ -15,10 +15,10 @@ ParsedDemoOptions ParseDemoOptions(int argc, const char* const* argv) {
                    "Detection module, liborlim_detect-shell.so; looked up beside the agent and in the library "
                    "directories without it")
         ->type_name("FILE");
-    app.add_option("--only", options.only, "Stage this wiring, may be given several times; all without it")
+    app.add_option("--only", options.only, "Stage only this scenario; may be given several times")
         ->type_name("NAME")
         ->allow_extra_args(false);
-    app.add_flag("--list", options.list, "List the wirings and what is expected of each, and leave");
+    app.add_flag("--list", options.list, "List the scenarios and the expected result of each, then exit");
     app.add_flag("--json", options.json, "Print one JSON text at the end and nothing else");
     app.footer("See orlim-agent --help for examples, signals and exit status.");
     ParsedDemoOptions parsed;

@@ -13,8 +13,8 @@ namespace {
 
 constexpr const char* description =
     "orlim-agent finds reverse shells and tampering with the shell programs of this host.\n"
-    "It loads the detection module and writes each finding as one line of JSON to the configured sinks (standard\n"
-    "output unless told otherwise); its own log goes to standard error.\n";
+    "It loads the detection module and writes each finding as one line of JSON to the configured sinks, by default to\n"
+    "standard output. Its own log goes to standard error.\n";
 
 constexpr const char* footer =
     "Examples:\n"
@@ -30,18 +30,19 @@ constexpr const char* footer =
     "minute\n"
     "\n"
     "Signals (run):\n"
-    "  SIGTERM, SIGINT  stop the module, write what is queued, leave\n"
-    "  SIGHUP           open the files of the sinks anew and read the configuration again; one that is wrong or does\n"
-    "                   not start is told in the log, and the one in force stays\n"
+    "  SIGTERM, SIGINT  stop the module, write the queued events and exit\n"
+    "  SIGHUP           reopen the files of the sinks and reload the configuration; if the new one is invalid or does "
+    "not\n"
+    "                   start, the agent logs that and keeps the current one\n"
     "\n"
     "Exit status:\n"
-    "  0  done (check: nothing essential is missing)\n"
-    "  1  the module or a step of the start failed (check: something essential is missing; explain: the process "
-    "cannot\n"
-    "     be looked at; demo: something was not found, or found where nothing is)\n"
-    "  2  the command line or the configuration is wrong\n"
+    "  0  success (check: nothing essential is missing)\n"
+    "  1  the module or a step of the start failed (check: something essential is missing; explain: the process cannot "
+    "be\n"
+    "     inspected; demo: an attack was missed or something harmless was reported)\n"
+    "  2  the command line or the configuration is invalid\n"
     "\n"
-    "The agent has to run as root, or with CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH, CAP_NET_ADMIN and CAP_SYS_ADMIN.\n"
+    "Run the agent as root, or with CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH, CAP_NET_ADMIN and CAP_SYS_ADMIN.\n"
     "Without --config both detection functions run with their defaults, and shells are looked up in\n"
     "/etc/orlim/default_shells and /etc/shells.";
 
@@ -109,12 +110,13 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
     Options options;
     CLI::App app(description, "orlim-agent");
     app.footer(footer);
-    app.set_version_flag("--version", "orlim-agent " ORLIM_VERSION, "Print the version and leave");
+    app.set_version_flag("--version", "orlim-agent " ORLIM_VERSION, "Print the version and exit");
     app.require_subcommand(1);
-    CLI::App* run = app.add_subcommand("run", "Watch this host until told to stop");
-    CLI::App* scan = app.add_subcommand("scan", "Look for reverse shells once, then leave");
-    CLI::App* check = app.add_subcommand("check", "Tell what this host lacks for the detection, and what that costs");
-    CLI::App* explain = app.add_subcommand("explain", "Tell how a process is wired, and why it is or is not reported");
+    CLI::App* run = app.add_subcommand("run", "Watch this host until SIGTERM or SIGINT");
+    CLI::App* scan = app.add_subcommand("scan", "Look for reverse shells once, then exit");
+    CLI::App* check =
+        app.add_subcommand("check", "List what this host lacks, and which detections are blind without it");
+    CLI::App* explain = app.add_subcommand("explain", "Show how a process is wired, and why it is or is not reported");
     CLI::App* demo =
         app.add_subcommand("demo", "Stage known attacks between two hosts made for it, and show which are found");
     for (CLI::App* command : {run, scan, check, explain}) {
