@@ -47,6 +47,7 @@ def test_files_are_in_the_usual_places(destination, installed):
         "lib/liborlim_agent.so": None,
         "lib/orlim/liborlim_detect-shell.so": None,
         "share/man/man8/orlim-agent.8": 0o644,
+        "share/man/man8/orlim-demo.8": 0o644,
         "share/man/man5/orlim-agent.json.5": 0o644,
         "share/bash-completion/completions/orlim-agent": 0o644,
         "lib/systemd/system/orlim-agent.service": 0o644,
@@ -69,6 +70,7 @@ def test_nothing_else_is_installed(installed):
         "default_shells",
         "orlim-agent.8",
         "orlim-agent.json.5",
+        "orlim-demo.8",
     }
     unexpected = files - expected - {"orlim-agent.service"}
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()

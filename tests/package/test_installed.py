@@ -16,6 +16,7 @@ def test_files_are_in_debians_places(installed):
         "usr/lib/orlim-agent/orlim/liborlim_detect-shell.so": 0o644,
         "usr/share/bash-completion/completions/orlim-agent": 0o644,
         "usr/share/man/man8/orlim-agent.8.gz": 0o644,
+        "usr/share/man/man8/orlim-demo.8.gz": 0o777,  # a link to the page above
         "usr/share/man/man5/orlim-agent.json.5.gz": 0o644,
         "usr/share/doc/orlim-agent/copyright": 0o644,
         "usr/share/doc/orlim-agent/changelog.gz": 0o644,
