@@ -140,7 +140,7 @@ protected:
 
     // A socket that the table knows as a foreign connection.
     KernelObject ForeignSocket() {
-        const KernelObject socket = objects.Socket();
+        KernelObject socket = objects.Socket();
         Know(ForeignConnection(socket.inode));
         return socket;
     }

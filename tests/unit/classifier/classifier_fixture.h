@@ -32,7 +32,7 @@ protected:
     // A shell that waits on a foreign connection of its own.
     KernelObject AddSocketShell(int pid, int ppid) {
         AddShell(pid, ppid);
-        const KernelObject socket = ForeignSocket();
+        KernelObject socket = ForeignSocket();
         Wait(pid, socket);
         return socket;
     }
