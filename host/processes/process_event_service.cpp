@@ -4,6 +4,7 @@
 #include <poll.h>
 
 #include <array>
+#include <bit>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -25,7 +26,7 @@ constexpr std::chrono::seconds retryPause{1};
 void ReportLaggard(const EventDispatcher::Laggard& laggard) {
     Dl_info library{};
     std::string name("an unknown library");
-    if (dladdr(reinterpret_cast<void*>(laggard.code), &library) != 0 && library.dli_fname != nullptr) {
+    if (dladdr(std::bit_cast<void*>(laggard.code), &library) != 0 && library.dli_fname != nullptr) {
         name = std::filesystem::path(library.dli_fname).filename();
     }
     const auto offset = static_cast<unsigned long>(laggard.code - reinterpret_cast<uintptr_t>(library.dli_fbase));

@@ -13,7 +13,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 size_t LineCount(const std::string& text) {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));

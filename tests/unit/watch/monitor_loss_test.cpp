@@ -14,7 +14,6 @@ namespace {
 
 using testing::Contains;
 using testing::HasSubstr;
-using TestSupport::Await;
 using TestSupport::Cork;
 using TestSupport::Listener;
 

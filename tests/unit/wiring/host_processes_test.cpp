@@ -22,8 +22,6 @@
 namespace Host {
 namespace {
 
-using testing::HasSubstr;
-
 const Wire* WireAt(const WiredProcess& process, int number) {
     for (const Wire& wire : process.wires) {
         for (const int each : wire.numbers) {

@@ -69,7 +69,8 @@ TEST(Wiring, SharersBeyondTheLimitAreCountedAndTheForeignOneIsToldFirst) {
 TEST(Wiring, ChainLongerThanIsFollowedEnds) {
     Processes processes;
     for (int i = 0; i < 12; ++i) {
-        AddProcess(processes, 10 + i, "link", {Pipe(0, static_cast<ino_t>(i + 1)), Pipe(1, static_cast<ino_t>(i))});
+        const auto output = static_cast<ino_t>(i);
+        AddProcess(processes, 10 + i, "link", {Pipe(0, output + 1), Pipe(1, output)});
     }
     const auto wiring = TraceWiring(10, processes, {});
     const WiredProcess* last = &*wiring;
