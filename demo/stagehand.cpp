@@ -14,7 +14,7 @@
 namespace Host {
 namespace {
 
-void Tell(const std::string& line) {
+void Reply(const std::string& line) {
     WriteAll(STDOUT_FILENO, line + "\n");
 }
 
@@ -27,18 +27,18 @@ int StagehandMain(int argc, const char* const* argv) {
     }
     try {
         if (std::strcmp(argv[2], attackerName) == 0) {
-            Tell("error " + ServeAsAttacker());
+            Reply("error " + ServeAsAttacker());
             return 1;
         }
         const WiringPlan* plan = FindWiring(argv[2]);
         if (plan == nullptr) {
-            Tell(std::string("error no such wiring: ") + argv[2]);
+            Reply(std::string("error no such wiring: ") + argv[2]);
             return 1;
         }
-        Act(*plan, argv[3], Tell);
+        Act(*plan, argv[3], Reply);
         return 0;
     } catch (const std::exception& error) {
-        Tell(std::string("error ") + error.what());
+        Reply(std::string("error ") + error.what());
         return 1;
     }
 }

@@ -15,7 +15,7 @@ using Host::IsSpace;
 using Host::Length;
 
 // Half the address space: no object is larger.
-constexpr size_t maxObjectBytes = std::numeric_limits<size_t>::max() / 2;
+constexpr size_t maxTargetBytes = std::numeric_limits<size_t>::max() / 2;
 
 enum class Outcome {
     matched,
@@ -222,7 +222,7 @@ Outcome Scanner::Text(const Directive& directive) {
     }
     char* target = va_arg(targets_, char*);
     const size_t size = va_arg(targets_, size_t);
-    if (target == nullptr || size > maxObjectBytes) {
+    if (target == nullptr || size > maxTargetBytes) {
         return Outcome::violation;
     }
     if (length + 1 > size) {

@@ -19,7 +19,7 @@ namespace Host {
 
 namespace {
 
-constexpr std::chrono::seconds retryPause(1);
+constexpr std::chrono::seconds reopenPause(1);
 
 }  // namespace
 
@@ -160,7 +160,7 @@ void MonitorService::HandleEvents(Lock& lock) {
         // Not at once: the cause may last.
         pollfd wake{wake_->Descriptor(), POLLIN, 0};
         lock.unlock();
-        Clock::Poll({&wake, 1}, Clock::Now() + retryPause);
+        Clock::Poll({&wake, 1}, Clock::Now() + reopenPause);
         lock.lock();
         return;
     }
