@@ -1,14 +1,17 @@
 #!/usr/bin/python3
-"""Runs clang-tidy over every source that a preset of clang compiles, one a processor, and shows what it reports.
+"""Runs clang-tidy over every source that a preset of clang compiles, on all processors, and shows its findings.
 
-The analyser looks at src, host and demo alone: it takes most of the time and has little to find in tests. Nor do the
-checks of performance look at tests: they are compiled often and run once.
+Sources of one room of the agent are checked as one: clang-tidy visits every declaration of the headers anew for each
+source, which takes most of its time. Those of the module are checked one by one, because each names its log's source by
+the same constant. The analyser looks at src, host and demo alone: it has little to find in tests. Nor do the checks of
+performance look at tests: they are compiled often and run once.
 """
 
 import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -16,22 +19,66 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("src", "host", "demo", "tests", "bench")
 ANALYSED = ("src", "host", "demo")
-STEP = 25
+TOGETHER = ("host", "demo")
+STEP = 20
+
+Entry = dict[str, str]
 
 
-def sources(build: pathlib.Path) -> list[pathlib.Path]:
+def folder_of(build: pathlib.Path, file: pathlib.Path) -> str:
+    """The folder of this tree that the source belongs to: a merged one stands at the same place below the build."""
+    for base in (build, ROOT):
+        if file.is_relative_to(base):
+            return file.relative_to(base).parts[0]
+    return ""
+
+
+def entries_of(build: pathlib.Path) -> list[Entry]:
     """Each source of this tree once, however many programs it is part of; generated ones are left out."""
-    entries = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
-    files = {pathlib.Path(entry["directory"], entry["file"]).resolve() for entry in entries}
-    return sorted(file for file in files if any(file.is_relative_to(ROOT / folder) for folder in FOLDERS))
+    found: dict[str, Entry] = {}
+    for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
+        file = pathlib.Path(entry["directory"], entry["file"]).resolve()
+        merged = file.parent.name == "Unity"
+        if folder_of(build, file) in FOLDERS and (merged or not file.is_relative_to(build)):
+            found.setdefault(str(file), entry | {"file": str(file)})
+    return [found[file] for file in sorted(found)]
+
+
+def merged_entries(build: pathlib.Path, entries: list[Entry]) -> list[Entry]:
+    """The entries with those that one target compiles the same way replaced by one that includes all of them."""
+    folder = build / "tidy"
+    folder.mkdir(exist_ok=True)
+    rest: list[Entry] = []
+    groups: dict[str, list[Entry]] = {}
+    for entry in entries:
+        if folder_of(build, pathlib.Path(entry["file"])) not in TOGETHER:
+            rest.append(entry)
+            continue
+        flags = re.sub(r"\s-(o|c)\s+\S+", "", entry["command"])
+        groups.setdefault(f"{pathlib.Path(entry['file']).parent} {flags}", []).append(entry)
+    for number, members in enumerate(groups.values()):
+        first = members[0]
+        name = pathlib.Path(first["file"]).parent.relative_to(ROOT)
+        file = folder / name / f"{number}.cpp"
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text("".join(f'#include "{member["file"]}"\n' for member in members), encoding="utf-8")
+        command = re.sub(r"\s-c\s+\S+", f" -c {file}", first["command"])
+        rest.append({"directory": first["directory"], "command": command, "file": str(file)})
+    (folder / "compile_commands.json").write_text(json.dumps(rest, indent=1), encoding="utf-8")
+    return rest
+
+
+def is_analysed(build: pathlib.Path, file: pathlib.Path) -> bool:
+    return file.is_relative_to(build / "tidy") or folder_of(build, file) in ANALYSED
 
 
 def tidy(build: pathlib.Path, file: pathlib.Path) -> str:
-    """What clang-tidy says of the file; nothing if it has no objection."""
-    analysed = file.relative_to(ROOT).parts[0] in ANALYSED
-    checks = [] if analysed else ["--checks=-clang-analyzer-*,-performance-*"]
+    """The findings of clang-tidy in the file; empty if there are none."""
+    checks = "-bugprone-suspicious-include" if file.is_relative_to(build) else ""
+    if not is_analysed(build, file):
+        checks += ",-clang-analyzer-*,-performance-*"
     done = subprocess.run(
-        ["clang-tidy", "-p", str(build), "--quiet", *checks, str(file)],
+        ["clang-tidy", "-p", str(build / "tidy"), "--quiet", f"--checks={checks}", str(file)],
         stdout=subprocess.PIPE,
         stderr=subprocess.PIPE,
         encoding="utf-8",
@@ -41,10 +88,13 @@ def tidy(build: pathlib.Path, file: pathlib.Path) -> str:
 
 
 def main() -> int:
-    build = pathlib.Path(sys.argv[1])
-    files = sources(build)
-    if not files:
+    build = pathlib.Path(sys.argv[1]).resolve()
+    entries = entries_of(build)
+    if not entries:
         raise SystemExit(f"run_tidy: {build} compiles nothing")
+    files = [pathlib.Path(entry["file"]) for entry in merged_entries(build, entries)]
+    # The largest first, so that no processor waits for the other at the end.
+    files.sort(key=lambda file: not file.is_relative_to(build))
     began = time.monotonic()
     bad = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -53,7 +103,7 @@ def main() -> int:
                 bad += 1
                 print(said, flush=True)
             if count % STEP == 0 or count == len(files):
-                print(f"clang-tidy: {count} of {len(files)} files, {time.monotonic() - began:.0f} s", flush=True)
+                print(f"clang-tidy: {count} of {len(files)} runs, {time.monotonic() - began:.0f} s", flush=True)
     return 1 if bad else 0
 
 
