@@ -13,7 +13,7 @@ using enum TavUtils::Monitor::FileOperation;
 
 static constexpr unsigned int eventPauseMicroseconds = 10000;
 
-// The word for an operation; null for a number that is none.
+// Null for an unknown operation.
 static const char* OperationName(int operation) {
     static const std::map<int, std::string> shellOperationNames{
         {FILE_ATTRIBUTE, "attribute"}, {FILE_MODIFIED, "modify"}, {FILE_DELETED, "delete"}, {FILE_MOVED, "move"},

@@ -19,18 +19,18 @@ namespace {
 
 struct Baseline {
     std::set<std::string> shellFiles;
-    // Sizes stand before digests: a file of another length is dismissed without being read.
+    // Looked up before the digests, so that a file of any other size is not read.
     std::set<unsigned long> shellSizes;
     std::map<std::string, std::string> shellHashes;  // resolved path by digest
 };
 
 }  // namespace
 
-// For the value below; never held across a read of a file, nor together with another lock.
+// Guards baseline. Not held while a file is read, and never together with another lock.
 static std::mutex baselineLock;
 static Baseline baseline;
 
-// Digest of the file's content; empty on failure.
+// Empty on failure.
 static std::string Digest(const std::string& path) {
     char digest[65] = {};
     return TavUtils::Sha256::GetFileSha256(path, digest, nullptr) ? digest : "";
@@ -106,7 +106,7 @@ int GetFileExt2Flags(const std::string& path) {
     if (file.Get() == -1) {
         return -1;
     }
-    // The request's number carries the size of a long; what the kernel writes is 32 bits (ioctl_iflags(2)).
+    // The request number encodes the size of a long, but the kernel writes 32 bits (ioctl_iflags(2)).
     int flags = 0;
     return ioctl(file.Get(), FS_IOC_GETFLAGS, &flags) == -1 ? -1 : flags;
 }

@@ -17,7 +17,7 @@ static constexpr char logSource[] = "detect_shell_event";
 
 static constexpr unsigned int longestCommand = 512;
 
-// Digest of a program that has the size of a shell; empty for any other.
+// Empty if the program does not have the size of a shell, or cannot be read.
 static std::string DigestOfShellSized(const std::string& path, int pid) {
     struct stat info {};
     if (!Trace::Result(Test::hasProgramFile, pid, stat(path.c_str(), &info) == 0, {.text = path}) ||

@@ -14,8 +14,7 @@ using enum TavUtils::Monitor::FileOperation;
 
 using ValueText = std::string (*)(const std::string& value);
 
-// A report's values are decimal numbers; what is none counts as 0. An id may need all 32 bits, more than a long holds
-// on 32-bit hosts.
+// Anything but a decimal number counts as 0. An id may need all 32 bits, more than a long holds on 32-bit hosts.
 static unsigned int Number(const std::string& value) {
     return static_cast<unsigned int>(strtoll(value.c_str(), nullptr, 10));
 }
@@ -36,7 +35,7 @@ static std::string PlainText(const std::string& value) {
     return value;
 }
 
-// Which keys of a report's detail tell an attribute, in the order in which the events are sent.
+// The keys of each attribute in a report's detail, in the order in which the events are sent.
 static constexpr struct {
     const char* oldKey;
     const char* newKey;
@@ -49,7 +48,7 @@ static constexpr struct {
     {"olink", "link", "links", PlainText},
 };
 
-// The values of a detail text: tokens KEY=VALUE behind a first one that says nothing here.
+// The detail is a word, which is ignored, followed by KEY=VALUE tokens.
 static std::map<std::string, std::string> ParseDetail(const std::string& detail) {
     std::map<std::string, std::string> values;
     const std::vector<std::string> tokens = TavUtils::StringProcess::StrSplit(detail, " ", false);
@@ -81,7 +80,6 @@ static bool IsNamed(const char* path) {
     return path != nullptr && path[0] != '\0';
 }
 
-// Works out which side of the move is the shell.
 static void OnMoveEvent(SHELL_EVENT& event, const char* path, const char* otherPath, int operation,
                         const std::string& /*detail*/) {
     event.fileOperationType = operation;

@@ -30,31 +30,31 @@ static constexpr unsigned int eventPauseMicroseconds = 100;
 namespace {
 
 struct ShellAttr {
-    int attr = -1;         // flags as FS_IOC_GETFLAGS gives them; -1 when they could not be read
-    std::string attrName;  // text form of the flags; never filled
+    int attr = -1;         // as FS_IOC_GETFLAGS returns them; -1 if they could not be read
+    std::string attrName;  // always empty
 };
 
 }  // namespace
 
-// For the flags below; held for map operations only.
+// Guards shellAttrs; held for map operations only.
 static std::mutex attrsLock;
 static std::map<std::string, ShellAttr> shellAttrs;
 
 static std::unique_ptr<FANOTIFY_EVENT> fanotifyEvent;
 static unsigned long fanotifyThread = 0;
-static int fanotifyRunning = 0;  // the loop reads it too, atomically
+static int fanotifyRunning = 0;  // accessed atomically, also by the loop
 static TavUtils::Monitor::FanotifyLoopArgs fanotifyArgs{};
 
 static void SetRunning(int running) {
     std::atomic_ref<int>(fanotifyRunning).store(running);
 }
 
-// The loop leaves a value here that closes nothing, once it has ended.
+// Once the loop has ended, fd is -1 and this closes nothing.
 static void CloseGroup(FANOTIFY_EVENT& event) {
     close(std::atomic_ref<int>(event.fd).load());
 }
 
-// True if there was one.
+// False if there was no group.
 static bool ReleaseGroup() {
     if (fanotifyEvent == nullptr) {
         return false;
@@ -77,7 +77,7 @@ void StartFlagsWatch() {
     if (fanotifyThread != 0) {
         return;
     }
-    // A record is left where an earlier start could not have its thread.
+    // An earlier start leaves its group behind if its thread could not be created.
     ReleaseGroup();
     fanotifyEvent.reset(new (std::nothrow) FANOTIFY_EVENT{});
     if (fanotifyEvent == nullptr) {

@@ -1,18 +1,17 @@
-// The one attribute of a shell that no file monitor reports: its flags, which chattr(1) changes by opening the file,
-// issuing an ioctl and closing it without a write. Each such close is the moment to look.
+// Reports changes of a shell's flags, which the file monitor cannot report. chattr(1) opens the file, issues an ioctl
+// and closes the file without a write, so the flags are compared after each such close.
 #pragma once
 
-// Takes the present flags of all shells as their baseline. Called by the thread that starts the module, while nothing
-// watches.
+// Makes the current flags of all shells their baseline. Called by the thread that starts the module.
 void TakeFlagsBaseline();
 
-// Watches the shells for closes, on a thread of its own; a thread left running by an earlier start stays as it is.
-// Without fanotify nothing is watched. Called by the thread that starts the module.
+// Starts the thread that watches the shells for closes; keeps a thread that is still running. Without fanotify, nothing
+// is watched. Called by the thread that starts the module.
 void StartFlagsWatch();
 
-// Ends that thread and the watch, if there are any. Called by the thread that stops the module.
+// Ends the thread and the watch, if there are any. Called by the thread that stops the module.
 void StopFlagsWatch();
 
-// Compares the flags of the shell that was closed with the last ones known and reports a change. Any other path is
-// ignored. Pauses 0.1 ms for each event with a path, and 10 ms for each change. Called on the watch's thread.
+// Compares the flags of the closed shell with its baseline, reports a change and updates the baseline. Other paths are
+// ignored. Pauses 0.1 ms per event with a path, and 10 ms per change. Called on the watch's thread.
 void ChattrFanotifyCallback(long number, const char* path, unsigned int mask);

@@ -16,13 +16,13 @@ using TavUtils::Monitor::FileWatchRule;
 
 static std::vector<FileWatchRule> shellWatchRules;
 
-// Shared by all rules, and kept until the module is unloaded: the monitor may still hold a rule of an earlier start.
+// Shared by all rules. Kept until the module is unloaded: the monitor may still hold a rule of an earlier start.
 static const std::shared_ptr<FileWatchCallback>& ShellWatchCallback() {
     static const auto shellWatchCallback = std::make_shared<FileWatchCallback>(ShellFileCallback);
     return shellWatchCallback;
 }
 
-// The shells and their directories, each once. A name without a directory cannot be watched.
+// The shells and their directories. A path without a directory cannot be watched.
 static std::set<std::string> WatchPaths() {
     std::set<std::string> paths;
     for (const std::string& path : ShellFiles()) {
@@ -77,6 +77,6 @@ void StopShellEvent() {
         RemoveMonitor(rule, TavUtils::Monitor::MONITOR_FILE);
     }
     shellWatchRules.clear();
-    // Last, so that what is reported during the stop is handled.
+    // Last, so that reports that arrive during the stop are handled.
     shellEventStarted.store(0, std::memory_order_relaxed);
 }
