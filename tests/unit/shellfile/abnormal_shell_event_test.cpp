@@ -34,7 +34,7 @@ TEST_F(AbnormalShellEvent, IsOneDocumentOfThreeKeys) {
     EXPECT_EQ(document["eventTime"], Fake::TheAgent().utc);
 }
 
-TEST_F(AbnormalShellEvent, TellsWhatBelongsToItsOperationAndNoMore) {
+TEST_F(AbnormalShellEvent, HasOnlyTheKeysOfItsOperation) {
     const struct {
         int operation;
         const char* word;
@@ -58,7 +58,7 @@ TEST_F(AbnormalShellEvent, TellsWhatBelongsToItsOperationAndNoMore) {
     }
 }
 
-TEST_F(AbnormalShellEvent, NamesNoOperationForANumberThatIsNone) {
+TEST_F(AbnormalShellEvent, OmitsTheNameOfAnUnknownOperation) {
     for (const int operation : {0, 8, -1}) {
         Fake::TheAgent().events.clear();
         AddShellEvent(Event(operation));
@@ -83,7 +83,7 @@ TEST_F(AbnormalShellEvent, KeepsAnEmptyRelatedPath) {
     EXPECT_EQ(Contents().at(0)["relatedPath"], "");
 }
 
-TEST_F(AbnormalShellEvent, IsOneValidLineWhateverItsTextsHold) {
+TEST_F(AbnormalShellEvent, IsOneValidLineForAnyTexts) {
     SHELL_EVENT event = Event(SHELL_COPY);
     event.relatedPath = "/tmp/\"\n\\\x01\xff\xc3";
     event.command = "a\tb\r\nc";

@@ -23,7 +23,7 @@ int LowestFreeDescriptor() {
     return fd;
 }
 
-// Sets the flags of a file on top of what the file system gives each by itself, and returns all of them.
+// Adds flags to those that the file system sets by itself. Returns the sum.
 int AddFlags(const std::string& path, int added) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     int flags = 0;
@@ -89,7 +89,7 @@ TEST_F(FileFlags, CannotBeReadOnAFileSystemWithoutThem) {
     EXPECT_EQ(LowestFreeDescriptor(), descriptor);
 }
 
-TEST_F(FileFlags, CannotBeReadOfWhatCannotBeOpened) {
+TEST_F(FileFlags, CannotBeReadIfTheFileCannotBeOpened) {
     std::filesystem::create_symlink("gone", folder.Path("dangling"));
     FailingCalls::AnswerFlags(0);
     for (const std::string& path :

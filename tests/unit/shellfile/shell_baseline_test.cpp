@@ -40,7 +40,7 @@ protected:
     std::string shell;
 };
 
-// Tells whether a file has been opened or read since.
+// Watches whether a file is opened or read.
 class AccessWatch {
 public:
     explicit AccessWatch(const std::string& path) : fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
@@ -77,8 +77,8 @@ TEST_F(ShellBaseline, FindsAShellOverLinks) {
     }
 }
 
-// A host of 32 bits may have no room for the date.
-TEST_F(ShellBaseline, FindsAShellWhateverItsDate) {
+// A 32-bit time_t cannot hold some of these dates.
+TEST_F(ShellBaseline, FindsACopyOfAnyDate) {
     constexpr time_t dates[] = {-1, 0x7FFFFFFF, 0x80000000, 2208988800};  // the last one is the start of 2040
     InitShellsHashSize({shell});
     const std::string copy = folder.Write("tool", shellText);
@@ -89,7 +89,7 @@ TEST_F(ShellBaseline, FindsAShellWhateverItsDate) {
     }
 }
 
-TEST_F(ShellBaseline, TakesAShellWhateverItsDate) {
+TEST_F(ShellBaseline, TakesAShellOfAnyDate) {
     const timespec times[2] = {{.tv_sec = 2208988800, .tv_nsec = 0}, {.tv_sec = 2208988800, .tv_nsec = 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, shell.c_str(), times, 0), 0);
     InitShellsHashSize({shell});
@@ -107,8 +107,8 @@ TEST_F(ShellBaseline, ComparesTheWholeContent) {
     EXPECT_FALSE(IsShellByHash(folder.Write("copy", text)));
 }
 
-TEST_F(ShellBaseline, FindsNoShellInWhatCannotBeRead) {
-    // A shell without content: its size is also that of a FIFO.
+TEST_F(ShellBaseline, FindsNoShellInAFileThatCannotBeRead) {
+    // The empty shell has the size that a FIFO has too.
     InitShellsHashSize({shell, folder.Write("empty", ""), folder.Path()});
     ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
     std::filesystem::create_symlink("gone", folder.Path("dangling"));
@@ -147,7 +147,7 @@ TEST_F(ShellBaseline, ReadsNothingWithoutShells) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(ShellBaseline, KeepsAShellThatIsNotThereByItsNameOnly) {
+TEST_F(ShellBaseline, KeepsAMissingShellByItsNameOnly) {
     std::filesystem::create_symlink("gone", folder.Path("dangling"));
     const std::set<std::string> shells = {folder.Path("gone"), folder.Path("dangling"), "", "relative"};
     InitShellsHashSize(shells);
@@ -160,12 +160,12 @@ TEST_F(ShellBaseline, KeepsAShellThatIsNotThereByItsNameOnly) {
     EXPECT_EQ(ShellWithDigest(emptyDigest), "");
     EXPECT_EQ(ShellWithDigest(""), "");
     EXPECT_TRUE(Fake::TheAgent().log.empty());
-    // It does not become one by coming into being.
+    // A file that is made there later is not a shell by its content.
     folder.Write("gone", shellText);
     EXPECT_FALSE(IsShellByHash(folder.Path("gone")));
 }
 
-TEST_F(ShellBaseline, KeepsTheSizeOfWhatHasNoDigest) {
+TEST_F(ShellBaseline, KeepsTheSizeOfAShellWithoutADigest) {
     InitShellsHashSize({folder.Path()});
     struct stat info {};
     ASSERT_EQ(stat(folder.Path().c_str(), &info), 0);
@@ -184,7 +184,7 @@ TEST_F(ShellBaseline, KnowsTheSizesOfItsShells) {
     }
 }
 
-TEST_F(ShellBaseline, KnowsPathsByteByByteAsTheyWereHandedIn) {
+TEST_F(ShellBaseline, ComparesPathsByteByByte) {
     std::filesystem::create_symlink("sh", folder.Path("link"));
     const std::string link = folder.Path("link");
     InitShellsHashSize({link, "/opt//odd/./shell"});
@@ -212,7 +212,7 @@ TEST_F(ShellBaseline, GivesTheLastOfSeveralShellsWithOneContent) {
     const std::string later = folder.Write("sh2", shellText);
     InitShellsHashSize({later, shell});
     EXPECT_EQ(ShellWithDigest(shellDigest), later);
-    // The order is that of the names handed in, not of what they resolve to.
+    // The order is that of the paths passed in, not of the resolved paths.
     std::filesystem::create_symlink("sh", folder.Path("z"));
     InitShellsHashSize({folder.Path("z"), later, shell});
     EXPECT_EQ(ShellWithDigest(shellDigest), shell);
@@ -232,7 +232,7 @@ TEST_F(ShellBaseline, LogsEachDigestInTheOrderOfThePaths) {
     }
 }
 
-TEST_F(ShellBaseline, LogsAPathAsTextWhateverItHolds) {
+TEST_F(ShellBaseline, LogsAPathWithFormatDirectivesAsItIs) {
     const std::string odd = folder.Write("%s%n\n\x80", shellText);
     InitShellsHashSize({odd});
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL), std::vector<std::string>{LogText(odd, shellDigest)});
@@ -254,7 +254,7 @@ TEST_F(ShellBaseline, IsReplacedAsAWhole) {
     EXPECT_EQ(ShellWithDigest(longerDigest), longer);
 }
 
-TEST_F(ShellBaseline, StaysUntilItIsTakenAgain) {
+TEST_F(ShellBaseline, StaysTheSameUntilItIsTakenAgain) {
     const std::string copy = folder.Write("copy", shellText);
     InitShellsHashSize({shell});
     folder.Write("sh", otherTextOfSameSize);
@@ -278,7 +278,7 @@ TEST_F(ShellBaseline, AnswersOtherThreadsWhileItIsReplaced) {
     for (int i = 0; i < readerCount; ++i) {
         readers.emplace_back([&] {
             while (!ended) {
-                // What is in both the old and the new one is never missing.
+                // An entry that is in both the old and the new baseline is never missing.
                 const bool right = IsShellFile(shell) && IsShellByHash(shell) && IsShellSize(7) &&
                                    ShellWithDigest(shellDigest) == shell && ShellFiles().contains(shell);
                 wrongAnswers += right ? 0 : 1;
@@ -296,7 +296,7 @@ TEST_F(ShellBaseline, AnswersOtherThreadsWhileItIsReplaced) {
     EXPECT_EQ(wrongAnswers, 0);
 }
 
-TEST(AttrValue, IsThatUnderTheKeyOrEmpty) {
+TEST(AttrValue, IsEmptyIfTheKeyIsAbsent) {
     const std::map<std::string, std::string> values = {{"key", "value"}, {"empty", ""}, {"", "of no key"}};
     const struct {
         const char* key;

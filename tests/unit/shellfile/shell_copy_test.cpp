@@ -17,7 +17,7 @@ protected:
         Fake::TheAgent().log.clear();
     }
 
-    // An exec event of a process that runs the program.
+    // Sends the exec event of a process that runs the program.
     void Exec(const std::string& program, const std::string& cmdline = std::string("tool\0-i\0", 8)) {
         if (!MayMount()) {
             GTEST_SKIP() << "needs the right to mount (CAP_SYS_ADMIN)";
@@ -42,7 +42,7 @@ TEST_F(ShellCopy, IsReportedWithTheShellThatItEquals) {
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL), std::vector<std::string>{"[fileOperationType=7]"});
 }
 
-TEST_F(ShellCopy, IsReportedWhereItIsAHardLink) {
+TEST_F(ShellCopy, IsReportedIfItIsAHardLink) {
     const std::string link = folder.Path("link");
     ASSERT_EQ(::link(shell.c_str(), link.c_str()), 0);
     Exec(link);
@@ -76,19 +76,19 @@ TEST_F(ShellCopy, CommandIsCutAtACharacter) {
     EXPECT_EQ(Contents()[0]["command"], std::string(511, 'a'));
 }
 
-TEST_F(ShellCopy, IsNothingWithoutACommandLine) {
+TEST_F(ShellCopy, IsNotReportedWithoutACommandLine) {
     Exec(folder.Write("tool", "the content of a shell"), "");
     EXPECT_TRUE(Contents().empty());
 }
 
-TEST_F(ShellCopy, IsNothingWhereTheProcessOrItsProgramIsGone) {
+TEST_F(ShellCopy, IsNotReportedIfTheProcessOrItsProgramIsGone) {
     Exec("");
     Exec(folder.Path("removed"));
     EXPECT_TRUE(Contents().empty());
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(ShellCopy, SaysThatAProgramOfAShellsSizeCannotBeRead) {
+TEST_F(ShellCopy, LogsThatAProgramOfAShellsSizeCannotBeRead) {
     // A directory has a size and no digest.
     const std::string directory = folder.Path("directory");
     ASSERT_TRUE(std::filesystem::create_directory(directory));
@@ -103,7 +103,7 @@ TEST_F(ShellCopy, SaysThatAProgramOfAShellsSizeCannotBeRead) {
               std::vector<std::string>{"Failed to get file hash.[path=" + directory + "]"});
 }
 
-TEST_F(ShellCopy, IgnoresOtherEventsAndLogsNone) {
+TEST_F(ShellCopy, IgnoresOtherEventsAndLogsANullEvent) {
     proc_event event{};
     for (const auto what : {decltype(event.what)::PROC_EVENT_FORK, decltype(event.what)::PROC_EVENT_EXIT}) {
         event.what = what;

@@ -42,7 +42,7 @@ TEST_F(ShellEventHandlers, ReportAWriteAndARemovalWithThePathAlone) {
     EXPECT_EQ(Contents()[1].Dump(), R"({"path":"/shells/sh","operationType":"delete"})");
 }
 
-TEST_F(ShellEventHandlers, TellTheSideOfAMoveThatIsTheShell) {
+TEST_F(ShellEventHandlers, ReportTheOtherNameOfAMove) {
     const struct {
         const char* path;
         const char* otherPath;
@@ -67,7 +67,7 @@ TEST_F(ShellEventHandlers, TellTheSideOfAMoveThatIsTheShell) {
     }
 }
 
-TEST_F(ShellEventHandlers, NameTheOtherPathOfHalfAMoveEvenWhereItIsTheShell) {
+TEST_F(ShellEventHandlers, ReportTheOtherPathOfAHalfMoveEvenIfItIsTheShell) {
     for (const int operation : {5, 6}) {
         Fake::TheAgent().events.clear();
         Report(operation, "/tmp/neighbour", shell);
@@ -111,7 +111,7 @@ TEST_F(ShellEventHandlers, PauseForEachEventOfOneReport) {
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>(4, milliseconds(10)));
 }
 
-TEST_F(ShellEventHandlers, DropAnOperationThatIsNone) {
+TEST_F(ShellEventHandlers, DropUnknownOperations) {
     for (const int operation : {0, 7, 8, -1}) {
         Report(operation, shell, nullptr);
     }

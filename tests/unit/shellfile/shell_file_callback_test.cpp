@@ -35,20 +35,20 @@ TEST_F(ShellFileGate, HandlesAReportOnAShell) {
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<nanoseconds>{milliseconds(10), microseconds(100)}));
 }
 
-TEST_F(ShellFileGate, TakesTheOtherPathWhereOnlyThatIsAShell) {
+TEST_F(ShellFileGate, TakesTheOtherPathIfOnlyThatIsAShell) {
     Report("/bin/ls", shell, 4);
     ASSERT_EQ(Contents().size(), 1U);
     EXPECT_EQ(Contents()[0]["path"], shell);
     EXPECT_EQ(Contents()[0]["relatedPath"], "/bin/ls");
 }
 
-TEST_F(ShellFileGate, TakesTheFirstPathWhereBothAreShells) {
+TEST_F(ShellFileGate, TakesTheFirstPathIfBothAreShells) {
     Report("/shells/bash", shell, 4);
     EXPECT_EQ(Contents().at(0)["path"], "/shells/bash");
     EXPECT_EQ(Contents().at(0)["relatedPath"], shell);
 }
 
-TEST_F(ShellFileGate, DropsWithoutAPauseWhatIsNoReportOnAShell) {
+TEST_F(ShellFileGate, DropsOtherReportsWithoutAPause) {
     const struct {
         const char* path;
         const char* otherPath;
@@ -77,7 +77,7 @@ TEST_F(ShellFileGate, PausesForAnUnknownOperationToo) {
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>(2, microseconds(100)));
 }
 
-TEST_F(ShellFileGate, IsShutBeforeTheStart) {
+TEST_F(ShellFileGate, DropsReportsBeforeTheStart) {
     shellEventStarted = 0;
     Report(shell, nullptr);
     EXPECT_TRUE(Fake::TheAgent().events.empty());

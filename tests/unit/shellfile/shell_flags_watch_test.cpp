@@ -27,7 +27,7 @@ protected:
         Fake::TheAgent().log.clear();
     }
 
-    // Sets or clears the flag that asks a backup program to pass the file over: it needs no right.
+    // The flag that excludes a file from backups needs no right to change.
     bool SetFlag(bool on) const {
         const int fd = open(shell.c_str(), O_RDONLY | O_CLOEXEC);
         int flags = on ? before | FS_NODUMP_FL : before & ~FS_NODUMP_FL;
@@ -65,7 +65,7 @@ TEST_F(ShellFlags, MoveTheBaselineWithEachReport) {
     EXPECT_EQ(Contents()[1]["attribute"][0]["to"], std::to_string(before));
 }
 
-TEST_F(ShellFlags, AreSilentWhereTheyHaveNotChanged) {
+TEST_F(ShellFlags, AreNotReportedIfTheyHaveNotChanged) {
     TakeFlagsBaseline();
     Close();
     EXPECT_TRUE(Contents().empty());
@@ -73,7 +73,7 @@ TEST_F(ShellFlags, AreSilentWhereTheyHaveNotChanged) {
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>{microseconds(100)});
 }
 
-TEST_F(ShellFlags, AreTakenAtTheFirstLookWhereTheStartCouldNotReadThem) {
+TEST_F(ShellFlags, BecomeTheBaselineAtTheFirstCloseIfTheStartCouldNotReadThem) {
     std::filesystem::remove(shell);
     TakeFlagsBaseline();
     folder.Write("sh", "a shell");
@@ -98,7 +98,7 @@ TEST_F(ShellFlags, KeepTheirBaselineWhileTheyCannotBeRead) {
     EXPECT_EQ(Contents().at(0)["attribute"][0]["from"], std::to_string(before));
 }
 
-TEST_F(ShellFlags, AreNotLookedAtForAnyOtherEventOrPath) {
+TEST_F(ShellFlags, AreNotComparedForOtherEventsOrPaths) {
     TakeFlagsBaseline();
     SetFlag(true);
     Close(FAN_CLOSE_WRITE);

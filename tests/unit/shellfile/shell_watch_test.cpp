@@ -30,8 +30,7 @@ protected:
         return paths;
     }
 
-    // Of the group in hand.
-    static int Descriptor() {
+    static int GroupDescriptor() {
         return static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(Fake::TheAgent().threads.at(0).argument)->event->fd;
     }
 };
@@ -41,14 +40,14 @@ TEST_F(ShellWatch, WatchesEachShellAndEachDirectoryOnce) {
     EXPECT_THAT(WatchedPaths(), ElementsAre("/bin", "/bin/bash", "/bin/sh"));
 }
 
-TEST_F(ShellWatch, WatchesNoNameWithoutADirectory) {
+TEST_F(ShellWatch, DoesNotMonitorAPathWithoutADirectory) {
     StartShellEvent({"sh", "/sh"});
     EXPECT_THAT(WatchedPaths(), ElementsAre("", "/sh"));
     EXPECT_THAT(Fake::TheAgent().fanotifyMarks,
                 ElementsAre(Fake::FanotifyMark{"/sh", FAN_CLOSE_NOWRITE}, Fake::FanotifyMark{"sh", FAN_CLOSE_NOWRITE}));
 }
 
-TEST_F(ShellWatch, AsksForTheChangesThatItReports) {
+TEST_F(ShellWatch, RequestsTheChangesThatItReports) {
     StartShellEvent({"/bin/sh"});
     for (const Rule& rule : Fake::TheAgent().rules) {
         for (const bool on : {rule.onAttribute, rule.onModify, rule.onDelete, rule.onMove, rule.onMovedFrom,
@@ -68,7 +67,7 @@ TEST_F(ShellWatch, ReportsReachTheGateThroughTheRules) {
     EXPECT_EQ(Contents().size(), 1U);
 }
 
-TEST_F(ShellWatch, BringsItsListenersUpAndDownInOrder) {
+TEST_F(ShellWatch, StartsAndStopsItsListenersInOrder) {
     StartShellEvent({"/shells/sh"});
     EXPECT_THAT(Fake::TheAgent().journal, ElementsAre("watch /shells", "watch /shells/sh", "add callback", "fanotify",
                                                       "thread ChattrShellThread"));
@@ -86,7 +85,7 @@ TEST_F(ShellWatch, BringsItsListenersUpAndDownInOrder) {
 
 TEST_F(ShellWatch, ClosesTheGroupBeforeItWaitsForTheLoop) {
     StartShellEvent({"/bin/sh"});
-    const int fd = Descriptor();
+    const int fd = GroupDescriptor();
     EXPECT_NE(fcntl(fd, F_GETFD), -1);
     StopShellEvent();
     EXPECT_EQ(fcntl(fd, F_GETFD), -1);
@@ -100,7 +99,7 @@ TEST_F(ShellWatch, StartsWithoutShells) {
     EXPECT_EQ(Fake::TheAgent().threads.size(), 1U);
 }
 
-TEST_F(ShellWatch, DropsTheRulesThatAreRefused) {
+TEST_F(ShellWatch, DropsRefusedRules) {
     Fake::TheAgent().refusedWatches = {"/bin"};
     StartShellEvent({"/bin/sh"});
     EXPECT_THAT(WatchedPaths(), ElementsAre("/bin/sh"));
@@ -109,7 +108,7 @@ TEST_F(ShellWatch, DropsTheRulesThatAreRefused) {
     EXPECT_THAT(Fake::TheAgent().journal, testing::Not(testing::Contains("unwatch /bin")));
 }
 
-TEST_F(ShellWatch, GoesOnWithoutFanotify) {
+TEST_F(ShellWatch, StartsWithoutFanotify) {
     Fake::TheAgent().refuseFanotify = true;
     EXPECT_EQ(StartShellEvent({"/bin/sh"}), 1);
     EXPECT_EQ(Fake::TheAgent().callbacks.size(), 1U);
@@ -118,7 +117,7 @@ TEST_F(ShellWatch, GoesOnWithoutFanotify) {
     EXPECT_THAT(Fake::TheAgent().journal, testing::Not(testing::Contains("log shell file system attr thread stop!\n")));
 }
 
-TEST_F(ShellWatch, GoesOnWithoutTheThread) {
+TEST_F(ShellWatch, StartsWithoutTheThread) {
     Fake::TheAgent().refuseThreads = true;
     EXPECT_EQ(StartShellEvent({"/bin/sh"}), 1);
     EXPECT_THAT(Fake::TheAgent().LogTexts(LOG_LEVEL_ERROR), ElementsAre("Start fanotify pool thread failed."));
@@ -134,7 +133,7 @@ TEST_F(ShellWatch, KeepsItsThreadOnASecondStart) {
     EXPECT_EQ(Fake::TheAgent().callbacks.size(), 2U);
 }
 
-TEST_F(ShellWatch, StopsWithoutAWordWhereItNeverStarted) {
+TEST_F(ShellWatch, StopsWithoutALogLineIfItNeverStarted) {
     StopShellEvent();
     EXPECT_THAT(Fake::TheAgent().journal, ElementsAre("remove callback"));
 }

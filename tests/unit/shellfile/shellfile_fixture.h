@@ -1,4 +1,4 @@
-// What the tests of shell file protection share: a fresh scripted agent, and throw-away shells as its baseline.
+// Fixture of the shell file protection tests: a reset fake agent, and temporary files as shells.
 #pragma once
 
 #include <gmock/gmock.h>
