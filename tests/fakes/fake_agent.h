@@ -1,4 +1,4 @@
-// The agent as the tests of the module script it: they set what each service answers and read back what was called.
+// A fake agent for the tests of the module. Tests set the answer of each service and read back the calls.
 #pragma once
 
 #include <map>
@@ -25,7 +25,7 @@ struct LogLine {
 struct StatusReport {
     std::string name;
     bool running;
-    std::optional<std::string> code;  // nothing for a null code
+    std::optional<std::string> code;  // nullopt for a null code
 
     bool operator==(const StatusReport&) const = default;
 };
@@ -57,7 +57,7 @@ struct FanotifyMark {
 using ProcessCallback = void (*)(proc_event*);
 
 struct Agent {
-    // What the services answer.
+    // Answers of the services.
     std::map<std::string, std::string> environment;
     std::set<std::string> refusedTasks;  // by name
     std::vector<TavUtils::NetStat::NETSTAT> tcp;
@@ -68,17 +68,17 @@ struct Agent {
     bool refuseThreads = false;
     std::string utc = "2024-02-03T04:05:06.789Z";
 
-    // What was called.
+    // Calls.
     std::vector<LogLine> log;
     std::vector<StatusReport> statuses;
-    std::vector<Task> tasks;                              // registered at present
-    std::vector<ProcessCallback> callbacks;               // registered at present
-    std::vector<TavUtils::Monitor::FileWatchRule> rules;  // watched at present
+    std::vector<Task> tasks;                              // currently registered
+    std::vector<ProcessCallback> callbacks;               // currently registered
+    std::vector<TavUtils::Monitor::FileWatchRule> rules;  // currently watched
     std::vector<FanotifyMark> fanotifyMarks;
     void (*fanotifyCallback)(long, const char*, unsigned int) = nullptr;
     std::vector<Thread> threads;  // started and not awaited
     std::vector<std::string> events;
-    std::vector<std::string> journal;  // calls in the order in which they came, log lines included
+    std::vector<std::string> journal;  // all calls in order, including log lines
     unsigned int lastTaskId = 0;
     unsigned long lastThread = 0;
     int lastWatch = 0;
@@ -86,13 +86,13 @@ struct Agent {
     // Log texts of one level, in order.
     std::vector<std::string> LogTexts(LogLevel level) const;
 
-    // The registered task of that name; null if there is none.
+    // Null if no task of that name is registered.
     const Task* FindTask(const std::string& name) const;
 };
 
 Agent& TheAgent();
 
-// Puts the agent back to how it is at the start of a test, its settings map included.
+// Resets the fake agent and its settings map to their initial state.
 void ResetAgent();
 
 }  // namespace Fake

@@ -76,7 +76,7 @@ int StopHipsThreadEx(unsigned long handle) {
     TheAgent().journal.push_back("await thread");
     for (const Fake::Thread& thread : TheAgent().threads) {
         if (thread.handle == handle && thread.entry == TavUtils::Monitor::FanotifyLoop) {
-            // As the loop does when it has ended: the owner's next close finds nothing.
+            // The real loop does the same when it ends, so that the owner's next close does nothing.
             static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(thread.argument)->event->fd = -1;
         }
     }
