@@ -1,4 +1,4 @@
-// Waiting for what other threads and the kernel do.
+// Waits for other threads and the kernel.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@
 
 namespace TestSupport {
 
-// True as soon as condition is; false after ten seconds.
+// Returns true as soon as the condition holds, false after ten seconds.
 inline bool Await(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition()) {
@@ -23,7 +23,7 @@ inline bool Await(const std::function<bool()>& condition) {
     return true;
 }
 
-// How many threads of this process have a name that begins so.
+// The number of threads of this process whose name begins with prefix.
 inline int ThreadsNamedLike(const std::string& prefix) {
     int count = 0;
     std::error_code error;
@@ -35,7 +35,7 @@ inline int ThreadsNamedLike(const std::string& prefix) {
     return count;
 }
 
-// How many threads of this process have that name.
+// The number of threads of this process with that name.
 inline int ThreadsNamed(const std::string& name) {
     return ThreadsNamedLike(name + "\n");
 }

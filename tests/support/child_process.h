@@ -1,4 +1,4 @@
-// A process of the test's own making, which is ended and collected with the object.
+// A child process that is killed and reaped with the object.
 #pragma once
 
 #include <fcntl.h>
@@ -16,7 +16,7 @@ namespace ServiceTests {
 
 class ChildProcess {
 public:
-    // Returns once the program runs; its standard input is a pipe that stays open and empty.
+    // Returns once the program runs. Its standard input is an empty pipe that stays open.
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments) {
         std::vector<char*> argv;
         for (const std::string& argument : arguments) {
@@ -37,7 +37,7 @@ public:
         }
         pid_ = fork();
         if (pid_ == 0) {
-            // The kernel bounds the arguments by a share of the stack.
+            // The kernel limits the size of the arguments to a part of the stack limit.
             rlimit stack{};
             getrlimit(RLIMIT_STACK, &stack);
             const rlim_t wanted = 32 * 1024 * 1024;
@@ -73,7 +73,7 @@ public:
 
     int Pid() const { return pid_; }
 
-    // Ends the process and waits until it is a zombie.
+    // Kills the process and waits until it is a zombie.
     void End() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);

@@ -1,4 +1,4 @@
-// JSON of an event as tests look at it. The parser stays in one source: each that uses it takes seconds to compile.
+// JSON of an event, for tests. The parser is used in one source only: it adds seconds to the compilation of each.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-// A JSON value, kept as its compact text; keys keep their order. Fails by an exception where the value is of another
-// kind than the call asks for, or not there.
+// A JSON value, stored as its compact text with keys in order. Functions throw if the value is missing or has another
+// type than they need.
 class EventJson {
 public:
     static EventJson Parse(const std::string& text);
@@ -16,7 +16,7 @@ public:
     EventJson operator[](size_t index) const;
     std::string Text() const;
     int Number() const;
-    // Of an object or an array.
+    // Throws unless the value is an object or an array.
     size_t Size() const;
     std::vector<std::string> Keys() const;
     const std::string& Dump() const { return compact; }

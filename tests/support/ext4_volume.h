@@ -1,16 +1,15 @@
-// A file system of the test's own whose files have flags.
+// A temporary file system whose files have flags.
 #pragma once
 
 #include <string>
 
 #include "tests/support/temporary_directory.h"
 
-// True if this process may mount and the host has loop devices; tests that need a volume skip themselves otherwise,
-// naming what is missing.
+// True if this process may mount and the host has loop devices. If false, tests that need a volume skip and say why.
 bool MayMakeVolume();
 
-// A small ext4 volume in a file, mounted for the lifetime of the object in the test's own mount namespace; the loop
-// device goes with the mount. Throws if the host makes no such volume.
+// A small ext4 volume in a file, mounted in a private mount namespace for the lifetime of the object. The kernel frees
+// the loop device on unmount. The constructor throws on failure.
 class Ext4Volume {
 public:
     Ext4Volume();

@@ -46,13 +46,13 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
     if (request != FS_IOC_GETFLAGS || !answeredFlags) {
         return __real_ioctl(fd, request, argument);
     }
-    // 32 bits, as the kernel writes them, whatever size the request's number names.
+    // The kernel writes 32 bits too, although the request number encodes the size of a long.
     memcpy(argument, &*answeredFlags, sizeof(uint32_t));
     return 0;
 }
 }
 
-// Replaces the library's, as the language allows a program to.
+// Replaces the standard library's operator.
 void* operator new[](size_t bytes, const std::nothrow_t&) noexcept {
     if (FailsNow(allocationsUntilFailure)) {
         return nullptr;

@@ -1,4 +1,4 @@
-// System calls and allocations that fail, or answer what the host's would not, on request.
+// System calls and allocations that fail, or return a given answer, on request.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +6,13 @@
 
 namespace FailingCalls {
 
-// pthread_mutex_init fails with ENOMEM on its call number nth from now (1 is the next one) and works before and after.
-// 0 takes the request back.
+// The nth call of pthread_mutex_init from now (1 is the next) fails with ENOMEM; all others work. 0 cancels.
 void FailMutexInit(int nth);
 
-// The same for array allocations of the non-throwing kind.
+// The same for new (std::nothrow) of arrays, which returns null.
 void FailAllocation(int nth);
 
-// The ioctl FS_IOC_GETFLAGS answers these flags for any file; nothing takes the request back.
+// FS_IOC_GETFLAGS returns these flags for any file; nullopt cancels.
 void AnswerFlags(std::optional<uint32_t> flags);
 
 }  // namespace FailingCalls

@@ -1,5 +1,5 @@
-// What the tests of the instant scan share, from its intake to its event: a started module over a built /proc, with
-// processes that wait on real pipes, sockets and terminals.
+// Fixture of the instant scan's tests, from intake to event: a started module and a fake /proc, with processes that
+// wait on real pipes, sockets and terminals.
 #pragma once
 
 #include <arpa/inet.h>
@@ -31,7 +31,7 @@ class InstantScanTest : public testing::Test {
 protected:
     using PauseList = std::vector<std::chrono::nanoseconds>;
 
-    // What a descriptor of a pipe may do, as fdinfo writes it.
+    // Open flags of a pipe's descriptor, as in fdinfo.
     static constexpr char readOnly[] = "00";
     static constexpr char writeOnly[] = "0100001";
     static constexpr char readAndWrite[] = "02";
@@ -71,7 +71,7 @@ protected:
 
     void TearDown() override { proc.reset(); }
 
-    // A command line as the kernel gives it, from words with blanks between them.
+    // A command line as in /proc, from words separated by blanks.
     static std::string Arguments(std::string words) {
         std::replace(words.begin(), words.end(), ' ', '\0');
         words.push_back('\0');
@@ -84,7 +84,7 @@ protected:
 
     void AddShell(int pid, int ppid, const std::string& words = "bash -i") { AddProcess(pid, ppid, shell, words); }
 
-    // The process is none from now on.
+    // The process ends.
     void Remove(int pid) const { std::filesystem::remove_all(proc->Folder() / std::to_string(pid)); }
 
     void SetWorkingDirectory(int pid, const std::string& directory) const {
@@ -98,7 +98,7 @@ protected:
         proc->AddFile(pid, "fdinfo/" + std::to_string(fd), "pos:\t0\nflags:\t" + flags + "\nmnt_id:\t15\n");
     }
 
-    // The process is blocked in this kernel function by a call whose first argument this is.
+    // The process is blocked in this kernel function, in a system call with this first argument.
     void Block(int pid, const std::string& function, int argument) {
         proc->AddFile(pid, "stack",
                       "[<0>] wait_woken+0x60/0x70\n[<0>] " + function +
@@ -109,8 +109,7 @@ protected:
         proc->AddFile(pid, "syscall", call);
     }
 
-    // A TCP connection from 198.51.100.3:40001 to 192.0.2.7:4444, seen now for the first time, as the table of sockets
-    // would have it.
+    // The socket table's entry of a TCP connection from 198.51.100.3:40001 to 192.0.2.7:4444 that is first seen now.
     static SocketInfo ForeignConnection(unsigned long inode) {
         return {.type = tcpTable,
                 .inode = inode,
@@ -122,7 +121,7 @@ protected:
                 .firstSeen = static_cast<long>(time(nullptr))};
     }
 
-    // One that no shell is blamed for: it is the host's own.
+    // A connection within the host, for which no shell is reported.
     static SocketInfo LoopbackConnection(unsigned long inode) {
         SocketInfo info = ForeignConnection(inode);
         info.localIp = info.remoteIp = inet_addr("127.0.0.1");
@@ -138,17 +137,17 @@ protected:
 
     static void Know(const SocketInfo& info) { socketTable[info.inode] = info; }
 
-    // A socket that the table knows as a foreign connection.
+    // A socket that is a foreign connection in the socket table.
     KernelObject ForeignSocket() {
         KernelObject socket = objects.Socket();
         Know(ForeignConnection(socket.inode));
         return socket;
     }
 
-    // Lets more time pass than an alarm is remembered for.
+    // Advances the clock by more than the time for which an alarm is remembered.
     static void ForgetAlarms() { TimeRecorder::Advance(std::chrono::hours(2)); }
 
-    // The module is stopped while it sleeps for the nth time from now.
+    // The module stops during its nth pause from now.
     static void StopAtPause(size_t nth) {
         const size_t target = TimeRecorder::Pauses().size() + nth;
         TimeRecorder::AtEachPause([target](auto...) {
@@ -163,7 +162,7 @@ protected:
         return {all.begin() + static_cast<std::ptrdiff_t>(mark), all.end()};
     }
 
-    // Texts of the log; each line is the module's and of the least level.
+    // Texts of the log. Expects each line on the module's channel and at the lowest level.
     static std::vector<std::string> Log() {
         std::vector<std::string> texts;
         for (const Fake::LogLine& line : Fake::TheAgent().log) {
@@ -178,7 +177,7 @@ protected:
 
     static const std::vector<std::string>& Events() { return Fake::TheAgent().events; }
 
-    // Content of the only event.
+    // Content of the event. Expects exactly one event.
     static EventJson Content() {
         EXPECT_EQ(Events().size(), 1U);
         return Events().size() == 1 ? EventJson::Parse(Events()[0])["eventContent"] : EventJson();
@@ -190,10 +189,11 @@ protected:
     std::unique_ptr<ProcTree> proc;
 
 private:
-    // Where the clock of the last test stood at its end.
+    // The time at the end of the previous test.
     inline static time_t latest = 400000000;
 
-    // The history of alarms outlives a test, and inodes come back: each test begins after all that went before.
+    // The history of alarms outlives a test, and inodes are reused. Each test therefore starts after all remembered
+    // alarms have expired.
     static void OutliveReportedAlarms() {
         TimeRecorder::Advance(std::chrono::seconds(latest - time(nullptr)));
         ForgetAlarms();

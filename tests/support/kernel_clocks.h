@@ -1,4 +1,4 @@
-// The two clocks by which the kernel stamps events and processes, under the test's control.
+// Fakes the two clocks from which the kernel takes the time stamps of events and processes.
 #pragma once
 
 #include <chrono>
@@ -6,11 +6,11 @@
 // The calls under test may come from any thread.
 namespace KernelClocks {
 
-// From now on CLOCK_MONOTONIC reads awake and CLOCK_BOOTTIME that and asleep more. Every read of either moves both on
-// by perRead once it is done. Other clocks are the host's.
+// CLOCK_MONOTONIC reads awake, and CLOCK_BOOTTIME reads awake + asleep. Each read of either then advances both by
+// perRead. Other clocks are the host's.
 void Set(std::chrono::nanoseconds awake, std::chrono::nanoseconds asleep, std::chrono::nanoseconds perRead = {});
 
-// All clocks are the host's again.
+// Returns to the host's clocks.
 void Reset();
 
 }  // namespace KernelClocks

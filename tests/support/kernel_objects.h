@@ -1,4 +1,4 @@
-// Real FIFOs, sockets and terminals for the descriptors of a built /proc.
+// Real FIFOs, sockets and terminals for the descriptors of a fake /proc.
 #pragma once
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ inline unsigned long InodeOf(const std::string& path) {
     return static_cast<unsigned long>(file.st_ino);
 }
 
-// Makes objects with inodes of their own in a folder that is removed at the end.
+// Makes objects with different inodes in a temporary directory.
 class KernelObjects {
 public:
     KernelObject Pipe() { return Make(S_IFIFO); }

@@ -12,7 +12,7 @@ namespace {
 
 using Host::Clock::Time;
 
-// Of real time: whoever waits longer for another thread waits in vain.
+// In real time.
 constexpr std::chrono::seconds patience{10};
 
 struct Waiter {
@@ -24,7 +24,7 @@ struct Waiter {
 struct State {
     std::mutex mutex;
     std::condition_variable registered;
-    // Not the epoch, so that a time that was never set shows.
+    // Not the epoch, so that tests notice a time that was never set.
     Time now = Time(std::chrono::hours(1000));
     std::chrono::system_clock::time_point wallTime = MovedClock::firstWallTime;
     std::list<Waiter*> waiters;
@@ -54,7 +54,7 @@ private:
     Waiter& waiter_;
 };
 
-// Wakes a thread from poll(2). One serves all waits of its thread, so that a test can take away all other descriptors.
+// Wakes a thread from poll(2). Kept for all waits of the thread, so that a test can use up all other descriptors.
 class ThreadsWake {
 public:
     ThreadsWake() = default;
@@ -66,7 +66,7 @@ public:
     ThreadsWake(const ThreadsWake&) = delete;
     ThreadsWake& operator=(const ThreadsWake&) = delete;
 
-    // -1 if there is no descriptor left.
+    // -1 if no descriptor is left.
     int Get() {
         fd_ = fd_ >= 0 ? fd_ : ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
         return fd_;
@@ -131,7 +131,7 @@ int Poll(std::span<pollfd> descriptors, std::optional<Time> deadline) {
     }
     static thread_local ThreadsWake threadsWake;
     const int wake = threadsWake.Get();
-    // Without a wake, the time is looked at again every 20 real milliseconds.
+    // Without a wake, the clock is checked every 20 ms of real time.
     const int longest = wake >= 0 ? -1 : 20;
     std::vector<pollfd> all(descriptors.begin(), descriptors.end());
     all.push_back({.fd = wake, .events = POLLIN, .revents = 0});

@@ -1,4 +1,4 @@
-// A built tree in place of /proc, so that the code under test reads its real paths.
+// A fake /proc, mounted over the real one, so that the code under test reads its usual paths.
 #pragma once
 
 #include <filesystem>
@@ -6,23 +6,22 @@
 
 #include "tests/support/temporary_directory.h"
 
-// True if this process may mount; tests that need a ProcTree skip themselves otherwise, naming the right.
+// True if this process may mount. If false, tests that need a ProcTree skip and say why.
 bool MayMount();
 
-// Moves this process into a mount namespace of its own, once. What is mounted there is gone with the process.
+// Moves this process into a private mount namespace, once. Its mounts end with the process.
 void EnterOwnMountNamespace();
 
 struct ProcEntry {
     int pid;
     int ppid;
-    std::string exe;           // text of the link; empty for a process without one, like a kernel thread
-    std::string cmdline = {};  // as the kernel gives it, with zero bytes
+    std::string exe;           // target of the link; empty for no link, as for a kernel thread
+    std::string cmdline = {};  // as in /proc, with zero bytes
     bool hasStatus = true;
     bool hasDescriptors = true;
 };
 
-// Builds processes in a folder and mounts it over /proc for the lifetime of the object, in a mount namespace of the
-// test's own that the first tree makes.
+// Mounts a temporary directory over /proc for the lifetime of the object, in a private mount namespace.
 class ProcTree {
 public:
     ProcTree();
@@ -30,17 +29,17 @@ public:
 
     void Add(const ProcEntry& entry);
 
-    // A link of the process besides exe, such as "cwd", with this text.
+    // Adds another link than exe, such as "cwd", with this target.
     void AddLink(int pid, const std::string& name, const std::string& link);
 
-    // Gives pid the descriptor fd with this link text, which may name a real object or be that of a pipe or socket.
+    // Adds a descriptor with this link target: the path of a real object, or a text such as "pipe:[1]".
     void AddDescriptor(int pid, int fd, const std::string& link);
 
-    // An entry of fd/ by any name, whether or not it is a number.
+    // Adds an entry of fd/ whose name need not be a number.
     void AddDescriptorEntry(int pid, const std::string& name, const std::string& link);
 
-    // A file of the process, such as "stack" or "fdinfo/3", or with no pid one of the host, such as "net/tcp". One that
-    // is there already is replaced.
+    // Adds or replaces a file of the process, such as "stack" or "fdinfo/3", or without a pid, of the host, such as
+    // "net/tcp".
     void AddFile(int pid, const std::string& name, const std::string& text);
     void AddFile(const std::string& name, const std::string& text);
 
@@ -50,8 +49,7 @@ private:
     TemporaryDirectory folder_;
 };
 
-// Mounts a file with this content over an existing one for the lifetime of the object, in the test's own mount
-// namespace.
+// Mounts a file with this content over an existing one for the lifetime of the object, in a private mount namespace.
 class FileOverlay {
 public:
     FileOverlay(const std::string& target, const std::string& content);

@@ -1,4 +1,4 @@
-// Processes that sit on given descriptors, and what they sit on.
+// Processes that hold given descriptors and wait, and the pipes, sockets and terminals for them.
 #pragma once
 
 #include <arpa/inet.h>
@@ -51,7 +51,7 @@ struct Ends {
     }
 };
 
-// The reading end comes first.
+// first is the reading end.
 inline Ends MakePipe() {
     int ends[2] = {-1, -1};
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -64,7 +64,7 @@ inline Ends MakeSocketPair() {
     return {OwnedEnd(ends[0]), OwnedEnd(ends[1])};
 }
 
-// The master comes first.
+// first is the master.
 inline Ends MakeTerminal() {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     char name[64] = {};
@@ -72,7 +72,7 @@ inline Ends MakeTerminal() {
     return {OwnedEnd(master), OwnedEnd(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC))};
 }
 
-// A connection of this host with itself, from 127.0.0.1 to the address.
+// A TCP connection from 127.0.0.1 to another loopback address.
 class LoopbackConnection {
 public:
     explicit LoopbackConnection(const char* address)
@@ -104,7 +104,7 @@ private:
     int port_ = 0;
 };
 
-// A child that has the given descriptors at their numbers and no others; ended and collected with the object.
+// A child with exactly the given descriptors, by number; killed and reaped with the object.
 class SittingProcess {
 public:
     explicit SittingProcess(const std::map<int, int>& descriptors) {
@@ -146,7 +146,7 @@ private:
         for (const auto& [number, held] : descriptors) {
             dup2(spare + number, number);
         }
-        // With the last of these the parent's pipe closes: it knows then that all is in place.
+        // This closes the pipe too, which signals the parent that the descriptors are in place.
         close_range(spare, ~0U, 0);
         for (;;) {
             pause();

@@ -15,8 +15,8 @@
 
 namespace Host {
 
-// A bash whose input is a connection between two addresses of this host, which the module takes for two hosts. Ended
-// and collected with the object.
+// A bash whose input is a connection between two loopback addresses, which the module takes for a foreign connection.
+// Killed and reaped with the object.
 class StagedShell {
 public:
     StagedShell() {
@@ -45,7 +45,8 @@ public:
 
     int Pid() const { return pid_; }
 
-    // False if the kernel does not show within ten seconds that the shell waits for the connection, or not to us.
+    // Returns true once the kernel stack shows that the shell reads from the connection. Returns false after ten
+    // seconds, or if this process may not read the stack.
     bool Waits() const {
         return TestSupport::Await([this] {
             std::ifstream stack("/proc/" + std::to_string(pid_) + "/stack");

@@ -1,4 +1,4 @@
-// A directory of the test's own.
+// Temporary directories and small files.
 #pragma once
 
 #include <cstdlib>
@@ -18,7 +18,7 @@ inline void WriteFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// Removed with all that is in it at the end.
+// Removed with its contents at the end.
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
@@ -35,10 +35,10 @@ public:
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-    // Of the directory, or of what has or will have that name in it.
+    // The directory, or the path of a name in it, whether it exists or not.
     std::string Path(const std::string& name = "") const { return name.empty() ? path_ : path_ + "/" + name; }
 
-    // Writes a file and returns its path; directories on the way are made.
+    // Writes a file, with its parent directories, and returns its path.
     std::string Write(const std::string& name, const std::string& text) const {
         std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
         WriteFile(Path(name), text);

@@ -71,7 +71,7 @@ void TimeRecorder::FailNext(int error) {
     recorder.faults.push_back({error, nanoseconds::zero()});
 }
 
-// True if the pause is to be slept.
+// True if the caller must really sleep.
 static bool Record(nanoseconds length) {
     std::function<void(size_t)> hook;
     size_t number = 0;

@@ -1,4 +1,4 @@
-// Time under the test's control: pauses are recorded instead of slept and move a virtual clock.
+// Records pauses instead of sleeping, and advances a virtual clock by them.
 #pragma once
 
 #include <chrono>
@@ -6,32 +6,32 @@
 #include <functional>
 #include <vector>
 
-// The calls under test may come from any thread, those of the test from one while no other pauses.
+// The code under test may pause on any thread. The functions below are called on one thread while no other pauses.
 namespace TimeRecorder {
 
-// Forgets all pauses, faults and the hook, and sets the virtual clock, which time(2) reads, to 1,000,000 seconds.
+// Clears all pauses, faults and the hook, and sets the virtual clock, which time(2) reads, to 1,000,000 seconds.
 void Reset();
 
-// Moves the virtual clock on without a pause; a negative length sets it back.
+// Advances the virtual clock without a pause; a negative length sets it back.
 void Advance(std::chrono::seconds length);
 
-// Until the next Reset, pauses are slept and time(2) is the host's. They are recorded all the same.
+// Until the next Reset, pauses really sleep, but are still recorded, and time(2) is the host's.
 void UseRealTime();
 
-// Called in the pausing thread at the start of each pause from now on, once it is recorded, with 1 for the next one and
-// so on, until the next Reset.
+// Until the next Reset, calls hook on the pausing thread at the start of each pause, after the pause is recorded. The
+// number counts these calls from 1.
 void AtEachPause(std::function<void(size_t number)> hook);
 
-// Every sleep since Reset, by the length that was asked for, the continuations of interrupted ones included.
+// The requested length of each sleep since Reset, including the continuations of interrupted sleeps.
 const std::vector<std::chrono::nanoseconds>& Pauses();
 
-// Sum of the time that was slept, which for interrupted sleeps is less than what was asked for.
+// The total time slept. For interrupted sleeps, less than requested.
 std::chrono::nanoseconds Slept();
 
-// The next nanosleep is interrupted by a signal (EINTR) with left remaining. May be called several times.
+// Interrupts the next nanosleep by a signal (EINTR) with left remaining. Several calls apply to consecutive sleeps.
 void InterruptNext(std::chrono::nanoseconds left);
 
-// The next nanosleep fails with this errno at once.
+// Makes the next nanosleep fail at once with this errno.
 void FailNext(int error);
 
 }  // namespace TimeRecorder

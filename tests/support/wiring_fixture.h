@@ -1,4 +1,4 @@
-// Hosts made of a few processes, for the tests of the wiring.
+// Builders of hosts with a few processes, for the wiring tests.
 #pragma once
 
 #include <map>

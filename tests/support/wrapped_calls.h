@@ -1,4 +1,4 @@
-// The functions that the linker puts in place of glibc's, and glibc's own under the names that it gives them then.
+// glibc's functions that the linker redirects (--wrap), under the names by which both versions are reached.
 #pragma once
 
 #include <ctime>
@@ -7,7 +7,7 @@ extern "C" {
 
 unsigned int __real_sleep(unsigned int seconds);
 
-// Where glibc has widened time_t, it calls the functions that know it by names of their own.
+// With a 64-bit time_t on a 32-bit host, glibc uses other symbols for these functions.
 #ifdef __USE_TIME_BITS64
 int __real_nanosleep(const timespec* asked, timespec* left) __asm__("__real___nanosleep64");
 int __wrap_nanosleep(const timespec* asked, timespec* left) __asm__("__wrap___nanosleep64");
