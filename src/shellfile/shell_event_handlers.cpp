@@ -1,5 +1,6 @@
 #include "shellfile/shell_event_handlers.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <vector>
@@ -14,9 +15,9 @@ using enum TavUtils::Monitor::FileOperation;
 
 using ValueText = std::string (*)(const std::string& value);
 
-// Anything but a decimal number counts as 0. An id may need all 32 bits, more than a long holds on 32-bit hosts.
+// Anything but a decimal number counts as 0. On 32-bit hosts ids above 2147483647 count as that number.
 static unsigned int Number(const std::string& value) {
-    return static_cast<unsigned int>(strtoll(value.c_str(), nullptr, 10));
+    return static_cast<unsigned int>(strtol(value.c_str(), nullptr, 10));
 }
 
 static std::string ModeText(const std::string& value) {
@@ -54,7 +55,8 @@ static std::map<std::string, std::string> ParseDetail(const std::string& detail)
     const std::vector<std::string> tokens = TavUtils::StringProcess::StrSplit(detail, " ", false);
     for (size_t i = 1; i < tokens.size(); ++i) {
         const std::vector<std::string> parts = TavUtils::StringProcess::StrSplit(tokens[i], "=", false);
-        if (parts.size() == 2) {
+        // StrSplit drops empty parts, so that "key==value" has two parts as well.
+        if (parts.size() == 2 && std::ranges::count(tokens[i], '=') == 1) {
             values[parts[0]] = parts[1];
         }
     }

@@ -17,10 +17,12 @@ protected:
         InitShellsHashSize({shell, otherShell});
     }
 
-    static void Report(int operation, const char* path, const char* otherPath, const std::string& detail = "") {
+    // Returns the event as the handler leaves it.
+    static SHELL_EVENT Report(int operation, const char* path, const char* otherPath, const std::string& detail = "") {
         SHELL_EVENT event;
         event.path = shell;
         HandleShellReport(event, path, otherPath, operation, detail);
+        return event;
     }
 
     // "type from to" of each event's attribute, in order.
@@ -46,20 +48,21 @@ TEST_F(ShellEventHandlers, ReportTheOtherNameOfAMove) {
     const struct {
         const char* path;
         const char* otherPath;
+        int operation;  // by which the event differs, though not its document
         const char* relatedPath;
     } cases[] = {
-        {shell, "/tmp/gone", "/tmp/gone"},
-        {"/tmp/new", shell, "/tmp/new"},
-        {shell, otherShell, otherShell},
-        {shell, nullptr, ""},
-        {nullptr, shell, ""},
-        {shell, "", ""},
-        {"", shell, ""},
-        {"/tmp/one", "/tmp/two", ""},
+        {shell, "/tmp/gone", 5, "/tmp/gone"},
+        {"/tmp/new", shell, 6, "/tmp/new"},
+        {shell, otherShell, 5, otherShell},
+        {shell, nullptr, 4, ""},
+        {nullptr, shell, 4, ""},
+        {shell, "", 4, ""},
+        {"", shell, 4, ""},
+        {"/tmp/one", "/tmp/two", 4, ""},
     };
     for (const auto& row : cases) {
         Fake::TheAgent().events.clear();
-        Report(4, row.path, row.otherPath);
+        EXPECT_EQ(Report(4, row.path, row.otherPath).fileOperationType, row.operation);
         ASSERT_EQ(Contents().size(), 1U);
         EXPECT_EQ(Contents()[0]["operationType"], "move");
         EXPECT_EQ(Contents()[0]["path"], shell);
@@ -70,7 +73,7 @@ TEST_F(ShellEventHandlers, ReportTheOtherNameOfAMove) {
 TEST_F(ShellEventHandlers, ReportTheOtherPathOfAHalfMoveEvenIfItIsTheShell) {
     for (const int operation : {5, 6}) {
         Fake::TheAgent().events.clear();
-        Report(operation, "/tmp/neighbour", shell);
+        EXPECT_EQ(Report(operation, "/tmp/neighbour", shell).fileOperationType, operation);
         EXPECT_EQ(Contents().at(0)["relatedPath"], shell);
         EXPECT_EQ(Contents().at(0)["path"], shell);
         Report(operation, shell, nullptr);
@@ -86,7 +89,9 @@ TEST_F(ShellEventHandlers, ReportEachAttributeThatHasBothValues) {
         {"x oaccess=33261 access=33133", {"permission -rwxr-xr-x -r-xr-xr-x"}},
         {"oaccess=493 access=365", {}},
         {"x olink=1 link=2 ouid=0 cuid=1000", {"owner user0 user1000", "links 1 2"}},
-        {"x ogid=0 cgid=4294967294", {"group group0 group4294967294"}},
+        // Values are numbers of the size of a long.
+        {"x ogid=0 cgid=4294967294",
+         {sizeof(long) == 4 ? "group group0 group2147483647" : "group group0 group4294967294"}},
         {"x oaccess=33261 access=33261 ouid=1 cuid=2 ogid=3 cgid=4 olink=5 link=6",
          {"permission -rwxr-xr-x -rwxr-xr-x", "owner user1 user2", "group group3 group4", "links 5 6"}},
         {"x olink=1 link=2 olink=3", {"links 3 2"}},
@@ -95,6 +100,10 @@ TEST_F(ShellEventHandlers, ReportEachAttributeThatHasBothValues) {
         {"x ouid= cuid=5", {}},
         {"x ouid=5", {}},
         {"x ouid=1=2 cuid=5", {}},
+        {"x ouid==1 cuid=5", {}},
+        {"x =ouid=1 cuid=5", {}},
+        {"x ouid=1 cuid=5=", {}},
+        {"x ouid=1  cuid=5", {"owner user1 user5"}},
         {"x unknown=1 link", {}},
         {"x", {}},
         {"", {}},
