@@ -6,6 +6,17 @@
 
 namespace Fake {
 
+void Agent::Note(const std::string& call) {
+    {
+        static std::mutex journalLock;
+        const std::lock_guard guard(journalLock);
+        journal.push_back(call);
+    }
+    if (atEachCall) {
+        atEachCall(call);
+    }
+}
+
 std::vector<std::string> Agent::LogTexts(LogLevel level) const {
     std::vector<std::string> texts;
     for (const LogLine& line : log) {

@@ -1,6 +1,7 @@
 // A fake agent for the tests of the module. Tests set the answer of each service and read back the calls.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -66,7 +67,11 @@ struct Agent {
     std::set<std::string> refusedWatches;  // by path
     bool refuseFanotify = false;
     bool refuseThreads = false;
+    int descriptorLeftByLoop = -1;  // in the record of a fanotify group, once its loop has ended
     std::string utc = "2024-02-03T04:05:06.789Z";
+
+    // Called with each entry of the journal, on the calling thread and before the call returns.
+    std::function<void(const std::string& call)> atEachCall;
 
     // Calls.
     std::vector<LogLine> log;
@@ -75,6 +80,7 @@ struct Agent {
     std::vector<ProcessCallback> callbacks;               // currently registered
     std::vector<TavUtils::Monitor::FileWatchRule> rules;  // currently watched
     std::vector<FanotifyMark> fanotifyMarks;
+    int fanotifyDescriptor = -1;  // of the group opened last
     void (*fanotifyCallback)(long, const char*, unsigned int) = nullptr;
     std::vector<Thread> threads;  // started and not awaited
     std::vector<std::string> events;
@@ -82,6 +88,9 @@ struct Agent {
     unsigned int lastTaskId = 0;
     unsigned long lastThread = 0;
     int lastWatch = 0;
+
+    // Appends to the journal. Any thread.
+    void Note(const std::string& call);
 
     // Log texts of one level, in order.
     std::vector<std::string> LogTexts(LogLevel level) const;

@@ -15,30 +15,31 @@ Monitor::FileWatchRule::~FileWatchRule() = default;
 
 int Monitor::AddMonitor(const FileWatchRule& rule, MonitorType) {
     if (TheAgent().refusedWatches.contains(rule.path)) {
-        TheAgent().journal.push_back("refuse watch " + rule.path);
+        TheAgent().Note("refuse watch " + rule.path);
         return 0;
     }
-    TheAgent().journal.push_back("watch " + rule.path);
+    TheAgent().Note("watch " + rule.path);
     TheAgent().rules.push_back(rule);
     TheAgent().rules.back().handle = ++TheAgent().lastWatch;
     return TheAgent().lastWatch;
 }
 
 int Monitor::RemoveMonitor(const FileWatchRule& rule, MonitorType) {
-    TheAgent().journal.push_back("unwatch " + rule.path);
+    TheAgent().Note("unwatch " + rule.path);
     std::erase_if(TheAgent().rules, [&rule](const FileWatchRule& each) { return each.handle == rule.handle; });
     return 0;
 }
 
 int Monitor::InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int)) {
     if (TheAgent().refuseFanotify) {
-        TheAgent().journal.push_back("refuse fanotify");
+        TheAgent().Note("refuse fanotify");
         return -1;
     }
-    TheAgent().journal.push_back("fanotify");
+    TheAgent().Note("fanotify");
     TheAgent().fanotifyCallback = callback;
     event->fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     event->callback = callback;
+    TheAgent().fanotifyDescriptor = event->fd;
     return 0;
 }
 
@@ -64,20 +65,21 @@ std::string UserInfo::GetGroupNameByGid(unsigned int gid) {
 unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
                                  const std::string& name) {
     if (TheAgent().refuseThreads) {
-        TheAgent().journal.push_back("refuse thread " + name);
+        TheAgent().Note("refuse thread " + name);
         return 0;
     }
-    TheAgent().journal.push_back("thread " + name);
     TheAgent().threads.push_back({++TheAgent().lastThread, name, entry, argument, stackBytes});
+    TheAgent().Note("thread " + name);
     return TheAgent().lastThread;
 }
 
 int StopHipsThreadEx(unsigned long handle) {
-    TheAgent().journal.push_back("await thread");
+    TheAgent().Note("await thread");
     for (const Fake::Thread& thread : TheAgent().threads) {
         if (thread.handle == handle && thread.entry == TavUtils::Monitor::FanotifyLoop) {
             // The real loop does the same when it ends, so that the owner's next close does nothing.
-            static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(thread.argument)->event->fd = -1;
+            static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(thread.argument)->event->fd =
+                TheAgent().descriptorLeftByLoop;
         }
     }
     return std::erase_if(TheAgent().threads, [handle](const Fake::Thread& each) { return each.handle == handle; }) == 1

@@ -22,10 +22,12 @@ void LoggerWriteLog(const char* channel, LogLevel level, const char* source, uns
     vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     text.pop_back();
-    static std::mutex logLock;
-    const std::lock_guard guard(logLock);
-    TheAgent().journal.push_back("log " + text);
-    TheAgent().log.push_back({channel, level, source, text});
+    {
+        static std::mutex logLock;
+        const std::lock_guard guard(logLock);
+        TheAgent().log.push_back({channel, level, source, text});
+    }
+    TheAgent().Note("log " + text);
 }
 
 namespace TavUtils {
@@ -39,10 +41,10 @@ unsigned int TaskManager::RegisterTask(TASKTYPE type, TASK_CONDITION condition, 
                                        const std::string& name) {
     Fake::Agent& agent = TheAgent();
     if (agent.refusedTasks.contains(name)) {
-        agent.journal.push_back("refuse " + name);
+        agent.Note("refuse " + name);
         return 0;
     }
-    agent.journal.push_back("register " + name);
+    agent.Note("register " + name);
     agent.tasks.push_back({++agent.lastTaskId, name, type, condition, entry, arg});
     return agent.lastTaskId;
 }
@@ -57,11 +59,11 @@ static std::string TaskName(unsigned int id) {
 }
 
 void TaskManager::PauseAndWaitForEnd(unsigned int id) {
-    TheAgent().journal.push_back("pause " + TaskName(id));
+    TheAgent().Note("pause " + TaskName(id));
 }
 
 void TaskManager::UnregisterTask(unsigned int id) {
-    TheAgent().journal.push_back("unregister " + TaskName(id));
+    TheAgent().Note("unregister " + TaskName(id));
     std::erase_if(TheAgent().tasks, [id](const Fake::Task& task) { return task.id == id; });
 }
 
@@ -71,30 +73,30 @@ ProcessMonitor& ProcessMonitor::GetInstance() {
 }
 
 bool ProcessMonitor::AddProcessEventCallback(void (*callback)(proc_event*)) {
-    TheAgent().journal.push_back("add callback");
+    TheAgent().Note("add callback");
     TheAgent().callbacks.push_back(callback);
     return true;
 }
 
 void ProcessMonitor::RemoveProcessEventCallback(void (*callback)(proc_event*)) {
-    TheAgent().journal.push_back("remove callback");
+    TheAgent().Note("remove callback");
     std::erase(TheAgent().callbacks, callback);
 }
 
 bool NetStat::ReadTcp(std::vector<NETSTAT>& records, const bool*) {
-    TheAgent().journal.push_back("read tcp");
+    TheAgent().Note("read tcp");
     records.insert(records.end(), TheAgent().tcp.begin(), TheAgent().tcp.end());
     return true;
 }
 
 bool NetStat::ReadUdp(std::vector<NETSTAT>& records, const bool*) {
-    TheAgent().journal.push_back("read udp");
+    TheAgent().Note("read udp");
     records.insert(records.end(), TheAgent().udp.begin(), TheAgent().udp.end());
     return true;
 }
 
 bool NetStat::ReadTcp6(std::vector<NETSTAT>& records, const bool*) {
-    TheAgent().journal.push_back("read tcp6");
+    TheAgent().Note("read tcp6");
     records.insert(records.end(), TheAgent().tcp6.begin(), TheAgent().tcp6.end());
     return true;
 }
@@ -116,11 +118,11 @@ EventConsumer& EventConsumer::Instance() {
 }
 
 void EventConsumer::PushMinuteLimitEvent(const std::string& json) {
-    TheAgent().journal.push_back("event");
+    TheAgent().Note("event");
     TheAgent().events.push_back(json);
 }
 
 void Plugs::StatusCollect::ReportDetectStatus(const std::string& name, bool running, const char* code) {
-    TheAgent().journal.push_back("status " + name + (running ? " on" : " off"));
+    TheAgent().Note("status " + name + (running ? " on" : " off"));
     TheAgent().statuses.push_back({name, running, code == nullptr ? std::nullopt : std::optional<std::string>(code)});
 }

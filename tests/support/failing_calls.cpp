@@ -52,14 +52,25 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 }
 }
 
-// Replaces the standard library's operator.
-void* operator new[](size_t bytes, const std::nothrow_t&) noexcept {
+// Null where allocate throws.
+template <typename Allocation>
+static void* Allocate(Allocation allocate) {
     if (FailsNow(allocationsUntilFailure)) {
         return nullptr;
     }
     try {
-        return ::operator new[](bytes);
+        return allocate();
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
+}
+
+// These replace the standard library's operators.
+
+void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
+    return Allocate([bytes] { return ::operator new(bytes); });
+}
+
+void* operator new[](size_t bytes, const std::nothrow_t&) noexcept {
+    return Allocate([bytes] { return ::operator new[](bytes); });
 }

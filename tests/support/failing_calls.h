@@ -9,7 +9,7 @@ namespace FailingCalls {
 // The nth call of pthread_mutex_init from now (1 is the next) fails with ENOMEM; all others work. 0 cancels.
 void FailMutexInit(int nth);
 
-// The same for new (std::nothrow) of arrays, which returns null.
+// The same for new (std::nothrow), of objects and arrays, which returns null.
 void FailAllocation(int nth);
 
 // FS_IOC_GETFLAGS returns these flags for any file; nullopt cancels.
