@@ -2,15 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <thread>
 #include <vector>
 
+#include "access_watch.h"
 #include "tests/fakes/fake_agent.h"
 #include "tests/support/temporary_directory.h"
 
@@ -38,25 +37,6 @@ protected:
 
     TemporaryDirectory folder;
     std::string shell;
-};
-
-// Watches whether a file is opened or read.
-class AccessWatch {
-public:
-    explicit AccessWatch(const std::string& path) : fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        EXPECT_GE(inotify_add_watch(fd_, path.c_str(), IN_OPEN | IN_ACCESS), 0);
-    }
-    ~AccessWatch() { close(fd_); }
-    AccessWatch(const AccessWatch&) = delete;
-    AccessWatch& operator=(const AccessWatch&) = delete;
-
-    bool SawAccess() const {
-        alignas(inotify_event) char events[4096];
-        return read(fd_, events, sizeof(events)) > 0;
-    }
-
-private:
-    int fd_;
 };
 
 TEST_F(ShellBaseline, FindsACopyOfAShellUnderAnotherName) {

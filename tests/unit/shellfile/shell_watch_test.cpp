@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <sys/fanotify.h>
 
+#include <map>
+#include <utility>
+
 #include "shellfile/shell_copy.h"
 #include "shellfile/shell_file_callback.h"
 #include "shellfile/shell_flags_watch.h"
@@ -11,13 +14,20 @@
 
 namespace {
 
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Not;
+using testing::SizeIs;
 using Rule = TavUtils::Monitor::FileWatchRule;
 
 class ShellWatch : public ShellFileTest {
 protected:
     void TearDown() override {
         FailingCalls::FailAllocation(0);
+        FailingCalls::AnswerFlags(std::nullopt);
+        Fake::TheAgent().atEachCall = nullptr;
         StopShellEvent();
         ShellFileTest::TearDown();
     }
@@ -30,8 +40,10 @@ protected:
         return paths;
     }
 
-    static int GroupDescriptor() {
-        return static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(Fake::TheAgent().threads.at(0).argument)->event->fd;
+    static bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
+
+    static int Running() {
+        return *static_cast<TavUtils::Monitor::FanotifyLoopArgs*>(Fake::TheAgent().threads.at(0).argument)->running;
     }
 };
 
@@ -83,12 +95,66 @@ TEST_F(ShellWatch, StartsAndStopsItsListenersInOrder) {
     EXPECT_EQ(shellEventStarted, 0);
 }
 
+TEST_F(ShellWatch, AcceptsReportsFromTheEndOfTheStartToTheEndOfTheStop) {
+    std::vector<int> states;
+    Fake::TheAgent().atEachCall = [&](const std::string&) { states.push_back(shellEventStarted); };
+    StartShellEvent({folder.Write("sh", "a shell")});
+    EXPECT_THAT(states, AllOf(SizeIs(6), Each(0))) << "a digest, two rules, the callback, the group, the thread";
+    states.clear();
+    StopShellEvent();
+    EXPECT_THAT(states, AllOf(SizeIs(5), Each(1)));
+}
+
+TEST_F(ShellWatch, TakesTheBaselineOfTheFlagsAtEachStartBeforeItListens) {
+    const std::string shell = folder.Write("sh", "a shell");
+    for (const uint32_t flags : {0x10U, 0x20U}) {
+        FailingCalls::AnswerFlags(flags);
+        Fake::TheAgent().atEachCall = [](const std::string& call) {
+            if (call.starts_with("watch ")) {
+                FailingCalls::AnswerFlags(0x40);
+            }
+        };
+        StartShellEvent({shell});
+        Fake::TheAgent().atEachCall = nullptr;
+        Fake::TheAgent().events.clear();
+        ChattrFanotifyCallback(0, shell.c_str(), FAN_CLOSE_NOWRITE);
+        ASSERT_EQ(Contents().size(), 1U);
+        EXPECT_EQ(Contents()[0]["attribute"][0]["from"], std::to_string(flags));
+        EXPECT_EQ(Contents()[0]["attribute"][0]["to"], "64");
+        StopShellEvent();
+    }
+}
+
 TEST_F(ShellWatch, ClosesTheGroupBeforeItWaitsForTheLoop) {
     StartShellEvent({"/bin/sh"});
-    const int fd = GroupDescriptor();
-    EXPECT_NE(fcntl(fd, F_GETFD), -1);
+    const int fd = Fake::TheAgent().fanotifyDescriptor;
+    EXPECT_TRUE(IsOpen(fd));
+    bool isOpenAtTheWait = true;
+    Fake::TheAgent().atEachCall = [&](const std::string& call) {
+        isOpenAtTheWait = call == "await thread" ? IsOpen(fd) : isOpenAtTheWait;
+    };
     StopShellEvent();
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    EXPECT_FALSE(isOpenAtTheWait);
+}
+
+TEST_F(ShellWatch, ClosesTheDescriptorThatTheLoopLeaves) {
+    const int left = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    Fake::TheAgent().descriptorLeftByLoop = left;
+    StartShellEvent({"/bin/sh"});
+    StopShellEvent();
+    EXPECT_FALSE(IsOpen(left));
+}
+
+TEST_F(ShellWatch, RunsTheLoopFromBeforeItsThreadStartsUntilBeforeItIsAwaited) {
+    std::map<std::string, int> running;
+    Fake::TheAgent().atEachCall = [&](const std::string& call) {
+        if (call.ends_with("thread") || call.starts_with("thread")) {
+            running[call] = Running();
+        }
+    };
+    StartShellEvent({"/bin/sh"});
+    StopShellEvent();
+    EXPECT_THAT(running, ElementsAre(std::pair("await thread", 0), std::pair("thread ChattrShellThread", 1)));
 }
 
 TEST_F(ShellWatch, StartsWithoutShells) {
@@ -105,7 +171,7 @@ TEST_F(ShellWatch, DropsRefusedRules) {
     EXPECT_THAT(WatchedPaths(), ElementsAre("/bin/sh"));
     Fake::TheAgent().journal.clear();
     StopShellEvent();
-    EXPECT_THAT(Fake::TheAgent().journal, testing::Not(testing::Contains("unwatch /bin")));
+    EXPECT_THAT(Fake::TheAgent().journal, Not(Contains("unwatch /bin")));
 }
 
 TEST_F(ShellWatch, StartsWithoutFanotify) {
@@ -114,23 +180,56 @@ TEST_F(ShellWatch, StartsWithoutFanotify) {
     EXPECT_EQ(Fake::TheAgent().callbacks.size(), 1U);
     EXPECT_EQ(shellEventStarted, 1);
     StopShellEvent();
-    EXPECT_THAT(Fake::TheAgent().journal, testing::Not(testing::Contains("log shell file system attr thread stop!\n")));
+    EXPECT_THAT(Fake::TheAgent().journal, Not(Contains("log shell file system attr thread stop!\n")));
+}
+
+TEST_F(ShellWatch, StartsWithoutMemoryForTheGroup) {
+    Fake::TheAgent().atEachCall = [](const std::string& call) {
+        if (call == "add callback") {
+            FailingCalls::FailAllocation(1);
+        }
+    };
+    EXPECT_EQ(StartShellEvent({"/shells/sh"}), 1);
+    EXPECT_THAT(Fake::TheAgent().journal, ElementsAre("watch /shells", "watch /shells/sh", "add callback"));
+    EXPECT_EQ(shellEventStarted, 1);
 }
 
 TEST_F(ShellWatch, StartsWithoutTheThread) {
     Fake::TheAgent().refuseThreads = true;
     EXPECT_EQ(StartShellEvent({"/bin/sh"}), 1);
     EXPECT_THAT(Fake::TheAgent().LogTexts(LOG_LEVEL_ERROR), ElementsAre("Start fanotify pool thread failed."));
+    EXPECT_EQ(shellEventStarted, 1);
+    const int fd = Fake::TheAgent().fanotifyDescriptor;
     Fake::TheAgent().journal.clear();
     StopShellEvent();
-    EXPECT_THAT(Fake::TheAgent().journal, testing::Contains("log shell file system attr thread stop!\n"));
+    EXPECT_THAT(Fake::TheAgent().journal,
+                AllOf(Contains("log shell file system attr thread stop!\n"), Not(Contains("await thread"))));
+    EXPECT_FALSE(IsOpen(fd));
 }
 
-TEST_F(ShellWatch, KeepsItsThreadOnASecondStart) {
+TEST_F(ShellWatch, ReplacesAGroupWithoutAThreadOnASecondStart) {
+    Fake::TheAgent().refuseThreads = true;
     StartShellEvent({"/bin/sh"});
+    const int first = Fake::TheAgent().fanotifyDescriptor;
+    Fake::TheAgent().refuseThreads = false;
+    Fake::TheAgent().atEachCall = [&](const std::string& call) {
+        EXPECT_FALSE(call == "fanotify" && IsOpen(first)) << "the second group is opened before the first is closed";
+    };
     StartShellEvent({"/bin/sh"});
     EXPECT_EQ(Fake::TheAgent().threads.size(), 1U);
+}
+
+TEST_F(ShellWatch, KeepsItsThreadAndDropsItsRulesOnASecondStart) {
+    StartShellEvent({"/shells/sh"});
+    StartShellEvent({"/shells/sh"});
+    EXPECT_EQ(Fake::TheAgent().threads.size(), 1U);
     EXPECT_EQ(Fake::TheAgent().callbacks.size(), 2U);
+    Fake::TheAgent().journal.clear();
+    StopShellEvent();
+    StopShellEvent();
+    EXPECT_THAT(Fake::TheAgent().journal,
+                ElementsAre("await thread", "log shell file system attr thread stop!\n", "remove callback",
+                            "unwatch /shells", "unwatch /shells/sh", "remove callback"));
 }
 
 TEST_F(ShellWatch, StopsWithoutALogLineIfItNeverStarted) {
