@@ -11,11 +11,11 @@ static constexpr size_t entriesPerPause = 20;
 static constexpr unsigned int walkPauseMicroseconds = 100;
 static constexpr unsigned int repeatPauseMicroseconds = 1000;
 
-// Held for a whole call, pauses included, and never together with another: two threads that report the same key at once
-// must not both be told that it is new.
+// Held for a whole call, pauses included, and never together with another lock. Of two threads that report the same key
+// at once, only one may pass.
 static std::mutex historyLock;
 
-// In order of acceptance, oldest first. Age alone bounds it.
+// Oldest first. Entries are removed by age only; there is no size limit.
 static std::vector<MSG_KEY> alarmHistory;
 
 static void PaceWalk(size_t index) {

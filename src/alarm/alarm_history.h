@@ -1,4 +1,4 @@
-// What has been reported within the last hour.
+// Remembers for an hour which alarms have been raised.
 #pragma once
 
 #include <ctime>
@@ -10,7 +10,7 @@ struct MSG_KEY {
     time_t time = 0;  // seconds, when the key was first accepted
 };
 
-// True if this key was accepted less than 3600 seconds ago; otherwise false, and the key is accepted now. Repeats do
-// not extend the period. An empty key is always false and is not kept. Costs pauses of 0.1 ms, two more for each 20
-// keys kept, and 1 ms on a repeat. Any thread; callers wait for each other.
+// True if this key was accepted less than 3600 seconds ago. Otherwise accepts it now and returns false. Repeats do not
+// extend the period. An empty key returns false and is not stored. Pauses for 0.1 ms three times and twice more per 20
+// stored keys, and for 1 ms on a repeat. Any thread; callers wait for each other.
 bool IsRepeatedAlarm(const std::string& key);

@@ -40,7 +40,7 @@ std::string ResolveArgumentPath(std::string path, std::string cwd) {
     return TavUtils::FileAttribute::GetRealPath(path);
 }
 
-// Ends the argument that word holds: blanks within it divide it further.
+// Appends the argument in word, split at its blanks, and clears it.
 static void EndArgument(std::string& word, std::vector<std::string>& words) {
     for (std::string& piece : TavUtils::StringProcess::StrSplit(word, " ", false)) {
         words.push_back(std::move(piece));
@@ -48,7 +48,7 @@ static void EndArgument(std::string& word, std::vector<std::string>& words) {
     word.clear();
 }
 
-// The words of a process's command line; none if it cannot be read.
+// Returns the words of a process's command line, none if it cannot be read.
 static std::vector<std::string> ReadWords(long pid) {
     std::vector<std::string> words;
     const FileDescriptor file(DetectShellUtil::OpenFileFd("/proc/" + std::to_string(pid) + "/cmdline"));
@@ -78,7 +78,7 @@ static std::vector<std::string> ReadWords(long pid) {
             break;
         }
     }
-    // A process may write over its arguments and leave no end behind the last: that one is taken as it stands.
+    // A process may overwrite its arguments and leave the last one without a terminator. That one is not split.
     if (!word.empty()) {
         words.push_back(std::move(word));
     }

@@ -15,7 +15,7 @@
 static constexpr char neverCommon[] = "yum";
 static constexpr std::string_view interpreters[] = {"perl", "python", "java", "php", "lua", "netcat", "nc", "ncat"};
 
-// Directories of PATH in order; none when it is not set.
+// Directories of PATH in order, none if it is not set.
 static std::vector<std::string> SearchPath() {
     const char* path = TavUtils::Env::GetEnv(Published::pathVariable);
     return path == nullptr ? std::vector<std::string>() : TavUtils::StringProcess::StrSplit(path, ":", false);
@@ -35,7 +35,7 @@ std::set<std::string> CmdPaths(const std::string& command) {
     return paths;
 }
 
-// The interpreter's own name, or that name with a version behind it.
+// True for an interpreter's name, also with a version after it.
 static bool IsInterpreter(const std::string& name) {
     return std::any_of(std::begin(interpreters), std::end(interpreters), [&name](std::string_view interpreter) {
         if (!name.starts_with(interpreter)) {

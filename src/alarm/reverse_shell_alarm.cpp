@@ -26,7 +26,7 @@ static bool IsSelfConnection(const SocketInfo& sock) {
     return sock.localIp != 0 && sock.remoteIp == sock.localIp;
 }
 
-// Stops at the first descriptor beyond most; 0 if the process does not show them.
+// Stops counting at the first descriptor beyond most. 0 if the descriptors cannot be read.
 static int CountDescriptors(int pid, int most) {
     const DirectoryStream directory(opendir(("/proc/" + std::to_string(pid) + "/fd").c_str()));
     if (directory == nullptr) {
@@ -41,7 +41,7 @@ static int CountDescriptors(int pid, int most) {
     return count;
 }
 
-// A parent that holds very many descriptors is a server at work; one that shows none cannot be judged.
+// A parent with very many descriptors is a busy server. One without any cannot be judged.
 static bool HasPlausibleDescriptors(int pid, int child) {
     const int count = CountDescriptors(pid, mostParentDescriptors);
     return Trace::Result(Test::parentHasPlausibleDescriptors, child, count > 0 && count <= mostParentDescriptors,
@@ -75,7 +75,7 @@ static void GenRshellAlarm(const ProcInfo& parent, const ProcInfo& proc, const S
         return;
     }
     const std::string script = ScriptOf(proc);
-    // A second shell on the same connection is the same attack.
+    // A second shell on the same connection belongs to the same attack.
     const std::string inodeText = std::to_string(inode);
     if (IsRepeated(inodeText, proc.pid)) {
         return;

@@ -11,7 +11,7 @@ struct RshellAlarmInfo {
     int ppid = 0;
     std::string parentPath;
     std::string parentCmdline;
-    std::string sourcePath;  // where the attack came from, as far as it can be told
+    std::string sourcePath;  // see FindAttackSource
     std::string inode;       // of the socket, in decimal
     uint32_t localIp = 0;    // as in in_addr.s_addr
     uint16_t localPort = 0;  // host order
