@@ -1,4 +1,4 @@
-// The instant scan's judge: which of the processes that were active a moment ago are shells wired to a remote peer?
+// The judge of the instant scan: finds recently active shells that are wired to a remote peer.
 #pragma once
 
 #include <set>
@@ -10,74 +10,74 @@
 
 // One pass over some processes. An object lives for one pass, on the thread that runs it.
 //
-// Four stages look at the shells among the processes, each for its wirings. A stage that finds a shell claims it: it
-// leaves bashPids, and later stages do not see it. A finding is a pid and its socket, appended in step to two vectors
-// of the caller; the third stage raises its alarms itself. In the log a finding goes by a type number:
-//   1  the shell itself waits on an abnormal socket           CheckSingleprocShell
-//   3  the shell reads a pipe that another process feeds       CheckSpecialShell
-//   4  the shell reads a Unix stream, its parent a raw socket  CheckSpecialShell
-//   5  the shell's terminal is held by a parent with an        CheckPtyShell
-//      abnormal socket
+// Four stages examine the shells among the processes, each for its own wirings. A stage that finds a shell claims it:
+// the shell is removed from bashPids, and later stages do not see it. A finding is a pid and its socket, appended at
+// the same index to two vectors of the caller. The third stage raises its alarms itself. The log gives a finding's
+// type:
+//   1  the shell itself waits on an abnormal socket                         CheckSingleprocShell
+//   3  the shell reads a pipe that another process feeds                    CheckSpecialShell
+//   4  the shell reads a Unix stream, and its parent holds a raw socket     CheckSpecialShell
+//   5  the shell's terminal is held by a parent with an abnormal socket     CheckPtyShell
 class ReverseShell {
 public:
-    // A socket first seen before oldestSockTime (seconds of time(2)) does not count. With refreshed the pass does not
-    // read the socket table again. limit is printed and decides nothing.
+    // Sockets first seen before oldestSockTime (seconds of time(2)) are ignored. If refreshed is true, the pass does
+    // not read the socket table again. limit is only logged.
     ReverseShell(const std::set<std::string>& shellPaths, const std::vector<int>& activePids, long oldestSockTime,
                  bool refreshed, unsigned long limit);
     ~ReverseShell() = default;
     ReverseShell(const ReverseShell&) = delete;
     ReverseShell& operator=(const ReverseShell&) = delete;
 
-    // Runs the pass, once for an object. Sleeps with every process, socket and descriptor that it looks at; a stop of
-    // the module ends each stage at its next process.
+    // Runs the pass; call it once per object. Sleeps for every process, socket and descriptor that it examines. When
+    // the module stops, each stage ends at its next process.
     void GetReverseShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
 
     // Fills shellInodes from shells.
     void GetShellsInodes();
 
-    // Splits pids: shells go to bashPids, in order, and the others stay.
+    // Moves the shells among pids to bashPids. Keeps the order.
     void SeparateBashPids();
 
-    // True if the process runs a shell of the host, by its path, its inode or its content.
+    // True if the process runs a shell of the host, recognized by path, inode or content.
     bool IsBashProcess(int pid) const;
 
-    // The same of a program's resolved path; false for an empty one.
+    // The same for the resolved path of a program; false if it is empty.
     bool IsShellProgram(const std::string& path) const;
 
-    // Non-zero when one of the process's sockets is abnormal; sock then holds it. Otherwise sock holds what the last
-    // look-up left in it.
+    // Non-zero if one of the process's sockets is abnormal; sock then holds the first one. Otherwise sock holds the
+    // last socket that the table had, or is unchanged.
     int GetProcessSock(const ProcInfo& proc, SocketInfo& sock);
 
-    // Copies the pass's snapshot of pid; false, with out left as it was, if there is none.
+    // Copies the pass's snapshot of pid to out. If there is none, returns false and leaves out unchanged.
     bool GetProcInfoInternal(int pid, ProcInfo& out) const;
 
-    // The stages, in their order. The second takes the snapshots on which the others work and finds nothing itself.
+    // The stages, in order. The second one finds nothing: it takes the snapshots that the later ones use.
     void CheckSingleprocShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
     void CheckMultiprocShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
     void CheckSpecialShell();
     void CheckPtyShell(std::vector<int>& foundPids, std::vector<SocketInfo>& foundSocks);
 
-    // Appends a snapshot; there is no limit to them but the number of pids.
+    // Appends a snapshot. Only the number of pids limits how many there are.
     void AddNode(const ProcInfo& proc);
 
-    // A relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. Non-zero on a
-    // find; sock then holds the socket.
+    // Looks for a relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. Non-zero
+    // if there is one; sock then holds the socket.
     int FindSockByPipe(int pid, unsigned long pipe, SocketInfo& sock);
 
-    // A descendant of pid that writes pipe and has no abnormal socket: it feeds the shell on somebody's behalf.
-    // Non-zero on a find; sock then holds what the last look-up left in it.
+    // Looks for a descendant of pid that writes pipe and has no abnormal socket. Non-zero if there is one; sock then
+    // holds the last socket looked up, which need not be the descendant's.
     int FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& sock);
 
-    // The two wirings of the third stage, each with the socket that it finds: a pipe that one of the two searches above
-    // explains, or a raw socket of the parent, beside which the shell reads a Unix stream.
+    // The two wirings of the third stage. sock receives the socket found: by one of the two searches above for a pipe,
+    // or among the parent's sockets for a Unix stream.
     bool IsFedByPipe(int pid, unsigned long pipe, SocketInfo& sock);
     bool IsFedByRawSocket(int pid, const ProcInfo& parent, SocketInfo& sock);
 
-    // Either of the two, by the kind of channel that the shell waits on.
+    // One of the two, depending on the kind of channel that the shell waits on.
     bool IsFed(int pid, const ProcInfo& parent, SocketInfo& sock);
 
-    // Non-zero if pid is a shell on a terminal whose multiplexer its parent holds beside an abnormal socket, and that
-    // parent is not the ssh daemon; sock then holds the socket.
+    // Non-zero if the shell pid has a terminal and its parent, not the ssh daemon, holds the multiplexer and an
+    // abnormal socket; sock then holds the socket.
     int CheckPtmxRshell(int pid, SocketInfo& sock);
 
     // Parts of a search over several processes, each given by its index in procs. No stage uses them.
@@ -93,10 +93,10 @@ public:
     std::vector<ProcInfo> procs;  // snapshots of this pass
     std::set<std::string> shells;
     std::set<unsigned long> shellInodes;
-    std::vector<int> pids;      // the pass's input; after the separation, those that are no shells
-    std::vector<int> bashPids;  // shells that no stage has claimed yet
+    std::vector<int> pids;      // the pass's input; after SeparateBashPids, those that are not shells
+    std::vector<int> bashPids;  // shells not claimed by any stage yet
     bool sockTableRefreshed;
     long minSockTime;
-    unsigned long edgeNum;  // always 0; printed
+    unsigned long edgeNum;  // always 0; only logged
     unsigned long max;
 };

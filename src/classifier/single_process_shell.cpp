@@ -29,7 +29,7 @@ void ReverseShell::CheckSingleprocShell(std::vector<int>& foundPids, std::vector
         if (!Trace::Result(Test::hasConnection, pid, abnormal, {.inode = inode})) {
             continue;
         }
-        // The process may have become another program since the shells were told apart.
+        // The process may have executed another program since SeparateBashPids.
         if (!IsBashProcess(pid)) {
             continue;
         }

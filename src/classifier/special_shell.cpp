@@ -16,7 +16,7 @@ static constexpr char logSource[] = "detect_reverse_shell";
 
 static constexpr unsigned int shellPauseMicroseconds = 500;
 
-// Does this descriptor of the process lead to this inode?
+// True if this descriptor of the process refers to this inode.
 static bool IsProcFdInode(int pid, int fd, unsigned long inode) {
     const std::string path = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
     struct stat file {};
@@ -28,7 +28,7 @@ static bool IsProcFdInode(int pid, int fd, unsigned long inode) {
     return found == inode;
 }
 
-// True if the walk from pid up its parents meets ancestor. Each step is a fresh look at /proc.
+// True if ancestor is among the parents of pid. Each step reads /proc again.
 static bool IsDescendant(int pid, int ancestor) {
     for (int current = pid; current > 1 && !NeedStop();) {
         ProcInfo info;
@@ -48,7 +48,7 @@ static bool IsGivenACommand(const std::string& cmdline) {
     return words.size() > 1 && IsExecTmpCommand(words[1]);
 }
 
-// Does the relay read a socket on its descriptor 0 and write the pipe of the shell pid on its descriptor 1?
+// True if the relay reads a socket on its descriptor 0 and writes the pipe of the shell pid on its descriptor 1.
 static bool JoinsSocketAndPipe(int relay, int pid, unsigned long pipe, unsigned long& socket) {
     const bool waits = ReadingFromSock(relay, socket);
     const Trace::Facts facts{.other = relay, .inode = socket};
@@ -84,8 +84,7 @@ int ReverseShell::FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& so
             !Trace::Result(Test::feederIsDescendant, pid, IsDescendant(proc.pid, pid), {.other = proc.pid})) {
             continue;
         }
-        // Only a writer without an abnormal socket counts here: one that has such a socket is a client at work for the
-        // shell, not its feeder.
+        // Only a writer without an abnormal socket counts. One with such a socket is a client that the shell runs.
         if (Trace::Result(Test::feederHasConnection, pid, GetProcessSock(proc, sock) != 0, {.other = proc.pid})) {
             continue;
         }
@@ -147,7 +146,7 @@ void ReverseShell::CheckSpecialShell() {
         remaining.pop_back();
         Trace::Result(Test::isClaimed, pid, true);
         Pause(shellPauseMicroseconds);
-        // A command that the shell was started with is a program's own business; the shell stays claimed all the same.
+        // A shell started with a command works for the program that started it. It stays claimed, without an alarm.
         if (!Trace::Result(Test::isGivenACommand, pid, IsGivenACommand(own.cmdline), {.text = own.cmdline})) {
             AddRshellAlarmFanotify(own.ppid, own, sock, sock.inode);
         }

@@ -16,13 +16,13 @@ static constexpr char logSource[] = "detect_reverse_shell";
 
 static constexpr int firstUserParent = 2;
 
-// What an intruder types first.
+// The commands that an intruder usually types first.
 static constexpr const char* commandWords[] = {
     "passwd", "pwd", "ifconfig", "ls",   "ps",    "time",  "chmod", "cat",
     "touch",  "cd",  "grep",     "find", "chown", "chgrp", "gcc",   "sleep",
 };
 
-// A start without a stop in between replaces the set under a running callback, which goes on with the one it took.
+// A repeated start replaces the set while a callback runs. The callback keeps using the old one.
 static std::mutex pathsLock;
 static std::shared_ptr<const std::set<std::string>> tmpCommandPaths = std::make_shared<std::set<std::string>>();
 

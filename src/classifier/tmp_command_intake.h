@@ -1,4 +1,4 @@
-// Which of the host's exec events are short commands.
+// Records the short commands among the host's exec events.
 #pragma once
 
 #include <linux/cn_proc.h>
@@ -6,10 +6,10 @@
 #include <set>
 #include <string>
 
-// Settles which programs count: those of the fixed list of command words on "PATH", and the shells. False if there are
-// none. Called by the thread that starts the module.
+// Sets the programs that count as short commands: a fixed list of command words, looked up on "PATH", and the shells.
+// False if there are none. Called by the thread that starts the module.
 bool InitTmpCommandPaths(const std::set<std::string>& shells);
 
-// Notes the exec of a short command; any other event and null are ignored. Called on a thread of the process monitor's
-// that serves nothing else. Costs 0.5 ms a byte of the command line, for every exec on the host.
+// Records the exec of a short command. Ignores other events and null. Called on a thread of the process monitor that
+// serves only this callback. Takes 0.5 ms per byte of the command line, for every exec on the host.
 void OnTmpProcEvent(proc_event* event);

@@ -1,4 +1,4 @@
-// The short commands that processes of this host have started, by parent.
+// The short commands started on this host, by parent.
 #pragma once
 
 #include <map>
@@ -12,17 +12,17 @@
 struct TPROC_INFO {
     int pid = 0;
     std::string path;     // of its program
-    std::string cmdline;  // the path where that is empty
-    // Of the exec event: nanoseconds of CLOCK_MONOTONIC (drivers/connector/cn_proc.c).
+    std::string cmdline;  // the path if the process has none
+    // Time of the exec event in nanoseconds of CLOCK_MONOTONIC (drivers/connector/cn_proc.c).
     unsigned long long timestamp = 0;
-    // Nanoseconds that the host had slept when the event was handled, which that clock leaves out.
+    // Nanoseconds for which the host had been suspended when the event was handled. CLOCK_MONOTONIC omits them.
     unsigned long long suspended = 0;
 };
 
-// What is known of one parent.
+// One parent and its commands.
 struct TmpProcListInfo {
-    bool judged = false;    // no more commands are recorded, and the sweep leaves it alone until it is removed
-    bool isRshell = false;  // the judgement; the next sweep removes the entry
+    bool judged = false;               // no more commands are recorded, and sweeps ignore it until it is removed
+    bool isRshell = false;             // reported as a reverse shell; the next sweep removes the entry
     std::vector<TPROC_INFO> procList;  // oldest first
 };
 
@@ -31,17 +31,17 @@ using TmpProcMap = std::map<int, TmpProcListInfo>;
 // Guards tmpProcMap; never held across a read of /proc or a pause.
 inline ModuleLock tmpProcLock;
 
-// By parent pid. Kept when the module stops, until the next start.
+// By parent pid. Kept from a stop of the module until the next start.
 inline TmpProcMap tmpProcMap;
 
-// The operations below take the lock. Any thread, while the watcher runs.
+// The functions below take the lock. Any thread, while the watcher runs.
 
-// Notes a command of the parent. One that executes again replaces itself; a judged parent takes no more.
+// Records a command of the parent. A process that executes again replaces its record. Ignored if the parent is judged.
 void RecordTmpCommand(int ppid, const TPROC_INFO& command);
 
 TmpProcMap CopyTmpProcMap();
 
-// Puts info in place of what is known of the parent, if anything is.
+// Replaces the parent's entry, if there is one.
 void WriteBackTmpProcs(int ppid, const TmpProcListInfo& info);
 
 void EraseTmpProcs(const std::set<int>& ppids);

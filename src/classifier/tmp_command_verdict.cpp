@@ -24,8 +24,8 @@ static constexpr int socketProbes = 5;
 static constexpr timespec probePause{.tv_sec = 0, .tv_nsec = 200000000};
 static constexpr long oldestSocketSeconds = 100;
 
-// The start of a process is told by /proc/<pid>/stat, whose clock runs on while the host is suspended
-// (proc_pid_stat(5), CLOCK_BOOTTIME); what the event's clock left out is added to compare the two.
+// /proc/<pid>/stat gives the start of a process by CLOCK_BOOTTIME (proc_pid_stat(5)), which includes the time for which
+// the host was suspended. The clock of the event omits that time, so it is added here.
 static bool StartsAfterParent(int ppid, const TPROC_INFO& first) {
     const unsigned long long command = (first.timestamp + first.suspended) / nanosecondsPerMillisecond;
     const unsigned long long parent = DetectShellUtil::GetProcUpMs(ppid);
@@ -52,7 +52,7 @@ bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands) {
     return true;
 }
 
-// Seen in two samples in a row, the parent is not on its way somewhere else.
+// Two positive samples in a row: a single one may catch the parent on its way to another call.
 static bool IsReadingSocket(int ppid, unsigned long& inode) {
     bool previous = false;
     for (int probe = 0; probe < socketProbes && !NeedStop(); ++probe) {

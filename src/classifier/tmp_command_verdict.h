@@ -1,13 +1,13 @@
-// Is a process that starts short commands doing so for a remote peer?
+// Decides whether a process that starts short commands does so for a remote peer.
 #pragma once
 
 #include "classifier/tmp_command_list.h"
 
-// True if a person may have typed the commands: the first at least 200 ms after the parent's start, and each at least
-// 200 ms after the one before.
+// True if a person may have typed the commands: the first started at least 200 ms after the parent, and each other at
+// least 200 ms after the one before.
 bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands);
 
-// Raises the alarm about a parent whose commands have all ended, if its last command and a wait for a recent connection
-// speak for one. True if so, also where the alarm itself is then held back. Takes up to a second and the pauses of what
-// it reads. Called on the watcher's task thread.
+// Raises the alarm for a parent whose commands have all ended if it waits for a recent connection and is not exempt.
+// True if so, even if a later check suppresses the alarm. Takes up to a second, plus the pauses of its reads. Called on
+// the watcher's task thread.
 bool RaiseTmpCommandAlarm(int ppid, const TPROC_INFO& lastCommand);

@@ -72,7 +72,7 @@ static void Judge(int ppid, TmpProcListInfo& info) {
 }
 
 void* CheckTmpShellTask([[maybe_unused]] void* arg) {
-    // On a copy, so that the callback never waits for a judgement.
+    // Works on a copy: the callback must not wait for a judgement.
     TmpProcMap snapshot = CopyTmpProcMap();
     std::set<int> finished;
     for (auto& [ppid, info] : snapshot) {
