@@ -24,8 +24,8 @@ void ReverseShellDetector::DeepSearchReverseShell(std::shared_ptr<ProcInfomation
             if (edge == ipcInodes.end()) {
                 continue;
             }
-            // Walking an inode uses it up, for this search and for those of later candidates. That is all that ends the
-            // search where processes are joined in a ring.
+            // Each inode is walked once per pass, across candidates. Nothing else ends the search in a ring of
+            // processes.
             const auto neighbours = std::move(edge->second.procs);
             ipcInodes.erase(edge);
             for (const auto& neighbour : neighbours) {

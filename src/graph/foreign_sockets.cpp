@@ -9,8 +9,8 @@ using Trace::Test;
 
 static constexpr char logSource[] = "reverse_shell_detector";
 
-// The whole list, so that what is foreign stays a plain statement about the peer's text. Other addresses of this host,
-// 127.0.0.2 and ::1 among them, are as foreign as any: a shell on a connection to them is worth a look too.
+// All other addresses are foreign, including this host's own, 127.0.0.2 and ::1: a shell on a connection to one of
+// those is suspicious too. The comparison is by text only.
 static bool IsLocalPeer(const std::string& remoteIp) {
     return remoteIp == "127.0.0.1" || remoteIp == "0.0.0.0" || remoteIp == "::";
 }

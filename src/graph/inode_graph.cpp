@@ -6,8 +6,7 @@
 #include "agent/bounds_checked.h"
 #include "graph/reverse_shell_detector.h"
 
-// Link texts up to this length are passed over, whatever they name: the few pipes and sockets with numbers this low
-// were made when the system came up.
+// Link texts up to this length are ignored. The few pipes and sockets with such low numbers were created during boot.
 static constexpr unsigned int longestIgnoredLink = 10;
 
 static bool StartsWith(const char* text, const char* prefix) {
@@ -17,7 +16,7 @@ static bool StartsWith(const char* text, const char* prefix) {
 void ReverseShellDetector::AddIPCInode(const char* link, unsigned int len, int fd,
                                        std::shared_ptr<ProcInfomation> proc) {
     InodeAttr held;
-    // A link to a file-system object names it; the text of an anonymous pipe or socket names nothing.
+    // The link text of a file is its path. That of an anonymous pipe or socket is not a path, and stat fails.
     struct stat info {};
     if (stat(link, &info) == 0) {
         if (S_ISFIFO(info.st_mode)) {

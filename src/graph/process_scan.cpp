@@ -25,8 +25,8 @@ static constexpr unsigned int scanPauseMicroseconds = 50000;
 static constexpr size_t longestLink = 4096;
 static constexpr size_t linkBufferSize = longestLink + 1;
 
-// Reads the link at path into link, which has linkBufferSize bytes, and terminates it. The length, 0 if it cannot be
-// read.
+// Reads the link at path into link, which has linkBufferSize bytes, and terminates it. Returns its length, 0 on
+// failure.
 static size_t ReadLink(const char* path, char* link) {
     const ssize_t length = readlink(path, link, longestLink);
     if (length < 1) {
@@ -41,8 +41,8 @@ struct ScannedProcess {
     int ppid;
 };
 
-// Nothing for a process without a readable program file and status. A deleted file's name carries the kernel's suffix,
-// and so is no name of a shell.
+// Nothing if the process has no readable program file and status. The kernel appends " (deleted)" to the name of a
+// deleted file, which then does not match any shell.
 static std::optional<ScannedProcess> ReadProcess(int pid, char* link) {
     char path[32];
     if (sprintf_s(path, sizeof(path), "/proc/%d/exe", pid) == -1 || ReadLink(path, link) == 0) {

@@ -34,7 +34,7 @@ void ReverseShellDetector::JudgeCandidate(const std::shared_ptr<ProcInfomation>&
     if (!Trace::Result(Test::holdsChannel, candidate->pid, !candidate->fds.empty())) {
         return;
     }
-    // The subscripts leave a default entry where a descriptor holds neither pipe nor socket; the search passes it over.
+    // The subscripts insert a default entry for a descriptor without pipe or socket. The search ignores it.
     const InodeAttr& input = candidate->fds[0];
     const InodeAttr& output = candidate->fds[1];
     const bool hasInput = IsChannel(Test::inputIsChannel, candidate->pid, input);

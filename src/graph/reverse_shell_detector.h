@@ -1,5 +1,5 @@
-// The period scan's detector: does the standard input or output of a shell lead, through pipes and shared sockets, to a
-// connection with a foreign host?
+// The detector of the period scan: finds shells whose standard input or output leads, through pipes and shared sockets,
+// to a connection with a foreign host.
 #pragma once
 
 #include <climits>
@@ -10,14 +10,15 @@
 
 #include "agent/net_stat.h"
 
-// One pass over the host. An object lives for one pass, on the thread that runs it; nothing is kept from pass to pass
-// but the memory of what has been reported.
+// One pass over the host. An object lives for one pass, on the thread that runs it. Only the list of reported shells
+// outlives it.
 //
-// The graph joins processes by the pipes and sockets that they share. It is stored from both sides: a process's fds and
-// ipcInodes. The search consumes ipcInodes, so that an inode in fds without an entry there has been walked.
+// The graph joins processes by the pipes and sockets that they share. It is stored from both sides: by process in fds,
+// by inode in ipcInodes. The search erases entries of ipcInodes, so an inode of fds without an entry there has been
+// walked.
 class ReverseShellDetector {
 public:
-    // Marks a descriptor that holds neither pipe nor socket. Type does not tell: a default entry has that of a pipe.
+    // Marks a descriptor without pipe or socket. The type does not: a default entry has that of a pipe.
     static constexpr unsigned long long INVALID_INODE = ULLONG_MAX;
 
     enum InodeType : int {
@@ -25,7 +26,7 @@ public:
         INODE_SOCKET = 1,
     };
 
-    // What one descriptor holds.
+    // The object of one descriptor.
     struct InodeAttr {
         int type = INODE_PIPE;
         unsigned long long inode = INVALID_INODE;
@@ -36,8 +37,8 @@ public:
         int pid = 0;
         int ppid = 0;
         std::string exePath;           // filled for a reported process
-        std::string cmdline;           // filled for a candidate that gets as far as the whitelist
-        std::map<int, InodeAttr> fds;  // by descriptor; pipes and sockets, and the default entries of the pass
+        std::string cmdline;           // filled for a candidate that is compared with the whitelist
+        std::map<int, InodeAttr> fds;  // by descriptor: pipes, sockets, and default entries for 0 and 1
     };
 
     // The processes that hold one inode.
@@ -45,46 +46,46 @@ public:
         std::set<std::shared_ptr<ProcInfomation>> procs;
     };
 
-    // Runs the whole pass and reports what it finds. whitelist holds wildcard patterns over whole command lines. Sleeps
-    // 50 ms after the connections, after the scan, and after every 100 scanned processes. Once begun it runs to its
-    // end.
+    // Runs the whole pass and reports each reverse shell. whitelist holds wildcard patterns for whole command lines.
+    // Sleeps for 50 ms after reading the connections, after the scan, and per 100 scanned processes. A stop of the
+    // module does not end it.
     void DetectRoutine(const std::set<std::string>& whitelist);
 
     // Fills foreignSockets with the connections whose peer is none of the three local addresses. True if there are any.
     bool CollectForeinSocket();
 
-    // Walks /proc: shells become candidates with their descriptors read, all others are noted under their parent.
+    // Walks /proc. Shells become candidates, and their descriptors are read. Other pids are stored under their
+    // parent's.
     void ScanProc();
 
-    // Sorts one process by name, the base name of its program file.
+    // Stores one process by name, the base name of its program file.
     void FilterBashProcess(const std::string& name, int pid, int ppid);
 
-    // Enters the first six descriptors of the process into the graph. More are never looked at.
+    // Adds the first six descriptors of the process to the graph. Further ones are never read.
     void GetProcFdInfo(std::shared_ptr<ProcInfomation> proc);
 
-    // Brings the noted children of ppid into the graph, once.
+    // Adds the stored children of ppid to the graph, once.
     void CollectRelatedProc(int ppid);
 
-    // Enters one descriptor of proc into the graph if it holds a pipe or socket. link is the zero-terminated text of
-    // its link in /proc, len the length that readlink gave.
+    // Adds one descriptor of proc to the graph if it holds a pipe or socket. link is the zero-terminated text of its
+    // link in /proc, len the length that readlink returned.
     void AddIPCInode(const char* link, unsigned int len, int fd, std::shared_ptr<ProcInfomation> proc);
 
-    // The number behind the first bracket of a link text; 0 where no digit follows, INVALID_INODE without a bracket.
+    // The number after the first bracket of a link text. 0 if no digit follows, INVALID_INODE without a bracket.
     unsigned long long ParseInode(const char* link, int len) const;
 
-    // Walks the graph from start and reports start with the first foreign socket that it meets.
+    // Walks the graph from start and reports start with the first foreign socket reached. Depth first.
     void DeepSearchReverseShell(std::shared_ptr<ProcInfomation> start);
 
-    // Reports that proc is a reverse shell over conn, unless the same process with the same command line has been
-    // reported before.
+    // Reports proc as a reverse shell over conn, unless the same pid with the same command line was reported before.
     void SendEvent(std::shared_ptr<ProcInfomation> proc, const TavUtils::NetStat::NETSTAT& conn) const;
 
-    // The pass's working set, by socket or pipe inode, by parent pid, or by address of the record.
+    // Working set of the pass, by socket or pipe inode, by parent pid, or by address of the record.
     std::map<unsigned long long, TavUtils::NetStat::NETSTAT> foreignSockets;
     std::map<unsigned long long, InterconnectProcs> ipcInodes;
-    std::map<int, std::set<int>> childProcs;  // children that are no shells
+    std::map<int, std::set<int>> childProcs;  // children that are not shells
     std::set<std::shared_ptr<ProcInfomation>> bashProcs;
-    std::set<std::shared_ptr<ProcInfomation>> pendingProcs;  // kept up to date, decides nothing
+    std::set<std::shared_ptr<ProcInfomation>> pendingProcs;  // maintained, decides nothing
     std::set<int> relatedPids;                               // siblings already in the graph
 
     // Names of program files that make a process a candidate.

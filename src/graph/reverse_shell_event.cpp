@@ -17,11 +17,11 @@ static constexpr char logSource[] = "reverse_shell_detector";
 
 static constexpr size_t reportedShellsCapacity = 1000;
 
-// What has been reported, (pid, command line), oldest first. It outlives passes and restarts of the module, so that a
-// shell that stays is told once. Touched by the period scan's thread alone.
+// Reported shells as (pid, command line), oldest first. Kept across passes and restarts of the module: a shell that
+// stays is reported once. Only the thread of the period scan uses it.
 static std::list<std::pair<int, std::string>> reportedShells;
 
-// False if the shell is in the memory already; otherwise it is entered, at the cost of the oldest one.
+// Adds the shell to the list, dropping the oldest entry of a full one. False if it is listed already.
 static bool RememberShell(int pid, const std::string& cmdline) {
     for (const auto& [reportedPid, reportedCmdline] : reportedShells) {
         if (reportedPid == pid && reportedCmdline == cmdline) {
@@ -38,7 +38,7 @@ static bool RememberShell(int pid, const std::string& cmdline) {
 void ReverseShellDetector::SendEvent(std::shared_ptr<ProcInfomation> proc,
                                      const TavUtils::NetStat::NETSTAT& conn) const {
     Trace::Result(Test::meetsForeignSocket, proc->pid, true, {.inode = conn.inode});
-    // Remembered before the event is built: one that the agent's limit drops later is not offered again.
+    // Listed before the event is built: an event dropped by the agent's limit is not offered again.
     if (Trace::Result(Test::isRemembered, proc->pid, !RememberShell(proc->pid, proc->cmdline))) {
         return;
     }
