@@ -1,4 +1,4 @@
-// The connections of the host by the socket that has them.
+// The connections of the host, by socket.
 #pragma once
 
 #include <map>
@@ -10,10 +10,10 @@ struct Connection {
     std::string protocol;  // "tcp", "tcp6" or "udp"
     std::string local;     // ADDRESS:PORT
     std::string remote;
-    bool foreign = false;  // the peer is an address of another host, as the period scan sees it
+    bool foreign = false;  // the period scan takes the peer for another host
 };
 
-// By socket inode, sockets without a peer included. Reads the tables of the agent's network namespace. Any thread.
+// By socket inode, including sockets without a peer. Reads the tables of the agent's network namespace. Any thread.
 std::map<unsigned long, Connection> ReadConnections();
 
 }  // namespace Host

@@ -48,7 +48,7 @@ DescriptorKind KindOf(const struct stat& file) {
                : DescriptorKind::other;
 }
 
-// A slave's device number tells which it is, 256 to a major; of a master fdinfo does (proc(5)).
+// A slave's number follows from its device number, with 256 slaves per major. A master's is in fdinfo (proc(5)).
 std::optional<unsigned int> TerminalNumber(DescriptorKind kind, const struct stat& file, const std::string& info) {
     if (kind == DescriptorKind::terminal && major(file.st_rdev) >= firstPtsMajor) {
         return (major(file.st_rdev) - firstPtsMajor) * 256 + minor(file.st_rdev);
@@ -66,7 +66,7 @@ std::optional<unsigned int> TerminalNumber(DescriptorKind kind, const struct sta
     return std::nullopt;
 }
 
-// Names of a directory's entries; none if it cannot be read.
+// Names of a directory's entries. If it cannot be read, returns none and sets readable to false.
 std::vector<std::string> EntriesOf(const std::string& path, bool& readable) {
     std::vector<std::string> names;
     std::error_code error;

@@ -1,4 +1,4 @@
-// The processes of the host and what their descriptors hold, at one moment.
+// A snapshot of the host's processes and their descriptors.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// What makes two descriptors the same pipe or socket.
+// Identifies a pipe or socket. Descriptors with equal ids refer to the same one.
 struct ObjectId {
     dev_t device = 0;
     ino_t inode = 0;
@@ -27,8 +27,8 @@ struct HeldDescriptor {
     int number = 0;
     DescriptorKind kind = DescriptorKind::other;
     ObjectId object;
-    std::string link;                      // as /proc shows it; any bytes
-    std::optional<unsigned int> terminal;  // number of the pseudo-terminal of which this is one side, as in /dev/pts
+    std::string link;                      // as in /proc; any bytes
+    std::optional<unsigned int> terminal;  // number in /dev/pts, for either side of a pseudo-terminal
 };
 
 struct HostProcess {
@@ -39,10 +39,10 @@ struct HostProcess {
     std::vector<HeldDescriptor> descriptors;  // by number
 };
 
-// Reads one process. False if it has gone, is a kernel thread or does not show its descriptors. Any thread.
+// Reads one process. False if it is gone, is a kernel thread or its descriptors cannot be read. Any thread.
 bool ReadHostProcess(int pid, HostProcess& process);
 
-// Reads all processes that show their descriptors, by pid. Any thread.
+// Reads all processes with readable descriptors, by pid. Any thread.
 std::map<int, HostProcess> ReadHostProcesses();
 
 }  // namespace Host

@@ -7,7 +7,7 @@ namespace Host {
 namespace {
 
 constexpr int standardDescriptors = 6;
-constexpr int furthest = 6;  // processes from the root
+constexpr int furthest = 6;  // in processes from the root
 constexpr size_t mostSharers = 8;
 
 struct Holder {
@@ -19,7 +19,7 @@ bool LeadsOn(const HeldDescriptor& descriptor) {
     return descriptor.kind == DescriptorKind::pipe || descriptor.kind == DescriptorKind::socket;
 }
 
-// Who holds which pipe or socket.
+// The holders of each pipe and socket.
 std::map<ObjectId, std::map<int, Holder>> IndexHolders(const std::map<int, HostProcess>& processes) {
     std::map<ObjectId, std::map<int, Holder>> holders;
     for (const auto& [pid, process] : processes) {
@@ -34,7 +34,7 @@ std::map<ObjectId, std::map<int, Holder>> IndexHolders(const std::map<int, HostP
     return holders;
 }
 
-// Who holds this side of which pseudo-terminal.
+// The holders of this side of each pseudo-terminal.
 std::map<unsigned int, std::map<int, Holder>> IndexTerminals(const std::map<int, HostProcess>& processes,
                                                              DescriptorKind side) {
     std::map<unsigned int, std::map<int, Holder>> holders;
@@ -72,8 +72,7 @@ public:
     }
 
 private:
-    // Of the root all of the first descriptors, of any other process what leads on from the object by which it was
-    // reached.
+    // For the root all first descriptors, for other processes the pipes and sockets except the one that led to them.
     std::vector<Wire> WiresOf(const HostProcess& process, const ObjectId& reachedBy, int distance) {
         std::vector<Wire> wires;
         for (const HeldDescriptor& descriptor : process.descriptors) {
@@ -89,7 +88,7 @@ private:
                                  .sharers = {}});
             }
         }
-        // All of them are this process's to tell before the first is followed, so that the tree stays flat.
+        // This process claims all its wires before the first one is followed. That keeps the tree flat.
         for (Wire& wire : wires) {
             const int teller = tellers_.emplace(wire.object, process.pid).first->second;
             wire.toldAt = teller == process.pid ? 0 : teller;
@@ -138,7 +137,7 @@ private:
         wire.sharers.back().otherEnd = otherEnd;
     }
 
-    // Pseudo-terminals of containers may bear the same number: more may be told then than is so.
+    // Pseudo-terminals of different containers may have the same number. Unrelated holders may then be listed.
     void AddOtherEnds(const HostProcess& process, Wire& wire, int distance) {
         if (!wire.terminal) {
             return;
@@ -153,7 +152,7 @@ private:
         }
     }
 
-    // Those with a foreign connection first: what they are part of must not fall to the limit.
+    // Holders with a foreign connection first: the limit must not omit them.
     std::vector<const Holder*> OthersByInterest(int pid, const std::map<int, Holder>& holders) const {
         std::vector<const Holder*> others;
         for (const auto& [holderPid, holder] : holders) {
@@ -179,7 +178,7 @@ private:
     std::map<unsigned int, std::map<int, Holder>> slaves_;
     const std::map<unsigned long, Connection>& connections_;
     std::set<int> told_;
-    std::map<ObjectId, int> tellers_;  // which process tells who shares the object
+    std::map<ObjectId, int> tellers_;  // pid of the process that lists the sharers, by object
 };
 
 }  // namespace
