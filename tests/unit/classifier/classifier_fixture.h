@@ -1,4 +1,4 @@
-// What the tests of the classifier share: passes over staged processes.
+// Fixture of the classifier's tests: passes over staged processes.
 #pragma once
 
 #include <set>
@@ -12,7 +12,7 @@ using std::chrono::microseconds;
 
 class ClassifierTest : public InstantScanTest {
 protected:
-    // The log line that each loop leaves when it sees the stop.
+    // Logged by each loop that ends because of a stop.
     static constexpr char stopped[] = "thread was stopped by StopModule run.[run=0]";
 
     ~ClassifierTest() override { InitShellsHashSize({}); }
@@ -29,7 +29,7 @@ protected:
         Block(pid, function, function == "do_select" ? 1 : 0);
     }
 
-    // A shell that waits on a foreign connection of its own.
+    // Adds a shell that waits on its own foreign connection.
     KernelObject AddSocketShell(int pid, int ppid) {
         AddShell(pid, ppid);
         KernelObject socket = ForeignSocket();

@@ -44,7 +44,7 @@ TEST_F(ClassifierPass, RunsItsStagesInOrder) {
     }
 }
 
-TEST_F(ClassifierPass, AppendsToWhatTheCallerHasFoundBefore) {
+TEST_F(ClassifierPass, AppendsToTheCallersFindings) {
     const KernelObject socket = AddSocketShell(300, 200);
     foundPids = {9};
     foundSocks = {ForeignConnection(99)};
@@ -54,8 +54,8 @@ TEST_F(ClassifierPass, AppendsToWhatTheCallerHasFoundBefore) {
     EXPECT_EQ(InodesOf(foundSocks), (std::vector<unsigned long>{99, socket.inode}));
 }
 
-// A shell that is wired in two ways: it waits on its own foreign socket, and its terminal is held by a parent with one.
-TEST_F(ClassifierPass, LetsTheFirstStageClaimBeforeTheLast) {
+// A shell with two wirings: it waits on its own foreign socket, and the parent that holds its terminal has another.
+TEST_F(ClassifierPass, FirstStageClaimsBeforeTheLast) {
     const PseudoTerminal terminal;
     const KernelObject own = AddSocketShell(300, 200);
     proc->AddDescriptor(300, 1, terminal.Slave());
@@ -70,8 +70,8 @@ TEST_F(ClassifierPass, LetsTheFirstStageClaimBeforeTheLast) {
     EXPECT_TRUE(detector.bashPids.empty());
 }
 
-// The same with a pipe that a relay feeds: the third stage claims it, with an alarm of its own.
-TEST_F(ClassifierPass, LetsTheThirdStageClaimBeforeTheLast) {
+// The same with a pipe fed by a relay. The third stage claims the shell and raises the alarm itself.
+TEST_F(ClassifierPass, ThirdStageClaimsBeforeTheLast) {
     const PseudoTerminal terminal;
     const KernelObject pipe = objects.Pipe();
     const KernelObject socket = ForeignSocket();
@@ -90,7 +90,7 @@ TEST_F(ClassifierPass, LetsTheThirdStageClaimBeforeTheLast) {
     EXPECT_TRUE(detector.bashPids.empty());
 }
 
-TEST_F(ClassifierPass, HandsAShellThatTheThirdStagePassesOverToTheLast) {
+TEST_F(ClassifierPass, LastStageSeesAShellThatTheThirdRejects) {
     const PseudoTerminal terminal;
     AddShell(300, 200);
     WaitOnPipe(300, objects.Pipe());
@@ -103,11 +103,11 @@ TEST_F(ClassifierPass, HandsAShellThatTheThirdStagePassesOverToTheLast) {
     detector.GetReverseShell(foundPids, foundSocks);
     EXPECT_EQ(foundPids, std::vector<int>{300});
     EXPECT_EQ(InodesOf(foundSocks), std::vector<unsigned long>{socket.inode});
-    EXPECT_TRUE(Events().empty()) << "the pipe that nobody in the pass writes is no finding";
+    EXPECT_TRUE(Events().empty()) << "no process of the pass writes the pipe";
 }
 
-// A shell that the first stage claims has no snapshot, so nothing is found below it.
-TEST_F(ClassifierPass, FindsNothingBelowAClaimedShell) {
+// A shell claimed by the first stage has no snapshot, so its children cannot be found.
+TEST_F(ClassifierPass, FindsNoShellWhoseParentWasClaimed) {
     const PseudoTerminal terminal;
     AddSocketShell(200, 100);
     proc->AddDescriptor(200, 5, PseudoTerminal::Multiplexer());
@@ -126,8 +126,8 @@ TEST_F(ClassifierPass, FindsNothingBelowAClaimedShell) {
     EXPECT_FALSE(HasLogged("found type 3 rshell pid.[pid=300]"));
 }
 
-// The same wirings under a parent that is no shell but not among the pass's pids.
-TEST_F(ClassifierPass, FindsOnlyTheFirstTypeUnderAParentOutsideThePass) {
+// The same wirings under a parent that is not a shell and not among the pids of the pass.
+TEST_F(ClassifierPass, FindsOnlyTypeOneUnderAParentOutsideThePass) {
     const PseudoTerminal terminal;
     AddProcess(200, 100, folder.Write("relay", "r"), "relay");
     proc->AddDescriptor(200, 5, PseudoTerminal::Multiplexer());
@@ -149,11 +149,11 @@ TEST_F(ClassifierPass, FindsOnlyTheFirstTypeUnderAParentOutsideThePass) {
     foundPids.clear();
     ReverseShell withParent = Detector({200, 300, 301, 302, 400});
     withParent.GetReverseShell(foundPids, foundSocks);
-    EXPECT_EQ(foundPids, (std::vector<int>{302, 301})) << "the parent is what was missing";
-    EXPECT_EQ(withParent.bashPids, std::vector<int>{}) << "the third was claimed by its pipe";
+    EXPECT_EQ(foundPids, (std::vector<int>{302, 301})) << "found once the parent is in the pass";
+    EXPECT_EQ(withParent.bashPids, std::vector<int>{}) << "300 was claimed because of its pipe";
 }
 
-TEST_F(ClassifierPass, TakesSnapshotsOfTheOthersWhenTheFirstStageClaimedEveryShell) {
+TEST_F(ClassifierPass, TakesSnapshotsOfTheOthersAfterEveryShellWasClaimed) {
     AddSocketShell(300, 200);
     AddProcess(200, 100, folder.Write("tool", "t"), "tool");
     ReverseShell detector = Detector({200, 300});
@@ -163,7 +163,7 @@ TEST_F(ClassifierPass, TakesSnapshotsOfTheOthersWhenTheFirstStageClaimedEveryShe
     EXPECT_TRUE(HasLogged("scan all shell end"));
 }
 
-TEST_F(ClassifierPass, StillStartsEveryStageAfterAStop) {
+TEST_F(ClassifierPass, StartsEveryStageAfterAStop) {
     AddShell(300, 200);
     AddShell(301, 200);
     ReverseShell detector = Detector({300, 301});
@@ -173,12 +173,12 @@ TEST_F(ClassifierPass, StillStartsEveryStageAfterAStop) {
                                                "multi shell start", "get all proc info begin", stopped,
                                                "get all proc info end.[edgeNum=0 max=10000]", "secial shell start",
                                                stopped, "pty shell start", "scan all shell end"}))
-        << "the third stage keeps no shell after a stop, so that the last has none to ask about";
+        << "after a stop the third stage keeps no shell, so the last one does not test for the stop";
     EXPECT_TRUE(detector.procs.empty());
     EXPECT_TRUE(detector.bashPids.empty());
 }
 
-// How often the pass read the table of sockets again: a read pauses for each line, far more often than all else does.
+// Counts the reads of the socket table by their pauses: a read pauses per line, much more often than all other steps.
 class SocketTableReads : public ClassifierTest {
 protected:
     static constexpr int lines = 1000;
@@ -201,11 +201,11 @@ protected:
     }
 };
 
-TEST_F(SocketTableReads, AreOneForAllSocketsThatTheTableDoesNotHave) {
+TEST_F(SocketTableReads, AreOnePerPassForUnknownSockets) {
     EXPECT_EQ(CountIn(false), 1);
 }
 
-TEST_F(SocketTableReads, AreNoneInAPassThatIsToldThatTheTableIsFresh) {
+TEST_F(SocketTableReads, AreNoneInAPassWithAFreshTable) {
     EXPECT_EQ(CountIn(true), 0);
 }
 

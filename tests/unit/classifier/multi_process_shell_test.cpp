@@ -4,10 +4,10 @@ namespace {
 
 class MultiProcessShell : public ClassifierTest {
 protected:
-    // One that judges by the table as the test has it: another look would find none of its sockets.
+    // Does not read the socket table again, which would remove the sockets of the test.
     ReverseShell DetectorOfKnownSockets() const { return {shellPaths, {}, 0, true, 10000}; }
 
-    // A process of the pass that holds these sockets, by its index.
+    // Adds a process with these sockets to the pass and returns its index.
     static unsigned int AddNode(ReverseShell& detector, int pid, const std::set<unsigned long>& sockets = {}) {
         ProcInfo info;
         info.pid = pid;
@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(MultiProcessShell, StageTakesSnapshotsOfTheOthersAndThenOfTheShells) {
+TEST_F(MultiProcessShell, TakesSnapshotsOfTheOthersThenOfTheShells) {
     AddShell(300, 200);
     AddShell(301, 200);
     AddProcess(302, 200, "/usr/bin/tool", "tool");
@@ -43,7 +43,7 @@ TEST_F(MultiProcessShell, StageTakesSnapshotsOfTheOthersAndThenOfTheShells) {
               (std::vector<std::string>{"get all proc info begin", "get all proc info end.[edgeNum=0 max=10000]"}));
 }
 
-TEST_F(MultiProcessShell, StageFindsNothing) {
+TEST_F(MultiProcessShell, FindsNothing) {
     AddSocketShell(300, 200);
     ReverseShell detector = Detector({});
     detector.bashPids = {300};
@@ -52,7 +52,7 @@ TEST_F(MultiProcessShell, StageFindsNothing) {
     EXPECT_TRUE(foundSocks.empty());
 }
 
-TEST_F(MultiProcessShell, StageSkipsAProcessThatHasGone) {
+TEST_F(MultiProcessShell, SkipsAProcessThatIsGone) {
     AddShell(300, 200);
     AddShell(302, 200);
     ReverseShell detector = Detector({});
@@ -62,7 +62,7 @@ TEST_F(MultiProcessShell, StageSkipsAProcessThatHasGone) {
     EXPECT_EQ(Log().size(), 2U);
 }
 
-TEST_F(MultiProcessShell, StageHasNoLimitButPrintsOne) {
+TEST_F(MultiProcessShell, LogsALimitWithoutApplyingIt) {
     ReverseShell detector(shellPaths, {}, 0, false, 1);
     for (const int pid : {300, 301, 302}) {
         AddShell(pid, 200);
@@ -74,7 +74,7 @@ TEST_F(MultiProcessShell, StageHasNoLimitButPrintsOne) {
     EXPECT_TRUE(HasLogged("get all proc info end.[edgeNum=0 max=1]"));
 }
 
-TEST_F(MultiProcessShell, StageEndsItsLogAlsoAfterAStop) {
+TEST_F(MultiProcessShell, LogsItsEndAfterAStop) {
     AddShell(300, 200);
     AddShell(301, 200);
     ReverseShell detector = Detector({});
@@ -86,7 +86,7 @@ TEST_F(MultiProcessShell, StageEndsItsLogAlsoAfterAStop) {
                                                "get all proc info end.[edgeNum=0 max=10000]"}));
 }
 
-TEST_F(MultiProcessShell, ListensOnThePortsOfItsListeningSockets) {
+TEST_F(MultiProcessShell, CollectsThePortsOfListeningSockets) {
     Know(Listener(51, 8080));
     Know(ForeignConnection(52));
     Know(Listener(53, 22));
@@ -97,7 +97,7 @@ TEST_F(MultiProcessShell, ListensOnThePortsOfItsListeningSockets) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(MultiProcessShell, HasAForeignSocketThatItDidNotAccept) {
+TEST_F(MultiProcessShell, FindsAForeignSocketThatWasNotAccepted) {
     SocketInfo accepted = ForeignConnection(52);
     accepted.localPort = 8080;
     Know(Listener(51, 8080));
@@ -114,7 +114,7 @@ TEST_F(MultiProcessShell, HasAForeignSocketThatItDidNotAccept) {
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(500)));
 }
 
-TEST_F(MultiProcessShell, HasNoForeignSocketWhenItAcceptedThemAll) {
+TEST_F(MultiProcessShell, FindsNoForeignSocketIfAllWereAccepted) {
     SocketInfo accepted = ForeignConnection(52);
     accepted.localPort = 8080;
     Know(Listener(51, 8080));
@@ -126,8 +126,7 @@ TEST_F(MultiProcessShell, HasNoForeignSocketWhenItAcceptedThemAll) {
     EXPECT_EQ(detector.GetForeignSock({}, sock), 0);
 }
 
-// Each process answers for its own ports alone.
-TEST_F(MultiProcessShell, DoesNotExcuseAConnectionByAnotherProcessesPort) {
+TEST_F(MultiProcessShell, IgnoresTheListeningPortsOfOtherProcesses) {
     SocketInfo connection = ForeignConnection(52);
     connection.localPort = 8080;
     Know(Listener(51, 8080));
@@ -140,7 +139,7 @@ TEST_F(MultiProcessShell, DoesNotExcuseAConnectionByAnotherProcessesPort) {
     EXPECT_EQ(sock.inode, 52U);
 }
 
-TEST_F(MultiProcessShell, TakesTheFirstProcessInTheOrderGiven) {
+TEST_F(MultiProcessShell, TakesTheFirstProcessInTheGivenOrder) {
     Know(ForeignConnection(51));
     Know(ForeignConnection(52));
     ReverseShell detector = DetectorOfKnownSockets();
@@ -152,7 +151,7 @@ TEST_F(MultiProcessShell, TakesTheFirstProcessInTheOrderGiven) {
     EXPECT_EQ(TimeRecorder::Pauses().size(), 1U);
 }
 
-TEST_F(MultiProcessShell, IsTheLastWaitingShellOfAGroup) {
+TEST_F(MultiProcessShell, FindsTheLastWaitingShellOfAGroup) {
     ReverseShell detector = Detector({});
     std::vector<unsigned int> group;
     for (const int pid : {300, 301, 302}) {
@@ -170,10 +169,10 @@ TEST_F(MultiProcessShell, IsTheLastWaitingShellOfAGroup) {
     EXPECT_EQ(std::ranges::count(TimeRecorder::Pauses(), microseconds(200)), 4);
 
     EXPECT_EQ(detector.GetBashProcess({group[0], group[1]}, shellPid), 1);
-    EXPECT_EQ(shellPid, 301) << "one that waits in select counts as well";
+    EXPECT_EQ(shellPid, 301) << "it waits in select";
 }
 
-TEST_F(MultiProcessShell, MayHaveOneCompanionThatDoesNotWait) {
+TEST_F(MultiProcessShell, AcceptsAGroupWithOneProcessThatDoesNotWait) {
     ReverseShell detector = Detector({});
     AddShell(300, 200);
     WaitOnPipe(300, objects.Pipe());
@@ -186,7 +185,7 @@ TEST_F(MultiProcessShell, MayHaveOneCompanionThatDoesNotWait) {
     EXPECT_EQ(Log(), std::vector<std::string>{"proc nonreading.[proc=301]"});
 }
 
-TEST_F(MultiProcessShell, IsNoGroupWithTwoThatDoNotWait) {
+TEST_F(MultiProcessShell, RejectsAGroupWithTwoProcessesThatDoNotWait) {
     ReverseShell detector = Detector({});
     AddShell(300, 200);
     WaitOnPipe(300, objects.Pipe());
@@ -195,13 +194,13 @@ TEST_F(MultiProcessShell, IsNoGroupWithTwoThatDoNotWait) {
     const unsigned int other = AddNode(detector, 302);
     int shellPid = 0;
     EXPECT_EQ(detector.GetBashProcess({one, waiting, other, waiting}, shellPid), 0);
-    EXPECT_EQ(shellPid, 300) << "what was met before stays";
+    EXPECT_EQ(shellPid, 300) << "found before the group was rejected";
     EXPECT_EQ(Log(), (std::vector<std::string>{"proc nonreading.[proc=301]", "proc nonreading.[proc=302]",
                                                "has more nonreading proc"}));
     EXPECT_EQ(std::ranges::count(TimeRecorder::Pauses(), microseconds(200)), 2);
 }
 
-TEST_F(MultiProcessShell, GroupWithoutAWaitingShellIsAcceptedAndNamesNone) {
+TEST_F(MultiProcessShell, AcceptsAGroupWithoutAWaitingShell) {
     ReverseShell detector = Detector({});
     int shellPid = 7;
     EXPECT_EQ(detector.GetBashProcess({}, shellPid), 1);

@@ -4,7 +4,7 @@ namespace {
 
 class PtyShell : public ClassifierTest {
 protected:
-    // A relay that holds the multiplexer and whatever else the test gives it.
+    // Adds a relay that holds the multiplexer.
     void AddRelay(int pid, int ppid = 100) {
         AddProcess(pid, ppid, folder.Write("relay", "a relay"), "relay");
         proc->AddDescriptor(pid, 5, PseudoTerminal::Multiplexer());
@@ -15,7 +15,7 @@ protected:
         proc->AddDescriptor(pid, 0, terminal.Slave());
     }
 
-    // Runs the stage over these shells, with snapshots of them and of the others, and returns those that it leaves.
+    // Runs the stage over these shells with snapshots of them and of the others. Returns the shells not claimed.
     std::vector<int> Check(const std::vector<int>& shells, const std::vector<int>& others, long oldestSockTime = 0) {
         ReverseShell detector(shellPaths, others, oldestSockTime, false, 10000);
         detector.bashPids = shells;
@@ -28,7 +28,7 @@ protected:
     PseudoTerminal terminal;
 };
 
-TEST_F(PtyShell, IsOneUnderARelayWithAForeignSocket) {
+TEST_F(PtyShell, IsFoundUnderARelayWithAForeignSocket) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     const KernelObject socket = ForeignSocket();
@@ -37,10 +37,10 @@ TEST_F(PtyShell, IsOneUnderARelayWithAForeignSocket) {
     EXPECT_EQ(foundPids, std::vector<int>{300});
     EXPECT_EQ(InodesOf(foundSocks), std::vector<unsigned long>{socket.inode});
     EXPECT_EQ(Log(), std::vector<std::string>{"find pty.[shell=300 inode=" + std::to_string(socket.inode) + "]"});
-    EXPECT_TRUE(Events().empty()) << "the alarm is the caller's";
+    EXPECT_TRUE(Events().empty()) << "the caller raises the alarm";
 }
 
-TEST_F(PtyShell, IsNoneUnderTheSshDaemon) {
+TEST_F(PtyShell, IsNotFoundUnderTheSshDaemon) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     Hold(200, 6, ForeignSocket());
@@ -50,8 +50,8 @@ TEST_F(PtyShell, IsNoneUnderTheSshDaemon) {
     EXPECT_EQ(Log(), std::vector<std::string>{"sshd shell"});
 }
 
-// The snapshot of the parent still stands, but who it was cannot be asked any more.
-TEST_F(PtyShell, IsNoneUnderAParentThatHasEndedSinceItsSnapshot) {
+// The snapshot of the parent is still there, but its program cannot be read any more.
+TEST_F(PtyShell, IsNotFoundUnderAParentThatEndedAfterItsSnapshot) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     Hold(200, 6, ForeignSocket());
@@ -64,7 +64,7 @@ TEST_F(PtyShell, IsNoneUnderAParentThatHasEndedSinceItsSnapshot) {
     EXPECT_EQ(detector.bashPids, std::vector<int>{300});
 }
 
-TEST_F(PtyShell, IsNoneUnderAParentWithoutTheMultiplexer) {
+TEST_F(PtyShell, IsNotFoundUnderAParentWithoutTheMultiplexer) {
     AddTerminalShell(300, 200);
     AddProcess(200, 100, folder.Write("relay", "a relay"), "relay");
     proc->AddDescriptor(200, 5, terminal.Slave());
@@ -73,7 +73,7 @@ TEST_F(PtyShell, IsNoneUnderAParentWithoutTheMultiplexer) {
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(PtyShell, IsNoneWithoutATerminal) {
+TEST_F(PtyShell, IsNotFoundWithoutATerminal) {
     AddShell(300, 200);
     proc->AddDescriptor(300, 0, PseudoTerminal::Multiplexer());
     AddRelay(200);
@@ -82,7 +82,7 @@ TEST_F(PtyShell, IsNoneWithoutATerminal) {
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(PtyShell, IsNoneUnderARelayWithALocalConnection) {
+TEST_F(PtyShell, IsNotFoundUnderARelayWithALocalConnection) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     const KernelObject socket = objects.Socket();
@@ -93,13 +93,13 @@ TEST_F(PtyShell, IsNoneUnderARelayWithALocalConnection) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(PtyShell, IsNoneUnderARelayWithoutASocket) {
+TEST_F(PtyShell, IsNotFoundUnderARelayWithoutASocket) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     EXPECT_EQ(Check({300}, {200}), std::vector<int>{300});
 }
 
-TEST_F(PtyShell, IsNoneUnderAConnectionOfAnEarlierTime) {
+TEST_F(PtyShell, IsNotFoundUnderAnOlderConnection) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     const KernelObject socket = ForeignSocket();
@@ -107,7 +107,7 @@ TEST_F(PtyShell, IsNoneUnderAConnectionOfAnEarlierTime) {
     EXPECT_EQ(Check({300}, {200}, socketTable[socket.inode].firstSeen + 1), std::vector<int>{300});
 }
 
-TEST_F(PtyShell, IsNoneUnderARelayThatIsNoPartOfThePass) {
+TEST_F(PtyShell, IsNotFoundUnderARelayOutsideThePass) {
     AddTerminalShell(300, 200);
     AddRelay(200);
     Hold(200, 6, ForeignSocket());
@@ -115,7 +115,7 @@ TEST_F(PtyShell, IsNoneUnderARelayThatIsNoPartOfThePass) {
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(PtyShell, IsNoneUnderARelayOneGenerationUp) {
+TEST_F(PtyShell, IsNotFoundUnderAGrandparentRelay) {
     AddTerminalShell(300, 250);
     AddProcess(250, 200, folder.Write("wrapper", "w"), "wrapper");
     AddRelay(200);
@@ -124,11 +124,11 @@ TEST_F(PtyShell, IsNoneUnderARelayOneGenerationUp) {
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(PtyShell, StaysInTheListWithoutASnapshotOfItsOwn) {
+TEST_F(PtyShell, StaysInTheListWithoutASnapshot) {
     EXPECT_EQ(Check({300}, {}), std::vector<int>{300});
 }
 
-TEST_F(PtyShell, IsClaimedAmongOthersThatStayInTheirOrder) {
+TEST_F(PtyShell, IsRemovedFromTheListAndTheOthersKeepTheirOrder) {
     AddRelay(200);
     Hold(200, 6, ForeignSocket());
     AddShell(302, 200);
@@ -138,14 +138,14 @@ TEST_F(PtyShell, IsClaimedAmongOthersThatStayInTheirOrder) {
     EXPECT_EQ(foundPids, std::vector<int>{301});
 }
 
-TEST_F(PtyShell, CostsAPause) {
+TEST_F(PtyShell, PausesForEachShell) {
     ReverseShell detector = Detector({});
     detector.bashPids = {300, 301};
     detector.CheckPtyShell(foundPids, foundSocks);
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(200)));
 }
 
-TEST_F(PtyShell, IsDroppedWhenTheStopComesBeforeIt) {
+TEST_F(PtyShell, IsDroppedAfterAStop) {
     ReverseShell detector = Detector({});
     detector.bashPids = {300, 301, 302};
     StopAtPause(1);

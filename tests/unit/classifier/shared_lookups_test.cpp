@@ -4,7 +4,7 @@ namespace {
 
 using ProcessSocket = ClassifierTest;
 
-TEST_F(ProcessSocket, IsTheFirstAbnormalOneInOrderOfInodes) {
+TEST_F(ProcessSocket, IsTheAbnormalOneWithTheLowestInode) {
     Know(LoopbackConnection(51));
     Know(ForeignConnection(53));
     Know(RawSocket(52));
@@ -15,10 +15,10 @@ TEST_F(ProcessSocket, IsTheFirstAbnormalOneInOrderOfInodes) {
     EXPECT_NE(detector.GetProcessSock(info, sock), 0);
     EXPECT_EQ(sock.inode, 52U);
     EXPECT_EQ(sock.type, rawTable);
-    EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(500))) << "no look at the third";
+    EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(500))) << "the third is not looked up";
 }
 
-TEST_F(ProcessSocket, LeavesBehindWhatTheLastLookUpFound) {
+TEST_F(ProcessSocket, KeepsTheLastSocketLookedUp) {
     Know(LoopbackConnection(51));
     Know(LoopbackConnection(52));
     ProcInfo info;
@@ -30,7 +30,7 @@ TEST_F(ProcessSocket, LeavesBehindWhatTheLastLookUpFound) {
     EXPECT_EQ(TimeRecorder::Pauses().size(), 2U);
 }
 
-TEST_F(ProcessSocket, LeavesBehindTheLastThatTheTableHad) {
+TEST_F(ProcessSocket, KeepsTheLastSocketThatTheTableHas) {
     Know(LoopbackConnection(51));
     ProcInfo info;
     info.sockets = {51, 52};
@@ -40,7 +40,7 @@ TEST_F(ProcessSocket, LeavesBehindTheLastThatTheTableHad) {
     EXPECT_EQ(sock.inode, 51U);
 }
 
-TEST_F(ProcessSocket, LeavesTheRecordAloneForAProcessWithoutSockets) {
+TEST_F(ProcessSocket, LeavesTheRecordUnchangedWithoutSockets) {
     ReverseShell detector = Detector({});
     SocketInfo sock{.type = 5, .inode = 77};
     EXPECT_EQ(detector.GetProcessSock({}, sock), 0);
@@ -49,7 +49,7 @@ TEST_F(ProcessSocket, LeavesTheRecordAloneForAProcessWithoutSockets) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcessSocket, IsNoneThatWasSeenBeforeThePassesTime) {
+TEST_F(ProcessSocket, IgnoresSocketsOlderThanThePassesLimit) {
     SocketInfo known = ForeignConnection(51);
     Know(known);
     ProcInfo info;
@@ -63,7 +63,7 @@ TEST_F(ProcessSocket, IsNoneThatWasSeenBeforeThePassesTime) {
 
 using Snapshots = ClassifierTest;
 
-TEST_F(Snapshots, AreCopiedWhole) {
+TEST_F(Snapshots, AreCopiedCompletely) {
     ProcInfo info;
     info.pid = 300;
     info.ppid = 200;
@@ -89,7 +89,7 @@ TEST_F(Snapshots, AreCopiedWhole) {
     EXPECT_TRUE(out.hasPts);
 }
 
-TEST_F(Snapshots, CostAPauseForEachRecordUpToTheOneSought) {
+TEST_F(Snapshots, PauseForEachRecordUpToTheResult) {
     ReverseShell detector = Detector({});
     for (const int pid : {300, 301, 302}) {
         ProcInfo info;
@@ -103,7 +103,7 @@ TEST_F(Snapshots, CostAPauseForEachRecordUpToTheOneSought) {
     EXPECT_EQ(TimeRecorder::Pauses().size(), 4U);
 }
 
-TEST_F(Snapshots, LeaveTheRecordAloneWhenThereIsNone) {
+TEST_F(Snapshots, LeaveTheRecordUnchangedIfThereIsNone) {
     ReverseShell detector = Detector({});
     ProcInfo out;
     out.pid = 7;

@@ -4,21 +4,21 @@ namespace {
 
 using ShellSeparation = ClassifierTest;
 
-TEST_F(ShellSeparation, TakesTheInodesOfTheShellsAndSkipsThoseThatAreNotThere) {
+TEST_F(ShellSeparation, CollectsShellInodesAndSkipsMissingShells) {
     const std::string other = folder.Write("bin/dash", "another shell");
     const ReverseShell detector({folder.Path("bin/missing"), shell, other}, {}, 0, false, 10000);
     EXPECT_EQ(detector.shellInodes, (std::set<unsigned long>{InodeOf(shell), InodeOf(other)}));
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ShellSeparation, FollowsALinkToAShellsInode) {
+TEST_F(ShellSeparation, FollowsALinkToAShell) {
     const std::string link = folder.Path("bin/sh");
     std::filesystem::create_symlink(shell, link);
     const ReverseShell detector({link}, {}, 0, false, 10000);
     EXPECT_EQ(detector.shellInodes, std::set<unsigned long>{InodeOf(shell)});
 }
 
-TEST_F(ShellSeparation, KeepsWhatThePassIsGiven) {
+TEST_F(ShellSeparation, KeepsTheArgumentsOfThePass) {
     const ReverseShell detector({"/no/shell"}, {7, 5, 7}, 1234, true, 99);
     EXPECT_EQ(detector.shells, std::set<std::string>{"/no/shell"});
     EXPECT_EQ(detector.pids, (std::vector<int>{7, 5, 7}));
@@ -30,14 +30,14 @@ TEST_F(ShellSeparation, KeepsWhatThePassIsGiven) {
     EXPECT_TRUE(detector.bashPids.empty());
 }
 
-TEST_F(ShellSeparation, KnowsAShellByItsPath) {
+TEST_F(ShellSeparation, RecognizesAShellByItsPath) {
     AddShell(300, 200);
     ReverseShell detector = Detector({});
     detector.shellInodes.clear();
     EXPECT_TRUE(detector.IsBashProcess(300));
 }
 
-TEST_F(ShellSeparation, KnowsAShellBehindALinkByTheFileThatItLeadsTo) {
+TEST_F(ShellSeparation, RecognizesAShellBehindALink) {
     const std::string link = folder.Path("bin/sh");
     std::filesystem::create_symlink(shell, link);
     AddProcess(300, 200, link, "sh");
@@ -46,14 +46,14 @@ TEST_F(ShellSeparation, KnowsAShellBehindALinkByTheFileThatItLeadsTo) {
     EXPECT_TRUE(detector.IsBashProcess(300));
 }
 
-TEST_F(ShellSeparation, KnowsAHardLinkOfAShellByItsInode) {
+TEST_F(ShellSeparation, RecognizesAHardLinkByItsInode) {
     const std::string tool = folder.Path("tool");
     std::filesystem::create_hard_link(shell, tool);
     AddProcess(300, 200, tool, "tool");
     EXPECT_TRUE(Detector({}).IsBashProcess(300));
 }
 
-TEST_F(ShellSeparation, KnowsACopyOfAShellByItsContentAlone) {
+TEST_F(ShellSeparation, RecognizesACopyByItsContent) {
     AddProcess(300, 200, folder.Write("tool", "a shell"), "tool");
     const ReverseShell detector = Detector({});
     EXPECT_FALSE(detector.IsBashProcess(300)) << "no baseline was taken";
@@ -61,13 +61,13 @@ TEST_F(ShellSeparation, KnowsACopyOfAShellByItsContentAlone) {
     EXPECT_TRUE(detector.IsBashProcess(300));
 }
 
-TEST_F(ShellSeparation, TakesNoOtherProgramForAShell) {
+TEST_F(ShellSeparation, RejectsOtherPrograms) {
     InitShellsHashSize(shellPaths);
     AddProcess(300, 200, folder.Write("tool", "a shelf"), "bash -i");
     EXPECT_FALSE(Detector({}).IsBashProcess(300));
 }
 
-TEST_F(ShellSeparation, TakesNoProcessWithoutAReadableProgramForAShell) {
+TEST_F(ShellSeparation, RejectsAProcessWithoutAReadableProgram) {
     proc->Add({.pid = 300, .ppid = 200, .exe = "", .cmdline = Arguments(shell + " -i")});
     AddProcess(301, 200, folder.Path("removed"), shell + " -i");
     const ReverseShell detector = Detector({});
@@ -76,7 +76,7 @@ TEST_F(ShellSeparation, TakesNoProcessWithoutAReadableProgramForAShell) {
     EXPECT_FALSE(detector.IsBashProcess(302)) << "no process";
 }
 
-TEST_F(ShellSeparation, SplitsThePidsInTheirOrder) {
+TEST_F(ShellSeparation, KeepsTheOrderOfThePids) {
     const std::string other = folder.Write("tool", "no shell");
     AddShell(305, 200);
     AddProcess(301, 200, other, "tool");
@@ -89,14 +89,14 @@ TEST_F(ShellSeparation, SplitsThePidsInTheirOrder) {
     EXPECT_EQ(detector.pids, (std::vector<int>{301, 309, 304}));
 }
 
-TEST_F(ShellSeparation, SleepsForEachPid) {
+TEST_F(ShellSeparation, PausesForEachPid) {
     AddShell(300, 200);
     ReverseShell detector = Detector({300, 301, 302});
     detector.SeparateBashPids();
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(3, microseconds(500)));
 }
 
-TEST_F(ShellSeparation, LeavesWhatAStopKeptItFromInNeitherList) {
+TEST_F(ShellSeparation, DropsThePidsAfterAStop) {
     for (const int pid : {300, 301, 302, 303}) {
         AddShell(pid, 200);
     }

@@ -4,7 +4,7 @@ namespace {
 
 class SingleProcessShell : public ClassifierTest {
 protected:
-    // Runs the stage over these shells and returns those that it leaves.
+    // Runs the stage over these shells and returns those not claimed.
     std::vector<int> Check(const std::vector<int>& pids, long oldestSockTime = 0) {
         ReverseShell detector(shellPaths, {}, oldestSockTime, false, 10000);
         detector.bashPids = pids;
@@ -13,7 +13,7 @@ protected:
     }
 };
 
-TEST_F(SingleProcessShell, IsOneThatReadsAForeignSocket) {
+TEST_F(SingleProcessShell, IsFoundReadingAForeignSocket) {
     const KernelObject socket = AddSocketShell(300, 200);
     EXPECT_TRUE(Check({300}).empty());
     EXPECT_EQ(foundPids, std::vector<int>{300});
@@ -22,7 +22,7 @@ TEST_F(SingleProcessShell, IsOneThatReadsAForeignSocket) {
     EXPECT_EQ(Log(), std::vector<std::string>{"found type 1 rshell.[pid=300]"});
 }
 
-TEST_F(SingleProcessShell, IsOneThatWaitsInSelectOnAForeignSocket) {
+TEST_F(SingleProcessShell, IsFoundInSelectOnAForeignSocket) {
     AddShell(300, 200);
     const KernelObject socket = ForeignSocket();
     Wait(300, socket, "do_select");
@@ -30,7 +30,7 @@ TEST_F(SingleProcessShell, IsOneThatWaitsInSelectOnAForeignSocket) {
     EXPECT_EQ(InodesOf(foundSocks), std::vector<unsigned long>{socket.inode});
 }
 
-TEST_F(SingleProcessShell, IsNoneThatHoldsAForeignSocketAndWaitsForSomethingElse) {
+TEST_F(SingleProcessShell, IsNotFoundWaitingForSomethingElse) {
     AddShell(300, 200);
     Hold(300, 0, ForeignSocket());
     Block(300, "do_wait", 0);
@@ -42,7 +42,7 @@ TEST_F(SingleProcessShell, IsNoneThatHoldsAForeignSocketAndWaitsForSomethingElse
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SingleProcessShell, IsNoneOnASocketThatIsNotAbnormal) {
+TEST_F(SingleProcessShell, IsNotFoundOnALoopbackSocket) {
     AddShell(300, 200);
     const KernelObject socket = objects.Socket();
     Know(LoopbackConnection(socket.inode));
@@ -51,7 +51,7 @@ TEST_F(SingleProcessShell, IsNoneOnASocketThatIsNotAbnormal) {
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(SingleProcessShell, IsNoneOnASocketOfAnEarlierTime) {
+TEST_F(SingleProcessShell, IsNotFoundOnAnOlderSocket) {
     const KernelObject socket = AddSocketShell(300, 200);
     const long seen = socketTable[socket.inode].firstSeen;
     EXPECT_EQ(Check({300}, seen + 1), std::vector<int>{300});
@@ -60,7 +60,7 @@ TEST_F(SingleProcessShell, IsNoneOnASocketOfAnEarlierTime) {
     EXPECT_EQ(foundPids, std::vector<int>{300});
 }
 
-TEST_F(SingleProcessShell, IsNoneOnceItHasBecomeAnotherProgram) {
+TEST_F(SingleProcessShell, IsNotFoundOnceItRunsAnotherProgram) {
     AddSocketShell(300, 200);
     std::filesystem::remove(proc->Folder() / "300" / "exe");
     EXPECT_EQ(Check({300}), std::vector<int>{300});
@@ -68,12 +68,12 @@ TEST_F(SingleProcessShell, IsNoneOnceItHasBecomeAnotherProgram) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SingleProcessShell, StaysInTheListWhenItHasEnded) {
+TEST_F(SingleProcessShell, StaysInTheListAfterItsEnd) {
     EXPECT_EQ(Check({300}), std::vector<int>{300});
     EXPECT_TRUE(foundPids.empty());
 }
 
-TEST_F(SingleProcessShell, IsFoundForEachOfTwoShellsOnOneSocket) {
+TEST_F(SingleProcessShell, IsFoundTwiceForTwoShellsOnOneSocket) {
     const KernelObject socket = AddSocketShell(300, 200);
     AddShell(301, 200);
     Wait(301, socket);
@@ -82,31 +82,31 @@ TEST_F(SingleProcessShell, IsFoundForEachOfTwoShellsOnOneSocket) {
     EXPECT_EQ(InodesOf(foundSocks), (std::vector<unsigned long>{socket.inode, socket.inode}));
 }
 
-TEST_F(SingleProcessShell, DoesNotInheritTheSocketOfTheOneBefore) {
+TEST_F(SingleProcessShell, DoesNotInheritThePreviousShellsSocket) {
     AddSocketShell(300, 200);
     AddShell(301, 200);
     Hold(301, 0, objects.Socket());
-    Block(301, "inet_recvmsg", 7);  // a descriptor that is not there
+    Block(301, "inet_recvmsg", 7);  // a closed descriptor
     EXPECT_EQ(Check({300, 301}), std::vector<int>{301});
     EXPECT_EQ(foundPids, std::vector<int>{300});
 }
 
-TEST_F(SingleProcessShell, CostsAPauseAndOneMoreAfterAFinding) {
+TEST_F(SingleProcessShell, PausesForEachShellAndAfterAFinding) {
     AddSocketShell(300, 200);
     AddShell(301, 200);
     Check({300, 301});
-    // Between the stage's own pauses stand those of the sample: two stack lines and the match.
+    // The sample pauses between the stage's own pauses: for two stack lines and for the match.
     EXPECT_EQ(TimeRecorder::Pauses(), (PauseList{microseconds(500), microseconds(500), microseconds(500),
                                                  microseconds(5000), microseconds(500), microseconds(500)}));
 }
 
-TEST_F(SingleProcessShell, KeepsTheShellsUpToTheOneAtWhichItIsStopped) {
+TEST_F(SingleProcessShell, StaysInTheListUpToTheStop) {
     AddShell(300, 200);
     AddSocketShell(301, 200);
     AddSocketShell(302, 200);
     AddSocketShell(303, 200);
     AddShell(304, 200);
-    // One pause for the first shell and, for the second, its own, those of the sample and the one after the finding.
+    // One pause for the first shell; for the second its own, three of the sample, and one after the finding.
     StopAtPause(1 + 1 + 3 + 1);
     EXPECT_EQ(Check({300, 301, 302, 303, 304}), (std::vector<int>{300, 302}));
     EXPECT_EQ(foundPids, std::vector<int>{301});

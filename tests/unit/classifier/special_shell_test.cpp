@@ -2,7 +2,7 @@
 
 namespace {
 
-// A shell 300 under 200 that waits on a pipe or a Unix stream; the processes around it are each test's own.
+// A shell 300 under 200 that waits on a pipe or a Unix stream. Each test adds the other processes.
 class SpecialShell : public ClassifierTest {
 protected:
     static constexpr char foundByPipe[] = "found type 3 rshell pid.[pid=300]";
@@ -30,7 +30,7 @@ protected:
         Wait(300, stream, "unix_stream_recvmsg");
     }
 
-    // A relay between a socket that it waits on and the shell's pipe.
+    // Adds a relay that waits on socket and writes the shell's pipe.
     void AddRelay(int pid, const KernelObject& socket) {
         AddProcess(pid, 200, tool, "relay");
         Wait(pid, socket);
@@ -49,7 +49,7 @@ protected:
         return socket;
     }
 
-    // Runs the stage, with snapshots of the shell and of the others, and returns the shells that it leaves.
+    // Runs the stage with snapshots of the shell and of the others. Returns the shells not claimed.
     std::vector<int> Check(const std::vector<int>& others, long oldestSockTime = 0) {
         ReverseShell detector(shellPaths, others, oldestSockTime, false, 10000);
         detector.bashPids = {300};
@@ -64,7 +64,7 @@ protected:
                "]";
     }
 
-    // "socket" is the inode in the record that the search leaves.
+    // socket is the inode in the record after the search.
     std::string FeederLine(int pid, unsigned long socket) const {
         return "Proc read sock and write pipe.[pid=" + std::to_string(pid) + " socket=" + std::to_string(socket) +
                " pipe=" + std::to_string(pipe.inode) + "]";
@@ -77,7 +77,7 @@ protected:
     KernelObject stream;
 };
 
-TEST_F(SpecialShell, IsOneThatReadsThePipeOfARelay) {
+TEST_F(SpecialShell, IsFoundOnThePipeOfARelay) {
     AddPipeShell();
     const KernelObject socket = ForeignSocket();
     AddRelay(400, socket);
@@ -90,10 +90,10 @@ TEST_F(SpecialShell, IsOneThatReadsThePipeOfARelay) {
     EXPECT_EQ(content["pid"], 300);
     EXPECT_EQ(content["ppid"], 200);
     EXPECT_EQ(content["inode"], std::to_string(socket.inode));
-    EXPECT_TRUE(foundPids.empty()) << "the alarm is the stage's own";
+    EXPECT_TRUE(foundPids.empty()) << "the stage raises the alarm itself";
 }
 
-TEST_F(SpecialShell, IsNoneOnAPipeThatNobodyWrites) {
+TEST_F(SpecialShell, IsNotFoundOnAPipeWithoutAWriter) {
     AddPipeShell();
     AddProcess(400, 300, tool, "reader");
     HoldPipe(400, 1, pipe, readOnly);
@@ -102,28 +102,27 @@ TEST_F(SpecialShell, IsNoneOnAPipeThatNobodyWrites) {
     EXPECT_TRUE(Log().empty());
 }
 
-// The shell itself is no writer to itself.
-TEST_F(SpecialShell, IsNoneOnAPipeThatItAloneWrites) {
+TEST_F(SpecialShell, IsNotFoundOnAPipeThatOnlyItWrites) {
     AddPipeShell();
     HoldPipe(300, 1, pipe, writeOnly);
     EXPECT_EQ(Check({200}), left);
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SpecialShell, IsNoneWhoseRelayIsNoPartOfThePass) {
+TEST_F(SpecialShell, IsNotFoundIfTheRelayIsOutsideThePass) {
     AddPipeShell();
     AddRelay(400, ForeignSocket());
     EXPECT_EQ(Check({200}), left);
 }
 
-TEST_F(SpecialShell, IsNoneWhoseParentIsNoPartOfThePass) {
+TEST_F(SpecialShell, IsNotFoundOnAPipeIfItsParentIsOutsideThePass) {
     AddPipeShell();
     AddRelay(400, ForeignSocket());
     EXPECT_EQ(Check({400}), left);
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SpecialShell, IsNoneBehindAWriterThatIsNotReadingASocketNorItsChild) {
+TEST_F(SpecialShell, IsNotFoundBehindAWriterThatNeitherReadsASocketNorDescends) {
     AddPipeShell();
     AddWriter(400, 200);
     Hold(400, 0, ForeignSocket());
@@ -131,8 +130,8 @@ TEST_F(SpecialShell, IsNoneBehindAWriterThatIsNotReadingASocketNorItsChild) {
     EXPECT_TRUE(Log().empty());
 }
 
-// Descriptor 0 of the relay is another socket than the one that it reads; the second search is tried all the same.
-TEST_F(SpecialShell, IsNoneBehindARelayThatReadsAnotherSocketThanItsInput) {
+// Descriptor 0 of the relay is not the socket that it reads. The second search is tried nevertheless.
+TEST_F(SpecialShell, IsNotFoundBehindARelayThatReadsAnotherSocketThanItsInput) {
     AddPipeShell();
     const KernelObject input = ForeignSocket();
     AddWriter(400, 200);
@@ -146,7 +145,7 @@ TEST_F(SpecialShell, IsNoneBehindARelayThatReadsAnotherSocketThanItsInput) {
     EXPECT_TRUE(HasLogged(FeederLine(401, 0)));
 }
 
-TEST_F(SpecialShell, IsNoneBehindARelayWhoseOutputIsAnotherPipe) {
+TEST_F(SpecialShell, IsNotFoundBehindARelayWhoseOutputIsAnotherPipe) {
     AddPipeShell();
     const KernelObject socket = ForeignSocket();
     const KernelObject other = objects.Pipe();
@@ -158,39 +157,40 @@ TEST_F(SpecialShell, IsNoneBehindARelayWhoseOutputIsAnotherPipe) {
     EXPECT_EQ(Log(), (std::vector<std::string>{FdLine(400, 0, socket), FdLine(400, 1, other)}));
 }
 
-TEST_F(SpecialShell, IsNoneBehindARelayWithoutAnOutput) {
+TEST_F(SpecialShell, IsNotFoundBehindARelayWithoutAnOutput) {
     AddPipeShell();
     const KernelObject socket = ForeignSocket();
     AddProcess(400, 200, tool, "relay");
     Wait(400, socket);
     HoldPipe(400, 5, pipe, writeOnly);
     EXPECT_EQ(Check({200, 400}), left);
-    EXPECT_EQ(Log(), std::vector<std::string>{FdLine(400, 0, socket)}) << "no line for what cannot be looked at";
+    EXPECT_EQ(Log(), std::vector<std::string>{FdLine(400, 0, socket)})
+        << "no line for a descriptor that cannot be read";
 }
 
-TEST_F(SpecialShell, IsNoneBehindARelayOfTheHostItself) {
+TEST_F(SpecialShell, IsNotFoundBehindARelayOnLoopback) {
     AddPipeShell();
     AddRelay(400, SocketOf(LoopbackConnection(0)));
     EXPECT_EQ(Check({200, 400}), left);
     EXPECT_FALSE(HasLogged(foundByPipe));
 }
 
-TEST_F(SpecialShell, IsNoneBehindARelayOfAnEarlierTime) {
+TEST_F(SpecialShell, IsNotFoundBehindARelayWithAnOlderSocket) {
     AddPipeShell();
     const KernelObject socket = ForeignSocket();
     AddRelay(400, socket);
     EXPECT_EQ(Check({200, 400}, socketTable[socket.inode].firstSeen + 1), left);
 }
 
-TEST_F(SpecialShell, IsNoneBehindARelayOfARawSocket) {
+TEST_F(SpecialShell, IsNotFoundBehindARelayWithARawSocket) {
     AddPipeShell();
     AddRelay(400, SocketOf(RawSocket(0)));
-    EXPECT_EQ(Check({200, 400}), left) << "it goes on to the next stage";
+    EXPECT_EQ(Check({200, 400}), left) << "the next stage sees it";
     EXPECT_FALSE(HasLogged(foundByPipe));
     EXPECT_TRUE(Events().empty());
 }
 
-TEST_F(SpecialShell, IsBehindTheFirstRelayInOrderOfTheSnapshots) {
+TEST_F(SpecialShell, IsReportedWithTheFirstRelayInTheOrderOfSnapshots) {
     AddPipeShell();
     const KernelObject first = ForeignSocket();
     const KernelObject second = ForeignSocket();
@@ -200,7 +200,7 @@ TEST_F(SpecialShell, IsBehindTheFirstRelayInOrderOfTheSnapshots) {
     EXPECT_EQ(Content()["inode"], std::to_string(first.inode));
 }
 
-TEST_F(SpecialShell, PassesOverARelayOfTheHostItselfForAForeignOne) {
+TEST_F(SpecialShell, IsFoundBehindAForeignRelayAfterOneOnLoopback) {
     AddPipeShell();
     AddRelay(400, SocketOf(LoopbackConnection(0)));
     const KernelObject foreign = ForeignSocket();
@@ -209,16 +209,15 @@ TEST_F(SpecialShell, PassesOverARelayOfTheHostItselfForAForeignOne) {
     EXPECT_EQ(Content()["inode"], std::to_string(foreign.inode));
 }
 
-// What feeds a shell on somebody's behalf is a descendant without a foreign connection of its own.
-TEST_F(SpecialShell, IsOneWhoseDescendantWithoutASocketWritesItsPipe) {
+TEST_F(SpecialShell, IsFoundIfADescendantWithoutSocketsWritesItsPipe) {
     AddPipeShell();
     AddWriter(400, 300);
     EXPECT_EQ(Check({200, 400}), claimed);
     EXPECT_EQ(Log(), (std::vector<std::string>{FeederLine(400, 0), foundByPipe}));
-    EXPECT_TRUE(Events().empty()) << "claimed, yet there is no connection to report";
+    EXPECT_TRUE(Events().empty()) << "there is no connection to report";
 }
 
-TEST_F(SpecialShell, IsNoneWhoseDescendantHasAForeignSocket) {
+TEST_F(SpecialShell, IsNotFoundIfTheDescendantHasAForeignSocket) {
     AddPipeShell();
     AddWriter(400, 300);
     Hold(400, 3, ForeignSocket());
@@ -226,7 +225,7 @@ TEST_F(SpecialShell, IsNoneWhoseDescendantHasAForeignSocket) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SpecialShell, PassesOverADescendantWithAForeignSocketForOneWithout) {
+TEST_F(SpecialShell, IsFoundBehindADescendantAfterOneWithAForeignSocket) {
     AddPipeShell();
     AddWriter(400, 300);
     Hold(400, 3, ForeignSocket());
@@ -235,8 +234,8 @@ TEST_F(SpecialShell, PassesOverADescendantWithAForeignSocketForOneWithout) {
     EXPECT_TRUE(HasLogged(foundByPipe));
 }
 
-// The alarm tells of the socket that the last look-up left, abnormal or not.
-TEST_F(SpecialShell, ReportsTheSocketThatTheFeederWasFoundInnocentBy) {
+// The alarm reports the last socket looked up, even one that is not abnormal.
+TEST_F(SpecialShell, IsReportedWithTheLastSocketOfTheFeeder) {
     AddPipeShell();
     AddWriter(400, 300);
     SocketInfo served = ForeignConnection(0);
@@ -250,8 +249,8 @@ TEST_F(SpecialShell, ReportsTheSocketThatTheFeederWasFoundInnocentBy) {
     EXPECT_EQ(content["localPort"], 22);
 }
 
-// A relay that was refused leaves its socket in the record, and a feeder without sockets leaves it there.
-TEST_F(SpecialShell, ReportsTheSocketOfARefusedRelayWithAFeederThatHasNone) {
+// The socket of a rejected relay stays in the record if the descendant has no socket.
+TEST_F(SpecialShell, IsReportedWithTheSocketOfARejectedRelay) {
     AddPipeShell();
     SocketInfo served = ForeignConnection(0);
     served.localPort = 22;
@@ -263,7 +262,7 @@ TEST_F(SpecialShell, ReportsTheSocketOfARefusedRelayWithAFeederThatHasNone) {
     EXPECT_EQ(Content()["inode"], std::to_string(socket.inode));
 }
 
-TEST_F(SpecialShell, IsNoneWhenARefusedRelayLeftARawSocket) {
+TEST_F(SpecialShell, IsNotFoundIfARejectedRelayHasARawSocket) {
     AddPipeShell();
     SocketInfo old = RawSocket(0);
     old.firstSeen = 0;
@@ -273,15 +272,15 @@ TEST_F(SpecialShell, IsNoneWhenARefusedRelayLeftARawSocket) {
     EXPECT_FALSE(HasLogged(foundByPipe));
 }
 
-TEST_F(SpecialShell, FindsADescendantOverSeveralGenerations) {
+TEST_F(SpecialShell, IsFoundBehindADescendantOfSeveralGenerations) {
     AddPipeShell();
     AddProcess(400, 300, tool, "a");
     AddProcess(401, 400, tool, "b");
     AddWriter(402, 401);
-    EXPECT_EQ(Check({200, 402}), claimed) << "the generations between need no snapshot";
+    EXPECT_EQ(Check({200, 402}), claimed) << "the ancestors between need no snapshot";
 }
 
-TEST_F(SpecialShell, TakesNoWriterForADescendantThatIsNone) {
+TEST_F(SpecialShell, IsNotFoundBehindAWriterThatIsNoDescendant) {
     AddPipeShell();
     AddProcess(1, 0, tool, "init");
     AddProcess(100, 1, tool, "session");
@@ -290,14 +289,14 @@ TEST_F(SpecialShell, TakesNoWriterForADescendantThatIsNone) {
     EXPECT_EQ(Check({200, 400, 401}), left);
 }
 
-TEST_F(SpecialShell, TakesNoWriterForADescendantWhoseLineIsBroken) {
+TEST_F(SpecialShell, IsNotFoundBehindAWriterWithAMissingAncestor) {
     AddPipeShell();
-    AddWriter(400, 350);  // there is no 350
+    AddWriter(400, 350);  // 350 does not exist
     EXPECT_EQ(Check({200, 400}), left);
 }
 
-// The walk looks at the processes as they are now, not as the snapshots have them.
-TEST_F(SpecialShell, TakesNoWriterForADescendantThatHasEndedSinceItsSnapshot) {
+// The walk reads the processes again instead of using their snapshots.
+TEST_F(SpecialShell, IsNotFoundBehindAWriterThatEndedAfterItsSnapshot) {
     AddPipeShell();
     AddWriter(400, 300);
     ReverseShell detector = Detector({200, 400});
@@ -308,7 +307,7 @@ TEST_F(SpecialShell, TakesNoWriterForADescendantThatHasEndedSinceItsSnapshot) {
     EXPECT_EQ(detector.bashPids, left);
 }
 
-TEST_F(SpecialShell, LooksForAWriterAmongTheSnapshotsBeforeItReadsAnything) {
+TEST_F(SpecialShell, ReadsNothingForSnapshotsThatDoNotWriteThePipe) {
     AddPipeShell();
     AddProcess(400, 300, tool, "bystander");
     Wait(400, ForeignSocket());
@@ -322,7 +321,7 @@ TEST_F(SpecialShell, LooksForAWriterAmongTheSnapshotsBeforeItReadsAnything) {
     EXPECT_EQ(TimeRecorder::Pauses().size(), mark);
 }
 
-TEST_F(SpecialShell, IsOneOnAStreamWhoseParentHoldsARawSocket) {
+TEST_F(SpecialShell, IsFoundOnAStreamIfItsParentHoldsARawSocket) {
     AddStreamShell();
     const KernelObject raw = SocketOf(RawSocket(0));
     Hold(200, 4, raw);
@@ -332,7 +331,7 @@ TEST_F(SpecialShell, IsOneOnAStreamWhoseParentHoldsARawSocket) {
     EXPECT_EQ(Content()["remotePort"], 4444);
 }
 
-TEST_F(SpecialShell, IsClaimedWithoutAnAlarmWhenTheRawSocketHasNoPort) {
+TEST_F(SpecialShell, IsClaimedWithoutAnAlarmIfTheRawSocketHasNoPort) {
     AddStreamShell();
     SocketInfo raw = RawSocket(0);
     raw.remotePort = 0;
@@ -342,7 +341,7 @@ TEST_F(SpecialShell, IsClaimedWithoutAnAlarmWhenTheRawSocketHasNoPort) {
     EXPECT_TRUE(Events().empty());
 }
 
-TEST_F(SpecialShell, IsNoneOnAStreamWhoseParentHoldsNoRawSocket) {
+TEST_F(SpecialShell, IsNotFoundOnAStreamIfItsParentHoldsNoRawSocket) {
     AddStreamShell();
     EXPECT_EQ(Check({200}), left) << "no socket";
     Hold(200, 4, ForeignSocket());
@@ -350,8 +349,8 @@ TEST_F(SpecialShell, IsNoneOnAStreamWhoseParentHoldsNoRawSocket) {
     EXPECT_TRUE(Log().empty());
 }
 
-// The look at the parent's sockets ends with the first abnormal one.
-TEST_F(SpecialShell, IsNoneOnAStreamWhoseParentHoldsAForeignConnectionBeforeItsRawSocket) {
+// The search of the parent's sockets ends with the first abnormal one.
+TEST_F(SpecialShell, IsNotFoundOnAStreamIfAnotherSocketPrecedesTheRawOne) {
     AddStreamShell();
     const KernelObject first = objects.Socket();
     const KernelObject second = objects.Socket();
@@ -365,8 +364,8 @@ TEST_F(SpecialShell, IsNoneOnAStreamWhoseParentHoldsAForeignConnectionBeforeItsR
     EXPECT_EQ(Check({200}), claimed);
 }
 
-// The process reads the pipe in a first sample and would read the stream in a second, which is not to be taken.
-TEST_F(SpecialShell, IsNotAskedAboutAStreamWhenItReadsAPipe) {
+// A second sample would find the shell reading the stream. It must not be taken.
+TEST_F(SpecialShell, IsNotCheckedForAStreamIfItReadsAPipe) {
     AddPipeShell();
     Hold(200, 4, SocketOf(RawSocket(0)));
     const KernelObject later = objects.Socket();
@@ -383,7 +382,7 @@ TEST_F(SpecialShell, IsNotAskedAboutAStreamWhenItReadsAPipe) {
     detector.AddNode(parent);
     int matches = 0;
     TimeRecorder::AtEachPause([this, &matches](auto...) {
-        // The match is slept on for 5 ms before the descriptor is looked at; from then on it is the stream.
+        // A sample pauses for 5 ms after a match, before it reads the descriptor. From here on it is the stream.
         if (TimeRecorder::Pauses().back() == microseconds(5000) && ++matches == 2) {
             proc->AddFile(300, "syscall", "0 0x9 0x0 0x0 0x0 0x0 0x0 0x0 0x0\n");
         }
@@ -393,7 +392,7 @@ TEST_F(SpecialShell, IsNotAskedAboutAStreamWhenItReadsAPipe) {
     EXPECT_FALSE(HasLogged(foundByStream));
 }
 
-TEST_F(SpecialShell, IsNoneThatWaitsForNeither) {
+TEST_F(SpecialShell, IsNotFoundWaitingForNeitherPipeNorStream) {
     AddShell(300, 200);
     Wait(300, ForeignSocket());
     Hold(200, 4, SocketOf(RawSocket(0)));
@@ -401,7 +400,7 @@ TEST_F(SpecialShell, IsNoneThatWaitsForNeither) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SpecialShell, IsLoggedButNotClaimedOnceItHasBecomeAnotherProgram) {
+TEST_F(SpecialShell, IsLoggedButNotClaimedOnceItRunsAnotherProgram) {
     AddPipeShell();
     AddRelay(400, ForeignSocket());
     ReverseShell detector = Detector({200, 400});
@@ -414,7 +413,7 @@ TEST_F(SpecialShell, IsLoggedButNotClaimedOnceItHasBecomeAnotherProgram) {
     EXPECT_TRUE(Events().empty());
 }
 
-TEST_F(SpecialShell, IsClaimedWithoutAnAlarmWhenItWasGivenACommand) {
+TEST_F(SpecialShell, IsClaimedWithoutAnAlarmIfStartedWithACommand) {
     struct Case {
         const char* words;
         size_t events;
@@ -433,8 +432,8 @@ TEST_F(SpecialShell, IsClaimedWithoutAnAlarmWhenItWasGivenACommand) {
     }
 }
 
-// Only the sleep after a claim stands between the samples and the alarm.
-TEST_F(SpecialShell, SleepsOnceItIsClaimed) {
+// With a claim there is exactly one more pause than without.
+TEST_F(SpecialShell, PausesAfterAClaim) {
     AddPipeShell("bash -c id");
     AddWriter(400, 300);
     const auto pausesOf = [this](bool isShell) {
@@ -449,7 +448,7 @@ TEST_F(SpecialShell, SleepsOnceItIsClaimed) {
         detector.CheckSpecialShell();
         EXPECT_EQ(detector.bashPids.empty(), isShell);
         PauseList pauses = PausesSince(mark);
-        std::erase(pauses, microseconds(400));  // after each 200th descriptor since the program began
+        std::erase(pauses, microseconds(400));  // per 200 descriptors since the program started
         return pauses;
     };
     PauseList expected = pausesOf(false);
@@ -457,7 +456,7 @@ TEST_F(SpecialShell, SleepsOnceItIsClaimed) {
     EXPECT_EQ(pausesOf(true), expected);
 }
 
-TEST_F(SpecialShell, PaysForEachSnapshotOnTheWayToItsOwnAndItsParents) {
+TEST_F(SpecialShell, PausesForEachSnapshotSearched) {
     AddShell(300, 200);
     ReverseShell detector = Detector({});
     detector.bashPids = {300, 301};
@@ -469,11 +468,11 @@ TEST_F(SpecialShell, PaysForEachSnapshotOnTheWayToItsOwnAndItsParents) {
     }
     detector.CheckSpecialShell();
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(3 + 1 + 3, microseconds(500)))
-        << "three to the shell, one to its parent, three in vain for the shell without a snapshot";
+        << "three for the shell, one for its parent, three for the shell without a snapshot";
     EXPECT_EQ(detector.bashPids, (std::vector<int>{300, 301}));
 }
 
-TEST_F(SpecialShell, IsDroppedWhenTheStopComesBeforeIt) {
+TEST_F(SpecialShell, IsDroppedAfterAStop) {
     ReverseShell detector = Detector({});
     detector.AddNode({});
     detector.bashPids = {300, 301, 302};
@@ -483,7 +482,7 @@ TEST_F(SpecialShell, IsDroppedWhenTheStopComesBeforeIt) {
     EXPECT_EQ(Log(), std::vector<std::string>{stopped});
 }
 
-TEST_F(SpecialShell, IsNoneWhenTheStopComesBeforeEitherSearch) {
+TEST_F(SpecialShell, SearchesNothingAfterAStop) {
     AddPipeShell();
     AddRelay(400, ForeignSocket());
     AddWriter(401, 300);
@@ -498,8 +497,8 @@ TEST_F(SpecialShell, IsNoneWhenTheStopComesBeforeEitherSearch) {
     EXPECT_EQ(sock.inode, 0U);
 }
 
-// A line of ancestors that bites its own tail holds the thread only until the stop.
-TEST_F(SpecialShell, LeavesTheWalkUpTheAncestorsAtAStop) {
+// Without the test for a stop, a cycle of ancestors would block the thread for ever.
+TEST_F(SpecialShell, EndsTheWalkUpTheAncestorsAtAStop) {
     AddPipeShell();
     AddWriter(400, 401);
     AddProcess(401, 400, tool, "writer");

@@ -1,5 +1,5 @@
-// What the tests of the watcher for short commands share: a fresh scripted agent, recorded time and a built tree over
-// /proc, with a parent that waits for a peer and the exec events of its commands.
+// Fixture of the tests of the short-command watcher: a fresh scripted agent, recorded time and a tree over /proc, with
+// a parent that waits for a peer and the exec events of its commands.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -31,14 +31,14 @@
 
 class TmpCommandTest : public testing::Test {
 protected:
-    static constexpr int parent = 500;  // that the tests judge; it started 10 seconds after the boot
+    static constexpr int parent = 500;  // the process judged; started 10 seconds after the boot
     static constexpr int lastPid = 602;
     static constexpr unsigned long long second = 1000000000;
     static constexpr unsigned long long millisecond = 1000000;
     static constexpr char reading[] = "[<0>] tcp_recvmsg+0x5f/0x1d0\n";
     static constexpr char elsewhere[] = "[<0>] do_poll.constprop.0+0x2c/0x340\n";
 
-    // The module's units that a sweep passes through.
+    // The module's units that log during a sweep.
     inline static const std::set<std::string> logSources = {"detect_reverse_shell", "detect_shell",
                                                             "detect_shell_utils"};
 
@@ -69,8 +69,8 @@ protected:
         TimeRecorder::Reset();
     }
 
-    // Forgets what has been called and slept, and moves on to when the module remembers no report of before: it does so
-    // for an hour. Tests of the instant scan in the same program report at times of their own, and inodes come back.
+    // Clears recorded calls and pauses and moves the clock on by two hours: the module remembers alarms for one. The
+    // tests of the instant scan in the same program use other times, and inodes are reused.
     static void BeginAfresh() {
         static constexpr std::chrono::hours afterTheInstantScan(200000);
         static int times = 0;
@@ -96,7 +96,7 @@ protected:
         return static_cast<unsigned long>(info.st_ino);
     }
 
-    // A process that reads a TCP connection, first seen at this moment, at its descriptor 3, and has written something.
+    // Adds a process that reads a TCP connection, first seen now, on its descriptor 3 and has written something.
     void AddReader(int pid) {
         const std::string name = "socket" + std::to_string(pid);
         if (mknod(folder.Path(name).c_str(), S_IFSOCK | 0600, 0) != 0) {
@@ -125,12 +125,12 @@ protected:
 
     void End(int pid) { std::filesystem::remove_all(tree->Folder() / std::to_string(pid)); }
 
-    // A command that has ended, executed at a time since boot.
+    // A command that has ended. timestamp is in nanoseconds since boot.
     static TPROC_INFO Command(int pid, unsigned long long timestamp) {
         return {.pid = pid, .path = "/usr/bin/ls", .cmdline = "ls -l", .timestamp = timestamp, .suspended = 0};
     }
 
-    // Commands of half a second's distance from the 20th second on, numbered upwards up to last.
+    // Commands from second 20 on, one per half second, with ascending pids up to last.
     static std::vector<TPROC_INFO> Commands(int count, int last = lastPid) {
         std::vector<TPROC_INFO> commands;
         for (int i = 0; i < count; ++i) {
@@ -140,7 +140,7 @@ protected:
         return commands;
     }
 
-    // A running process that has just executed a program, and the event that says so.
+    // Adds a running process. Exec sends the event of its exec.
     void AddCommand(int pid, int ppid, const std::string& exe, const std::string& cmdline) {
         End(pid);
         tree->Add({.pid = pid, .ppid = ppid, .exe = exe, .cmdline = cmdline});
@@ -168,7 +168,7 @@ protected:
 
     static size_t CountProbes() { return CountPauses(std::chrono::milliseconds(200)); }
 
-    // Calls hook at the beginning of each pause of a probe, with the probe's number from 0.
+    // Calls hook at the start of each probe's pause with the number of the probe, from 0.
     static void AtEachProbe(std::function<void(size_t)> hook) {
         TimeRecorder::AtEachPause([hook = std::move(hook)](size_t) {
             if (TimeRecorder::Pauses().back() == std::chrono::milliseconds(200)) {

@@ -30,7 +30,7 @@ protected:
         Exec(pid, timestamp);
     }
 
-    // The pauses of the block of a command line of so many bytes, then those of the lines up to the parent's pid.
+    // The pauses of reading a command line of one block, then those for the status lines up to the parent's pid.
     static std::vector<nanoseconds> ReadingPauses(size_t cmdlineBytes, size_t statusLines) {
         std::vector<nanoseconds> pauses(cmdlineBytes == 0 ? 0 : 1, 1ms);
         pauses.insert(pauses.end(), cmdlineBytes + statusLines, 500us);
@@ -40,7 +40,7 @@ protected:
     std::string ls;
 };
 
-TEST_F(TmpCommandIntake, CountsTheSixteenWordsOnPath) {
+TEST_F(TmpCommandIntake, AcceptsTheSixteenCommandsOnPath) {
     std::string other;
     for (const char* word : commandWords) {
         folder.Write(std::string("bin/") + word, "a program");
@@ -64,7 +64,7 @@ TEST_F(TmpCommandIntake, CountsTheSixteenWordsOnPath) {
     }
 }
 
-TEST_F(TmpCommandIntake, CountsEveryFileOfThatNameOnPathAndWhatALinkLeadsTo) {
+TEST_F(TmpCommandIntake, AcceptsEveryFileOfACommandsNameAndTheTargetsOfLinks) {
     const std::string box = folder.Write("lib/busybox", "a program");
     const std::string cat = folder.Write("sbin/cat", "a program");
     std::filesystem::create_symlink(box, folder.Path("bin/cat"));
@@ -78,10 +78,10 @@ TEST_F(TmpCommandIntake, CountsEveryFileOfThatNameOnPathAndWhatALinkLeadsTo) {
     EXPECT_EQ(tmpProcMap[parent].procList.size(), 2U);
     AddCommand(++pid, parent, folder.Path("bin/cat"), "");
     Exec(pid, 1);
-    EXPECT_EQ(tmpProcMap[parent].procList.size(), 2U) << "no process runs a link";
+    EXPECT_EQ(tmpProcMap[parent].procList.size(), 2U) << "the link itself is not a program path";
 }
 
-TEST_F(TmpCommandIntake, CountsTheShellsAsTheyAreGiven) {
+TEST_F(TmpCommandIntake, AcceptsTheGivenShells) {
     Fake::TheAgent().environment.clear();
     EXPECT_TRUE(InitTmpCommandPaths({"/bin/sh", "/usr/bin/dash"}));
     int pid = 600;
@@ -93,7 +93,7 @@ TEST_F(TmpCommandIntake, CountsTheShellsAsTheyAreGiven) {
     EXPECT_EQ(tmpProcMap[parent].procList[1].path, "/usr/bin/dash");
 }
 
-TEST_F(TmpCommandIntake, CountsAShellThatAShellHasStarted) {
+TEST_F(TmpCommandIntake, AcceptsAShellStartedByAShell) {
     InitTmpCommandPaths({"/usr/bin/bash"});
     tree->Add({.pid = 550, .ppid = 540, .exe = "/usr/bin/bash"});
     AddCommand(601, 550, "/usr/bin/bash", std::string("bash\0-i\0", 8));
@@ -102,14 +102,14 @@ TEST_F(TmpCommandIntake, CountsAShellThatAShellHasStarted) {
     EXPECT_EQ(tmpProcMap[550].procList.at(0).cmdline, "bash -i");
 }
 
-TEST_F(TmpCommandIntake, HasNoCommandsWithoutPathAndShells) {
+TEST_F(TmpCommandIntake, AcceptsNothingWithoutPathAndShells) {
     Fake::TheAgent().environment.clear();
     EXPECT_FALSE(InitTmpCommandPaths({}));
     RunLs(601, parent, 1);
-    EXPECT_TRUE(tmpProcMap.empty()) << "commands of an earlier start have been forgotten";
+    EXPECT_TRUE(tmpProcMap.empty()) << "the commands of SetUp are cleared";
 }
 
-TEST_F(TmpCommandIntake, NotesWhoWhatAndWhen) {
+TEST_F(TmpCommandIntake, RecordsProcessCommandAndTime) {
     KernelClocks::Set(20s, 7s + 5ns);
     RunLs(601, parent, 19 * second + 3, std::string("ls\0-l\0/tmp\0", 11));
     ASSERT_EQ(tmpProcMap.size(), 1U);
@@ -124,7 +124,7 @@ TEST_F(TmpCommandIntake, NotesWhoWhatAndWhen) {
     EXPECT_EQ(info.procList[0].suspended, 7 * second + 5);
 }
 
-TEST_F(TmpCommandIntake, KeepsTheCommandsOfAParentInOrderAndThoseOfAnotherApart) {
+TEST_F(TmpCommandIntake, RecordsCommandsByParentInOrder) {
     tree->Add({.pid = 400, .ppid = 1, .exe = "/opt/other"});
     RunLs(603, parent, 1);
     RunLs(601, parent, 2);
@@ -136,12 +136,12 @@ TEST_F(TmpCommandIntake, KeepsTheCommandsOfAParentInOrderAndThoseOfAnotherApart)
     EXPECT_EQ(tmpProcMap[400].procList.at(0).pid, 602);
 }
 
-TEST_F(TmpCommandIntake, TakesTheProgramForAnEmptyCommandLine) {
+TEST_F(TmpCommandIntake, RecordsTheProgramForAnEmptyCommandLine) {
     RunLs(601, parent, 1);
     EXPECT_EQ(tmpProcMap[parent].procList.at(0).cmdline, ls);
 }
 
-TEST_F(TmpCommandIntake, SeesExecEventsOnly) {
+TEST_F(TmpCommandIntake, IgnoresAllButExecEvents) {
     OnTmpProcEvent(nullptr);
     AddCommand(601, parent, ls, "ls");
     proc_event event = ExecEvent(601, 1);
@@ -157,14 +157,14 @@ TEST_F(TmpCommandIntake, SeesExecEventsOnly) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(TmpCommandIntake, LeavesTheModulesOwnProcessAloneBeforeItReadsAnything) {
+TEST_F(TmpCommandIntake, IgnoresTheModulesOwnProcessWithoutReading) {
     RunLs(getpid(), parent, 1, "ls");
     EXPECT_TRUE(tmpProcMap.empty());
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
     EXPECT_EQ(Details(), std::vector<std::string>{"Match current process.[pid=" + std::to_string(getpid()) + "]"});
 }
 
-TEST_F(TmpCommandIntake, LeavesAProcessWithoutProgramAloneBeforeItReadsItsCommandLine) {
+TEST_F(TmpCommandIntake, IgnoresAProcessWithoutAProgramBeforeReadingItsCommandLine) {
     AddCommand(601, parent, "", "ls");
     Exec(601, 1);
     Exec(699, 1);
@@ -173,7 +173,7 @@ TEST_F(TmpCommandIntake, LeavesAProcessWithoutProgramAloneBeforeItReadsItsComman
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(TmpCommandIntake, PaysForTheCommandLineOfEveryProgramByTheByte) {
+TEST_F(TmpCommandIntake, PausesPerByteOfTheCommandLineOfEveryProgram) {
     for (const size_t bytes : {size_t{0}, size_t{1}, size_t{20}, size_t{2000}}) {
         TimeRecorder::Reset();
         AddCommand(601, parent, "/opt/app/tool", std::string(bytes, 'x'));
@@ -183,13 +183,13 @@ TEST_F(TmpCommandIntake, PaysForTheCommandLineOfEveryProgramByTheByte) {
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandIntake, PaysForTheParentOfACommandByTheLine) {
+TEST_F(TmpCommandIntake, PausesPerStatusLineOfACommand) {
     RunLs(601, parent, 1, "ls -l");
     EXPECT_EQ(TimeRecorder::Pauses(), ReadingPauses(5, 7));
     EXPECT_EQ(tmpProcMap[parent].procList.size(), 1U);
 }
 
-TEST_F(TmpCommandIntake, LeavesChildrenOfTheFirstProcessAndOfNobodyAlone) {
+TEST_F(TmpCommandIntake, IgnoresChildrenOfInitAndProcessesWithoutAParent) {
     RunLs(601, 1, 1);
     RunLs(602, 0, 1);
     AddCommand(603, parent, ls, "");
@@ -201,13 +201,13 @@ TEST_F(TmpCommandIntake, LeavesChildrenOfTheFirstProcessAndOfNobodyAlone) {
                                                    "Filter the child process of root.[pid=603 ppid=-1]"}));
 }
 
-TEST_F(TmpCommandIntake, TakesTheLowestParentThatCounts) {
+TEST_F(TmpCommandIntake, AcceptsParentTwo) {
     RunLs(601, 2, 1);
     EXPECT_TRUE(tmpProcMap.contains(2));
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(TmpCommandIntake, HoldsNoLockWhileItReads) {
+TEST_F(TmpCommandIntake, HoldsNoLockWhileReading) {
     size_t looks = 0;
     TimeRecorder::AtEachPause([&looks](size_t) {
         CopyTmpProcMap();
@@ -235,7 +235,7 @@ TEST_F(TmpCommandIntake, ReplacesTheRecordOfAProcessThatExecutesAgain) {
     EXPECT_EQ(tmpProcMap[parent].procList[1].timestamp, 2 * second);
 }
 
-TEST_F(TmpCommandIntake, NotesNothingMoreForAParentThatIsJudged) {
+TEST_F(TmpCommandIntake, RecordsNothingForAJudgedParent) {
     for (const bool isRshell : {false, true}) {
         tmpProcMap[parent] = {.judged = true, .isRshell = isRshell, .procList = {Command(601, 1)}};
         RunLs(601, parent, 2);
@@ -246,7 +246,7 @@ TEST_F(TmpCommandIntake, NotesNothingMoreForAParentThatIsJudged) {
     }
 }
 
-TEST_F(TmpCommandIntake, HasNoLimitOnCommandsOrParents) {
+TEST_F(TmpCommandIntake, RecordsAnyNumberOfCommandsAndParents) {
     for (int pid = 1000; pid < 1500; ++pid) {
         RecordTmpCommand(parent, Command(pid, 1));
         RecordTmpCommand(pid, Command(pid, 1));

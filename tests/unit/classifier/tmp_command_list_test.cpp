@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(TmpCommandList, BeginsAnEntryWithTheFirstCommand) {
+TEST_F(TmpCommandList, CreatesAnEntryForTheFirstCommand) {
     RecordTmpCommand(500, Command(601, "ls", 1));
     ASSERT_EQ(tmpProcMap.size(), 1U);
     EXPECT_FALSE(tmpProcMap[500].judged);
@@ -31,7 +31,7 @@ TEST_F(TmpCommandList, BeginsAnEntryWithTheFirstCommand) {
     EXPECT_EQ(tmpProcMap[500].procList.size(), 1U);
 }
 
-TEST_F(TmpCommandList, KeepsThePlaceOfACommandWhosePidComesAgain) {
+TEST_F(TmpCommandList, ReplacesTheCommandWithTheSamePidInPlace) {
     for (const int pid : {601, 602, 603}) {
         RecordTmpCommand(500, Command(pid, "ls", static_cast<unsigned long long>(pid)));
     }
@@ -42,14 +42,14 @@ TEST_F(TmpCommandList, KeepsThePlaceOfACommandWhosePidComesAgain) {
     EXPECT_EQ(tmpProcMap[500].procList[2].path, "ls");
 }
 
-TEST_F(TmpCommandList, HasTheSamePidUnderTwoParents) {
+TEST_F(TmpCommandList, KeepsTheSamePidUnderTwoParents) {
     RecordTmpCommand(500, Command(601, "ls", 1));
     RecordTmpCommand(501, Command(601, "cat", 2));
     EXPECT_EQ(tmpProcMap[500].procList.at(0).path, "ls");
     EXPECT_EQ(tmpProcMap[501].procList.at(0).path, "cat");
 }
 
-TEST_F(TmpCommandList, ReplacesAllOfAnEntryThatIsWrittenBack) {
+TEST_F(TmpCommandList, WriteBackReplacesTheWholeEntry) {
     RecordTmpCommand(500, Command(601, "ls", 1));
     TmpProcListInfo info = CopyTmpProcMap().at(500);
     info.judged = true;
@@ -61,12 +61,12 @@ TEST_F(TmpCommandList, ReplacesAllOfAnEntryThatIsWrittenBack) {
     EXPECT_EQ(tmpProcMap[500].procList.size(), 1U);
 }
 
-TEST_F(TmpCommandList, WritesNothingBackForAParentThatIsGone) {
+TEST_F(TmpCommandList, WriteBackCreatesNoEntry) {
     WriteBackTmpProcs(500, {.judged = true, .isRshell = true, .procList = {}});
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandList, ErasesThoseAndNoOthers) {
+TEST_F(TmpCommandList, ErasesOnlyTheGivenParents) {
     for (const int ppid : {500, 501, 502}) {
         RecordTmpCommand(ppid, Command(601, "ls", 1));
     }

@@ -9,7 +9,7 @@ protected:
     static constexpr char foundIt[] = "proc is reverse shell";
     static constexpr char foundNothing[] = "proc has no shell character";
 
-    // A parent that is reported by the next sweep.
+    // Adds a parent that the next sweep reports.
     void AddAttack(int pid = parent, int commands = 2) {
         AddReader(pid);
         tmpProcMap[pid].procList = Commands(commands, pid + 102);
@@ -23,7 +23,7 @@ protected:
     static bool IsCollecting(int pid = parent) { return !IsJudged(pid) && !IsRshell(pid); }
 };
 
-TEST_F(TmpCommandSweep, ReportsAParentOnceAndRemovesItWithTheNextSweep) {
+TEST_F(TmpCommandSweep, ReportsAParentOnceAndRemovesItInTheNextSweep) {
     AddAttack();
     Sweep();
     EXPECT_EQ(CountEvents(), 1U);
@@ -34,10 +34,10 @@ TEST_F(TmpCommandSweep, ReportsAParentOnceAndRemovesItWithTheNextSweep) {
     Sweep();
     EXPECT_FALSE(tmpProcMap.contains(parent));
     EXPECT_EQ(CountEvents(), 1U);
-    EXPECT_EQ(CountProbes(), 2U) << "the second sweep has judged nothing";
+    EXPECT_EQ(CountProbes(), 2U) << "the second sweep judges nothing";
 }
 
-TEST_F(TmpCommandSweep, CollectsAnewForAParentThatWasRemoved) {
+TEST_F(TmpCommandSweep, CollectsAgainForARemovedParent) {
     AddAttack();
     Sweep();
     Sweep();
@@ -46,10 +46,10 @@ TEST_F(TmpCommandSweep, CollectsAnewForAParentThatWasRemoved) {
     RecordTmpCommand(parent, Command(701, 41 * second));
     Sweep();
     EXPECT_TRUE(IsRshell());
-    EXPECT_EQ(CountEvents(), 1U) << "one connection is one attack";
+    EXPECT_EQ(CountEvents(), 1U) << "the same connection is reported once";
 }
 
-TEST_F(TmpCommandSweep, LeavesAParentThatWasJudgedNoAloneUntilItEnds) {
+TEST_F(TmpCommandSweep, IgnoresADismissedParentUntilItEnds) {
     AddAttack();
     Write(parent, "stack", elsewhere);
     Sweep();
@@ -67,14 +67,14 @@ TEST_F(TmpCommandSweep, LeavesAParentThatWasJudgedNoAloneUntilItEnds) {
     EXPECT_EQ(CountEvents(), 0U);
 }
 
-TEST_F(TmpCommandSweep, TakesTheLastOfManyCommands) {
+TEST_F(TmpCommandSweep, ReportsTheLastOfManyCommands) {
     AddAttack(parent, 12);
     Sweep();
     EXPECT_TRUE(HasDetail("found type 6 rshell.[pid=602]"));
     EXPECT_EQ(tmpProcMap.at(parent).procList.size(), 12U);
 }
 
-TEST_F(TmpCommandSweep, WaitsForASecondCommandAsLongAsTheParentLives) {
+TEST_F(TmpCommandSweep, WaitsForASecondCommandWhileTheParentLives) {
     AddAttack(parent, 1);
     for (int sweeps = 0; sweeps < 3; ++sweeps) {
         Sweep();
@@ -87,14 +87,14 @@ TEST_F(TmpCommandSweep, WaitsForASecondCommandAsLongAsTheParentLives) {
     EXPECT_TRUE(IsRshell());
 }
 
-TEST_F(TmpCommandSweep, RemovesALonelyCommandWithItsParent) {
+TEST_F(TmpCommandSweep, RemovesASingleCommandWithItsParent) {
     AddAttack(parent, 1);
     End(parent);
     Sweep();
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandSweep, PassesOverAParentWhileAnyOfItsCommandsRuns) {
+TEST_F(TmpCommandSweep, SkipsAParentWhileAnyCommandRuns) {
     AddAttack(parent, 11);
     for (const TPROC_INFO& command : Commands(11)) {
         AddCommand(command.pid, parent, "/usr/bin/ls", "ls");
@@ -107,14 +107,14 @@ TEST_F(TmpCommandSweep, PassesOverAParentWhileAnyOfItsCommandsRuns) {
     EXPECT_TRUE(IsRshell());
 }
 
-TEST_F(TmpCommandSweep, IsHeldBackByAnotherProcessWithACommandsNumber) {
+TEST_F(TmpCommandSweep, SkipsAParentWhileAnotherProcessHasACommandsPid) {
     AddAttack();
     AddCommand(lastPid, 1, "/opt/app/stranger", "stranger");
     Sweep();
     EXPECT_TRUE(IsCollecting());
 }
 
-TEST_F(TmpCommandSweep, WaitsForCommandsThatRunEvenIfTheyCameTooFast) {
+TEST_F(TmpCommandSweep, SkipsAParentWithFastCommandsWhileAnyRuns) {
     AddAttack();
     tmpProcMap[parent].procList[1].timestamp = tmpProcMap[parent].procList[0].timestamp;
     AddCommand(lastPid, parent, "/usr/bin/ls", "ls");
@@ -125,7 +125,7 @@ TEST_F(TmpCommandSweep, WaitsForCommandsThatRunEvenIfTheyCameTooFast) {
     EXPECT_TRUE(IsJudged());
 }
 
-TEST_F(TmpCommandSweep, GivesUpAParentWhoseFirstCommandCameWithIt) {
+TEST_F(TmpCommandSweep, DismissesAParentWhoseFirstCommandCameTooSoon) {
     AddAttack();
     tmpProcMap[parent].procList[0].timestamp = 10 * second + 199 * millisecond;
     Sweep();
@@ -135,14 +135,14 @@ TEST_F(TmpCommandSweep, GivesUpAParentWhoseFirstCommandCameWithIt) {
     EXPECT_EQ(CountProbes(), 0U);
 }
 
-TEST_F(TmpCommandSweep, GivesUpAParentForItsFirstCommandAlone) {
+TEST_F(TmpCommandSweep, DismissesAParentForASingleEarlyCommand) {
     AddAttack(parent, 1);
     tmpProcMap[parent].procList[0].timestamp = 10 * second;
     Sweep();
     EXPECT_TRUE(IsJudged());
 }
 
-TEST_F(TmpCommandSweep, GivesUpAScriptThatRunsCommandsInQuickSuccession) {
+TEST_F(TmpCommandSweep, DismissesAScriptThatRunsCommandsInQuickSuccession) {
     AddAttack();
     tmpProcMap[parent].procList[1].timestamp = 20 * second + 3 * millisecond;
     Sweep();
@@ -157,7 +157,7 @@ TEST_F(TmpCommandSweep, GivesUpAScriptThatRunsCommandsInQuickSuccession) {
     EXPECT_EQ(CountEvents(), 0U);
 }
 
-TEST_F(TmpCommandSweep, JudgesAParentOnAHostThatHasSlept) {
+TEST_F(TmpCommandSweep, ReportsAParentOnAHostThatWasSuspended) {
     constexpr unsigned long long day = 86400 * second;
     AddAttack();
     Write(parent, "stat", StatText(parent, 24h + 10s));
@@ -168,7 +168,7 @@ TEST_F(TmpCommandSweep, JudgesAParentOnAHostThatHasSlept) {
     EXPECT_TRUE(IsRshell());
 }
 
-TEST_F(TmpCommandSweep, SaysThatAListIsEmpty) {
+TEST_F(TmpCommandSweep, LogsAnEmptyList) {
     AddReader(parent);
     tmpProcMap[parent];
     Sweep();
@@ -176,7 +176,7 @@ TEST_F(TmpCommandSweep, SaysThatAListIsEmpty) {
     EXPECT_TRUE(IsCollecting());
 }
 
-TEST_F(TmpCommandSweep, PausesAMillisecondForEveryParent) {
+TEST_F(TmpCommandSweep, PausesAMillisecondPerParent) {
     using std::chrono::nanoseconds;
     for (int pid = 501; pid <= 505; ++pid) {
         tree->Add({.pid = pid, .ppid = 1, .exe = "/opt/app/server"});
@@ -190,13 +190,13 @@ TEST_F(TmpCommandSweep, PausesAMillisecondForEveryParent) {
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>(5, 1ms));
 }
 
-TEST_F(TmpCommandSweep, CostsNothingWithoutParents) {
+TEST_F(TmpCommandSweep, DoesNothingWithoutParents) {
     Sweep();
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
     EXPECT_TRUE(Fake::TheAgent().journal.empty());
 }
 
-TEST_F(TmpCommandSweep, GoesThroughTheParentsInAscendingOrder) {
+TEST_F(TmpCommandSweep, VisitsParentsInAscendingOrder) {
     AddAttack(502);
     AddAttack(500);
     AddAttack(501);
@@ -208,7 +208,7 @@ TEST_F(TmpCommandSweep, GoesThroughTheParentsInAscendingOrder) {
                                                "found type 6 rshell.[pid=604]"}));
 }
 
-TEST_F(TmpCommandSweep, RemovesFinishedParentsTogetherAndLeavesTheOthers) {
+TEST_F(TmpCommandSweep, RemovesFinishedParentsAtItsEnd) {
     for (const int pid : {500, 501, 502}) {
         tree->Add({.pid = pid, .ppid = 1, .exe = "/opt/app/server"});
     }
@@ -220,13 +220,13 @@ TEST_F(TmpCommandSweep, RemovesFinishedParentsTogetherAndLeavesTheOthers) {
     size_t atLastPause = 0;
     TimeRecorder::AtEachPause([&atLastPause](size_t) { atLastPause = CopyTmpProcMap().size(); });
     Sweep();
-    EXPECT_EQ(atLastPause, 5U) << "they go at the end of the sweep";
+    EXPECT_EQ(atLastPause, 5U) << "removed only at the end";
     EXPECT_EQ(tmpProcMap.size(), 2U);
     EXPECT_TRUE(tmpProcMap.contains(501));
     EXPECT_TRUE(tmpProcMap.contains(502));
 }
 
-TEST_F(TmpCommandSweep, RemovesAParentThatEndsDuringItsJudgementOneSweepLater) {
+TEST_F(TmpCommandSweep, RemovesAParentThatEndsDuringItsJudgementInTheNextSweep) {
     AddAttack();
     AtEachProbe([this](size_t) { End(parent); });
     Sweep();
@@ -237,7 +237,7 @@ TEST_F(TmpCommandSweep, RemovesAParentThatEndsDuringItsJudgementOneSweepLater) {
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandSweep, WritesItsCopyOverACommandThatCameMeanwhile) {
+TEST_F(TmpCommandSweep, OverwritesACommandThatArrivesDuringAJudgement) {
     AddAttack();
     AtEachProbe([](size_t probe) { RecordTmpCommand(parent, Command(700 + static_cast<int>(probe), 40 * second)); });
     Sweep();
@@ -246,7 +246,7 @@ TEST_F(TmpCommandSweep, WritesItsCopyOverACommandThatCameMeanwhile) {
     EXPECT_EQ(tmpProcMap.at(parent).procList[1].pid, lastPid);
 }
 
-TEST_F(TmpCommandSweep, WritesItsCopyOverACommandThatCameBeforeItGaveTheParentUp) {
+TEST_F(TmpCommandSweep, OverwritesACommandThatArrivesBeforeADismissal) {
     AddAttack();
     tmpProcMap[parent].procList[1].timestamp = 20 * second;
     TimeRecorder::AtEachPause([](size_t) { RecordTmpCommand(parent, Command(700, 40 * second)); });
@@ -255,7 +255,7 @@ TEST_F(TmpCommandSweep, WritesItsCopyOverACommandThatCameBeforeItGaveTheParentUp
     EXPECT_EQ(tmpProcMap.at(parent).procList.size(), 2U);
 }
 
-TEST_F(TmpCommandSweep, KeepsACommandThatCameMeanwhileForAParentThatStillCollects) {
+TEST_F(TmpCommandSweep, KeepsACommandThatArrivesForACollectingParent) {
     AddAttack(parent, 1);
     TimeRecorder::AtEachPause([](size_t) { RecordTmpCommand(parent, Command(700, 40 * second)); });
     Sweep();
@@ -263,21 +263,21 @@ TEST_F(TmpCommandSweep, KeepsACommandThatCameMeanwhileForAParentThatStillCollect
     EXPECT_EQ(tmpProcMap.at(parent).procList.size(), 2U);
 }
 
-TEST_F(TmpCommandSweep, JudgesByItsCopyOfTheCommands) {
+TEST_F(TmpCommandSweep, JudgesACopyOfTheCommands) {
     AddAttack();
     TimeRecorder::AtEachPause([](size_t) { RecordTmpCommand(parent, Command(lastPid, 20 * second)); });
     Sweep();
-    EXPECT_TRUE(IsRshell()) << "the command that came too soon is not in the copy";
+    EXPECT_TRUE(IsRshell()) << "the early command is not in the copy";
 }
 
-TEST_F(TmpCommandSweep, DoesNotBringBackAParentThatWasForgottenMeanwhile) {
+TEST_F(TmpCommandSweep, DoesNotRestoreAParentErasedMeanwhile) {
     AddAttack();
     AtEachProbe([](size_t) { ClearTmpProcs(); });
     Sweep();
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandSweep, LeavesAParentThatCameMeanwhileToTheNextSweep) {
+TEST_F(TmpCommandSweep, LeavesANewParentToTheNextSweep) {
     AddAttack();
     AddReader(501);
     AtEachProbe([](size_t) { tmpProcMap[501].procList = Commands(2); });
@@ -285,19 +285,19 @@ TEST_F(TmpCommandSweep, LeavesAParentThatCameMeanwhileToTheNextSweep) {
     EXPECT_TRUE(IsCollecting(501));
 }
 
-TEST_F(TmpCommandSweep, ReadsTheHostsSocketsForEveryParentAnew) {
+TEST_F(TmpCommandSweep, ReadsTheSocketTableOncePerParent) {
     AddAttack(500);
     AddAttack(501);
     socketTable.clear();
-    // Of a socket that neither has.
+    // A socket that neither parent has.
     tree->AddFile("net/tcp",
                   "   0: 037133C6:9C41 077100CB:115C 01 00000000:00000000 00:00000000 00000000  0 0 4294967295 1\n");
     Sweep();
-    EXPECT_EQ(CountPauses(200us), 2U) << "each read pauses so for the table's one socket";
+    EXPECT_EQ(CountPauses(200us), 2U) << "one pause per read for the only socket of the table";
     EXPECT_TRUE(IsJudged(500) && IsJudged(501));
 }
 
-TEST_F(TmpCommandSweep, EndsBetweenTwoParentsWhenTheModuleStops) {
+TEST_F(TmpCommandSweep, EndsBetweenTwoParentsAtAStop) {
     tmpProcMap[499].procList = Commands(2);
     AddAttack(500);
     AddAttack(501);
@@ -309,10 +309,10 @@ TEST_F(TmpCommandSweep, EndsBetweenTwoParentsWhenTheModuleStops) {
     Sweep();
     EXPECT_TRUE(IsJudged(500));
     EXPECT_TRUE(IsCollecting(501));
-    EXPECT_FALSE(tmpProcMap.contains(499)) << "what was found finished is removed all the same";
+    EXPECT_FALSE(tmpProcMap.contains(499)) << "a finished parent is removed nevertheless";
 }
 
-TEST_F(TmpCommandSweep, DoesNothingOnceTheModuleIsStopped) {
+TEST_F(TmpCommandSweep, DoesNothingAfterAStop) {
     AddAttack();
     moduleRunning = 0;
     Sweep();
@@ -320,8 +320,8 @@ TEST_F(TmpCommandSweep, DoesNothingOnceTheModuleIsStopped) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-// From the exec events to the alarm, as the agent drives it.
-TEST_F(TmpCommandSweep, ReportsWhatTheCallbackHasNoted) {
+// From the exec events to the alarm, as in the agent.
+TEST_F(TmpCommandSweep, ReportsCommandsRecordedByTheCallback) {
     const std::string ls = folder.Write("bin/ls", "a program");
     Fake::TheAgent().environment["PATH"] = folder.Path("bin");
     InitTmpCommandPaths({});

@@ -22,8 +22,8 @@ protected:
     }
 };
 
-// The parent's start is told in time since boot; an event's stamp leaves out what the host slept.
-TEST_F(TmpCommandTiming, WantsTheFirstCommandTwoHundredMillisecondsAfterItsParentOnAHostThatHasSleptToo) {
+// The parent's start counts from boot. The time of an event omits the time for which the host was suspended.
+TEST_F(TmpCommandTiming, RequiresTheFirstCommand200MsAfterItsParent) {
     const struct {
         unsigned long long sinceBoot;
         bool typed;
@@ -41,28 +41,28 @@ TEST_F(TmpCommandTiming, WantsTheFirstCommandTwoHundredMillisecondsAfterItsParen
     }
 }
 
-TEST_F(TmpCommandTiming, CountsTheSleepBetweenTheParentsStartAndTheCommand) {
+TEST_F(TmpCommandTiming, CountsASuspendBetweenTheParentAndTheCommand) {
     EXPECT_FALSE(IsTyped(10 * second + 100 * millisecond, 0));
     EXPECT_TRUE(IsTyped(10 * second + 100 * millisecond, 100 * millisecond));
 }
 
-TEST_F(TmpCommandTiming, HoldsTheFirstCommandAgainstADayOfSleepBeforeTheParentStarted) {
+TEST_F(TmpCommandTiming, IncludesASuspendBeforeTheParentsStart) {
     constexpr unsigned long long day = 86400 * second;
     Write(parent, "stat", StatText(parent, 24h + 10s));
     EXPECT_FALSE(IsTyped(10 * second + 199 * millisecond, day));
     EXPECT_TRUE(IsTyped(10 * second + 200 * millisecond, day));
-    EXPECT_FALSE(IsTyped(10 * second + 200 * millisecond, 0)) << "it would be older than its parent";
+    EXPECT_FALSE(IsTyped(10 * second + 200 * millisecond, 0)) << "earlier than its parent";
 }
 
-TEST_F(TmpCommandTiming, TakesTheBootForTheStartOfAParentThatIsGone) {
+TEST_F(TmpCommandTiming, TakesTheBootAsTheStartOfAParentThatIsGone) {
     End(parent);
     EXPECT_FALSE(IsTyped(199 * millisecond, 0));
     EXPECT_TRUE(IsTyped(200 * millisecond, 0));
 }
 
-TEST_F(TmpCommandTiming, WantsTwoHundredMillisecondsBetweenNeighbours) {
+TEST_F(TmpCommandTiming, Requires200MsBetweenCommands) {
     const struct {
-        std::vector<unsigned long long> gaps;  // in nanoseconds, behind the first command
+        std::vector<unsigned long long> gaps;  // in nanoseconds, after the first command
         bool typed;
     } cases[] = {
         {{}, true},
@@ -84,24 +84,24 @@ TEST_F(TmpCommandTiming, WantsTwoHundredMillisecondsBetweenNeighbours) {
     }
 }
 
-TEST_F(TmpCommandTiming, DoesNotCountSleepBetweenTwoCommands) {
+TEST_F(TmpCommandTiming, IgnoresASuspendBetweenTwoCommands) {
     TPROC_INFO later = Command(602, 20 * second + 100 * millisecond);
     later.suspended = 3600 * second;
     EXPECT_FALSE(IsTypedByHand(parent, {Command(601, 20 * second), later}));
 }
 
-TEST_F(TmpCommandTiming, RefusesCommandsOutOfOrder) {
+TEST_F(TmpCommandTiming, RejectsCommandsOutOfOrder) {
     EXPECT_FALSE(IsTypedByHand(parent, {Command(601, 21 * second), Command(602, 20 * second)}));
     EXPECT_EQ(Details(), std::vector<std::string>{"cmd process time error.[cmd1=21000000000 cmd2=20000000000]"});
 }
 
-TEST_F(TmpCommandTiming, NamesTheFirstBadPairAlone) {
+TEST_F(TmpCommandTiming, LogsOnlyTheFirstBadPair) {
     EXPECT_FALSE(IsTypedByHand(parent, {Command(601, 20 * second), Command(602, 21 * second),
                                         Command(603, 21 * second + 199999999), Command(604, 21 * second + 200000000)}));
     EXPECT_EQ(Details(), std::vector<std::string>{"cmd process time error.[cmd1=21000000000 cmd2=21199999999]"});
 }
 
-TEST_F(TmpCommandTiming, SaysNothingOfAFirstCommandThatCameTooEarly) {
+TEST_F(TmpCommandTiming, LogsNothingForAnEarlyFirstCommand) {
     EXPECT_FALSE(IsTypedByHand(parent, {Command(601, 10 * second), Command(602, 10 * second)}));
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }

@@ -19,7 +19,7 @@ protected:
         return RaiseTmpCommandAlarm(parent, last);
     }
 
-    // The parent waits for its socket where the pattern has a one, and elsewhere at all other probes.
+    // The parent reads its socket at the probes marked '1' and waits elsewhere at the others.
     void ReadAtProbes(const std::string& pattern) {
         AtEachProbe(
             [this, pattern](size_t probe) { Write(parent, "stack", pattern.at(probe) == '1' ? reading : elsewhere); });
@@ -50,7 +50,7 @@ TEST_F(TmpCommandVerdict, ReportsTheLastCommandAndItsParent) {
               (std::vector<std::string>{"ppid write char num.[ppid=500 charNum=4]", "found type 6 rshell.[pid=602]"}));
 }
 
-TEST_F(TmpCommandVerdict, WantsTwoReadingProbesInARowOfFive) {
+TEST_F(TmpCommandVerdict, RequiresTwoPositiveProbesInARowAmongFive) {
     for (unsigned int bits = 0; bits < 32; ++bits) {
         std::string pattern;
         for (unsigned int probe = 0; probe < 5; ++probe) {
@@ -70,10 +70,10 @@ TEST_F(TmpCommandVerdict, WantsTwoReadingProbesInARowOfFive) {
 TEST_F(TmpCommandVerdict, PausesBeforeEachProbe) {
     Write(parent, "stack", elsewhere);
     ReadAtProbes("11000");
-    EXPECT_TRUE(Judge()) << "the first probe comes after the first pause";
+    EXPECT_TRUE(Judge()) << "the first sample follows the first pause";
 }
 
-TEST_F(TmpCommandVerdict, DoesNotResumeAProbesPauseAfterASignal) {
+TEST_F(TmpCommandVerdict, DoesNotResumeAnInterruptedProbePause) {
     Write(parent, "stack", elsewhere);
     AtEachProbe([](size_t probe) {
         if (probe < 2) {
@@ -85,7 +85,7 @@ TEST_F(TmpCommandVerdict, DoesNotResumeAProbesPauseAfterASignal) {
     EXPECT_EQ(CountPauses(150ms), 0U);
 }
 
-TEST_F(TmpCommandVerdict, KnowsEveryReadOfAnInternetSocketAndNoOther) {
+TEST_F(TmpCommandVerdict, AcceptsReadsOfInternetSocketsOnly) {
     const struct {
         const char* function;
         bool reading;
@@ -101,7 +101,7 @@ TEST_F(TmpCommandVerdict, KnowsEveryReadOfAnInternetSocketAndNoOther) {
     }
 }
 
-TEST_F(TmpCommandVerdict, WantsAProcessThatHasWrittenSomething) {
+TEST_F(TmpCommandVerdict, RequiresAProcessThatHasWritten) {
     const struct {
         const char* io;
         const char* count;
@@ -123,13 +123,13 @@ TEST_F(TmpCommandVerdict, WantsAProcessThatHasWrittenSomething) {
     }
 }
 
-TEST_F(TmpCommandVerdict, AsksHowMuchIsWrittenOnlyOfAParentThatReads) {
+TEST_F(TmpCommandVerdict, ChecksWrittenBytesOnlyIfTheParentReads) {
     Write(parent, "stack", elsewhere);
     EXPECT_FALSE(Judge());
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(TmpCommandVerdict, WantsASocketThatIsAtMostAHundredSecondsOld) {
+TEST_F(TmpCommandVerdict, RequiresASocketOfAtMost100Seconds) {
     const struct {
         long age;
         bool young;
@@ -141,14 +141,14 @@ TEST_F(TmpCommandVerdict, WantsASocketThatIsAtMostAHundredSecondsOld) {
     }
 }
 
-TEST_F(TmpCommandVerdict, CountsTheSocketsAgeAtTheMomentOfItsTest) {
+TEST_F(TmpCommandVerdict, TakesTheSocketsAgeAfterTheProbes) {
     ReadAtProbes("00011");
     SocketOf(parent).firstSeen = Now() - 100;
-    EXPECT_FALSE(Judge()) << "a second of probes has made it too old";
+    EXPECT_FALSE(Judge()) << "too old after one second of probes";
     EXPECT_EQ(CountProbes(), 5U);
 }
 
-TEST_F(TmpCommandVerdict, WantsAConnectionWithAnotherHost) {
+TEST_F(TmpCommandVerdict, RequiresAConnectionWithAnotherHost) {
     const struct {
         const char* what;
         void (*change)(SocketInfo&);
@@ -171,7 +171,7 @@ TEST_F(TmpCommandVerdict, WantsAConnectionWithAnotherHost) {
     }
 }
 
-TEST_F(TmpCommandVerdict, ReadsTheHostsTablesForASocketThatIsNew) {
+TEST_F(TmpCommandVerdict, ReadsTheSocketTableForANewSocket) {
     const unsigned long inode = SocketOf(parent).inode;
     socketTable.clear();
     tree->AddFile("net/tcp", "   0: 037133C6:9C41 077100CB:115C 01 00000000:00000000 00:00000000 00000000  0 0 " +
@@ -181,23 +181,23 @@ TEST_F(TmpCommandVerdict, ReadsTheHostsTablesForASocketThatIsNew) {
     EXPECT_EQ(socketTable.at(inode).remotePort, 4444);
 }
 
-TEST_F(TmpCommandVerdict, SparesASocketThatNoTableHas) {
+TEST_F(TmpCommandVerdict, RejectsAnUnknownSocket) {
     socketTable.clear();
     EXPECT_FALSE(Judge());
     EXPECT_FALSE(HasDetail("found type 6 rshell.[pid=602]"));
 }
 
-TEST_F(TmpCommandVerdict, SparesALastCommandOfABusinessFileWithoutAProbe) {
+TEST_F(TmpCommandVerdict, ExemptsALastCommandThatRunsAFile) {
     const std::string script = folder.Write("script", "echo");
     for (const std::string& cmdline :
          {"sh " + script, "sh " + script + " -v", std::string("sh -c ls"), std::string("sh -x ls"), "cat " + script}) {
         EXPECT_FALSE(Judge(cmdline)) << cmdline;
         EXPECT_EQ(CountProbes(), 0U) << cmdline;
     }
-    EXPECT_TRUE(Judge("cat -n " + script)) << "only the word behind the command's name counts";
+    EXPECT_TRUE(Judge("cat -n " + script)) << "only the second word counts";
 }
 
-TEST_F(TmpCommandVerdict, SparesAParentThatIsTheSshDaemonWithoutAProbe) {
+TEST_F(TmpCommandVerdict, ExemptsTheSshDaemon) {
     const std::string daemon = folder.Write("sshd", "a program");
     End(parent);
     AddReader(parent + 1);
@@ -208,13 +208,13 @@ TEST_F(TmpCommandVerdict, SparesAParentThatIsTheSshDaemonWithoutAProbe) {
     EXPECT_EQ(Details(), std::vector<std::string>{"sshd shell"});
 }
 
-TEST_F(TmpCommandVerdict, SparesAParentThatIsGoneWithoutAProbe) {
+TEST_F(TmpCommandVerdict, ExemptsAParentThatIsGone) {
     End(parent);
     EXPECT_FALSE(Judge());
     EXPECT_EQ(CountProbes(), 0U);
 }
 
-TEST_F(TmpCommandVerdict, SparesAWhitelistedParentWithoutAProbe) {
+TEST_F(TmpCommandVerdict, ExemptsAWhitelistedParent) {
     for (const char* entry : {"server --go", "server", "serv"}) {
         ReplaceWhitelist({entry});
         EXPECT_FALSE(Judge()) << entry;
@@ -224,13 +224,13 @@ TEST_F(TmpCommandVerdict, SparesAWhitelistedParentWithoutAProbe) {
     EXPECT_TRUE(Judge());
 }
 
-TEST_F(TmpCommandVerdict, IsYesForAWhitelistedCommandThoughNothingIsReported) {
+TEST_F(TmpCommandVerdict, IsTrueForAWhitelistedCommandWithoutAnEvent) {
     ReplaceWhitelist({"ls"});
     EXPECT_TRUE(Judge());
     EXPECT_FALSE(HasEvent());
 }
 
-TEST_F(TmpCommandVerdict, LeavesTheProbesWhenTheModuleStops) {
+TEST_F(TmpCommandVerdict, EndsTheProbesAtAStop) {
     Write(parent, "stack", elsewhere);
     AtEachProbe([](size_t probe) {
         if (probe == 1) {
@@ -241,7 +241,7 @@ TEST_F(TmpCommandVerdict, LeavesTheProbesWhenTheModuleStops) {
     EXPECT_EQ(CountProbes(), 2U);
 }
 
-TEST_F(TmpCommandVerdict, IsNoForAParentThatEndsBetweenTheProbes) {
+TEST_F(TmpCommandVerdict, IsFalseForAParentThatEndsBetweenProbes) {
     AtEachProbe([this](size_t probe) {
         if (probe == 1) {
             End(parent);

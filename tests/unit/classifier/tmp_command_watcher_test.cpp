@@ -40,7 +40,7 @@ protected:
     static const std::vector<Fake::ProcessCallback>& Callbacks() { return Fake::TheAgent().callbacks; }
 };
 
-TEST_F(TmpCommandWatcher, StartsWithItsCallbackAndThenItsTask) {
+TEST_F(TmpCommandWatcher, StartAddsTheCallbackThenTheTask) {
     const uint64_t before = NowMs();
     EXPECT_TRUE(StartDetectTmpRshell({"/bin/sh"}));
     const uint64_t after = NowMs();
@@ -58,7 +58,7 @@ TEST_F(TmpCommandWatcher, StartsWithItsCallbackAndThenItsTask) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(TmpCommandWatcher, CountsTheShellsThatItIsGiven) {
+TEST_F(TmpCommandWatcher, RecordsTheGivenShells) {
     StartDetectTmpRshell({"/bin/sh"});
     RunShell(601, "/bin/sh");
     RunShell(602, "/bin/bash");
@@ -71,7 +71,7 @@ TEST_F(TmpCommandWatcher, StartsWithCommandsOnPathAndNoShells) {
     EXPECT_TRUE(StartDetectTmpRshell({}));
 }
 
-TEST_F(TmpCommandWatcher, DoesNotStartWithoutAnyCommand) {
+TEST_F(TmpCommandWatcher, DoesNotStartWithoutCommands) {
     EXPECT_FALSE(StartDetectTmpRshell({}));
     EXPECT_TRUE(TakeJournal().empty());
 }
@@ -84,7 +84,7 @@ TEST_F(TmpCommandWatcher, DoesNotStartWithoutItsLock) {
     EXPECT_TRUE(StartDetectTmpRshell({"/bin/sh"}));
 }
 
-TEST_F(TmpCommandWatcher, SaysThatItsTaskIsRefusedAndLeavesTheCallbackToTheStop) {
+TEST_F(TmpCommandWatcher, StartFailsIfItsTaskIsRefusedAndKeepsTheCallback) {
     Fake::TheAgent().refusedTasks = {taskName};
     EXPECT_FALSE(StartDetectTmpRshell({"/bin/sh"}));
     EXPECT_EQ(Callbacks().size(), 1U);
@@ -95,7 +95,7 @@ TEST_F(TmpCommandWatcher, SaysThatItsTaskIsRefusedAndLeavesTheCallbackToTheStop)
     EXPECT_TRUE(Callbacks().empty());
 }
 
-TEST_F(TmpCommandWatcher, EndsItsTaskThenItsCallback) {
+TEST_F(TmpCommandWatcher, StopEndsTheTaskThenTheCallback) {
     StartDetectTmpRshell({"/bin/sh"});
     TakeJournal();
     StopDetectTmpRshell();
@@ -114,7 +114,7 @@ TEST_F(TmpCommandWatcher, MayBeStoppedTwiceOrWithoutAStart) {
     EXPECT_EQ(TakeJournal(), std::vector<std::string>{"remove callback"});
 }
 
-TEST_F(TmpCommandWatcher, KeepsWhatItKnowsFromTheStopToTheNextStart) {
+TEST_F(TmpCommandWatcher, KeepsItsEntriesFromAStopToTheNextStart) {
     StartDetectTmpRshell({"/bin/sh"});
     RunShell(601, "/bin/sh");
     StopDetectTmpRshell();
@@ -123,12 +123,12 @@ TEST_F(TmpCommandWatcher, KeepsWhatItKnowsFromTheStopToTheNextStart) {
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
-TEST_F(TmpCommandWatcher, BeginsAnewOnASecondStart) {
+TEST_F(TmpCommandWatcher, SecondStartReplacesTheFirst) {
     StartDetectTmpRshell({"/bin/sh"});
     RunShell(601, "/bin/sh");
     const unsigned int first = Fake::TheAgent().FindTask(taskName)->id;
     TakeJournal();
-    FailingCalls::FailMutexInit(1);  // the lock that the running callback may hold is not touched
+    FailingCalls::FailMutexInit(1);  // a running callback may hold the lock: it must be left alone
     EXPECT_TRUE(StartDetectTmpRshell({"/bin/bash"}));
     EXPECT_EQ(TakeJournal(),
               (std::vector<std::string>{"add callback", std::string("pause ") + taskName,
@@ -146,7 +146,7 @@ TEST_F(TmpCommandWatcher, BeginsAnewOnASecondStart) {
     EXPECT_TRUE(Fake::TheAgent().tasks.empty());
 }
 
-TEST_F(TmpCommandWatcher, NotesAndJudgesAndStartsAgainAtTheSameTime) {
+TEST_F(TmpCommandWatcher, RecordsJudgesAndRestartsConcurrently) {
     for (int pid = 501; pid < 510; ++pid) {
         tree->Add({.pid = pid, .ppid = 1, .exe = "/opt/app/server"});
     }
