@@ -5,7 +5,7 @@ namespace {
 
 class DeepSearch : public GraphTest {
 protected:
-    // The content of the only event.
+    // Returns the content of the only event.
     static EventJson Content() {
         EXPECT_EQ(Fake::TheAgent().events.size(), 1U);
         return EventJson::Parse(Fake::TheAgent().events.at(0))["eventContent"];
@@ -17,7 +17,7 @@ protected:
     ProcPtr companion = MakeProc();
 };
 
-TEST_F(DeepSearch, ReportsAForeignSocketOfTheShellItselfBeforeAnyNeighbour) {
+TEST_F(DeepSearch, ReportsTheShellsOwnForeignSocketBeforeAnyNeighbour) {
     Hold(shell, 0, Pipe(1000));
     Hold(shell, 5, Socket(2000));
     Hold(companion, 1, Pipe(1000));
@@ -28,11 +28,11 @@ TEST_F(DeepSearch, ReportsAForeignSocketOfTheShellItselfBeforeAnyNeighbour) {
     detector.DeepSearchReverseShell(shell);
 
     EXPECT_EQ(Content()["remoteIp"], "192.0.2.20");
-    EXPECT_EQ(detector.ipcInodes.count(1000), 0U) << "the pipe below the socket has been walked";
-    EXPECT_EQ(detector.ipcInodes.count(3000), 1U) << "the neighbour has not been visited";
+    EXPECT_EQ(detector.ipcInodes.count(1000), 0U) << "the pipe on the lower descriptor is walked";
+    EXPECT_EQ(detector.ipcInodes.count(3000), 1U) << "the neighbour is not visited";
 }
 
-TEST_F(DeepSearch, ReportsTheShellWithTheConnectionOfTheCompanionBehindAPipe) {
+TEST_F(DeepSearch, ReportsTheShellWithItsCompanionsConnection) {
     Hold(shell, 0, Pipe(1000));
     Hold(companion, 1, Pipe(1000));
     Hold(companion, 3, Socket(3000));
@@ -45,7 +45,7 @@ TEST_F(DeepSearch, ReportsTheShellWithTheConnectionOfTheCompanionBehindAPipe) {
     EXPECT_EQ(Content()["remoteIp"], "192.0.2.30");
 }
 
-TEST_F(DeepSearch, WalksAChainOfTwoPipesToItsEnd) {
+TEST_F(DeepSearch, FollowsAChainOfTwoPipes) {
     const ProcPtr middle = MakeProc();
     Hold(shell, 1, Pipe(1000));
     Hold(middle, 0, Pipe(1000));
@@ -59,7 +59,7 @@ TEST_F(DeepSearch, WalksAChainOfTwoPipesToItsEnd) {
     EXPECT_EQ(Content()["pid"], shell->pid);
 }
 
-TEST_F(DeepSearch, StopsWhereAProcessOfTheChainIsNotInTheGraph) {
+TEST_F(DeepSearch, EndsAtAProcessThatIsNotInTheGraph) {
     Hold(shell, 1, Pipe(1000));
     Hold(companion, 0, Pipe(1001));
     Hold(companion, 3, Socket(3000));
@@ -71,7 +71,7 @@ TEST_F(DeepSearch, StopsWhereAProcessOfTheChainIsNotInTheGraph) {
     EXPECT_EQ(detector.ipcInodes.count(1000), 0U);
 }
 
-TEST_F(DeepSearch, FollowsALocalSocketThatTwoProcessesShare) {
+TEST_F(DeepSearch, FollowsASharedLocalSocket) {
     Hold(shell, 0, Socket(1500));
     Hold(companion, 4, Socket(1500));
     Hold(companion, 3, Socket(3000));
@@ -113,7 +113,7 @@ TEST_F(DeepSearch, VisitsTheNeighboursOfTheHighestDescriptorFirst) {
     EXPECT_EQ(Content()["remoteIp"], "192.0.2.40");
 }
 
-TEST_F(DeepSearch, EndsWhereTwoProcessesShareTwoPipes) {
+TEST_F(DeepSearch, EndsInACycleOfTwoPipes) {
     for (const unsigned long long inode : {1000ULL, 1001ULL}) {
         Hold(shell, inode == 1000 ? 0 : 1, Pipe(inode));
         Hold(companion, inode == 1000 ? 1 : 0, Pipe(inode));
@@ -123,7 +123,7 @@ TEST_F(DeepSearch, EndsWhereTwoProcessesShareTwoPipes) {
     EXPECT_TRUE(detector.ipcInodes.empty());
 }
 
-TEST_F(DeepSearch, UsesUpThePipeOfALoneShellWithoutAnEvent) {
+TEST_F(DeepSearch, ErasesThePipeOfALoneShellWithoutAnEvent) {
     Hold(shell, 0, Pipe(1000));
     detector.pendingProcs = {shell};
     detector.DeepSearchReverseShell(shell);
@@ -133,23 +133,23 @@ TEST_F(DeepSearch, UsesUpThePipeOfALoneShellWithoutAnEvent) {
     EXPECT_EQ(shell->fds.size(), 1U);
 }
 
-TEST_F(DeepSearch, TakesAPipeForNoHitEvenUnderTheNumberOfAForeignSocket) {
+TEST_F(DeepSearch, IgnoresAPipeWithTheInodeOfAForeignSocket) {
     Hold(shell, 0, Pipe(3000));
     MakeForeign(3000);
     detector.DeepSearchReverseShell(shell);
     EXPECT_EQ(Events(), 0U);
 }
 
-TEST_F(DeepSearch, PassesOverADefaultEntry) {
+TEST_F(DeepSearch, IgnoresADefaultEntry) {
     Hold(shell, 1, Pipe(1000));
     shell->fds[0];
     detector.foreignSockets.insert({ReverseShellDetector::INVALID_INODE, Connection(1)});
     detector.DeepSearchReverseShell(shell);
     EXPECT_EQ(Events(), 0U);
-    EXPECT_TRUE(detector.ipcInodes.empty()) << "the search goes on with the next descriptor";
+    EXPECT_TRUE(detector.ipcInodes.empty()) << "the search continues with the next descriptor";
 }
 
-TEST_F(DeepSearch, WalksARecordThatAFailedParseHasLeftUnderTheInvalidInode) {
+TEST_F(DeepSearch, WalksTheInvalidInodeIfAFailedParseStoredIt) {
     shell->fds[0];
     Hold(companion, 3, Socket(3000));
     detector.ipcInodes[ReverseShellDetector::INVALID_INODE].procs = {companion};
@@ -158,7 +158,7 @@ TEST_F(DeepSearch, WalksARecordThatAFailedParseHasLeftUnderTheInvalidInode) {
     EXPECT_EQ(Content()["pid"], shell->pid);
 }
 
-TEST_F(DeepSearch, LeavesALaterShellOnAWalkedPipeUnreported) {
+TEST_F(DeepSearch, DoesNotReportALaterShellOnAWalkedPipe) {
     const ProcPtr second = MakeProc();
     Hold(shell, 0, Pipe(1000));
     Hold(second, 0, Pipe(1000));
@@ -172,7 +172,7 @@ TEST_F(DeepSearch, LeavesALaterShellOnAWalkedPipeUnreported) {
     EXPECT_EQ(Content()["pid"], shell->pid);
 }
 
-TEST_F(DeepSearch, StillReportsALaterShellThatHoldsTheSocketItself) {
+TEST_F(DeepSearch, ReportsALaterShellThatHoldsTheSocketItself) {
     const ProcPtr second = MakeProc();
     Hold(shell, 0, Socket(3000));
     Hold(second, 0, Socket(3000));

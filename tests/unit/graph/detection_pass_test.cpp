@@ -6,7 +6,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-// Each test uses pids of its own, since reported shells are remembered across passes.
+// Each test uses other pids because reported shells are remembered across passes.
 class DetectionPass : public ProcGraphTest {
 protected:
     static void HaveConnection(unsigned long inode, const std::string& remoteIp = "192.0.2.7") {
@@ -57,7 +57,7 @@ TEST_F(DetectionPass, EndsBeforeTheProcessScanWithoutAForeignConnection) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(DetectionPass, SleepsAfterTheConnectionsAndAfterTheScan) {
+TEST_F(DetectionPass, PausesAfterTheConnectionsAndAfterTheScan) {
     HaveConnection(5000);
     detector.DetectRoutine({});
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<nanoseconds>{milliseconds(50), milliseconds(50)}));
@@ -69,11 +69,11 @@ TEST_F(DetectionPass, ReportsAShellOnAForeignSocketWithoutASearch) {
     AddOther(10011, 900, {{0, Pipe(7000)}});
     detector.DetectRoutine({});
     EXPECT_EQ(ReportedPids(), std::multiset<int>{10010});
-    EXPECT_TRUE(detector.childProcs.contains(900)) << "no sibling is gathered for the direct case";
+    EXPECT_TRUE(detector.childProcs.contains(900)) << "siblings are not added in the direct case";
     EXPECT_TRUE(detector.ipcInodes.contains(5000));
 }
 
-TEST_F(DetectionPass, TakesTheConnectionOfDescriptorZeroInTheDirectCase) {
+TEST_F(DetectionPass, ReportsTheConnectionOfDescriptorZeroInTheDirectCase) {
     HaveConnection(5000, "192.0.2.1");
     HaveConnection(5001, "192.0.2.2");
     AddShell(10015, 1, {{0, Socket(5000)}, {1, Socket(5001)}});
@@ -81,22 +81,22 @@ TEST_F(DetectionPass, TakesTheConnectionOfDescriptorZeroInTheDirectCase) {
     EXPECT_EQ(PeerOf(10015), "192.0.2.1");
 }
 
-TEST_F(DetectionPass, FindsAForeignSocketOnDescriptorOneBesideALocalOneByTheSearch) {
+TEST_F(DetectionPass, SearchesForAForeignSocketOnDescriptorOneAlone) {
     HaveConnection(5001, "192.0.2.2");
     AddShell(10020, 901, {{0, Socket(5000)}, {1, Socket(5001)}});
     AddOther(10021, 901, {{0, Pipe(7000)}});
     detector.DetectRoutine({});
     EXPECT_EQ(PeerOf(10020), "192.0.2.2");
-    EXPECT_FALSE(detector.childProcs.contains(901)) << "a search gathers the siblings first";
+    EXPECT_FALSE(detector.childProcs.contains(901)) << "the search adds the siblings first";
 }
 
-TEST_F(DetectionPass, SkipsAShellOnATerminalWhateverItsOtherDescriptorsHold) {
+TEST_F(DetectionPass, SkipsAShellOnATerminalWithSocketsOnOtherDescriptors) {
     HaveConnection(5000);
     AddShell(10030, 902, {{0, "/dev/null"}, {1, "/dev/null"}, {2, "/dev/null"}, {3, Socket(5000)}, {4, Pipe(7000)}});
     detector.DetectRoutine({});
     EXPECT_TRUE(Fake::TheAgent().events.empty());
     const ProcPtr shell = *detector.bashProcs.begin();
-    EXPECT_TRUE(shell->cmdline.empty()) << "its command line is not even read";
+    EXPECT_TRUE(shell->cmdline.empty()) << "its command line is not read";
     EXPECT_EQ(shell->fds[0].inode, ReverseShellDetector::INVALID_INODE);
 }
 
@@ -115,7 +115,7 @@ TEST_F(DetectionPass, SearchesFromAShellWithOnlyItsOutputOnAPipe) {
     EXPECT_EQ(ReportedPids(), std::multiset<int>{10040});
 }
 
-TEST_F(DetectionPass, DoesNotSeeAConnectionOfTheParent) {
+TEST_F(DetectionPass, IgnoresAConnectionOfTheParent) {
     HaveConnection(5000);
     AddOther(10050, 904, {{0, Pipe(7000)}, {3, Socket(5000)}});
     AddShell(10051, 10050, {{0, Pipe(7000)}, {1, Pipe(7000)}});
@@ -123,7 +123,7 @@ TEST_F(DetectionPass, DoesNotSeeAConnectionOfTheParent) {
     EXPECT_TRUE(Fake::TheAgent().events.empty());
 }
 
-TEST_F(DetectionPass, DoesNotReportAWhitelistedShellNorSearchFromIt) {
+TEST_F(DetectionPass, NeitherReportsNorSearchesFromAWhitelistedShell) {
     HaveConnection(5000);
     AddShell(10060, 905, {{0, Socket(5000)}, {1, Socket(5000)}}, std::string("bash\0/opt/backup.sh\0", 20));
     AddShell(10061, 906, {{0, Pipe(7000)}}, std::string("bash\0/opt/backup.sh\0", 20));
@@ -133,14 +133,14 @@ TEST_F(DetectionPass, DoesNotReportAWhitelistedShellNorSearchFromIt) {
     EXPECT_TRUE(detector.ipcInodes.contains(7000));
 }
 
-TEST_F(DetectionPass, MatchesTheWhitelistOnTheWholeCommandLine) {
+TEST_F(DetectionPass, MatchesTheWhitelistWithTheWholeCommandLine) {
     HaveConnection(5000);
     AddShell(10065, 907, {{0, Socket(5000)}, {1, Socket(5000)}}, std::string("bash\0-i\0", 8));
     detector.DetectRoutine({"bash", "-i", "bash -i ?"});
     EXPECT_EQ(ReportedPids(), std::multiset<int>{10065});
 }
 
-TEST_F(DetectionPass, PassesThroughAWhitelistedShellFromAnotherCandidate) {
+TEST_F(DetectionPass, SearchesThroughAWhitelistedShell) {
     HaveConnection(5000);
     AddShell(10070, 908, {{0, Pipe(7000)}}, std::string("bash\0-i\0", 8));
     AddShell(10071, 909, {{1, Pipe(7000)}, {3, Socket(5000)}}, std::string("bash\0exempt\0", 12));
@@ -148,7 +148,7 @@ TEST_F(DetectionPass, PassesThroughAWhitelistedShellFromAnotherCandidate) {
     EXPECT_EQ(ReportedPids(), std::multiset<int>{10070});
 }
 
-TEST_F(DetectionPass, GoesOnAfterAFinding) {
+TEST_F(DetectionPass, ContinuesAfterAFinding) {
     HaveConnection(5000);
     HaveConnection(5001);
     AddShell(10080, 1, {{0, Socket(5000)}, {1, Socket(5000)}});
@@ -157,7 +157,7 @@ TEST_F(DetectionPass, GoesOnAfterAFinding) {
     EXPECT_EQ(ReportedPids(), (std::multiset<int>{10080, 10081}));
 }
 
-TEST_F(DetectionPass, LetsTwoShellsOnOnePipeUseUpTheEdgeOnce) {
+TEST_F(DetectionPass, ReportsOneOfTwoShellsOnOnePipe) {
     HaveConnection(5000);
     AddShell(10085, 910, {{0, Pipe(7000)}});
     AddShell(10086, 910, {{0, Pipe(7000)}});
@@ -166,7 +166,7 @@ TEST_F(DetectionPass, LetsTwoShellsOnOnePipeUseUpTheEdgeOnce) {
     EXPECT_EQ(ReportedPids().size(), 1U);
 }
 
-TEST_F(DetectionPass, JudgesASecondShellOfTheSameParentOnTheSameGraphAfterAHit) {
+TEST_F(DetectionPass, ReportsTwoShellsOfOneParentOnDifferentPipes) {
     HaveConnection(5000);
     AddShell(10088, 914, {{0, Pipe(7000)}});
     AddShell(10089, 914, {{0, Pipe(7001)}});
@@ -176,7 +176,7 @@ TEST_F(DetectionPass, JudgesASecondShellOfTheSameParentOnTheSameGraphAfterAHit) 
     EXPECT_EQ(detector.relatedPids, std::set<int>{10092});
 }
 
-TEST_F(DetectionPass, GivesOneEventInTwoPassesOverAnUnchangedShell) {
+TEST_F(DetectionPass, ReportsAnUnchangedShellOnceInTwoPasses) {
     HaveConnection(5000);
     AddShell(10090, 1, {{0, Socket(5000)}, {1, Socket(5000)}});
     for (int pass = 0; pass < 2; ++pass) {
@@ -186,7 +186,7 @@ TEST_F(DetectionPass, GivesOneEventInTwoPassesOverAnUnchangedShell) {
     EXPECT_EQ(ReportedPids(), std::multiset<int>{10090});
 }
 
-TEST_F(DetectionPass, KeepsEveryCandidateAsPendingUntilASearchTakesIt) {
+TEST_F(DetectionPass, KeepsEveryCandidatePendingUntilASearchVisitsIt) {
     HaveConnection(5000);
     AddShell(10100, 911, {{0, "/dev/null"}});
     AddShell(10101, 912, {{0, Pipe(7000)}});
@@ -195,7 +195,7 @@ TEST_F(DetectionPass, KeepsEveryCandidateAsPendingUntilASearchTakesIt) {
     EXPECT_EQ((*detector.pendingProcs.begin())->pid, 10100);
 }
 
-TEST_F(DetectionPass, SurvivesProcessesThatVanishBetweenItsSteps) {
+TEST_F(DetectionPass, ReportsAShellWhoseCommandLineVanishes) {
     HaveConnection(5000);
     AddShell(10110, 913, {{0, Socket(5000)}, {1, Socket(5000)}});
     std::filesystem::remove(proc->Folder() / "10110" / "cmdline");

@@ -4,7 +4,7 @@ namespace {
 
 using ForeignSockets = GraphTest;
 
-TEST_F(ForeignSockets, SaysSoWhenTheHostHasNoConnectionAtAll) {
+TEST_F(ForeignSockets, LogsThatTheHostHasNoConnection) {
     EXPECT_FALSE(detector.CollectForeinSocket());
     ASSERT_EQ(Fake::TheAgent().log.size(), 1U);
     EXPECT_EQ(Fake::TheAgent().log[0].text, "No valid connections.");
@@ -13,7 +13,7 @@ TEST_F(ForeignSockets, SaysSoWhenTheHostHasNoConnectionAtAll) {
     EXPECT_EQ(Fake::TheAgent().log[0].level, LOG_LEVEL_DETAIL);
 }
 
-TEST_F(ForeignSockets, PassesOverLoopbackAndListeningEntriesWithoutAWord) {
+TEST_F(ForeignSockets, IgnoresLoopbackAndListeningEntriesSilently) {
     Fake::TheAgent().tcp = {Connection(11, "127.0.0.1"), Connection(12, "0.0.0.0")};
     Fake::TheAgent().tcp6 = {Connection(13, "::")};
     EXPECT_FALSE(detector.CollectForeinSocket());
@@ -53,7 +53,7 @@ TEST_F(ForeignSockets, KeepsTheFirstOfTwoRecordsWithOneInodeAndLogsBoth) {
     EXPECT_EQ(Fake::TheAgent().log.size(), 3U);
 }
 
-TEST_F(ForeignSockets, PutsAllRecordsWithoutAnInodeUnderTheKeyZero) {
+TEST_F(ForeignSockets, KeepsTheFirstRecordWithoutAnInode) {
     Fake::TheAgent().tcp = {Connection(0, "192.0.2.1"), Connection(0, "192.0.2.2")};
     EXPECT_TRUE(detector.CollectForeinSocket());
     ASSERT_EQ(detector.foreignSockets.size(), 1U);

@@ -1,4 +1,4 @@
-// What the tests of the detector share: a fresh scripted agent, recorded time, and builders for records.
+// Fixture of the detector's tests: a fresh scripted agent, recorded time, and builders for records.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ protected:
         }
     }
 
-    // A process that no other test has reported: the detector remembers reported shells for its lifetime.
+    // Makes a process with a new pid. The module remembers the pids that other tests reported.
     static ProcPtr MakeProc(int ppid = 1) {
         static int nextPid = 3000000;
         auto proc = std::make_shared<ReverseShellDetector::ProcInfomation>();

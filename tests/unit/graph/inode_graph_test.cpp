@@ -17,7 +17,7 @@ struct LinkCase {
     unsigned long long inode;
 };
 
-TEST_F(InodeGraph, RecordsPipesAndSocketsByTheTextOfTheirLink) {
+TEST_F(InodeGraph, RecordsPipesAndSocketsByTheirLinkText) {
     const LinkCase cases[] = {
         {"pipe:[1234]", true, Detector::INODE_PIPE, 1234},
         {"pipe:[123]", false, 0, 0},
@@ -52,7 +52,7 @@ TEST_F(InodeGraph, RecordsPipesAndSocketsByTheTextOfTheirLink) {
     }
 }
 
-TEST_F(InodeGraph, ReadsTheNumberBehindTheFirstBracket) {
+TEST_F(InodeGraph, ReadsTheNumberAfterTheFirstBracket) {
     const struct {
         const char* link;
         int len;
@@ -68,7 +68,7 @@ TEST_F(InodeGraph, ReadsTheNumberBehindTheFirstBracket) {
     }
 }
 
-TEST_F(InodeGraph, TakesNamedPipesAndSocketsOfFileSystemsByTheirInode) {
+TEST_F(InodeGraph, RecordsNamedPipesAndSocketFilesByTheirInode) {
     const TemporaryDirectory folder;
     const std::string fifo = folder.Path("fifo");
     const std::string alias = folder.Path("alias");
@@ -100,7 +100,7 @@ TEST_F(InodeGraph, TakesNamedPipesAndSocketsOfFileSystemsByTheirInode) {
     EXPECT_EQ(detector.ipcInodes[fifoInfo.st_ino].procs, (std::set<ProcPtr>{reader, writer}));
 }
 
-TEST_F(InodeGraph, LeavesNoTraceOfObjectsThatAreNeitherPipeNorSocket) {
+TEST_F(InodeGraph, IgnoresObjectsThatAreNeitherPipeNorSocket) {
     const TemporaryDirectory folder;
     const std::string file = folder.Write("plain file", "");
     const ProcPtr holder = MakeProc();
@@ -144,7 +144,7 @@ TEST_F(InodeGraph, JoinsTwoProcessesThatShareAPipe) {
     EXPECT_EQ(detector.ipcInodes[5555].procs, (std::set<ProcPtr>{one, other}));
 }
 
-TEST_F(InodeGraph, BringsAnErasedInodeBackForTheNewProcessAlone) {
+TEST_F(InodeGraph, RestoresAnErasedInodeForTheNewProcessOnly) {
     const ProcPtr first = MakeProc();
     const ProcPtr second = MakeProc();
     Hold(first, 0, Pipe(5555));
@@ -153,7 +153,7 @@ TEST_F(InodeGraph, BringsAnErasedInodeBackForTheNewProcessAlone) {
     EXPECT_EQ(detector.ipcInodes[5555].procs, std::set<ProcPtr>{second});
 }
 
-TEST_F(InodeGraph, OverwritesADescriptorThatIsEnteredAgain) {
+TEST_F(InodeGraph, OverwritesADescriptorAddedAgain) {
     const ProcPtr holder = MakeProc();
     Hold(holder, 0, Pipe(5555));
     Hold(holder, 0, Socket(6666));

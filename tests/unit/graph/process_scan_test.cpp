@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(ProcessScan, NeverExaminesTheFirstTwoPids) {
+TEST_F(ProcessScan, SkipsPidsOneAndTwo) {
     proc->Add({.pid = 1, .ppid = 0, .exe = "/bin/bash"});
     proc->Add({.pid = 2, .ppid = 0, .exe = "/bin/bash"});
     proc->Add({.pid = 3, .ppid = 1, .exe = "/bin/bash"});
@@ -37,7 +37,7 @@ TEST_F(ProcessScan, NeverExaminesTheFirstTwoPids) {
     EXPECT_TRUE(detector.childProcs.empty());
 }
 
-TEST_F(ProcessScan, TakesTheNameOfTheRunningProgramFileAndNoOther) {
+TEST_F(ProcessScan, SelectsShellsByTheNameOfTheProgramFile) {
     const struct {
         int pid;
         const char* exe;
@@ -59,7 +59,7 @@ TEST_F(ProcessScan, TakesTheNameOfTheRunningProgramFileAndNoOther) {
     }
 }
 
-TEST_F(ProcessScan, KeepsThePidAndTheParentOfACandidate) {
+TEST_F(ProcessScan, RecordsThePidAndParentOfACandidate) {
     proc->Add({.pid = 120, .ppid = 77, .exe = "/bin/bash"});
     detector.ScanProc();
     ASSERT_NE(Candidate(120), nullptr);
@@ -68,7 +68,7 @@ TEST_F(ProcessScan, KeepsThePidAndTheParentOfACandidate) {
     EXPECT_TRUE(Candidate(120)->exePath.empty());
 }
 
-TEST_F(ProcessScan, PassesOverWhatIsNoProcessOrCannotBeRead) {
+TEST_F(ProcessScan, SkipsOtherEntriesAndUnreadableProcesses) {
     proc->Add({.pid = 200, .ppid = 1, .exe = ""});
     proc->Add({.pid = 201, .ppid = 1, .exe = "/bin/bash", .hasStatus = false});
     std::filesystem::create_directories(proc->Folder() / "12x");
@@ -79,7 +79,7 @@ TEST_F(ProcessScan, PassesOverWhatIsNoProcessOrCannotBeRead) {
     EXPECT_TRUE(detector.childProcs.empty());
 }
 
-TEST_F(ProcessScan, SleepsAfterEveryHundredProcessesThatCount) {
+TEST_F(ProcessScan, PausesPer100ProcessesThatCount) {
     for (int pid = 1000; pid < 1250; ++pid) {
         proc->Add({.pid = pid, .ppid = 1, .exe = "/bin/cat"});
     }
@@ -90,7 +90,7 @@ TEST_F(ProcessScan, SleepsAfterEveryHundredProcessesThatCount) {
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<std::chrono::nanoseconds>{milliseconds(50), milliseconds(50)}));
 }
 
-TEST_F(ProcessScan, DoesNotSleepBeforeTheHundredthProcess) {
+TEST_F(ProcessScan, DoesNotPauseBeforeTheHundredthProcess) {
     for (int pid = 1000; pid < 1099; ++pid) {
         proc->Add({.pid = pid, .ppid = 1, .exe = "/bin/cat"});
     }
@@ -99,7 +99,7 @@ TEST_F(ProcessScan, DoesNotSleepBeforeTheHundredthProcess) {
     EXPECT_EQ(detector.childProcs[1].size(), 99U);
 }
 
-TEST_F(ProcessScan, LooksAtNoMoreThanSixDescriptors) {
+TEST_F(ProcessScan, ReadsAtMostSixDescriptors) {
     proc->Add({.pid = 301, .ppid = 1, .exe = "/bin/bash"});
     for (int fd = 0; fd < 20; ++fd) {
         proc->AddDescriptor(301, fd, Pipe(10000ULL + static_cast<unsigned int>(fd)));
@@ -108,7 +108,7 @@ TEST_F(ProcessScan, LooksAtNoMoreThanSixDescriptors) {
     EXPECT_EQ(Candidate(301)->fds.size(), 6U);
 }
 
-TEST_F(ProcessScan, KeepsACandidateWhoseDescriptorsCannotBeReadAndSaysSoTwice) {
+TEST_F(ProcessScan, KeepsACandidateWithUnreadableDescriptorsAndLogsItTwice) {
     proc->Add({.pid = 310, .ppid = 1, .exe = "/bin/bash", .hasDescriptors = false});
     detector.ScanProc();
     ASSERT_NE(Candidate(310), nullptr);
@@ -122,7 +122,7 @@ TEST_F(ProcessScan, KeepsACandidateWhoseDescriptorsCannotBeReadAndSaysSoTwice) {
     }
 }
 
-TEST_F(ProcessScan, GathersTheSiblingsOfACandidateOnce) {
+TEST_F(ProcessScan, AddsTheSiblingsOfACandidateOnce) {
     proc->Add({.pid = 400, .ppid = 90, .exe = "/bin/bash"});
     proc->Add({.pid = 401, .ppid = 90, .exe = "/bin/sh"});
     proc->Add({.pid = 402, .ppid = 90, .exe = "/bin/nc"});
@@ -130,7 +130,7 @@ TEST_F(ProcessScan, GathersTheSiblingsOfACandidateOnce) {
     proc->Add({.pid = 403, .ppid = 400, .exe = "/bin/cat"});
     proc->AddDescriptor(403, 3, Socket(6000));
     detector.ScanProc();
-    EXPECT_FALSE(detector.ipcInodes.contains(5000)) << "descriptors of other processes are read only on demand";
+    EXPECT_FALSE(detector.ipcInodes.contains(5000)) << "descriptors of siblings are read on demand";
 
     detector.CollectRelatedProc(90);
     ASSERT_EQ(detector.pendingProcs.size(), 1U);
@@ -140,14 +140,14 @@ TEST_F(ProcessScan, GathersTheSiblingsOfACandidateOnce) {
     EXPECT_EQ(sibling->fds[3].inode, 5000U);
     EXPECT_EQ(detector.relatedPids, std::set<int>{402});
     EXPECT_FALSE(detector.childProcs.contains(90));
-    EXPECT_FALSE(detector.ipcInodes.contains(6000)) << "the candidate's own children are not gathered";
+    EXPECT_FALSE(detector.ipcInodes.contains(6000)) << "the candidate's own children are not added";
 
     detector.CollectRelatedProc(90);
     EXPECT_EQ(detector.pendingProcs.size(), 1U);
-    EXPECT_EQ(detector.ipcInodes[5000].procs.size(), 1U) << "the second candidate finds the graph as it is";
+    EXPECT_EQ(detector.ipcInodes[5000].procs.size(), 1U) << "the second candidate adds nothing";
 }
 
-TEST_F(ProcessScan, GathersNothingForACandidateWithoutOtherSiblings) {
+TEST_F(ProcessScan, AddsNothingForACandidateWithoutSiblings) {
     proc->Add({.pid = 410, .ppid = 91, .exe = "/bin/bash"});
     detector.ScanProc();
     detector.CollectRelatedProc(91);
@@ -155,7 +155,7 @@ TEST_F(ProcessScan, GathersNothingForACandidateWithoutOtherSiblings) {
     EXPECT_TRUE(detector.relatedPids.empty());
 }
 
-TEST_F(ProcessScan, PassesOverASiblingThatIsAlreadyInTheGraph) {
+TEST_F(ProcessScan, SkipsASiblingAlreadyInTheGraph) {
     proc->Add({.pid = 420, .ppid = 92, .exe = "/bin/cat"});
     detector.ScanProc();
     detector.relatedPids.insert(420);
@@ -164,10 +164,10 @@ TEST_F(ProcessScan, PassesOverASiblingThatIsAlreadyInTheGraph) {
     EXPECT_FALSE(detector.childProcs.contains(92));
 }
 
-// A process asleep with chosen descriptors on the real /proc, whose directory order is that of the kernel.
+// A stopped process with chosen descriptors on the real /proc, where the kernel determines the directory order.
 class SleepingChild {
 public:
-    // Has a pipe at each of pipeDescriptors, the null device at each of nullDescriptors, and nothing else open.
+    // Opens a pipe at each of pipeDescriptors and the null device at each of nullDescriptors, nothing else.
     explicit SleepingChild(const std::set<int>& pipeDescriptors, const std::set<int>& nullDescriptors = {}) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -230,11 +230,11 @@ protected:
     }
 };
 
-TEST_F(LiveDescriptors, AreReadFromZeroToFiveOfSeven) {
+TEST_F(LiveDescriptors, AreReadUpToTheSixth) {
     EXPECT_EQ(Recorded({0, 1, 2, 3, 4, 5, 6}), (std::set<int>{0, 1, 2, 3, 4, 5}));
 }
 
-TEST_F(LiveDescriptors, AreSeenOnThreeButNotOnNineBehindSixOthers) {
+TEST_F(LiveDescriptors, AreIgnoredAfterSixOthers) {
     EXPECT_TRUE(Recorded({0, 1, 2, 3}).contains(3));
     EXPECT_FALSE(Recorded({0, 1, 2, 3, 4, 5, 9}).contains(9));
 }
@@ -243,12 +243,12 @@ TEST_F(LiveDescriptors, AreTheLowestSixOpenOnes) {
     EXPECT_EQ(Recorded({1, 4, 9, 20, 50, 51, 52}), (std::set<int>{1, 4, 9, 20, 50, 51}));
 }
 
-TEST_F(LiveDescriptors, SpendTheBudgetWhateverTheyHold) {
+TEST_F(LiveDescriptors, CountTowardsTheLimitWithAnyContent) {
     EXPECT_TRUE(Recorded({6}, {0, 1, 2, 3, 4, 5}).empty());
     EXPECT_EQ(Recorded({5, 6}, {0, 1, 2, 3, 4}), std::set<int>{5});
 }
 
-TEST_F(LiveDescriptors, OfAProcessThatHasGoneAreNoError) {
+TEST_F(LiveDescriptors, OfAProcessThatIsGoneAreNoError) {
     const auto record = std::make_shared<ReverseShellDetector::ProcInfomation>();
     {
         const SleepingChild child({0});

@@ -26,7 +26,7 @@ TEST_F(ReverseShellEventOnTree, HoldsItsKeysInOrder) {
                                        "remoteIp=192.0.2.7, remotePort=4444]"});
 }
 
-TEST_F(ReverseShellEvent, StaysOneValidLineWhateverTheCommandLineHolds) {
+TEST_F(ReverseShellEvent, IsOneValidLineForAHostileCommandLine) {
     const ProcPtr shell = MakeProc();
     shell->cmdline = std::string("bash \"\\\n\r\x01\x1b[31m \xff\xfe\xc3") + std::string(100000, 'A');
     detector.SendEvent(shell, Connection(5000));
@@ -37,7 +37,7 @@ TEST_F(ReverseShellEvent, StaysOneValidLineWhateverTheCommandLineHolds) {
     EXPECT_EQ(content["cmdline"], "bash \"\\\n\r\x01\x1b[31m \uFFFD\uFFFD\uFFFD" + std::string(100000, 'A'));
 }
 
-TEST_F(ReverseShellEventOnTree, IsSentWithEmptyTextsForProcessesThatHaveGone) {
+TEST_F(ReverseShellEventOnTree, HasEmptyTextsForProcessesThatAreGone) {
     const ProcPtr shell = MakeProc(29999);
     detector.SendEvent(shell, Connection(5000));
     const auto content = EventJson::Parse(Fake::TheAgent().events.at(0))["eventContent"];
@@ -46,7 +46,7 @@ TEST_F(ReverseShellEventOnTree, IsSentWithEmptyTextsForProcessesThatHaveGone) {
     EXPECT_EQ(content["parentCmdline"], "");
 }
 
-TEST_F(ReverseShellEvent, IsNotRepeatedAndTheRepeatLeavesNoLogLine) {
+TEST_F(ReverseShellEvent, IsNotRepeatedAndTheRepeatIsNotLogged) {
     const ProcPtr shell = MakeProc();
     detector.SendEvent(shell, Connection(5000));
     const size_t lines = Fake::TheAgent().log.size();
@@ -55,7 +55,7 @@ TEST_F(ReverseShellEvent, IsNotRepeatedAndTheRepeatLeavesNoLogLine) {
     EXPECT_EQ(Fake::TheAgent().log.size(), lines);
 }
 
-TEST_F(ReverseShellEvent, IsSentAgainForAnotherCommandLineOrAnotherPid) {
+TEST_F(ReverseShellEvent, IsSentAgainForAnotherCommandLineOrPid) {
     const ProcPtr shell = MakeProc();
     detector.SendEvent(shell, Connection(5000));
     shell->cmdline = "bash -x";
@@ -65,7 +65,7 @@ TEST_F(ReverseShellEvent, IsSentAgainForAnotherCommandLineOrAnotherPid) {
     EXPECT_EQ(Fake::TheAgent().events.size(), 3U);
 }
 
-TEST_F(ReverseShellEvent, IsRememberedForAThousandShells) {
+TEST_F(ReverseShellEvent, IsRememberedForTheLast1000Shells) {
     const ProcPtr first = MakeProc();
     detector.SendEvent(first, Connection(5000));
     for (int i = 0; i < 999; ++i) {
@@ -73,11 +73,11 @@ TEST_F(ReverseShellEvent, IsRememberedForAThousandShells) {
     }
     ASSERT_EQ(Fake::TheAgent().events.size(), 1000U);
     detector.SendEvent(first, Connection(5000));
-    ASSERT_EQ(Fake::TheAgent().events.size(), 1000U) << "the thousandth does not push out the first";
+    ASSERT_EQ(Fake::TheAgent().events.size(), 1000U) << "1000 shells fit";
 
     detector.SendEvent(MakeProc(), Connection(5000));
     detector.SendEvent(first, Connection(5000));
-    EXPECT_EQ(Fake::TheAgent().events.size(), 1002U) << "the thousand and first does";
+    EXPECT_EQ(Fake::TheAgent().events.size(), 1002U) << "the 1001st evicts the first";
 }
 
 }  // namespace
