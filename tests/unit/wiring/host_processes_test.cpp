@@ -42,17 +42,17 @@ const WiredProcess* SharerOf(const Wire& wire, int pid) {
     return nullptr;
 }
 
-TEST(HostProcesses, ProcessThatHasGoneOrIsOfTheKernelGivesNothing) {
+TEST(HostProcesses, RejectAProcessThatIsGoneAndAKernelThread) {
     HostProcess process;
     EXPECT_FALSE(ReadHostProcess(0x7FFFFFFF, process));
     const int kernelThread = 2;
     if (FileText("/proc/2/comm") != "kthreadd\n") {
-        GTEST_SKIP() << "no kernel thread is seen in this pid namespace";
+        GTEST_SKIP() << "this pid namespace shows no kernel threads";
     }
     EXPECT_FALSE(ReadHostProcess(kernelThread, process));
 }
 
-TEST(HostProcesses, TellsTheKindsOfWhatIsHeld) {
+TEST(HostProcesses, HaveTheKindOfEachDescriptor) {
     const Ends pipe = MakePipe();
     const Ends pair = MakeSocketPair();
     const Ends terminal = MakeTerminal();
@@ -70,7 +70,7 @@ TEST(HostProcesses, TellsTheKindsOfWhatIsHeld) {
     EXPECT_EQ(read.descriptors[3].link, "/dev/pts/" + std::to_string(*read.descriptors[3].terminal));
 }
 
-TEST(HostProcesses, HostileNameIsReadAsItIs) {
+TEST(HostProcesses, KeepAHostileNameUnchanged) {
     const TemporaryDirectory directory;
     const std::string name = "sh\033[2J\n\xFF";
     std::filesystem::copy_file("/bin/cat", directory.Path(name));
@@ -81,7 +81,7 @@ TEST(HostProcesses, HostileNameIsReadAsItIs) {
     EXPECT_EQ(process.cmdline, "c\033at -");
 }
 
-TEST(RealWiring, PipeAndFifoLeadToWhoSharesThem) {
+TEST(RealWiring, FollowsPipesAndFifos) {
     const TemporaryDirectory directory;
     Ends pipe = MakePipe();
     const std::string path = directory.Path("fifo");
@@ -90,7 +90,7 @@ TEST(RealWiring, PipeAndFifoLeadToWhoSharesThem) {
     const SittingProcess shell({{0, pipe.first}, {1, fifo}});
     const SittingProcess feeder({{1, pipe.second}});
     const SittingProcess reader({{0, fifo}});
-    // The test would be in the middle of everything otherwise.
+    // The test itself must not share them.
     pipe.Close();
     fifo.Close();
     const auto wiring = TraceWiring(shell.Pid(), ReadHostProcesses(), ReadConnections());
@@ -103,7 +103,7 @@ TEST(RealWiring, PipeAndFifoLeadToWhoSharesThem) {
     EXPECT_NE(SharerOf(*WireAt(*wiring, 1), reader.Pid()), nullptr);
 }
 
-TEST(RealWiring, TwoRelaysLeadToTheConnection) {
+TEST(RealWiring, FollowsTwoRelaysToTheConnection) {
     LoopbackConnection line("127.0.0.2");
     Ends nearPipe = MakePipe();
     Ends farPipe = MakePipe();
@@ -127,7 +127,7 @@ TEST(RealWiring, TwoRelaysLeadToTheConnection) {
     EXPECT_EQ(connection->remote, "127.0.0.2:" + std::to_string(line.ServerPort()));
 }
 
-TEST(RealWiring, SharedSocketAndTerminalLeadOn) {
+TEST(RealWiring, FollowsSharedSocketsAndTerminals) {
     Ends pair = MakeSocketPair();
     Ends terminal = MakeTerminal();
     const SittingProcess shell({{0, terminal.second}, {3, pair.first}});
@@ -146,7 +146,7 @@ TEST(RealWiring, SharedSocketAndTerminalLeadOn) {
     EXPECT_EQ(sharer->numbers, (std::vector<int>{6}));
 }
 
-TEST(Connections, OnlyAnotherAddressThanTheLocalOnesIsForeign) {
+TEST(Connections, AreForeignUnlessThePeerIsALocalAddress) {
     const LoopbackConnection foreign("127.0.0.2");
     const LoopbackConnection local("127.0.0.1");
     const std::map<unsigned long, Connection> connections = ReadConnections();

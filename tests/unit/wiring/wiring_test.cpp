@@ -7,11 +7,11 @@
 namespace Host {
 namespace {
 
-TEST(Wiring, ProcessThatIsNotThereHasNone) {
+TEST(Wiring, IsEmptyForAnUnknownProcess) {
     EXPECT_FALSE(TraceWiring(5, {}, {}));
 }
 
-TEST(Wiring, RootTellsItsFirstSixDescriptorsAndJoinsThoseOnTheSameObject) {
+TEST(Wiring, ListsTheRootsFirstSixDescriptorsByObject) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 1), File(1, "/f"), Pipe(2, 1), Pipe(6, 2)});
     const auto wiring = TraceWiring(10, processes, {});
@@ -21,7 +21,7 @@ TEST(Wiring, RootTellsItsFirstSixDescriptorsAndJoinsThoseOnTheSameObject) {
     EXPECT_EQ(wiring->wires[1].link, "/f");
 }
 
-TEST(Wiring, LeadsOverTwoRelaysToTheConnection) {
+TEST(Wiring, FollowsTwoRelaysToTheConnection) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 1)});
     AddProcess(processes, 11, "near", {Pipe(0, 2), Pipe(1, 1)});
@@ -30,7 +30,7 @@ TEST(Wiring, LeadsOverTwoRelaysToTheConnection) {
     const WiredProcess& near = wiring->wires.at(0).sharers.at(0);
     EXPECT_EQ(near.pid, 11);
     EXPECT_EQ(near.numbers, (std::vector<int>{1}));
-    ASSERT_EQ(near.wires.size(), 1U) << "the pipe by which it was reached is told already";
+    ASSERT_EQ(near.wires.size(), 1U) << "the pipe that led to it is not repeated";
     const WiredProcess& far = near.wires[0].sharers.at(0);
     EXPECT_EQ(far.pid, 12);
     ASSERT_EQ(far.wires.size(), 1U);
@@ -38,7 +38,7 @@ TEST(Wiring, LeadsOverTwoRelaysToTheConnection) {
     EXPECT_TRUE(far.wires[0].connection->foreign);
 }
 
-TEST(Wiring, RingIsToldOnce) {
+TEST(Wiring, ListsARingOnce) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 1), Pipe(1, 2)});
     AddProcess(processes, 11, "relay", {Pipe(0, 2), Pipe(1, 1)});
@@ -52,7 +52,7 @@ TEST(Wiring, RingIsToldOnce) {
     EXPECT_TRUE(wiring->wires[1].sharers.at(0).toldAbove);
 }
 
-TEST(Wiring, SharersBeyondTheLimitAreCountedAndTheForeignOneIsToldFirst) {
+TEST(Wiring, ListsForeignSharersFirstAndCountsThoseBeyondTheLimit) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 1)});
     for (int pid = 11; pid < 31; ++pid) {
@@ -66,7 +66,7 @@ TEST(Wiring, SharersBeyondTheLimitAreCountedAndTheForeignOneIsToldFirst) {
     EXPECT_GT(wire.untold, 0U);
 }
 
-TEST(Wiring, ChainLongerThanIsFollowedEnds) {
+TEST(Wiring, EndsAChainAfterSixProcesses) {
     Processes processes;
     for (int i = 0; i < 12; ++i) {
         const auto output = static_cast<ino_t>(i);
@@ -82,7 +82,7 @@ TEST(Wiring, ChainLongerThanIsFollowedEnds) {
     EXPECT_EQ(depth, 6);
 }
 
-TEST(Wiring, TerminalLeadsToWhoHoldsItsOtherSide) {
+TEST(Wiring, FollowsATerminalToItsOtherSide) {
     Processes processes;
     const HeldDescriptor slave{
         .number = 0, .kind = DescriptorKind::terminal, .object = {4, 6}, .link = "/dev/pts/3", .terminal = 3};
@@ -102,7 +102,7 @@ TEST(Wiring, TerminalLeadsToWhoHoldsItsOtherSide) {
     EXPECT_TRUE(relay.wires.at(0).connection);
 }
 
-TEST(Wiring, PipeAndSocketWithTheSameInodeAreTwo) {
+TEST(Wiring, SeparatesAPipeAndASocketWithTheSameInode) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 9)});
     AddProcess(processes, 11, "other", {Socket(0, 9)});
