@@ -24,7 +24,7 @@ using Pauses = std::vector<nanoseconds>;
 constexpr microseconds walkPause(100);
 constexpr milliseconds repeatPause(1);
 
-// The pauses that one call takes.
+// Returns the pauses of one call.
 Pauses PausesOf(const std::string& key, bool repeated) {
     const size_t before = TimeRecorder::Pauses().size();
     EXPECT_EQ(IsRepeatedAlarm(key), repeated) << key;
@@ -32,7 +32,7 @@ Pauses PausesOf(const std::string& key, bool repeated) {
             TimeRecorder::Pauses().end()};
 }
 
-// The history outlives each test, so each one runs days after the one before.
+// The history outlives a test, so each test starts days after the previous one.
 class AlarmHistory : public testing::Test {
 protected:
     void SetUp() override {
@@ -41,7 +41,7 @@ protected:
         TimeRecorder::Advance(start += hours(100));
     }
 
-    // Makes the history hold count keys, "0" onwards, and nothing else; count is 1 or more.
+    // Fills the history with the keys "0" to count - 1 and nothing else. count is at least 1.
     static void Fill(size_t count) {
         TimeRecorder::Advance(hours(1));
         for (size_t i = 0; i < count; ++i) {
@@ -49,24 +49,24 @@ protected:
         }
     }
 
-    // Moves the clock to this long before its next full second.
+    // Moves the clock to this time before its next full second.
     static void StopShortOfTheNextSecond(microseconds distance) {
         const nanoseconds past = TimeRecorder::Slept() % seconds(1);
         Pause(static_cast<unsigned int>((seconds(1) - past - distance) / microseconds(1)));
     }
 };
 
-TEST_F(AlarmHistory, TellsTheFirstCallFromTheNext) {
+TEST_F(AlarmHistory, RepeatsAllCallsAfterTheFirst) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
     EXPECT_TRUE(IsRepeatedAlarm("key"));
     EXPECT_TRUE(IsRepeatedAlarm("key"));
 }
 
-TEST_F(AlarmHistory, NeitherKeepsNorDelaysAnEmptyKey) {
+TEST_F(AlarmHistory, NeitherStoresNorDelaysAnEmptyKey) {
     Fill(20);
     EXPECT_EQ(PausesOf("", false), Pauses{});
     EXPECT_EQ(PausesOf("", false), Pauses{});
-    // One key more would cost another pause a walk.
+    // A 21st key would add a pause to each walk.
     EXPECT_EQ(PausesOf("19", true).size(), 6U);
 }
 
@@ -95,7 +95,7 @@ TEST_F(AlarmHistory, ComparesKeysByLengthAndEveryByte) {
     }
 }
 
-TEST_F(AlarmHistory, LetsAKeyThroughAgainAtAnAgeOfAnHour) {
+TEST_F(AlarmHistory, AcceptsAKeyAgainAfterAnHour) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
     TimeRecorder::Advance(seconds(3599));
     EXPECT_TRUE(IsRepeatedAlarm("key"));
@@ -103,7 +103,7 @@ TEST_F(AlarmHistory, LetsAKeyThroughAgainAtAnAgeOfAnHour) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
 }
 
-TEST_F(AlarmHistory, BeginsANewPeriodWithAKeyThatCameThroughAgain) {
+TEST_F(AlarmHistory, StartsANewPeriodWhenAKeyIsAcceptedAgain) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
     TimeRecorder::Advance(seconds(5000));
     EXPECT_FALSE(IsRepeatedAlarm("key"));
@@ -113,7 +113,7 @@ TEST_F(AlarmHistory, BeginsANewPeriodWithAKeyThatCameThroughAgain) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
 }
 
-TEST_F(AlarmHistory, DoesNotExtendThePeriodByRepeats) {
+TEST_F(AlarmHistory, DoesNotExtendThePeriodOnRepeats) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
     for (int minute = 1; minute < 60; ++minute) {
         TimeRecorder::Advance(seconds(60));
@@ -123,7 +123,7 @@ TEST_F(AlarmHistory, DoesNotExtendThePeriodByRepeats) {
     EXPECT_FALSE(IsRepeatedAlarm("key"));
 }
 
-TEST_F(AlarmHistory, AgesEachKeyByItself) {
+TEST_F(AlarmHistory, AgesEachKeySeparately) {
     EXPECT_FALSE(IsRepeatedAlarm("first"));
     TimeRecorder::Advance(seconds(1800));
     EXPECT_FALSE(IsRepeatedAlarm("second"));
@@ -135,7 +135,7 @@ TEST_F(AlarmHistory, AgesEachKeyByItself) {
     EXPECT_TRUE(IsRepeatedAlarm("first"));
 }
 
-TEST_F(AlarmHistory, KeepsEveryKeyWhenTheClockIsSetBack) {
+TEST_F(AlarmHistory, KeepsEveryKeyIfTheClockIsSetBack) {
     EXPECT_FALSE(IsRepeatedAlarm("first"));
     EXPECT_FALSE(IsRepeatedAlarm("second"));
     TimeRecorder::Advance(-hours(7));
@@ -150,7 +150,7 @@ TEST_F(AlarmHistory, KeepsEveryKeyWhenTheClockIsSetBack) {
     EXPECT_FALSE(IsRepeatedAlarm("second"));
 }
 
-TEST_F(AlarmHistory, TakesTheTimeOfAKeyAtTheBeginningOfItsCall) {
+TEST_F(AlarmHistory, StoresTheTimeBeforeTheFirstPause) {
     StopShortOfTheNextSecond(walkPause / 2);
     EXPECT_FALSE(IsRepeatedAlarm("key"));
     TimeRecorder::Advance(seconds(3599));
@@ -171,7 +171,7 @@ TEST_F(AlarmHistory, AgesByTheTimeBeforeTheSecondPause) {
     EXPECT_TRUE(IsRepeatedAlarm("key"));
 }
 
-// A program that starts over for this one call finds the history as it is at load.
+// The death test runs in a new process, where the history is as at load.
 TEST_F(AlarmHistory, IsEmptyAtLoad) {
     if (runsEmulated) {
         GTEST_SKIP() << startsNoProgram;
@@ -185,7 +185,7 @@ TEST_F(AlarmHistory, IsEmptyAtLoad) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST_F(AlarmHistory, PausesAtEveryTwentiethKeyOfBothWalks) {
+TEST_F(AlarmHistory, PausesPer20KeysInBothWalks) {
     const struct {
         size_t keys;
         size_t pausesAWalk;
@@ -196,7 +196,7 @@ TEST_F(AlarmHistory, PausesAtEveryTwentiethKeyOfBothWalks) {
     }
 }
 
-TEST_F(AlarmHistory, EndsTheSearchAtTheKeyAndPausesLongerThere) {
+TEST_F(AlarmHistory, EndsTheSearchAtTheKeyWithALongerPause) {
     const struct {
         const char* key;
         size_t searchPauses;
@@ -209,11 +209,11 @@ TEST_F(AlarmHistory, EndsTheSearchAtTheKeyAndPausesLongerThere) {
     }
 }
 
-TEST_F(AlarmHistory, PausesForKeysThatItDropsAsForThoseThatItKeeps) {
+TEST_F(AlarmHistory, PausesForDroppedKeysToo) {
     Fill(45);
     TimeRecorder::Advance(hours(1));
     EXPECT_EQ(PausesOf("0", false), Pauses(3 + 3, walkPause));
-    // All others are gone.
+    // All other keys are gone.
     EXPECT_EQ(PausesOf("1", false), Pauses(3 + 2, walkPause));
 }
 
@@ -226,20 +226,20 @@ TEST_F(AlarmHistory, DropsOldKeysOnARepeatToo) {
     EXPECT_EQ(PausesOf("young", true).size(), 3 + 1 + 1 + 1U);
 }
 
-TEST_F(AlarmHistory, HasNoOtherBoundThanAge) {
+TEST_F(AlarmHistory, HasNoSizeLimit) {
     Fill(2000);
     EXPECT_TRUE(IsRepeatedAlarm("0"));
     EXPECT_EQ(PausesOf("another", false).size(), 3 + 2 * 100U);
 }
 
-TEST_F(AlarmHistory, SleepsOnAfterASignal) {
+TEST_F(AlarmHistory, ResumesAnInterruptedPause) {
     Fill(1);
     TimeRecorder::InterruptNext(microseconds(60));
     EXPECT_EQ(PausesOf("0", true),
               (Pauses{walkPause, microseconds(60), walkPause, walkPause, walkPause, walkPause, repeatPause}));
 }
 
-TEST_F(AlarmHistory, TellsOneOfSeveralThreadsThatAKeyIsNew) {
+TEST_F(AlarmHistory, AcceptsAKeyInOneOfSeveralThreads) {
     constexpr int threadCount = 8;
     constexpr int rounds = 100;
     TimeRecorder::AtEachPause([](size_t) { std::this_thread::yield(); });

@@ -13,7 +13,7 @@ class AttackSource : public InstantScanTest {
 protected:
     AttackSource() : privateProgram(folder.Write("private", "private")), script(folder.Write("script", "text")) {}
 
-    // A shell 300 under a shell 200, neither of which was given a script.
+    // A shell 300 under a shell 200, both without a script.
     RshellAlarmInfo ShellUnderShell() {
         AddShell(300, 200);
         AddShell(200, 100);
@@ -43,14 +43,14 @@ protected:
     std::string script;
 };
 
-TEST_F(AttackSource, IsWhatCameInForAProcessWithoutAProgram) {
+TEST_F(AttackSource, IsUnchangedForAProcessWithoutAProgram) {
     RshellAlarmInfo record = ShellUnderShell();
     record.path = "";
     record.parentPath = privateProgram;
     Expect(record, "what came in", "");
 }
 
-TEST_F(AttackSource, IsWhatCameInForAProgramThatCannotBeHashed) {
+TEST_F(AttackSource, IsUnchangedForAProgramThatCannotBeHashed) {
     RshellAlarmInfo record = ShellUnderShell();
     record.path = privateProgram + " (deleted)";
     record.parentPath = privateProgram;
@@ -59,14 +59,14 @@ TEST_F(AttackSource, IsWhatCameInForAProgramThatCannotBeHashed) {
     Expect(record, "what came in", "");
 }
 
-TEST_F(AttackSource, IsAProgramThatIsNoCommandOfTheHost) {
+TEST_F(AttackSource, IsTheProgramIfItIsNoCommonCommand) {
     RshellAlarmInfo record = ShellUnderShell();
     record.path = privateProgram;
     record.ppid = 1;
     Expect(record, privateProgram, privateDigest);
 }
 
-TEST_F(AttackSource, IsWhatCameInForAShellUnderInit) {
+TEST_F(AttackSource, IsUnchangedForAShellUnderInit) {
     RshellAlarmInfo record = ShellUnderShell();
     record.ppid = 1;
     record.parentPath = privateProgram;
@@ -75,14 +75,13 @@ TEST_F(AttackSource, IsWhatCameInForAShellUnderInit) {
     Expect(record, "", "");
 }
 
-// The source and the hash are of different files.
-TEST_F(AttackSource, IsThePrivateProgramThatStartedAShellWithTheHashOfTheShell) {
+TEST_F(AttackSource, IsAPrivateParentWithTheHashOfTheShell) {
     RshellAlarmInfo record = ShellUnderShell();
     record.parentPath = privateProgram;
     Expect(record, privateProgram, shellDigest);
 }
 
-TEST_F(AttackSource, IsAParentThatHasNoProgramAtAll) {
+TEST_F(AttackSource, IsEmptyForAParentWithoutAProgram) {
     RshellAlarmInfo record = ShellUnderShell();
     record.parentPath = "";
     Expect(record, "", shellDigest);
@@ -95,14 +94,13 @@ TEST_F(AttackSource, IsTheParentsScriptWithTheHashOfTheShell) {
     Expect(record, script, shellDigest);
 }
 
-TEST_F(AttackSource, IsTheProcessesOwnScriptWhenTheParentHasNone) {
+TEST_F(AttackSource, IsTheProcessesOwnScriptIfTheParentHasNone) {
     const RshellAlarmInfo record = ShellUnderShell();
     ReplaceProcess(300, 200, "bash " + script);
     Expect(record, script, shellDigest);
 }
 
-// A common command as an argument is no script.
-TEST_F(AttackSource, IsTheParentsCommandLineWhenTheArgumentIsACommandOfTheHost) {
+TEST_F(AttackSource, IsTheParentsCommandLineIfTheArgumentIsACommonCommand) {
     const RshellAlarmInfo record = ShellUnderShell();
     ReplaceProcess(200, 100, "bash " + shell);
     Expect(record, "bash -i", bashInteractiveDigest);
@@ -113,7 +111,7 @@ TEST_F(AttackSource, IsTheParentsCommandLineWithItsOwnHash) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(AttackSource, IsWhatCameInWhenTheParentsCommandLineIsOneWord) {
+TEST_F(AttackSource, IsUnchangedIfTheParentsCommandLineIsOneWord) {
     for (const char* words : {"bash", " bash  ", ""}) {
         Remove(300);
         Remove(200);

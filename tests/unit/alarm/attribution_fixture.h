@@ -1,5 +1,5 @@
-// What the tests of command attribution share: a built tree over /proc, a folder of the user's files, and a "PATH" that
-// holds one tool, "ls".
+// Fixture of the tests of command attribution: a tree over /proc, a folder of user files, and a "PATH" with one tool,
+// "ls".
 #pragma once
 
 #include <gtest/gtest.h>
@@ -38,7 +38,7 @@ protected:
         shellPaths.clear();
     }
 
-    // A process in the folder "home" with this command line, byte by byte; its pid.
+    // Adds a process in the folder "home" with exactly these bytes as command line. Returns its pid.
     int AddProcess(const std::string& cmdline) {
         const int pid = ++lastPid;
         proc->Add({.pid = pid, .ppid = 1, .exe = "/opt/app/program", .cmdline = cmdline});
@@ -46,10 +46,10 @@ protected:
         return pid;
     }
 
-    // Writes a file of the user's and returns its path.
+    // Writes a user file and returns its path.
     std::string AddFile(const std::string& name) const { return folder.Write("home/" + name, "content"); }
 
-    // A command line as the kernel gives it: a zero byte behind each argument.
+    // A command line as in /proc: a zero byte after each argument.
     static std::string Arguments(const std::vector<std::string>& arguments) {
         std::string cmdline;
         for (const std::string& argument : arguments) {

@@ -8,7 +8,7 @@ namespace {
 
 class BusinessFile : public AttributionTest {
 protected:
-    // The answer for a process whose command line was taken earlier.
+    // Calls ProduceByBusinessFile for a process with this command line in its snapshot.
     bool Produces(const std::string& cmdline) {
         ProcInfo info;
         info.pid = AddProcess(Arguments({"sh"}));
@@ -16,7 +16,7 @@ protected:
         return ProduceByBusinessFile(info);
     }
 
-    // The answer for a shell with its own name only and this text of its link fd/255.
+    // Calls ProduceByBusinessFile for a shell without arguments and with this link text of fd/255.
     bool ProducesWithScript(const std::string& link) {
         ProcInfo info;
         info.pid = AddProcess(Arguments({"sh"}));
@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST(ExecWord, IsMinusCOrMinusXAndNothingElse) {
+TEST(ExecWord, IsOnlyMinusCOrMinusX) {
     EXPECT_TRUE(IsExecTmpCommand("-c"));
     EXPECT_TRUE(IsExecTmpCommand("-x"));
     for (const std::string& word :
@@ -37,7 +37,7 @@ TEST(ExecWord, IsMinusCOrMinusXAndNothingElse) {
     }
 }
 
-TEST(ArgumentPath, IsTakenFromTheWorkingDirectoryUnlessItIsAbsolute) {
+TEST(ArgumentPath, IsResolvedAgainstTheWorkingDirectory) {
     const TemporaryDirectory folder;
     const std::string file = folder.Write("one/file", "1");
     std::filesystem::create_symlink("one", folder.Path("two"));
@@ -75,12 +75,12 @@ TEST(ArgumentPath, StaysRelativeWithoutAWorkingDirectory) {
     EXPECT_EQ(ResolveArgumentPath("file", ""), "");
 }
 
-TEST_F(BusinessFile, IsAScriptThatAShellHoldsOpen) {
+TEST_F(BusinessFile, IsAScriptOnDescriptor255) {
     const std::string script = AddFile("a.sh");
     EXPECT_TRUE(ProducesWithScript(script));
 }
 
-TEST_F(BusinessFile, IsNothingElseThatAShellHoldsOpen) {
+TEST_F(BusinessFile, IsNoOtherObjectOnDescriptor255) {
     ASSERT_EQ(mkfifo(folder.Path("home/fifo").c_str(), 0600), 0);
     for (const std::string& link :
          {std::string("/dev/null"), folder.Path("home"), folder.Path("home/fifo"), folder.Path("home/a.sh (deleted)"),
@@ -89,7 +89,7 @@ TEST_F(BusinessFile, IsNothingElseThatAShellHoldsOpen) {
     }
 }
 
-TEST_F(BusinessFile, IsNotWhatStandsAtAnotherDescriptor) {
+TEST_F(BusinessFile, IsNoScriptOnAnotherDescriptor) {
     const std::string script = AddFile("a.sh");
     ProcInfo info;
     info.pid = AddProcess(Arguments({"sh"}));
@@ -100,13 +100,13 @@ TEST_F(BusinessFile, IsNotWhatStandsAtAnotherDescriptor) {
     EXPECT_FALSE(ProduceByBusinessFile(info));
 }
 
-TEST_F(BusinessFile, IsTheCommandOfAShellStartedForIt) {
+TEST_F(BusinessFile, IsACommandAfterMinusCOrMinusX) {
     EXPECT_TRUE(Produces("sh -c id"));
     EXPECT_TRUE(Produces("sh -x"));
     EXPECT_TRUE(Produces("  sh   -c"));
 }
 
-TEST_F(BusinessFile, IsTheSecondWordIfThatNamesAFile) {
+TEST_F(BusinessFile, IsTheSecondWordIfItNamesAFile) {
     const std::string script = AddFile("a.sh");
     std::filesystem::create_symlink("a.sh", folder.Path("home/link"));
     for (const std::string& cmdline : {"sh " + script, std::string("sh a.sh"), std::string("sh ./a.sh -i"),
@@ -115,7 +115,7 @@ TEST_F(BusinessFile, IsTheSecondWordIfThatNamesAFile) {
     }
 }
 
-TEST_F(BusinessFile, IsNoneWithoutSuchASecondWord) {
+TEST_F(BusinessFile, IsMissingWithoutSuchASecondWord) {
     const std::string script = AddFile("a.sh");
     std::filesystem::create_directories(folder.Path("home/directory"));
     std::filesystem::create_symlink("gone", folder.Path("home/dangling"));
@@ -137,7 +137,7 @@ TEST_F(BusinessFile, MayHoldAnyByteButABlank) {
     EXPECT_FALSE(Produces("sh a b"));
 }
 
-TEST_F(BusinessFile, IsFoundByItsAbsolutePathAfterTheProcessHasGone) {
+TEST_F(BusinessFile, IsFoundByItsAbsolutePathAfterTheProcessEnded) {
     ProcInfo info;
     info.pid = 499;
     info.cmdline = "sh " + AddFile("a.sh");
@@ -147,7 +147,7 @@ TEST_F(BusinessFile, IsFoundByItsAbsolutePathAfterTheProcessHasGone) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(BusinessFile, CostsNoPause) {
+TEST_F(BusinessFile, TakesNoPause) {
     AddFile("a.sh");
     Produces("sh a.sh");
     Produces("sh -i");

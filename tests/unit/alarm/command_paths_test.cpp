@@ -26,7 +26,7 @@ protected:
     TemporaryDirectory folder;
 };
 
-TEST_F(CommandPaths, AreThoseOfEveryRegularFileOfThatNameOnPath) {
+TEST_F(CommandPaths, ListEveryRegularFileOfThatNameOnPath) {
     const std::string first = folder.Write("one/tool", "1");
     const std::string second = folder.Write("two/tool", "2");
     folder.Write("three/other", "3");
@@ -36,7 +36,7 @@ TEST_F(CommandPaths, AreThoseOfEveryRegularFileOfThatNameOnPath) {
     EXPECT_EQ(CmdPaths("tool"), (std::set<std::string>{first, second}));
 }
 
-TEST_F(CommandPaths, GiveOneElementForADirectoryNamedTwiceAndForTwoLinksToOneFile) {
+TEST_F(CommandPaths, ListAFileOnceForARepeatedDirectoryAndForLinks) {
     const std::string file = folder.Write("one/tool", "1");
     std::filesystem::create_directories(Directory("two"));
     std::filesystem::create_symlink(file, Directory("two") + "/tool");
@@ -44,14 +44,14 @@ TEST_F(CommandPaths, GiveOneElementForADirectoryNamedTwiceAndForTwoLinksToOneFil
     EXPECT_EQ(CmdPaths("tool"), std::set<std::string>{file});
 }
 
-TEST_F(CommandPaths, GiveOneElementForADirectoryUnderTwoNames) {
+TEST_F(CommandPaths, ListAFileOnceForADirectoryUnderTwoNames) {
     const std::string file = folder.Write("one/tool", "1");
     std::filesystem::create_symlink("one", Directory("two"));
     SetPath(Directory("two") + ":" + Directory("one") + "/:" + Directory("one") + "/.");
     EXPECT_EQ(CmdPaths("tool"), std::set<std::string>{file});
 }
 
-TEST_F(CommandPaths, KeepTwoHardLinksToOneFileApart) {
+TEST_F(CommandPaths, ListTwoHardLinksSeparately) {
     const std::string first = folder.Write("one/tool", "1");
     std::filesystem::create_directories(Directory("two"));
     std::filesystem::create_hard_link(first, Directory("two/tool"));
@@ -59,7 +59,7 @@ TEST_F(CommandPaths, KeepTwoHardLinksToOneFileApart) {
     EXPECT_EQ(CmdPaths("tool"), (std::set<std::string>{first, Directory("two/tool")}));
 }
 
-TEST_F(CommandPaths, LeaveOutWhatIsNoRegularFile) {
+TEST_F(CommandPaths, OmitEverythingButRegularFiles) {
     for (const char* name : {"fifo", "dangling", "device", "loop"}) {
         std::filesystem::create_directories(Directory(name));
     }
@@ -67,14 +67,14 @@ TEST_F(CommandPaths, LeaveOutWhatIsNoRegularFile) {
     std::filesystem::create_symlink("gone", Directory("dangling/tool"));
     std::filesystem::create_symlink("/dev/null", Directory("device/tool"));
     std::filesystem::create_symlink("tool", Directory("loop/tool"));
-    // The right to run it is not asked for.
+    // It need not be executable.
     const std::string file = folder.Write("last/tool", "1");
     SetPath(Directory("fifo") + ":" + Directory("dangling") + ":" + Directory("device") + ":" + Directory("loop") +
             ":" + Directory("last"));
     EXPECT_EQ(CmdPaths("tool"), std::set<std::string>{file});
 }
 
-TEST_F(CommandPaths, AreNoneForAnEmptyCommandOrWithoutPath) {
+TEST_F(CommandPaths, AreEmptyForAnEmptyCommandOrWithoutPath) {
     EXPECT_TRUE(CmdPaths("tool").empty());
     SetPath("");
     EXPECT_TRUE(CmdPaths("tool").empty());
@@ -88,7 +88,7 @@ TEST_F(CommandPaths, AreNoneForAnEmptyCommandOrWithoutPath) {
 
 using CommonCommand = CommandPaths;
 
-TEST_F(CommonCommand, IsWhateverSharesItsNameWithAToolOnPath) {
+TEST_F(CommonCommand, IsAnyProgramWithTheNameOfAToolOnPath) {
     folder.Write("bin/ls", "1");
     SetPath(Directory("missing") + "::" + Directory("bin"));
     for (const std::string& path : {Directory("bin/ls"), std::string("/opt/app/ls"), std::string("/gone/ls"),
@@ -100,7 +100,7 @@ TEST_F(CommonCommand, IsWhateverSharesItsNameWithAToolOnPath) {
     }
 }
 
-TEST_F(CommonCommand, IsLookedForBehindEntriesThatHoldNoRegularFileOfItsName) {
+TEST_F(CommonCommand, IsSearchedPastEntriesWithoutSuchARegularFile) {
     std::filesystem::create_directories(Directory("one/tool"));
     std::filesystem::create_directories(Directory("two"));
     std::filesystem::create_symlink("gone", Directory("two/tool"));
@@ -115,12 +115,12 @@ TEST_F(CommonCommand, IsLookedForBehindEntriesThatHoldNoRegularFileOfItsName) {
     EXPECT_TRUE(IsCommonCommand("/opt/tool"));
 }
 
-TEST_F(CommonCommand, IsAListedShellWhateverPathSays) {
+TEST_F(CommonCommand, IsAListedShellIndependentlyOfPath) {
     shellPaths = {"/opt/own-shell", "/usr/local/bin/yum", "/", ""};
     EXPECT_TRUE(IsCommonCommand("/opt/own-shell"));
     SetPath(Directory("missing"));
     EXPECT_TRUE(IsCommonCommand("/opt/own-shell"));
-    // Before its name is looked at, too.
+    // The list of shells precedes all tests of the name.
     EXPECT_TRUE(IsCommonCommand("/usr/local/bin/yum"));
     EXPECT_TRUE(IsCommonCommand("/"));
     EXPECT_TRUE(IsCommonCommand(""));
@@ -139,7 +139,7 @@ TEST_F(CommonCommand, IsNeverYum) {
     EXPECT_TRUE(IsCommonCommand(Directory("bin/yum2").c_str()));
 }
 
-TEST_F(CommonCommand, IsNoPathWithoutAName) {
+TEST_F(CommonCommand, IsNeverAPathWithoutAName) {
     SetPath(Directory("bin"));
     folder.Write("bin/tool", "1");
     EXPECT_FALSE(IsCommonCommand(nullptr));

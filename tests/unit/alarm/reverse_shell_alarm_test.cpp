@@ -9,7 +9,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using namespace std::string_literals;
 
-// A private program 300 under a shell 200, and a foreign connection of inode 51: nothing holds its alarm back.
+// A private program 300 under a shell 200 and a foreign connection with inode 51: its alarm passes all checks.
 class ReverseShellAlarm : public InstantScanTest {
 protected:
     void SetUp() override {
@@ -23,7 +23,7 @@ protected:
         proc->AddDescriptor(200, 0, "/dev/null");
     }
 
-    // The process as the callers of the second entry have it in hand.
+    // The process as AddRshellAlarmFanotify receives it.
     ProcInfo Private() const {
         ProcInfo info;
         info.pid = 300;
@@ -33,7 +33,7 @@ protected:
         return info;
     }
 
-    // True if the alarm gives an event. Each call may be the first of its kind: what was reported is forgotten.
+    // True if the alarm gives an event. Earlier alarms are forgotten before each call.
     bool Reports(const SocketInfo& sock) {
         ForgetAlarms();
         Fake::TheAgent().events.clear();
@@ -59,7 +59,7 @@ protected:
     std::string program;
 };
 
-TEST_F(ReverseShellAlarm, TellsOfTheProcessItsParentAndTheConnection) {
+TEST_F(ReverseShellAlarm, ContainsTheProcessItsParentAndTheConnection) {
     SetWorkingDirectory(300, "/tmp");
     SetWorkingDirectory(200, "/srv");
     AddRshellAlarm(300, ForeignConnection(51), 51);
@@ -79,17 +79,17 @@ TEST_F(ReverseShellAlarm, TellsOfTheProcessItsParentAndTheConnection) {
     EXPECT_EQ(content["remotePort"], 4444);
 }
 
-TEST_F(ReverseShellAlarm, TellsOfAProcessInHandWithoutReadingItAgain) {
+TEST_F(ReverseShellAlarm, DoesNotReadAGivenProcessAgain) {
     Remove(300);
     AddRshellAlarmFanotify(200, Private(), ForeignConnection(51), 51);
     const auto content = Content();
     EXPECT_EQ(content["pid"], 300);
     EXPECT_EQ(content["ppid"], 200);
     EXPECT_EQ(content["parentPath"], shell);
-    EXPECT_EQ(content["cmdline"], "() private -i") << "it has ended, so where it worked cannot be told";
+    EXPECT_EQ(content["cmdline"], "() private -i") << "the directory of an ended process is empty";
 }
 
-TEST_F(ReverseShellAlarm, TakesTheInodeThatItIsGiven) {
+TEST_F(ReverseShellAlarm, ContainsTheGivenInode) {
     AddRshellAlarm(300, ForeignConnection(51), 4294967295UL);
     EXPECT_EQ(Content()["inode"], "4294967295");
 }
@@ -102,13 +102,13 @@ TEST_F(ReverseShellAlarm, IsNotRaisedForAConnectionOfTheHostToItself) {
         own.type = type;
         EXPECT_FALSE(Reports(own)) << type;
     }
-    EXPECT_FALSE(IsRepeatedAlarm("bash,300,4444")) << "it never came to the key";
+    EXPECT_FALSE(IsRepeatedAlarm("bash,300,4444")) << "dropped before the key is stored";
     own.type = rawTable;
-    EXPECT_TRUE(Reports(own)) << "a raw socket found by pid is the exception";
-    EXPECT_FALSE(ReportsInHand(own)) << "but not one in hand";
+    EXPECT_TRUE(Reports(own)) << "AddRshellAlarm excepts raw sockets";
+    EXPECT_FALSE(ReportsInHand(own)) << "AddRshellAlarmFanotify does not";
 }
 
-TEST_F(ReverseShellAlarm, IsDroppedWhenTheProcessOrItsParentCannotBeRead) {
+TEST_F(ReverseShellAlarm, IsDroppedIfTheProcessOrItsParentCannotBeRead) {
     Remove(200);
     EXPECT_FALSE(Reports(ForeignConnection(51))) << "parent";
     EXPECT_FALSE(ReportsInHand(ForeignConnection(51))) << "parent";
@@ -117,11 +117,11 @@ TEST_F(ReverseShellAlarm, IsDroppedWhenTheProcessOrItsParentCannotBeRead) {
     EXPECT_TRUE(Reports(ForeignConnection(51)));
     Remove(300);
     EXPECT_FALSE(Reports(ForeignConnection(51))) << "process";
-    EXPECT_FALSE(IsRepeatedAlarm("bash,300,4444")) << "it never came to the key";
+    EXPECT_FALSE(IsRepeatedAlarm("bash,300,4444")) << "dropped before the key is stored";
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ReverseShellAlarm, IsRaisedOnceForAParentAProcessAndAPort) {
+TEST_F(ReverseShellAlarm, IsRaisedOncePerParentProcessAndPort) {
     AddRshellAlarm(300, ForeignConnection(51), 51);
     AddRshellAlarm(300, ForeignConnection(52), 52);
     EXPECT_EQ(Events().size(), 1U);
@@ -129,10 +129,10 @@ TEST_F(ReverseShellAlarm, IsRaisedOnceForAParentAProcessAndAPort) {
     otherPort.remotePort = 4445;
     AddRshellAlarm(300, otherPort, 53);
     EXPECT_EQ(Events().size(), 2U);
-    EXPECT_TRUE(Log().empty()) << "a repeat is held back without a word";
+    EXPECT_TRUE(Log().empty()) << "a repeat is not logged";
 }
 
-TEST_F(ReverseShellAlarm, KnowsItsRepeatsByKeysThatDifferBetweenTheEntries) {
+TEST_F(ReverseShellAlarm, UsesDifferentHistoryKeysPerFunction) {
     AddRshellAlarm(300, ForeignConnection(51), 51);
     EXPECT_TRUE(IsRepeatedAlarm("bash,300,4444"));
     EXPECT_FALSE(IsRepeatedAlarm("300,bash,4444"));
@@ -149,7 +149,7 @@ TEST_F(ReverseShellAlarm, IsRaisedAgainForANewProcessWithANewSocket) {
     EXPECT_EQ(Events().size(), 2U);
 }
 
-TEST_F(ReverseShellAlarm, IsRaisedOnceForASocketWhoeverHoldsIt) {
+TEST_F(ReverseShellAlarm, IsRaisedOncePerSocketForAllItsHolders) {
     AddProcess(301, 200, program, "private -i");
     AddRshellAlarm(300, ForeignConnection(51), 51);
     AddRshellAlarm(301, ForeignConnection(51), 51);
@@ -171,22 +171,22 @@ TEST_F(ReverseShellAlarm, IsRaisedAgainAfterAnHour) {
     EXPECT_EQ(Events().size(), 2U);
 }
 
-TEST_F(ReverseShellAlarm, IsNotRaisedForACommandOfTheHostsUserOverTcp) {
+TEST_F(ReverseShellAlarm, IsNotRaisedForABusinessCommandOverTcp) {
     Remove(300);
     AddProcess(300, 200, program, "private -c id");
     EXPECT_FALSE(Reports(ForeignConnection(51)));
     EXPECT_EQ(Log(), std::vector<std::string>{"proc has busniess cmdline.[proc=300]"});
     EXPECT_EQ(Fake::TheAgent().log[0].source, "detect_shell");
-    EXPECT_TRUE(IsRepeatedAlarm("bash,300,4444")) << "its key is remembered";
-    EXPECT_FALSE(IsRepeatedAlarm("51")) << "its socket is not";
+    EXPECT_TRUE(IsRepeatedAlarm("bash,300,4444")) << "its key is stored";
+    EXPECT_FALSE(IsRepeatedAlarm("51")) << "its socket is not stored";
 
     SocketInfo other = ForeignConnection(51);
     other.type = tcp6Table;
-    EXPECT_TRUE(Reports(other)) << "only TCP over IPv4 is excused";
-    EXPECT_TRUE(ReportsInHand(ForeignConnection(51))) << "who has a process in hand has asked already";
+    EXPECT_TRUE(Reports(other)) << "only TCP over IPv4 is excepted";
+    EXPECT_TRUE(ReportsInHand(ForeignConnection(51))) << "callers of AddRshellAlarmFanotify check this themselves";
 }
 
-TEST_F(ReverseShellAlarm, NeedsBothPorts) {
+TEST_F(ReverseShellAlarm, RequiresBothPorts) {
     SocketInfo sock = ForeignConnection(51);
     sock.localPort = 0;
     EXPECT_FALSE(Reports(sock));
@@ -196,10 +196,10 @@ TEST_F(ReverseShellAlarm, NeedsBothPorts) {
     sock = RawSocket(51);
     sock.remotePort = 0;
     EXPECT_FALSE(ReportsInHand(sock));
-    EXPECT_FALSE(IsRepeatedAlarm("51")) << "no socket is remembered for it";
+    EXPECT_FALSE(IsRepeatedAlarm("51")) << "its socket is not stored";
 }
 
-TEST_F(ReverseShellAlarm, NeedsAParentWithOneTo401Descriptors) {
+TEST_F(ReverseShellAlarm, RequiresAParentWithOneTo401Descriptors) {
     struct Case {
         int descriptors;
         bool reported;
@@ -210,26 +210,26 @@ TEST_F(ReverseShellAlarm, NeedsAParentWithOneTo401Descriptors) {
         EXPECT_EQ(ReportsInHand(ForeignConnection(51)), row.reported) << row.descriptors;
     }
     std::filesystem::remove_all(proc->Folder() / "200" / "fd");
-    EXPECT_FALSE(Reports(ForeignConnection(51))) << "none can be counted";
+    EXPECT_FALSE(Reports(ForeignConnection(51))) << "no descriptors to count";
 }
 
-TEST_F(ReverseShellAlarm, CountsTheDescriptorsOfTheParentAlone) {
+TEST_F(ReverseShellAlarm, CountsOnlyTheParentsDescriptors) {
     GiveDescriptors(300, 402);
     EXPECT_TRUE(Reports(ForeignConnection(51)));
     GiveDescriptors(300, 0);
     EXPECT_TRUE(Reports(ForeignConnection(51)));
 }
 
-TEST_F(ReverseShellAlarm, KeepsTheKeyOfAFindingThatIsHeldBackLater) {
+TEST_F(ReverseShellAlarm, KeepsTheKeyOfAFindingThatIsDroppedLater) {
     GiveDescriptors(200, 402);
     AddRshellAlarm(300, ForeignConnection(51), 51);
     GiveDescriptors(200, 1);
     AddRshellAlarm(300, ForeignConnection(51), 51);
     EXPECT_TRUE(Events().empty());
-    EXPECT_FALSE(IsRepeatedAlarm("51")) << "it never came to the socket";
+    EXPECT_FALSE(IsRepeatedAlarm("51")) << "dropped before the socket is stored";
 }
 
-TEST_F(ReverseShellAlarm, IsNotRaisedForAnExemptCommandOrParent) {
+TEST_F(ReverseShellAlarm, IsNotRaisedForAWhitelistedProcessOrParent) {
     ReplaceWhitelist({"private"});
     EXPECT_FALSE(Reports(ForeignConnection(51)));
     ReplaceWhitelist({"bas"});
@@ -239,8 +239,8 @@ TEST_F(ReverseShellAlarm, IsNotRaisedForAnExemptCommandOrParent) {
     EXPECT_TRUE(Reports(ForeignConnection(51)));
 }
 
-// The exemption is asked for the process first, and not for the parent when that tells.
-TEST_F(ReverseShellAlarm, AsksForTheExemptionOfTheProcessBeforeThatOfItsParent) {
+// The parent is not checked if the process is whitelisted.
+TEST_F(ReverseShellAlarm, ChecksTheWhitelistForTheProcessBeforeItsParent) {
     const auto asked = [this](const std::string& exempt) {
         ReplaceWhitelist({exempt});
         ForgetAlarms();
@@ -255,8 +255,8 @@ TEST_F(ReverseShellAlarm, AsksForTheExemptionOfTheProcessBeforeThatOfItsParent) 
     EXPECT_TRUE(Events().empty());
 }
 
-// An exemption costs 10 ms to ask for: it shows in the pauses whether it was.
-TEST_F(ReverseShellAlarm, AsksForNoExemptionWithoutPortsOrPlausibleDescriptors) {
+// Each check of the whitelist pauses for 10 ms, so the pauses show whether it was made.
+TEST_F(ReverseShellAlarm, ChecksTheWhitelistAfterPortsAndDescriptors) {
     const auto pauses = [this](const SocketInfo& info) {
         ForgetAlarms();
         const size_t mark = TimeRecorder::Pauses().size();
@@ -271,12 +271,12 @@ TEST_F(ReverseShellAlarm, AsksForNoExemptionWithoutPortsOrPlausibleDescriptors) 
     EXPECT_EQ(pauses(ForeignConnection(51)), all - 2);
 }
 
-TEST_F(ReverseShellAlarm, IsNotSentForAPeerWithoutAnAddressOrAPortOf16Bits) {
+TEST_F(ReverseShellAlarm, IsNotSentForAPeerWithoutAnAddressOrA16BitPort) {
     SocketInfo sock = ForeignConnection(51);
     sock.remoteIp = 0;
     EXPECT_FALSE(Reports(sock));
-    EXPECT_EQ(TimeRecorder::Pauses().back(), milliseconds(1)) << "the pause after it is taken";
-    EXPECT_TRUE(IsRepeatedAlarm("51")) << "the socket is remembered";
+    EXPECT_EQ(TimeRecorder::Pauses().back(), milliseconds(1)) << "the pause is taken nevertheless";
+    EXPECT_TRUE(IsRepeatedAlarm("51")) << "the socket is stored";
     sock = ForeignConnection(51);
     sock.remotePort = 65536;
     EXPECT_FALSE(Reports(sock));
@@ -288,19 +288,19 @@ TEST_F(ReverseShellAlarm, IsNotSentForAPeerWithoutAnAddressOrAPortOf16Bits) {
     EXPECT_EQ(Content()["localPort"], 0);
 }
 
-TEST_F(ReverseShellAlarm, PausesAMillisecondOnceItIsSent) {
+TEST_F(ReverseShellAlarm, PausesAMillisecondAfterSending) {
     EXPECT_TRUE(Reports(ForeignConnection(51)));
     EXPECT_EQ(TimeRecorder::Pauses().back(), milliseconds(1));
     GiveDescriptors(200, 0);
     EXPECT_FALSE(Reports(ForeignConnection(51)));
-    EXPECT_EQ(TimeRecorder::Pauses().back(), microseconds(100)) << "none where it is held back before";
+    EXPECT_EQ(TimeRecorder::Pauses().back(), microseconds(100)) << "no such pause if it is dropped earlier";
 }
 
-TEST_F(ReverseShellAlarm, NamesTheScriptOfTheProcessOrElseOfItsParent) {
+TEST_F(ReverseShellAlarm, ContainsTheScriptOfTheProcessOrElseOfItsParent) {
     const std::string script = folder.Write("script", "own");
     const std::string parentScript = folder.Write("parentScript", "parent's");
     ProcInfo own = Private();
-    own.path = "";  // nothing else can be told of where it came from
+    own.path = "";  // only the script is left as its source
     proc->AddDescriptor(200, 255, parentScript);
     AddRshellAlarmFanotify(200, own, ForeignConnection(51), 51);
     EXPECT_EQ(Content()["sourcePath"], parentScript);
@@ -313,8 +313,8 @@ TEST_F(ReverseShellAlarm, NamesTheScriptOfTheProcessOrElseOfItsParent) {
     EXPECT_EQ(Content()["sourcePath"], script);
 }
 
-// The parent whose script counts is the one that the process names, which may differ from the one given.
-TEST_F(ReverseShellAlarm, LooksForTheScriptOfTheProcessesOwnParent) {
+// The script is that of the process's ppid, which may differ from the given parent.
+TEST_F(ReverseShellAlarm, ContainsTheScriptOfTheProcessesOwnParent) {
     const std::string script = folder.Write("script", "text");
     AddProcess(250, 100, shell, "bash");
     proc->AddDescriptor(250, 255, script);
@@ -339,7 +339,7 @@ TEST_F(ReverseShellAlarm, HashesTheParentsCommandLineWithoutItsDirectory) {
     EXPECT_EQ(Content()["sourcePath"], "bash -i");
 }
 
-// There is no snapshot of init.
+// GetProcInfo fails for init.
 TEST_F(ReverseShellAlarm, IsDroppedForAProcessUnderInit) {
     AddProcess(1, 0, "/sbin/init", "init");
     proc->AddDescriptor(1, 0, "/dev/null");
@@ -350,7 +350,7 @@ TEST_F(ReverseShellAlarm, IsDroppedForAProcessUnderInit) {
     EXPECT_TRUE(Events().empty());
 }
 
-TEST_F(ReverseShellAlarm, StaysOneValidLineWhateverTheCommandLinesHold) {
+TEST_F(ReverseShellAlarm, IsOneValidLineForHostileCommandLines) {
     const std::string hostile =
         "private\0\"\\\n\r\x1b[31m\xff\xfe\xc3\0'\"}],\"pid\":1,\n"s + std::string(100000, 'A') + "\0"s;
     proc->AddFile(300, "cmdline", hostile);
@@ -365,8 +365,7 @@ TEST_F(ReverseShellAlarm, StaysOneValidLineWhateverTheCommandLinesHold) {
     EXPECT_EQ(content["parentCmdline"], kept);
 }
 
-// The slow part of the work is not done for a socket that was reported before.
-TEST_F(ReverseShellAlarm, LooksForTheSourceOnlyOfANewSocket) {
+TEST_F(ReverseShellAlarm, SearchesTheSourceOnlyForANewSocket) {
     ProcInfo own = Private();
     own.path = shell;
     AddRshellAlarmFanotify(200, own, ForeignConnection(51), 51);

@@ -40,13 +40,13 @@ TEST_F(ReverseShellEvent, HoldsItsKeysInOrder) {
               R"("remoteIp":"192.0.2.7","remotePort":4444}})");
 }
 
-TEST_F(ReverseShellEvent, HasEveryKeyAlsoForAnEmptyRecord) {
+TEST_F(ReverseShellEvent, HasEveryKeyForAnEmptyRecord) {
     EXPECT_EQ(EventJson::Parse(ReverseShellEventText({}))["eventContent"].Dump(),
               R"({"pid":0,"path":"","ppid":0,"parentPath":"","cmdline":"","parentCmdline":"","inode":"",)"
               R"("sourcePath":"","hash":"","localIp":"0.0.0.0","localPort":0,"remoteIp":"0.0.0.0","remotePort":0})");
 }
 
-TEST_F(ReverseShellEvent, WritesTheGreatestNumbers) {
+TEST_F(ReverseShellEvent, WritesTheLargestNumbers) {
     RshellAlarmInfo record = Record();
     record.localPort = 65535;
     record.remotePort = 65535;
@@ -59,12 +59,12 @@ TEST_F(ReverseShellEvent, WritesTheGreatestNumbers) {
     EXPECT_EQ(content["inode"], "18446744073709551615");
 }
 
-TEST_F(ReverseShellEvent, CarriesTheTimeOfItsMaking) {
+TEST_F(ReverseShellEvent, ContainsTheCurrentTime) {
     Fake::TheAgent().utc = "2031-12-31T23:59:59.999Z";
     EXPECT_EQ(EventJson::Parse(ReverseShellEventText(Record()))["eventTime"], "2031-12-31T23:59:59.999Z");
 }
 
-TEST_F(ReverseShellEvent, StaysOneValidLineWhateverItsTextsHold) {
+TEST_F(ReverseShellEvent, IsOneValidLineForHostileTexts) {
     const std::string hostile =
         "bash \"\\\n\r\t\x01\x1b[31m \xff\xfe\xc3 \0'\"}],\"pid\":1,"s + std::string(100000, 'A') + "\n\xf0\x9f\x92";
     RshellAlarmInfo record = Record();
@@ -76,7 +76,7 @@ TEST_F(ReverseShellEvent, StaysOneValidLineWhateverItsTextsHold) {
     EXPECT_EQ(content["pid"], 300);
     const std::string kept = content["cmdline"].Text();
     EXPECT_TRUE(kept.starts_with("bash \"\\\n\r\t\x01\x1b[31m \uFFFD\uFFFD\uFFFD "));
-    EXPECT_NE(kept.find(std::string(100000, 'A')), std::string::npos) << "nothing is cut";
+    EXPECT_NE(kept.find(std::string(100000, 'A')), std::string::npos) << "nothing is truncated";
     for (const char* key : {"path", "parentPath", "parentCmdline", "sourcePath"}) {
         EXPECT_EQ(content[key], kept) << key;
     }

@@ -17,7 +17,7 @@ constexpr char untouched[] = "untouched";
 
 class ScriptArgument : public AttributionTest {
 protected:
-    // What the search finds for a command line; the record's former value if nothing.
+    // The source path found for this command line, or untouched.
     std::string Find(const std::string& cmdline) { return FindOf(AddProcess(cmdline)); }
 
     static std::string FindOf(long pid) {
@@ -28,7 +28,7 @@ protected:
         return record.sourcePath;
     }
 
-    // What reading so many bytes and then passing over so many words costs.
+    // The pauses for so many bytes, blocks and rejected words.
     static Pauses Cost(size_t bytes, size_t blocks, size_t rejectedWords) {
         Pauses pauses(bytes + blocks, milliseconds(1));
         pauses.insert(pauses.end(), rejectedWords, microseconds(500));
@@ -36,7 +36,7 @@ protected:
     }
 };
 
-// The host's own /proc, and a working directory that the process has from the test.
+// Uses the host's own /proc. The test's working directory is that of its processes.
 class ScriptArgumentOfARealProcess : public testing::Test {
 protected:
     void SetUp() override {
@@ -73,13 +73,13 @@ TEST_F(ScriptArgument, IsNeverTheProgramItself) {
     EXPECT_EQ(Find(Arguments({script, "-u", script})), script);
 }
 
-TEST_F(ScriptArgument, IsResolvedOverLinks) {
+TEST_F(ScriptArgument, IsResolvedThroughLinks) {
     const std::string script = AddFile("a.py");
     std::filesystem::create_symlink("a.py", folder.Path("home/link"));
     EXPECT_EQ(Find(Arguments({"python", "link"})), script);
 }
 
-TEST_F(ScriptArgument, IsNoneOfWhatIsNotARegularFile) {
+TEST_F(ScriptArgument, IsNeverAnythingButARegularFile) {
     const std::string script = AddFile("a.py");
     std::filesystem::create_directories(folder.Path("home/directory"));
     std::filesystem::create_symlink("gone", folder.Path("home/dangling"));
@@ -103,10 +103,10 @@ TEST_F(ScriptArgument, IsNoneOfWhatIsNotARegularFile) {
     }
 }
 
-TEST_F(ScriptArgument, IsNoneIfTheFirstFileIsAToolOfTheHost) {
+TEST_F(ScriptArgument, IsMissingIfTheFirstFileIsACommonCommand) {
     AddFile("a.py");
     EXPECT_EQ(Find(Arguments({"env", tool, "a.py"})), untouched);
-    // Its name is enough.
+    // The name alone decides.
     AddFile("ls");
     EXPECT_EQ(Find(Arguments({"env", "ls", "a.py"})), untouched);
     AddFile("python3");
@@ -122,7 +122,7 @@ TEST_F(ScriptArgument, IsJudgedByTheResolvedPath) {
     EXPECT_EQ(Find(Arguments({"env", "sub/ls"})), script);
 }
 
-TEST_F(ScriptArgument, IsNoneIfTheFirstFileIsAShell) {
+TEST_F(ScriptArgument, IsMissingIfTheFirstFileIsAShell) {
     const std::string shell = AddFile("private-shell");
     EXPECT_EQ(Find(Arguments({"env", shell})), shell);
     shellPaths.insert(shell);
@@ -144,7 +144,7 @@ TEST_F(ScriptArgument, MayHoldAnyByte) {
     }
 }
 
-TEST_F(ScriptArgument, IsCutAtBlanks) {
+TEST_F(ScriptArgument, IsSplitAtBlanks) {
     AddFile("a b");
     EXPECT_EQ(Find(Arguments({"python", "a b"})), untouched);
     const std::string second = AddFile("b");
@@ -155,7 +155,7 @@ TEST_F(ScriptArgument, IsCutAtBlanks) {
     EXPECT_EQ(Find(Arguments({"python a"})), first);
 }
 
-TEST_F(ScriptArgument, IsTakenWholeIfItIsTheLastAndHasNoEnd) {
+TEST_F(ScriptArgument, IsNotSplitIfItIsUnterminated) {
     const std::string file = AddFile("a b");
     AddFile("a");
     EXPECT_EQ(Find(Arguments({"python"}) + "a b"), file);
@@ -165,16 +165,16 @@ TEST_F(ScriptArgument, IsTakenWholeIfItIsTheLastAndHasNoEnd) {
     EXPECT_EQ(Find(std::string("python\0 a", 9)), untouched);
 }
 
-TEST_F(ScriptArgument, IsNoEmptyOne) {
+TEST_F(ScriptArgument, IsNeverEmpty) {
     const std::string script = AddFile("a.py");
     EXPECT_EQ(Find(Arguments({"python", "", "", "a.py"})), script);
     EXPECT_EQ(Find(Arguments({"python", " ", "   ", "a.py", ""})), script);
-    // What stands first is the program.
+    // The first word is the program.
     EXPECT_EQ(Find(Arguments({"", "", "a.py"})), untouched);
     EXPECT_EQ(Find(Arguments({"", " ", "python", "a.py"})), script);
 }
 
-TEST_F(ScriptArgument, NeedsTwoWords) {
+TEST_F(ScriptArgument, RequiresTwoWords) {
     for (const std::string& cmdline :
          {std::string(), std::string(1, '\0'), std::string(5000, '\0'), Arguments({" "}), Arguments({"python"}),
           Arguments({"python", ""}), Arguments({"python", " "}), std::string("python")}) {
@@ -184,10 +184,10 @@ TEST_F(ScriptArgument, NeedsTwoWords) {
     }
 }
 
-TEST_F(ScriptArgument, IsFoundWhereverTheBlocksOfTheCommandLineEnd) {
+TEST_F(ScriptArgument, IsFoundAcrossTheEndsOfBlocks) {
     const std::string name = "script.py";
     const std::string script = AddFile(name);
-    // The word behind a filling of this many bytes lies before, across or behind the end of the first or second block.
+    // The word after a filling of this size lies before, across or after the end of the first or second block.
     for (const size_t block : {4096U, 8192U}) {
         for (size_t filling = block - name.size() - 2; filling <= block + 1; ++filling) {
             const std::string start = "python" + std::string(1, '\0') + std::string(filling - 8, 'x') + '\0';
@@ -198,7 +198,7 @@ TEST_F(ScriptArgument, IsFoundWhereverTheBlocksOfTheCommandLineEnd) {
     }
 }
 
-TEST_F(ScriptArgument, IsFoundBehindAWordOfManyBlocks) {
+TEST_F(ScriptArgument, IsFoundAfterAWordOfManyBlocks) {
     const std::string script = AddFile("a.py");
     EXPECT_EQ(Find(Arguments({"python", std::string(100000, 'x'), "a.py"})), script);
     EXPECT_EQ(Find(std::string(20000, 'x') + '\0' + "a.py"), script);
@@ -212,7 +212,7 @@ TEST_F(ScriptArgument, IsSoughtInThePresentBlockAloneWhenTheModuleIsBeingStopped
     EXPECT_LT(TimeRecorder::Pauses().size(), 4200U);
 }
 
-TEST_F(ScriptArgument, CostsAPauseAByteAndABlockAndARejectedWord) {
+TEST_F(ScriptArgument, PausesPerByteBlockAndRejectedWord) {
     AddFile("a.py");
     const std::string start = Arguments({"python"});
     const struct {
@@ -237,7 +237,7 @@ TEST_F(ScriptArgument, CostsAPauseAByteAndABlockAndARejectedWord) {
     }
 }
 
-TEST_F(ScriptArgument, IsNoneForAProcessThatHasGone) {
+TEST_F(ScriptArgument, IsMissingForAProcessThatIsGone) {
     EXPECT_EQ(FindOf(499), untouched);
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
     EXPECT_TRUE(Fake::TheAgent().log.empty());
@@ -251,7 +251,7 @@ TEST_F(ScriptArgument, StaysRelativeForAProcessWithoutAWorkingDirectory) {
     EXPECT_EQ(FindOf(498), untouched);
 }
 
-TEST_F(ScriptArgument, IsNoneWithALogLineIfMemoryIsShort) {
+TEST_F(ScriptArgument, IsMissingWithALogLineIfMemoryIsShort) {
     AddFile("a.py");
     const int pid = AddProcess(Arguments({"python", "a.py"}));
     const int descriptor = LowestFreeDescriptor();
@@ -275,7 +275,7 @@ TEST_F(ScriptArgument, LeavesNoDescriptorAndNoLogLine) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
-TEST_F(ScriptArgumentOfARealProcess, IsTakenFromItsWorkingDirectory) {
+TEST_F(ScriptArgumentOfARealProcess, IsResolvedAgainstItsWorkingDirectory) {
     const std::string script = folder.Write("a b.sh", "read line\n");
     const std::string plain = folder.Write("a.sh", "read line\n");
     const ServiceTests::ChildProcess shell("/bin/sh", {"sh", "-u", "./a.sh", "b.sh"});
