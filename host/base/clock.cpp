@@ -7,7 +7,7 @@
 namespace Host::Clock {
 namespace {
 
-// Rounded up: rounded down, poll(2) would return up to a millisecond early, and its caller would spin until the
+// Rounds up: rounded down, poll(2) would return up to a millisecond early, and its caller would spin until the
 // deadline.
 int MillisecondsUntil(Time deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Now()).count();

@@ -1,4 +1,4 @@
-// How the agent's programs answer whoever called them: messages and the exit status.
+// Messages to the user and exit statuses of the agent's programs.
 #pragma once
 
 #include <string>
@@ -11,8 +11,8 @@ enum ExitStatus : int {
     EXIT_WRONG_USE = 2,  // the command line or the configuration is wrong
 };
 
-// Writes one line to standard error, with the agent's name in front. Control characters are escaped, and what exceeds
-// 16 KiB is cut. Any thread.
+// Writes one line to standard error, prefixed with the agent's name. Escapes control characters and cuts the line at 16
+// KiB. Any thread.
 void PrintMessage(const std::string& message);
 
 }  // namespace Host

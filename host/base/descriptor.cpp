@@ -19,7 +19,7 @@ WriteResult WriteAll(int fd, std::string_view text) {
             continue;
         }
         if (count == 0) {
-            result.error = EIO;  // would otherwise be tried for ever
+            result.error = EIO;  // a retry could loop forever
             return result;
         }
         if (errno == EAGAIN) {

@@ -1,4 +1,4 @@
-// A file descriptor with one owner, whole writes, and the text of an errno.
+// A file descriptor with one owner, complete writes, and errno messages.
 #pragma once
 
 #include <unistd.h>
@@ -29,7 +29,7 @@ public:
     int Get() const { return fd_; }
     bool IsOpen() const { return fd_ >= 0; }
 
-    // read(2), repeated when a signal interrupts it: bytes read, 0 at the end, -1 with errno on failure.
+    // read(2), repeated if a signal interrupts it. Returns bytes read, 0 at the end, -1 with errno on failure.
     ssize_t Read(void* buffer, size_t size) const {
         ssize_t count = 0;
         do {
@@ -53,14 +53,14 @@ struct WriteResult {
     int error;       // errno of the write that failed, 0 if none did
 };
 
-// Writes all of text; waits as long as a non-blocking descriptor is full. Any thread.
+// Writes all of text. Waits while a non-blocking descriptor is full. Any thread.
 WriteResult WriteAll(int fd, std::string_view text);
 
 // The system's message for an errno. Any thread, unlike strerror.
 std::string ErrorText(int error);
 
-// Opens /dev/null in the place of standard streams that are closed: a descriptor of the process's own that took such a
-// place would be written to by mistake. On the main thread, before any descriptor is opened.
+// Opens /dev/null on each standard stream that is closed. Otherwise the next file to be opened would get its number,
+// and messages meant for the stream. Call it on the main thread before any descriptor is opened.
 void OccupyStandardStreams();
 
 }  // namespace Host

@@ -1,5 +1,5 @@
-// The agent's own log lines. Each is one call in printf form; whatever bytes the arguments bring, it is one line. Any
-// thread.
+// The agent's own log lines, in printf form. Each call writes exactly one line, whatever bytes the arguments contain.
+// Any thread.
 #pragma once
 
 #include <array>
@@ -13,13 +13,13 @@
 
 namespace Host {
 
-// Lines below level are dropped before they are formatted. LOG_LEVEL_LIFECYCLE until the first call. Any thread.
+// Lines below level are dropped before they are formatted. The default is LOG_LEVEL_LIFECYCLE. Any thread.
 void SetLogLevel(LogLevel level);
 
-// Keeps a condition that others can repeat at will from filling the log: one line per minute. Any thread.
+// Limits a message to one line per minute, so that others cannot fill the log by provoking it. Any thread.
 class LogPacer {
 public:
-    // True at the first call, then at most once a minute.
+    // True on the first call, then at most once per minute.
     bool MayLog();
 
 private:
@@ -27,7 +27,7 @@ private:
     std::optional<std::chrono::steady_clock::time_point> last_;
 };
 
-// The name of a source file without its folders and its ending, cut to 31 bytes, with its terminator.
+// The name of a source file without folders and extension, cut to 31 bytes, with its terminator.
 consteval std::array<char, 32> SourceStem(std::string_view file) {
     file = file.substr(file.rfind('/') + 1);
     file = file.substr(0, file.rfind('.'));
@@ -46,9 +46,9 @@ consteval std::array<char, 32> SourceStem(std::string_view file) {
         LoggerWriteLog("NormalLog", level, logSource.data(), __LINE__, __VA_ARGS__); \
     } while (false)
 
-// Something was lost or does not work, and the operator should act.
+// Something was lost or does not work. The operator should act.
 #define LogError(...) ORLIM_LOG(LOG_LEVEL_ERROR, __VA_ARGS__)
-// Something is not as it should be; the agent goes on.
+// Something is wrong, but the agent continues.
 #define LogWarning(...) ORLIM_LOG(LOG_LEVEL_WARNING, __VA_ARGS__)
-// A step in the agent's life.
+// A step of startup, reload or shutdown.
 #define LogInfo(...) ORLIM_LOG(LOG_LEVEL_LIFECYCLE, __VA_ARGS__)

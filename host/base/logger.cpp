@@ -26,7 +26,7 @@ constexpr size_t nameLimit = 256;
 
 std::atomic<int> threshold{LOG_LEVEL_LIFECYCLE};
 
-// Never destroyed: threads that outlive main's statics may still log.
+// Never destroyed: threads may still log after main's statics are gone.
 spdlog::logger& Output() {
     static spdlog::logger& logger = *[] {
         auto made = std::make_unique<spdlog::logger>("orlim", std::make_shared<Host::StderrSink>(STDERR_FILENO));
@@ -43,9 +43,9 @@ const char* LevelWord(int level) {
     return words[std::clamp(level, 0, 3)];
 }
 
-// The formatted message, up to one byte past the limit, which shows that it was cut.
+// Formats the message. Cuts it just past the limit, so that WriteLine sees that it was too long.
 std::string Format(const char* format, va_list arguments) {
-    const int callersErrno = errno;  // what %m shows
+    const int callersErrno = errno;  // %m prints it
     va_list again;
     va_copy(again, arguments);
     char small[512];
@@ -102,7 +102,7 @@ void LoggerWriteLog(const char* channel, LogLevel level, const char* source, uns
     try {
         WriteLine(channel, level, source, line, format == nullptr ? std::string("(null)") : Format(format, arguments));
     } catch (const std::exception&) {
-        // A log that brings its callers down is worse than a missing line.
+        // A missing line is better than a log that crashes its caller.
     }
     va_end(arguments);
     errno = callersErrno;

@@ -1,4 +1,4 @@
-// Makes text that other processes chose fit for one line of the log or of a terminal.
+// Escapes text from other processes for one line of the log or of a terminal.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 
 namespace Host {
 
-// Appends text to line with control characters (C0, DEL, C1) and bytes that are not valid UTF-8 written as \n, \r, \t
-// or \xNN. Appends at most limit bytes and never a part of a character or escape; false if something was omitted. Any
-// thread.
+// Appends text to line. Control characters (C0, DEL, C1) and bytes that are not valid UTF-8 become
+// , \r, \t or \xNN. Appends at most limit bytes and never part of a character or escape. Returns false if something was
+// omitted. Any thread.
 bool AppendPrintable(std::string& line, std::string_view text, size_t limit);
 
 }  // namespace Host

@@ -1,15 +1,16 @@
-// The agent's signals: taken in one place, by the main thread, when it is ready for them.
+// The agent's signals. The main thread takes them when it is ready.
 #pragma once
 
 namespace Host {
 
-// Holds back SIGTERM, SIGINT and SIGHUP in this thread and all that it starts from now on.
+// Blocks SIGTERM, SIGINT and SIGHUP in this thread and in all threads that it starts afterwards.
 void BlockControlSignals();
 
-// Has writes to a pipe without a reader, and beyond a limit on the size of files, fail instead of ending the process.
+// Ignores SIGPIPE and SIGXFSZ: a write to a pipe without a reader, or beyond the limit on file sizes, then fails
+// instead of ending the process.
 void IgnoreWriteSignals();
 
-// Waits for one of the signals held back and returns it.
+// Waits for one of the blocked signals and returns its number.
 int WaitForControlSignal();
 
 }  // namespace Host

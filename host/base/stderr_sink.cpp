@@ -24,7 +24,7 @@ void StderrSink::sink_it_(const spdlog::details::log_msg& message) {
         text += '\n';
     }
     if (dropped_ != 0) {
-        text += '(' + std::to_string(dropped_) + " lines of the log were lost here: standard error was not read)\n";
+        text += '(' + std::to_string(dropped_) + " log lines lost here: the reader of standard error was too slow)\n";
     }
     spdlog::memory_buf_t line;
     formatter_->format(message, line);
@@ -41,7 +41,7 @@ bool StderrSink::Write(std::string_view text) {
         if (!AwaitRoom()) {
             return false;
         }
-        // A pipe that can be written to has room for PIPE_BUF bytes, so the write itself does not wait.
+        // A pipe that polls as writable has room for PIPE_BUF bytes, so the write itself does not block.
         const ssize_t count = ::write(fd_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
         if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
             continue;

@@ -1,4 +1,4 @@
-// Standard error as the log's destination. A reader that has stopped reading does not stop the agent.
+// Standard error as the log's destination. A reader that stops reading does not block the agent.
 #pragma once
 
 #include <spdlog/sinks/base_sink.h>
@@ -9,8 +9,8 @@
 
 namespace Host {
 
-// Writes whole lines to fd. A full pipe that nobody reads costs one wait of a second; from then on lines are dropped
-// and counted until there is room again, and a line with the count replaces them. Any thread.
+// Writes whole lines to fd. If a pipe stays full, the sink waits for it once, for a second. It then drops and counts
+// lines until there is room again, and writes the count in their place. Any thread.
 class StderrSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
     explicit StderrSink(int fd) : fd_(fd) {}

@@ -10,7 +10,7 @@ thread_local const WakeSignal* stopOfThisThread = nullptr;
 }  // namespace
 
 void NameThisThread(const std::string& name) {
-    // The kernel refuses a longer name as a whole instead of cutting it.
+    // The kernel rejects a longer name instead of cutting it.
     constexpr size_t longestName = 15;
     pthread_setname_np(pthread_self(), name.substr(0, longestName).c_str());
 }

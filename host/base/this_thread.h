@@ -1,4 +1,4 @@
-// The calling thread: its name, and the signal that asks it to end.
+// The calling thread's name and stop signal.
 #pragma once
 
 #include <string>
@@ -7,14 +7,14 @@
 
 namespace Host {
 
-// Names the calling thread, cut to the 15 bytes that the kernel keeps and ps shows. Any thread.
+// Names the calling thread. The name is cut to the 15 bytes that the kernel keeps and ps shows. Any thread.
 void NameThisThread(const std::string& name);
 
-// Raised once somebody waits for the end of the calling thread. Null in a thread for which none was set. Belongs to the
-// thread's owner.
+// The stop signal of the calling thread, raised once another thread waits for this one to end. Null if none was set.
+// Owned by whoever started the thread.
 const WakeSignal* ThisThreadsStop();
 
-// Sets it for the calling thread. REQUIRES: stop outlives the thread.
+// Sets the stop signal of the calling thread. REQUIRES: stop outlives the thread.
 void SetThisThreadsStop(const WakeSignal* stop);
 
 }  // namespace Host

@@ -1,17 +1,17 @@
-// Wakes a thread that waits in poll.
+// Wakes a thread that waits in poll(2).
 #pragma once
 
 namespace Host {
 
 class WakeSignal {
 public:
-    // Throws std::system_error when the process has no descriptor left.
+    // Throws std::system_error if the process has no descriptor left.
     WakeSignal();
     ~WakeSignal();
     WakeSignal(const WakeSignal&) = delete;
     WakeSignal& operator=(const WakeSignal&) = delete;
 
-    // Readable from the first Raise on.
+    // Readable after the first Raise.
     int Descriptor() const { return fd_; }
 
     // Any thread.

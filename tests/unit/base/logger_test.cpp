@@ -22,7 +22,7 @@ class LoggerTest : public testing::Test {
 protected:
     void TearDown() override { Host::SetLogLevel(LOG_LEVEL_LIFECYCLE); }
 
-    // The lines that the calls wrote, without the times.
+    // The lines that the calls wrote, without their times.
     template <typename Calls>
     static std::string Logged(Calls calls) {
         testing::internal::CaptureStderr();
@@ -60,7 +60,7 @@ TEST_F(LoggerTest, EachLevelHasItsWord) {
     EXPECT_EQ(lines, "detail s:1 m\ninfo s:1 m\nwarning s:1 m\nerror s:1 m\n");
 }
 
-TEST_F(LoggerTest, OtherChannelIsShown) {
+TEST_F(LoggerTest, NamesOtherChannels) {
     EXPECT_EQ(Logged([] { LoggerWriteLog("Audit\n", LOG_LEVEL_WARNING, "s", 1, "m"); }), "warning [Audit\\n] s:1 m\n");
 }
 
@@ -88,7 +88,7 @@ TEST_F(LoggerTest, BytesThatWouldBreakTheLineAreEscaped) {
     }
 }
 
-TEST_F(LoggerTest, LongMessageIsCutAtItsBoundAndMarked) {
+TEST_F(LoggerTest, CutsAndMarksALongMessage) {
     constexpr size_t bound = 65536;
     EXPECT_EQ(LoggedMessage(std::string(bound, 'x')), std::string(bound, 'x') + "\n");
     EXPECT_EQ(LoggedMessage(std::string(bound, 'x') + "\n"), std::string(bound, 'x') + "\n");
@@ -98,7 +98,7 @@ TEST_F(LoggerTest, LongMessageIsCutAtItsBoundAndMarked) {
     EXPECT_EQ(LoggedMessage(std::string(2000, 'y')), std::string(2000, 'y') + "\n");
 }
 
-TEST_F(LoggerTest, ErrnoIsKept) {
+TEST_F(LoggerTest, KeepsErrno) {
     for (const size_t length : {size_t{10}, size_t{1000}, size_t{100000}}) {
         Logged([length] {
             const std::string message(length, 'x');
@@ -109,7 +109,7 @@ TEST_F(LoggerTest, ErrnoIsKept) {
     }
 }
 
-TEST_F(LoggerTest, NullNamesAndFormatAreHarmless) {
+TEST_F(LoggerTest, AcceptsNullNamesAndFormat) {
     const char* volatile none = nullptr;
     const std::string line = Logged([none] {
 #pragma GCC diagnostic push
@@ -120,7 +120,7 @@ TEST_F(LoggerTest, NullNamesAndFormatAreHarmless) {
     EXPECT_EQ(line, "warning ?:7 (null)\n");
 }
 
-TEST_F(LoggerTest, NullStringArgumentIsHarmless) {
+TEST_F(LoggerTest, AcceptsANullStringArgument) {
     const char* volatile none = nullptr;
     EXPECT_EQ(Logged([none] { LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "s", 1, "<%s>", none); }),
               "warning s:1 <(null)>\n");
@@ -134,7 +134,7 @@ TEST_F(LoggerTest, LinesBelowTheLevelAreNotFormatted) {
     EXPECT_EQ(Logged([] { LoggerWriteLog("NormalLog", LOG_LEVEL_WARNING, "s", 1, "m"); }), "");
 }
 
-TEST_F(LoggerTest, ThreadsDoNotShareLines) {
+TEST_F(LoggerTest, ThreadsDoNotMixTheirLines) {
     constexpr int threads = 4;
     constexpr int linesEach = 200;
     const std::string expected = "warning s:1 " + std::string(300, 'z') + "\n";

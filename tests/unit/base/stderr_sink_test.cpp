@@ -71,15 +71,14 @@ TEST_F(StderrSinkTest, WaitsASecondForAReaderOnceAndReportsTheLostLines) {
 
     log->info("last");
     const std::string rest = ReadAll();
-    EXPECT_NE(rest.find("(" + std::to_string(lines - whole) + " lines of the log were lost here"), std::string::npos)
-        << rest;
+    EXPECT_NE(rest.find("(" + std::to_string(lines - whole) + " log lines lost here"), std::string::npos) << rest;
     EXPECT_TRUE(rest.ends_with(")\nlast\n")) << rest;
 
     log->info("after");
     EXPECT_EQ(ReadAll(), "after\n");
 }
 
-TEST_F(StderrSinkTest, SurvivesAReaderThatHasGone) {
+TEST_F(StderrSinkTest, ContinuesWithoutAReader) {
     ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);
     reader.Close();
     log->info("into the void");

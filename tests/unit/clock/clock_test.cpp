@@ -1,4 +1,4 @@
-// The agent's real clock, which the tests of its users replace.
+// The agent's real clock, which tests of other rooms replace.
 #include "host/base/clock.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ pollfd Reading(const Descriptor& descriptor) {
 TEST(Clock, PollEndsAtItsDeadlineAndNotBefore) {
     const Descriptor silent = Signal(0);
     pollfd waiting = Reading(silent);
-    // Not a whole number of milliseconds, which poll(2) counts in.
+    // Not a whole number of milliseconds, the unit of poll(2).
     const Time deadline = Now() + 1500us;
     EXPECT_EQ(Poll({&waiting, 1}, deadline), 0);
     EXPECT_GE(Now(), deadline);
