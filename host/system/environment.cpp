@@ -11,7 +11,7 @@ std::string WhySearchIsOff() {
         return "";
     }
     return std::string(Published::locationVariable) +
-           " is set in the environment: the module keeps its search for reverse shells off";
+           " is set in the environment, so the module does not search for reverse shells";
 }
 
 std::string DirectoryOfProgram() {

@@ -20,7 +20,7 @@ namespace {
 constexpr size_t maxShellsFileBytes = 1024 * 1024;
 constexpr size_t maxLinkBytes = 64 * 1024;
 
-// A text with a zero byte would be cut by the system calls and name another file.
+// System calls would cut a text at a zero byte and use another file.
 bool IsPath(const std::string& path) {
     return !path.empty() && path.find('\0') == std::string::npos;
 }
@@ -66,7 +66,7 @@ bool IsEmacsTemporary(std::string_view name) {
            (name.size() > 2 && name.front() == '#' && name.back() == '#');
 }
 
-// vi tries whether a directory can be written with a file of the first free name of a series that begins like this.
+// vi tests whether a directory is writable with a file of the first free name of this series.
 bool IsViProbe(std::string_view name) {
     constexpr std::string_view names[] = {"4913", "5036", "5159", "5282"};
     for (const std::string_view probe : names) {
@@ -77,7 +77,7 @@ bool IsViProbe(std::string_view name) {
     return false;
 }
 
-// The first limit bytes of a regular file.
+// Reads the first limit bytes of a regular file.
 bool ReadHead(const std::string& path, size_t limit, std::string& content) {
     if (!IsPath(path)) {
         return false;
@@ -144,7 +144,7 @@ std::string GetRealLink(const std::string& path) {
     if (!IsPath(path)) {
         return {};
     }
-    // The links of /proc have no length beforehand: only a target shorter than the buffer is known to be whole.
+    // The links of /proc do not report their length: only a target shorter than the buffer is known to be complete.
     for (std::string target(256, '\0'); target.size() <= maxLinkBytes; target.resize(target.size() * 2)) {
         const ssize_t length = readlink(path.c_str(), target.data(), target.size());
         if (length < 0) {
@@ -167,7 +167,7 @@ std::string GetRealPath(const std::string& path) {
 }
 
 std::string StModeString(unsigned int mode) {
-    // A set special bit takes the place of the execute bit: lower case where that is set too.
+    // As in ls: a special bit replaces the execute bit, in lower case if that is set too.
     const auto execute = [mode](unsigned int bit, unsigned int special, char mark) {
         const bool isExecutable = (mode & bit) != 0;
         if ((mode & special) == 0) {
@@ -204,7 +204,7 @@ bool ParseShellsFile(std::set<std::string>& shells, const std::string& file) {
         return false;
     }
     if (content.size() == maxShellsFileBytes) {
-        // The limit may have cut the last line, and half a path is another path.
+        // The limit may have cut the last line, and a cut path is another path.
         const size_t lastEnd = content.rfind('\n');
         content.resize(lastEnd == std::string::npos ? 0 : lastEnd);
     }

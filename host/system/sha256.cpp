@@ -17,7 +17,7 @@ namespace {
 constexpr size_t blockBytes = 64 * 1024;
 
 bool IsStopped(const bool* stop) {
-    // The flag is set by another thread, and a plain read could be taken out of the loop.
+    // Another thread sets the flag, so the compiler must not move the read out of the loop.
     return stop != nullptr && __atomic_load_n(stop, __ATOMIC_RELAXED);
 }
 
@@ -30,7 +30,7 @@ void WriteHex(const unsigned char* bytes, unsigned int count, char (&digest)[65]
     digest[64] = '\0';
 }
 
-// False if the file cannot be read to its end or the reading was stopped.
+// False if reading fails or is stopped.
 bool UpdateWithContent(const Host::Descriptor& file, EVP_MD_CTX* context, const bool* stop) {
     // Callers may run on threads with small stacks.
     std::vector<char> block(blockBytes);
@@ -52,7 +52,7 @@ bool GetFileSha256(const std::string& path, char (&digest)[65], const bool* stop
     if (path.find('\0') != std::string::npos) {
         return false;
     }
-    // Without O_NONBLOCK whoever puts a FIFO in the file's place holds the caller for good.
+    // Without O_NONBLOCK, a FIFO in place of the file would block the caller forever.
     const Host::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.IsOpen()) {
         return false;

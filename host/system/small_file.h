@@ -1,4 +1,4 @@
-// Files that are read into memory as a whole.
+// Reads small files as a whole.
 #pragma once
 
 #include <string>
@@ -7,11 +7,12 @@
 
 namespace Host {
 
-// Reads to the end of the file, at most limit bytes, into text. 0 on success; otherwise the errno of the read, and text
-// is left as it was. Any thread.
+// Reads the file to its end, at most limit bytes, into text. Returns 0, or the errno of the read; text is then
+// unchanged. Any thread.
 int ReadUpTo(const Descriptor& file, size_t limit, std::string& text);
 
-// At most 256 KiB of one of the kernel's files; empty, with error set to an errno, if it cannot be read. Any thread.
+// Reads one of the kernel's files, at most 256 KiB. If it cannot be read, returns an empty text and sets error to an
+// errno. Any thread.
 std::string ReadSmallFile(const std::string& path, int& error);
 
 }  // namespace Host

@@ -14,7 +14,7 @@ struct Board {
     std::map<std::string, Host::FunctionStatus> functions;
 };
 
-// Never destroyed: a module's threads may report while the process is leaving.
+// Never destroyed: a module's threads may report while the process exits.
 Board& TheBoard() {
     static Board& board = *new Board;
     return board;

@@ -1,4 +1,4 @@
-// What the modules last said of their detection functions.
+// The last status report of each detection function.
 #pragma once
 
 #include <map>
@@ -8,10 +8,10 @@ namespace Host {
 
 struct FunctionStatus {
     bool running;
-    std::string code;  // "0000" for in order, otherwise the reporter's own; may be empty
+    std::string code;  // "0000" if in order, otherwise a code of the reporter; may be empty
 };
 
-// The last report of each function by its name, for at most 256 names. Any thread.
+// The last report of each function, by name. Keeps at most 256 names. Any thread.
 std::map<std::string, FunctionStatus> DetectionStatus();
 
 }  // namespace Host

@@ -11,7 +11,7 @@ namespace TavUtils::UserInfo {
 
 namespace {
 
-// A group's record holds all its members; past this it is not worth the memory to learn one name.
+// A group's record lists all its members. A larger record is not worth the memory for one name.
 constexpr size_t maxRecordBytes = 4 * 1024 * 1024;
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 namespace {
 
-TEST(GetEnv, TellsUnsetFromEmpty) {
+TEST(GetEnv, DistinguishesUnsetFromEmpty) {
     ASSERT_EQ(setenv("ORLIM_TEST_VARIABLE", "some value", 1), 0);
     EXPECT_STREQ(TavUtils::Env::GetEnv("ORLIM_TEST_VARIABLE"), "some value");
     ASSERT_EQ(setenv("ORLIM_TEST_VARIABLE", "", 1), 0);

@@ -15,7 +15,7 @@ namespace {
 using namespace TavUtils::FileAttribute;
 using TavUtils::FileOperation::ParseShellsFile;
 
-TEST(GetBasename, IsThatOfTheCLibrary) {
+TEST(GetBasename, AgreesWithTheCLibrary) {
     for (const char* path : {"", "/", "//", "///", "a", "a/", "a//", "/a", "/a/", "/usr/lib", "/usr//lib//", ".", "..",
                              "a/.", "/usr/bin/\xff\n x", " "}) {
         std::string copy = path;
@@ -23,7 +23,7 @@ TEST(GetBasename, IsThatOfTheCLibrary) {
     }
 }
 
-TEST(GetRealLink, GivesTheTargetAsItStands) {
+TEST(GetRealLink, ReturnsTheTargetUnresolved) {
     const TemporaryDirectory dir;
     const std::string longTarget(4000, 'x');
     for (const std::string& target : {std::string("relative/../target"), std::string("\xff\n"), longTarget,
@@ -35,7 +35,7 @@ TEST(GetRealLink, GivesTheTargetAsItStands) {
     }
 }
 
-TEST(GetRealLink, IsEmptyForWhatIsNoLink) {
+TEST(GetRealLink, IsEmptyForAnythingButALink) {
     const TemporaryDirectory dir;
     const std::string file = dir.Write("file", "");
     ASSERT_EQ(symlink("target", dir.Path("link").c_str()), 0);
@@ -66,7 +66,7 @@ TEST(GetRealPath, IsEmptyOnFailure) {
     }
 }
 
-TEST(StModeString, IsThatOfLs) {
+TEST(StModeString, AgreesWithLs) {
     struct Case {
         unsigned int mode;
         const char* text;
@@ -84,7 +84,7 @@ TEST(StModeString, IsThatOfLs) {
     }
 }
 
-TEST(IsTemporaryFile, KnowsTheNamesOfEditorsAndPackageManagers) {
+TEST(IsTemporaryFile, RecognisesFilesOfEditorsAndPackageManagers) {
     for (const char* name :
          {"bash~", ".bash.swp", ".bash.swx", ".bash.swo", "bash.tmp", "bash.dpkg-new", "bash.dpkg-tmp", "bash;5f3a9c01",
           "bash;5F3A9C01", "sedAb3xYz", "sed000000", ".#bash", "#bash#", "4913", "5036"}) {
@@ -93,7 +93,7 @@ TEST(IsTemporaryFile, KnowsTheNamesOfEditorsAndPackageManagers) {
     }
 }
 
-TEST(IsTemporaryFile, LeavesOtherNamesAlone) {
+TEST(IsTemporaryFile, RejectsOtherNames) {
     for (const char* path : {"",
                              "/",
                              "/usr/bin/bash",
@@ -128,7 +128,7 @@ TEST(IsTemporaryFile, LeavesOtherNamesAlone) {
     }
 }
 
-TEST(ParseShellsFile, TakesAbsolutePathsOnePerLine) {
+TEST(ParseShellsFile, ReadsOneAbsolutePathPerLine) {
     struct Case {
         std::string content;
         std::set<std::string> shells;
@@ -162,7 +162,7 @@ TEST(ParseShellsFile, AddsToTheSet) {
     EXPECT_EQ(shells, (std::set<std::string>{"/bin/sh", "/bin/bash"}));
 }
 
-TEST(ParseShellsFile, AddsNothingFromWhatCannotBeRead) {
+TEST(ParseShellsFile, AddsNothingFromAnUnreadableFile) {
     const TemporaryDirectory dir;
     ASSERT_EQ(mkfifo(dir.Path("fifo").c_str(), 0600), 0);
     for (const std::string& path : {std::string(), dir.Path("missing"), dir.Path("fifo"), dir.Path("")}) {

@@ -11,7 +11,7 @@ namespace {
 
 using TavUtils::Config;
 
-TEST(Config, IsOneMapForTheProcess) {
+TEST(Config, IsSharedByTheWholeProcess) {
     Config& config = Config::GetInstance();
     EXPECT_EQ(&config, &Config::GetInstance());
     const std::lock_guard<Config> guard(config);

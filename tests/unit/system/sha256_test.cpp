@@ -15,7 +15,7 @@ namespace {
 using TavUtils::Sha256::GetFileSha256;
 using TavUtils::Sha256::GetMemSha256;
 
-// The examples of FIPS 180-2, and the digest of nothing.
+// The examples of FIPS 180-2, and the digest of the empty text.
 struct Vector {
     std::string content;
     const char* digest;
@@ -29,7 +29,7 @@ const Vector vectors[] = {
     {std::string(1000000, 'a'), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
 };
 
-TEST(Sha256, GivesTheKnownDigests) {
+TEST(Sha256, ReturnsKnownDigests) {
     const TemporaryDirectory dir;
     for (const Vector& vector : vectors) {
         char digest[65] = "";
@@ -43,7 +43,7 @@ TEST(Sha256, GivesTheKnownDigests) {
     }
 }
 
-TEST(Sha256, NoBytesMayBeNull) {
+TEST(Sha256, AcceptsNullForNoBytes) {
     char digest[65] = "before";
     EXPECT_TRUE(GetMemSha256(nullptr, 0, digest));
     EXPECT_STREQ(digest, vectors[0].digest);
@@ -51,7 +51,7 @@ TEST(Sha256, NoBytesMayBeNull) {
     EXPECT_STREQ(digest, vectors[0].digest);
 }
 
-TEST(Sha256, LeavesTheDigestWhereThereIsNoRegularFile) {
+TEST(Sha256, LeavesTheDigestUnchangedWithoutARegularFile) {
     const TemporaryDirectory dir;
     const std::string fifo = dir.Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -78,7 +78,7 @@ TEST(Sha256, StopsWhenAsked) {
 TEST(Sha256, StopsInTheMiddleOfAFile) {
     const TemporaryDirectory dir;
     const std::string file = dir.Write("file", "");
-    // A hole of a size that no machine gets through while the test lasts.
+    // A hole that is too large for any machine to read during the test.
     ASSERT_EQ(truncate(file.c_str(), off_t{1} << (sizeof(off_t) == 8 ? 40 : 30)), 0);
     char digest[65] = "before";
     bool stop = false;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The stamp's moment in milliseconds since the epoch, -1 if it is not in the form.
+// Parses a time stamp to milliseconds since the epoch; -1 if it is malformed.
 long long MomentOf(const std::string& stamp) {
     tm parts{};
     int milliseconds = 0;
@@ -30,7 +30,7 @@ long long Now() {
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-TEST(GetCurrentUTC, IsThePresentMoment) {
+TEST(GetCurrentUTC, ReturnsTheCurrentTime) {
     const long long before = Now();
     std::string stamp = "what was there before";
     TavUtils::TimeMaster::GetCurrentUTC(stamp);
@@ -39,7 +39,7 @@ TEST(GetCurrentUTC, IsThePresentMoment) {
     EXPECT_LE(MomentOf(stamp), after) << stamp;
 }
 
-TEST(GetCurrentUTC, DoesNotFollowTheTimeZone) {
+TEST(GetCurrentUTC, IgnoresTheTimeZone) {
     const char* zone = getenv("TZ");
     const std::string kept = zone == nullptr ? "" : zone;
     setenv("TZ", "EAST-11", 1);

@@ -12,8 +12,8 @@ namespace {
 using TavUtils::UserInfo::GetGroupNameByGid;
 using TavUtils::UserInfo::GetUserNameByUid;
 
-TEST(UserInfo, NamesAllThatTheDatabasesList) {
-    // The first entry of an id is the one that a look-up finds.
+TEST(UserInfo, ReturnsTheNameOfEveryListedId) {
+    // A look-up finds the first entry of an id.
     std::map<uid_t, std::string> users;
     setpwent();
     while (const passwd* entry = getpwent()) {
@@ -37,7 +37,7 @@ TEST(UserInfo, NamesAllThatTheDatabasesList) {
     }
 }
 
-TEST(UserInfo, AnUnknownIdIsItsNumber) {
+TEST(UserInfo, ReturnsAnUnknownIdAsItsNumber) {
     EXPECT_EQ(GetUserNameByUid(3987654321U), "3987654321");
     EXPECT_EQ(GetGroupNameByGid(3987654321U), "3987654321");
     EXPECT_EQ(GetUserNameByUid(4294967295U), "4294967295");
