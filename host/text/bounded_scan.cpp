@@ -19,12 +19,13 @@ constexpr size_t maxTargetBytes = std::numeric_limits<size_t>::max() / 2;
 
 enum class Outcome {
     matched,
-    mismatch,   // the text is not what the format asks for
+    mismatch,   // the text does not match the format
     textEnded,  // the text ended before the directive could begin
-    violation,  // a format that is not understood, or a target that cannot be written
+    violation,  // the format is not supported, or a target cannot be written
 };
 
-// A number as it stands in the text. It has no value yet, because what a number too long becomes depends on its target.
+// A number as written in the text. It has no value yet, because an overlong number is converted differently for each
+// type of target.
 struct Digits {
     bool negative = false;
     unsigned int base = 10;
@@ -32,7 +33,7 @@ struct Digits {
     const char* end = nullptr;
 };
 
-// False if the number without its sign is above limit.
+// False if the number without its sign exceeds limit.
 bool Magnitude(const Digits& digits, uintmax_t limit, uintmax_t& magnitude) {
     magnitude = 0;
     for (const char* p = digits.begin; p != digits.end; ++p) {
@@ -55,7 +56,7 @@ Signed SignedValue(const Digits& digits) {
     return fits ? static_cast<Signed>(magnitude) : std::numeric_limits<Signed>::max();
 }
 
-// A sign counts modulo the type, as in strtoul(3), but only for a number within the limit.
+// A minus sign negates modulo the type, as in strtoul(3), unless the number exceeds the limit.
 template <typename Unsigned>
 Unsigned UnsignedValue(const Digits& digits) {
     uintmax_t magnitude = 0;
@@ -65,7 +66,8 @@ Unsigned UnsignedValue(const Digits& digits) {
     return static_cast<Unsigned>(digits.negative ? 0 - magnitude : magnitude);
 }
 
-// The kernel's tables hold fields wider than the word, such as IPv6 addresses, of which zero or not is all that counts.
+// The kernel's tables contain fields wider than a word, such as IPv6 addresses. For those only zero or non-zero
+// matters.
 template <typename Unsigned>
 Unsigned LowDigitsValue(const Digits& digits) {
     uintmax_t low = 0;
@@ -186,7 +188,7 @@ Outcome Scanner::Number(const Directive& directive) {
         ++at_;
     }
     if (digits.base == 16 && at_[0] == '0' && (at_[1] == 'x' || at_[1] == 'X')) {
-        // A prefix with no digit behind it is the number 0, as the C library has it.
+        // A prefix without a digit after it is the number 0, as in the C library.
         digits.begin = at_;
         digits.end = at_ + 1;
         at_ += 2;

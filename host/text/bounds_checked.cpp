@@ -34,7 +34,7 @@ int memset_s(void* dest, size_t destMax, int ch, size_t count) {
         return EINVAL;
     }
     std::memset(dest, ch, count > destMax ? destMax : count);
-    // The store has to happen even where the compiler sees that nothing reads the buffer again.
+    // Keeps the compiler from removing the store when nothing reads the buffer afterwards.
     __asm__ __volatile__("" : : "r"(dest) : "memory");
     return count > destMax ? ERANGE : 0;
 }

@@ -1,4 +1,4 @@
-// The tree behind the handles of agent/json.h, for reading, building and writing it.
+// The JSON tree behind the handles of agent/json.h.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -15,10 +15,11 @@ struct JsonDocument {
     Json root;
 };
 
-// The value at that path of keys; null if there is none. It is valid until the document is next written to.
+// The value at that path of keys; null if there is none. Valid until the next write to the document.
 const Json* Find(const JsonDocument& document, const std::vector<std::string>& path);
 
-// The value at that path, which is created if there is none: each value on the way that is not an object becomes one.
+// The value at that path. Creates it if there is none: each value on the path that is not an object is replaced by an
+// object.
 Json& FindOrCreate(JsonDocument& document, const std::vector<std::string>& path);
 
 }  // namespace TavUtils::JsonAdaptor

@@ -14,9 +14,9 @@ namespace {
 constexpr size_t maxTextBytes = 1024 * 1024;
 constexpr size_t maxDepth = 64;
 
-// Builds the tree as the parser walks the text, so that what nests too deep is refused before it is built. The
-// library's own builder looks for a member's key among all the members before it: a text of many members, well within
-// the size limit, would hold the agent for minutes.
+// Builds the tree during parsing, so that a text that nests too deep is rejected before it is built. The library's own
+// builder searches all earlier members for each key. A text of many members that is well within the size limit would
+// keep it busy for minutes.
 class TreeBuilder {
 public:
     bool null() { return Add(nullptr); }
@@ -81,7 +81,7 @@ private:
         if (isTooDeep_) {
             return false;
         }
-        // The address stays good: the container around this one gets no further value before this one is closed.
+        // The address stays valid: the enclosing container gets no further value until this one is closed.
         open_.push_back({&Place(std::move(container)), {}, {}});
         return true;
     }
@@ -98,7 +98,7 @@ private:
     size_t errorPosition_ = 0;
 };
 
-// The reason alone: the library's text begins with tags and a place of its own.
+// Removes the tags and the position that the library puts before the reason.
 std::string_view ReasonOf(std::string_view error) {
     const size_t tag = error.find("] ");
     if (tag != std::string_view::npos) {
@@ -111,13 +111,13 @@ std::string_view ReasonOf(std::string_view error) {
     return error;
 }
 
-// position counts the bytes up to and with the one that was refused.
+// position counts the bytes up to and including the rejected one.
 void LogSyntaxError(const std::string& text, size_t position, std::string_view reason) {
     const std::string_view before(text.data(), std::min(position == 0 ? 0 : position - 1, text.size()));
     const size_t lineEnd = before.rfind('\n');
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
     const size_t column = lineEnd == std::string_view::npos ? before.size() + 1 : before.size() - lineEnd;
-    LogWarning("JSON refused at line %ld, column %zu: %.*s", static_cast<long>(line), column,
+    LogWarning("cannot parse JSON, line %ld, column %zu: %.*s", static_cast<long>(line), column,
                static_cast<int>(std::min<size_t>(reason.size(), 200)), reason.data());
 }
 
@@ -125,10 +125,10 @@ void LogSyntaxError(const std::string& text, size_t position, std::string_view r
 
 bool JsonCharReader::Parse(const std::string& text, JsonValue& value) const {
     if (text.size() > maxTextBytes) {
-        LogWarning("JSON refused: %zu bytes, the limit is %zu", text.size(), maxTextBytes);
+        LogWarning("cannot parse JSON: its %zu bytes exceed the limit of %zu", text.size(), maxTextBytes);
         return false;
     }
-    // The library takes a zero byte for the end of the text and would accept whatever stands behind it.
+    // The library treats a zero byte as the end of the text and would accept anything after it.
     const size_t zero = text.find('\0');
     if (zero != std::string::npos) {
         LogSyntaxError(text, zero + 1, "zero byte");
@@ -137,7 +137,7 @@ bool JsonCharReader::Parse(const std::string& text, JsonValue& value) const {
     TreeBuilder builder;
     if (!Json::sax_parse(text, &builder)) {
         if (builder.IsTooDeep()) {
-            LogWarning("JSON refused: more than %zu levels of nesting", maxDepth);
+            LogWarning("cannot parse JSON: it has more than %zu levels of nesting", maxDepth);
         } else {
             LogSyntaxError(text, builder.ErrorPosition(), ReasonOf(builder.Error()));
         }

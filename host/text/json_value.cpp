@@ -25,7 +25,7 @@ const Json* Find(const JsonDocument& document, const Path& path, const char* key
     return key == nullptr ? nullptr : FindMember(Find(document, path), key);
 }
 
-// A copy, because writing elsewhere in the same document may move the value or be the end of it.
+// A copy, because a write elsewhere in the same document may move or destroy the value.
 Json CopyOf(const JsonDocument& document, const Path& path) {
     const Json* value = Find(document, path);
     return value == nullptr ? Json() : *value;

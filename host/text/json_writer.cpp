@@ -6,8 +6,8 @@ namespace {
 
 constexpr int indentWidth = 4;
 
-// Delete and the C1 controls stand for themselves in JSON, but they steer a terminal that an event is shown on. Only
-// strings can hold them.
+// JSON allows DEL and the C1 controls unescaped, but they would control a terminal that shows the event. Only strings
+// can contain them.
 std::string WithoutTerminalControls(std::string text) {
     constexpr char digits[] = "0123456789abcdef";
     std::string clean;

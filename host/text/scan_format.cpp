@@ -21,7 +21,7 @@ unsigned int DigitValue(char c) {
 
 namespace {
 
-// The members of a scan set, p being behind its '['. False if the set has no end.
+// Parses a scan set. p points behind its '['. False if the set has no closing bracket.
 bool ReadSet(const char*& p, std::bitset<256>& set) {
     const bool negated = *p == '^';
     if (negated) {

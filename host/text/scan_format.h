@@ -1,11 +1,11 @@
-// The format of a bounds-checked scan, directive by directive.
+// Parses the format of a bounds-checked scan.
 #pragma once
 
 #include <bitset>
 
 namespace Host {
 
-// Character tests of our own: those of the C library follow the locale, and are undefined for a negative char.
+// The C library's character tests depend on the locale and are undefined for a negative char.
 bool IsSpace(char c);
 
 // 0 to 15 for a digit in any base up to 16, 16 for anything else.
@@ -20,8 +20,8 @@ struct Directive {
     std::bitset<256> set;    // of '['
 };
 
-// Reads one directive, p being behind its '%', and leaves p behind it. False if it is not one of those that
-// agent/bounds_checked.h lists. Any thread.
+// Parses one directive. p points behind its '%' and is moved behind the directive. False if agent/bounds_checked.h does
+// not list it. Any thread.
 bool ReadDirective(const char*& p, Directive& directive);
 
 }  // namespace Host

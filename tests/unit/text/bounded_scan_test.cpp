@@ -15,12 +15,12 @@ namespace {
 
 constexpr size_t longDigits = sizeof(long) * 2;
 
-// Digits of which none fits beside the others: "f" and then the low-order ones.
+// A number one digit too long: "f", zeros, then the low digits.
 std::string Overlong(const std::string& low) {
     return "f" + std::string(longDigits - low.size(), '0') + low;
 }
 
-TEST(SscanfS, IntegersInTheirBases) {
+TEST(SscanfS, ReadsIntegersInEachBase) {
     struct Case {
         const char* text;
         const char* format;
@@ -46,7 +46,7 @@ TEST(SscanfS, IntegersInTheirBases) {
     }
 }
 
-TEST(SscanfS, ADecimalNumberOutOfRangeIsHeldAtTheLimit) {
+TEST(SscanfS, ClampsDecimalNumbersToTheRange) {
     const char* huge = "99999999999999999999999999999999999999999";
     const char* hugeNegative = "-99999999999999999999999999999999999999999";
     int i = 0;
@@ -86,7 +86,7 @@ TEST(SscanfS, ADecimalNumberOutOfRangeIsHeldAtTheLimit) {
     EXPECT_EQ(u, UINT_MAX - 1);
 }
 
-TEST(SscanfS, ATargetIsWrittenInItsSizeAndNoFurther) {
+TEST(SscanfS, WritesNoMoreThanTheTargetsSize) {
     struct {
         int value = 5;
         unsigned char behind[12] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
@@ -99,7 +99,7 @@ TEST(SscanfS, ATargetIsWrittenInItsSizeAndNoFurther) {
     }
 }
 
-TEST(SscanfS, AHexadecimalNumberKeepsTheLowOrderDigitsThatFit) {
+TEST(SscanfS, KeepsTheLowDigitsOfALongHexadecimalNumber) {
     struct Case {
         std::string text;
         unsigned long value;
@@ -131,7 +131,7 @@ TEST(SscanfS, AHexadecimalNumberKeepsTheLowOrderDigitsThatFit) {
     EXPECT_EQ(word, 1U);
 }
 
-TEST(SscanfS, TextConversions) {
+TEST(SscanfS, ReadsText) {
     struct Case {
         const char* text;
         const char* format;
@@ -173,7 +173,7 @@ TEST(SscanfS, TextConversions) {
     }
 }
 
-TEST(SscanfS, NoTextTargetIsWrittenPastItsSize) {
+TEST(SscanfS, WritesNoTextPastTheTarget) {
     for (const char* format : {"%s", "%[^\n]"}) {
         const std::string text(100, 'A');
         for (size_t size = 0; size <= 150; ++size) {
@@ -187,7 +187,7 @@ TEST(SscanfS, NoTextTargetIsWrittenPastItsSize) {
     }
 }
 
-TEST(SscanfS, ScanningEndsAtTheFirstMismatch) {
+TEST(SscanfS, StopsAtTheFirstMismatch) {
     int a = -1;
     int b = -1;
     EXPECT_EQ(sscanf_s("1:2", "%d:%d", &a, &b), 2);
@@ -199,7 +199,7 @@ TEST(SscanfS, ScanningEndsAtTheFirstMismatch) {
     EXPECT_EQ(b, 2);
 }
 
-TEST(SscanfS, LiteralsAndBlanksOfTheFormat) {
+TEST(SscanfS, MatchesLiteralsAndBlanksOfTheFormat) {
     int value = 0;
     EXPECT_EQ(sscanf_s("pid  :\n 7", "pid :%d", &value), 1);
     EXPECT_EQ(value, 7);
@@ -222,7 +222,7 @@ TEST(SscanfS, SuppressedConversionsTakeNoTargetAndNoSize) {
     EXPECT_EQ(sscanf_s("", "%*s%d", &value), -1);
 }
 
-TEST(SscanfS, RefusesUnsoundArguments) {
+TEST(SscanfS, RejectsInvalidArguments) {
     int value = 77;
     const char* none = nullptr;
     EXPECT_EQ(sscanf_s(none, "%d", &value), -1);
@@ -235,7 +235,7 @@ TEST(SscanfS, RefusesUnsoundArguments) {
     EXPECT_EQ(value, 77);
 }
 
-TEST(SscanfS, RefusesFormatsThatItDoesNotOffer) {
+TEST(SscanfS, RejectsUnsupportedFormats) {
     for (const char* format :
          {"%",    "%*",  "%l",   "%5d", "%0d", "%f", "%p", "%q", "%Ld", "%ls", "%hd", "%hhd", "%l[a]", "%[",   "%[]",
           "%[^]", "%[^", "%[a-", "%i",  "%o",  "%X", "%c", "%n", "%%",  "%zu", "%jd", "%ms",  "%3s",   "%llld"}) {
@@ -310,14 +310,14 @@ TEST(SscanfS, ReadsTheOtherFormsOfKernelTables) {
     EXPECT_STREQ(name, "eth0*");
 }
 
-TEST(SscanfS, LongTextIsScannedToItsEnd) {
+TEST(SscanfS, ScansLongTextToItsEnd) {
     const std::string text = std::string(2 * 1024 * 1024, 'x') + " 5";
     int value = 0;
     EXPECT_EQ(sscanf_s(text.c_str(), "%*s%d", &value), 1);
     EXPECT_EQ(value, 5);
 }
 
-// Where a text is short enough for no limit to matter, the C library is the measure.
+// On texts too short to reach any limit, the results must equal those of the C library.
 TEST(SscanfS, AgreesWithTheCLibraryOnShortTexts) {
     const char* const formats[] = {"%d%d%s",         "%d:%d %s",    "%x%x%s",          "%x:%x%[0-9a-f]",
                                    "%u%x%[^:]",      "%*d%d%d%s",   "%*s%x%d%s",       "%d -%d%s",
@@ -336,7 +336,7 @@ TEST(SscanfS, AgreesWithTheCLibraryOnShortTexts) {
         char measureText[64] = "before";
         const int result = sscanf_s(text.c_str(), format, &own[0], &own[1], ownText, sizeof(ownText));
         int expected = std::sscanf(text.c_str(), format, &measure[0], &measure[1], measureText);
-        // The C library passes over a suppressed conversion when it tells whether the text ended before the first.
+        // The C library ignores a suppressed conversion when it decides whether the text ended before the first one.
         if (std::strncmp(format, "%*", 2) == 0 && result == 0 && expected == -1) {
             expected = 0;
         }

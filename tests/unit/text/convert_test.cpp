@@ -10,7 +10,7 @@ namespace {
 using TavUtils::Convert::JsonToString;
 using TavUtils::Convert::StringToInt;
 
-TEST(StringToInt, TakesDecimalNumbersWithinTheRangeOfInt) {
+TEST(StringToInt, AcceptsDecimalNumbersWithinTheRangeOfInt) {
     struct Case {
         const char* text;
         int number;
@@ -25,7 +25,7 @@ TEST(StringToInt, TakesDecimalNumbersWithinTheRangeOfInt) {
     }
 }
 
-TEST(StringToInt, LeavesTheNumberWhereTheTextIsNone) {
+TEST(StringToInt, LeavesTheNumberUnchangedForOtherText) {
     const std::string texts[] = {"",
                                  " ",
                                  "1 ",
@@ -53,7 +53,7 @@ TEST(StringToInt, LeavesTheNumberWhereTheTextIsNone) {
     }
 }
 
-TEST(JsonToString, GivesOneLine) {
+TEST(JsonToString, WritesOneLine) {
     TavUtils::JsonAdaptor::JsonValue value(TavUtils::JsonAdaptor::JSON_OBJECT);
     value["text"] = "a\nb";
     value["nested"]["number"] = 5;

@@ -26,7 +26,7 @@ JsonValue Parsed(const std::string& text) {
     return value;
 }
 
-TEST(JsonValue, ANewOneIsAnEmptyObject) {
+TEST(JsonValue, StartsAsAnEmptyObject) {
     const JsonValue value(JSON_OBJECT);
     EXPECT_EQ(TextOf(value), "{}");
     EXPECT_FALSE(value.IsArray());
@@ -44,7 +44,7 @@ TEST(JsonValue, MembersKeepTheOrderOfTheirFirstWriting) {
     EXPECT_EQ(TextOf(Parsed(R"({"b":1,"a":{"y":1,"x":2},"B":3})")), R"({"b":1,"a":{"y":1,"x":2},"B":3})");
 }
 
-TEST(JsonWriter, EscapesWhatSteersATerminal) {
+TEST(JsonWriter, EscapesTerminalControls) {
     JsonValue value(JSON_OBJECT);
     value["a"] =
         "\x1b[31m\x7f\xc2\x9b"
@@ -53,7 +53,7 @@ TEST(JsonWriter, EscapesWhatSteersATerminal) {
     EXPECT_EQ(Parsed(TextOf(value)).AsString("a"), value.AsString("a"));
 }
 
-TEST(JsonValue, HandlesAreOnTheSameValue) {
+TEST(JsonValue, HandlesShareOneValue) {
     JsonValue value(JSON_OBJECT);
     JsonValue inner = value["outer"]["inner"];
     EXPECT_EQ(TextOf(value), "{}");
@@ -67,7 +67,7 @@ TEST(JsonValue, HandlesAreOnTheSameValue) {
     EXPECT_EQ(TextOf(value), R"({"outer":{"inner":{"deep":1}}})");
 }
 
-TEST(JsonValue, HandlesStayGoodWhileTheDocumentGrows) {
+TEST(JsonValue, HandlesStayValidWhileTheDocumentGrows) {
     JsonValue value(JSON_OBJECT);
     JsonValue first = value["first"];
     first["a"] = 1;
@@ -89,7 +89,7 @@ TEST(JsonValue, AHandleKeepsTheDocumentAlive) {
     EXPECT_EQ(TextOf(inner), R"({"b":"text","c":1})");
 }
 
-TEST(JsonValue, AWriteBelowWhatIsNoObjectReplacesIt) {
+TEST(JsonValue, WritingAMemberReplacesAnythingButAnObject) {
     for (const char* before : {"5", "\"text\"", "[1,2]", "null", "true", "1.5"}) {
         JsonValue value = Parsed(std::string(R"({"a":)") + before + R"(,"z":1})");
         value["a"]["b"]["c"] = 1;
@@ -100,7 +100,7 @@ TEST(JsonValue, AWriteBelowWhatIsNoObjectReplacesIt) {
     EXPECT_EQ(TextOf(root), R"({"a":1})");
 }
 
-TEST(JsonValue, AReadOfWhatIsNotThereCreatesNothing) {
+TEST(JsonValue, ReadingAMissingMemberCreatesNothing) {
     JsonValue value = Parsed(R"({"text":"t","array":[1]})");
     const std::string before = TextOf(value);
     JsonValue missing = value["missing"]["below"];
@@ -119,7 +119,7 @@ TEST(JsonValue, AReadOfWhatIsNotThereCreatesNothing) {
     EXPECT_EQ(TextOf(value), before);
 }
 
-TEST(JsonValue, NullPointersAreHarmless) {
+TEST(JsonValue, AcceptsNullPointers) {
     JsonValue value(JSON_OBJECT);
     const char* none = nullptr;
     value["text"] = none;
@@ -130,14 +130,14 @@ TEST(JsonValue, NullPointersAreHarmless) {
     EXPECT_TRUE(value.GetJsonStringArray(none).empty());
 }
 
-TEST(JsonValue, AMemberThatIsNullIsAMember) {
+TEST(JsonValue, CountsANullMemberAsAMember) {
     const JsonValue value = Parsed(R"({"a":null})");
     EXPECT_TRUE(value.IsMember("a"));
     EXPECT_FALSE(value.IsMember("b"));
     EXPECT_FALSE(value.IsMember("A"));
 }
 
-TEST(JsonValue, OnlyAWholeNumberWithinTheRangeIsAnInt) {
+TEST(JsonValue, AcceptsOnlyWholeNumbersInRangeAsInt) {
     struct Case {
         const char* text;
         bool isInt;
@@ -175,7 +175,7 @@ TEST(JsonValue, OnlyAWholeNumberWithinTheRangeIsAnInt) {
     EXPECT_EQ(value.AsInt("a"), -5);
 }
 
-TEST(JsonValue, AsStringTakesStringsOnly) {
+TEST(JsonValue, AsStringReadsOnlyStrings) {
     const JsonValue value = Parsed(R"({"a":"text","b":5,"c":["x"],"d":"","e":"\u00e4\u0000z"})");
     EXPECT_EQ(value.AsString("a"), "text");
     EXPECT_EQ(value.AsString("b"), "");
@@ -184,14 +184,14 @@ TEST(JsonValue, AsStringTakesStringsOnly) {
     EXPECT_EQ(value.AsString("e"), std::string("\xc3\xa4\0z", 4));
 }
 
-TEST(JsonValue, StringArraysPassOverOtherTypes) {
+TEST(JsonValue, StringArraysSkipOtherTypes) {
     const JsonValue value = Parsed(R"({"a":["x",1,null,"",["nested"],{"k":"v"},true,"y"],"b":[],"c":{"0":"x"}})");
     EXPECT_EQ(value.GetJsonStringArray("a"), (std::vector<std::string>{"x", "", "y"}));
     EXPECT_TRUE(value.GetJsonStringArray("b").empty());
     EXPECT_TRUE(value.GetJsonStringArray("c").empty());
 }
 
-TEST(JsonValue, ArraysOfObjects) {
+TEST(JsonValue, BuildsArraysOfObjects) {
     JsonValue value(JSON_OBJECT);
     JsonValue list = value["list"];
     list.TypeChangeToArray();
@@ -207,7 +207,7 @@ TEST(JsonValue, ArraysOfObjects) {
     EXPECT_EQ(TextOf(value), R"({"list":[{"n":1},{"n":2}]})");
 }
 
-TEST(JsonValue, AddingToWhatIsNoArrayMakesItOne) {
+TEST(JsonValue, AddingAnItemTurnsTheValueIntoAnArray) {
     JsonValue value = Parsed(R"({"a":{"x":1},"b":5})");
     JsonValue item(JSON_OBJECT);
     value["a"].JsonItemAddToArray(item);
@@ -253,7 +253,7 @@ TEST(JsonWriter, WritesValidUtf8OnOneLine) {
     EXPECT_TRUE(value.IsMember("key\xfe"));
 }
 
-TEST(JsonWriter, EveryTextThatItWritesCanBeRead) {
+TEST(JsonWriter, WritesOnlyTextThatTheReaderAccepts) {
     for (int first = 0; first < 256; ++first) {
         for (int second = 0; second < 256; ++second) {
             JsonValue value(JSON_OBJECT);
@@ -266,7 +266,7 @@ TEST(JsonWriter, EveryTextThatItWritesCanBeRead) {
     }
 }
 
-TEST(JsonWriter, IndentsWhenMadeSo) {
+TEST(JsonWriter, IndentsOnRequest) {
     const JsonValue value = Parsed(R"({"a":{"b":[1]}})");
     std::string text = "before";
     EXPECT_TRUE(JsonStreamWriter(true).Write(value, text));
@@ -274,18 +274,18 @@ TEST(JsonWriter, IndentsWhenMadeSo) {
     EXPECT_EQ(TextOf(Parsed(text)), R"({"a":{"b":[1]}})");
 }
 
-TEST(JsonReader, ReplacesTheHandlesValueOnly) {
+TEST(JsonReader, ReplacesOnlyTheHandlesValue) {
     JsonValue value = Parsed(R"({"a":1,"b":2})");
     JsonValue member = value["a"];
     EXPECT_TRUE(JsonCharReader().Parse(" [\"x\", 1.5, -3, false] ", member));
     EXPECT_EQ(TextOf(value), R"({"a":["x",1.5,-3,false],"b":2})");
 }
 
-TEST(JsonReader, TheLastOfEqualKeysCountsAtThePlaceOfTheFirst) {
+TEST(JsonReader, KeepsTheLastValueOfARepeatedKeyInTheFirstPosition) {
     EXPECT_EQ(TextOf(Parsed(R"({"a":1,"b":{"a":0},"a":{"x":[1]},"a":[2]})")), R"({"a":[2],"b":{"a":0}})");
 }
 
-TEST(JsonReader, RefusesWhatIsNoJsonAndLeavesTheValue) {
+TEST(JsonReader, RejectsInvalidJsonAndKeepsTheValue) {
     const std::string texts[] = {"",
                                  " ",
                                  "{",
@@ -337,7 +337,7 @@ std::string Nested(size_t depth, const std::string& open, const std::string& inn
     return text;
 }
 
-TEST(JsonReader, TakesSixtyFourLevelsAndNoMore) {
+TEST(JsonReader, AcceptsAtMostSixtyFourLevels) {
     for (const size_t depth : {size_t{63}, size_t{64}, size_t{65}, size_t{66}}) {
         JsonValue value(JSON_OBJECT);
         EXPECT_EQ(JsonCharReader().Parse(Nested(depth, "[", "", "]"), value), depth <= 64) << depth;
@@ -346,7 +346,7 @@ TEST(JsonReader, TakesSixtyFourLevelsAndNoMore) {
                   depth <= 64)
             << depth;
     }
-    // Depth is not the number of containers.
+    // Containers side by side add no depth.
     std::string wide = "[";
     for (int i = 0; i < 1000; ++i) {
         wide += "[{}],";
@@ -354,14 +354,14 @@ TEST(JsonReader, TakesSixtyFourLevelsAndNoMore) {
     EXPECT_EQ(TextOf(Parsed(wide + "0]")), wide + "0]");
 }
 
-TEST(JsonReader, DeepTextDoesNotReachTheStack) {
+TEST(JsonReader, DeepTextDoesNotOverflowTheStack) {
     JsonValue value(JSON_OBJECT);
     EXPECT_FALSE(JsonCharReader().Parse(std::string(1024 * 1024, '['), value));
     EXPECT_FALSE(JsonCharReader().Parse(Nested(100000, "{\"a\":", "1", "}"), value));
     EXPECT_EQ(TextOf(value), "{}");
 }
 
-TEST(JsonReader, TakesOneMebibyteAndNoMore) {
+TEST(JsonReader, AcceptsAtMostOneMebibyte) {
     constexpr size_t limit = 1024 * 1024;
     JsonValue value(JSON_OBJECT);
     const std::string text = "\"" + std::string(limit - 2, 'x') + "\"";
@@ -371,7 +371,7 @@ TEST(JsonReader, TakesOneMebibyteAndNoMore) {
     EXPECT_EQ(TextOf(value).size(), limit);
 }
 
-TEST(JsonReader, ManyMembersAreReadInTime) {
+TEST(JsonReader, ReadsManyMembersQuickly) {
     std::string text = "{";
     int count = 0;
     for (; text.size() < 1000000; ++count) {
@@ -394,7 +394,7 @@ void ExpectLogged(const std::string& text, const std::string& reason) {
         testing::ExitedWithCode(0), reason);
 }
 
-TEST(JsonReaderDeathTest, LogsWhyATextIsRefused) {
+TEST(JsonReaderDeathTest, LogsWhyATextIsRejected) {
     ExpectLogged("{\n  \"a\": }", "line 2, column 8");
     ExpectLogged("{]", "line 1, column 2");
     ExpectLogged("[1e999]", "line 1, column [67].*number overflow");

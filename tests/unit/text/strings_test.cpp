@@ -13,7 +13,7 @@ using TavUtils::StringProcess::IsMatchingShellWildcardList;
 using TavUtils::StringProcess::StrSplit;
 using TavUtils::StringProcess::StrTrim;
 
-TEST(StrSplit, GivesThePiecesBetweenSeparators) {
+TEST(StrSplit, ReturnsThePiecesBetweenSeparators) {
     struct Case {
         std::string text;
         std::string separator;
@@ -45,7 +45,7 @@ TEST(StrSplit, GivesThePiecesBetweenSeparators) {
     }
 }
 
-TEST(StrTrim, TakesBlanksFromBothEndsOfACopy) {
+TEST(StrTrim, TrimsACopyAtBothEnds) {
     struct Case {
         std::string text;
         std::string trimmed;
@@ -101,7 +101,7 @@ TEST(IsMatchingShellWildcardList, MatchesTheWholeText) {
     }
 }
 
-TEST(IsMatchingShellWildcardList, ManyWildcardsOnALongTextEnd) {
+TEST(IsMatchingShellWildcardList, MatchesManyWildcardsOnALongTextQuickly) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(IsMatchingShellWildcardList(std::string(4096, 'a'), {"*a*a*a*a*a*a*a*a*a*a*a*a*b"}));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
