@@ -16,7 +16,7 @@ namespace {
 // Newer kernels declare the enumerators outside the record.
 using KernelEvent = decltype(proc_event::what);
 
-// Least length of a record of that kind; 0 for kinds that nobody here wants.
+// Minimum length of a record of that kind; 0 for kinds that are not used.
 size_t RequiredLength(const proc_event& record) {
     switch (record.what) {
         case KernelEvent::PROC_EVENT_NONE:
@@ -49,7 +49,7 @@ ProcessEvent EventOf(const proc_event& record) {
     return event;
 }
 
-// libmnl compares the length as a signed number: one beyond 2 GiB passes for small, and the walk would not end.
+// libmnl compares the length as a signed number: a length beyond 2 GiB would pass as small, and the loop would not end.
 bool IsWhole(const nlmsghdr* header, int left) {
     return mnl_nlmsg_ok(header, left) && header->nlmsg_len <= static_cast<uint32_t>(left);
 }
@@ -63,7 +63,7 @@ void ParseMessage(const char* payload, size_t size, ConnectorBatch& batch) {
     if (message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC || message.len > size - sizeof(message)) {
         return;
     }
-    // Copied, because the record lies unaligned behind its header; cleared first, because older kernels send less.
+    // Copied, because the record is not aligned. Cleared first, because older kernels send fewer bytes.
     proc_event record{};
     const size_t length = std::min<size_t>(message.len, sizeof(record));
     std::memcpy(&record, payload + sizeof(message), length);

@@ -1,4 +1,4 @@
-// The datagrams of the kernel's process connector.
+// Parses datagrams of the kernel's process connector.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@
 
 namespace Host {
 
-// The kernel's answer to a request of some listener. It goes to all listeners.
+// The kernel's answer to a request of any listener. Every listener receives it.
 struct ConnectorAck {
-    uint32_t number;  // the request's ack number plus 1: the only field that every kernel hands back
+    uint32_t number;  // the request's ack number plus 1: the only field that every kernel returns
     uint32_t error;   // errno, 0 for success
 };
 
@@ -20,8 +20,8 @@ struct ConnectorBatch {
     std::vector<ConnectorAck> acks;
 };
 
-// Appends what one datagram holds to batch. Messages that are cut, from another connector or of another kind are
-// omitted. REQUIRES: data is aligned for nlmsghdr. Any thread.
+// Appends the events and answers of one datagram to batch. Skips messages that are cut, from another connector or of
+// another kind. REQUIRES: data is aligned for nlmsghdr. Any thread.
 void ParseConnectorDatagram(const void* data, size_t size, ConnectorBatch& batch);
 
 }  // namespace Host

@@ -13,7 +13,7 @@ namespace Host {
 
 namespace {
 
-// Listeners pause for half a millisecond at a time, and the usual slack of 50 us would make each pause a tenth longer.
+// Listeners pause for half a millisecond at a time. The default slack of 50 us would lengthen each pause by a tenth.
 void ShortenPausesOfThisThread() {
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
@@ -26,8 +26,8 @@ void Join(std::vector<std::thread>& threads) {
 
 }  // namespace
 
-// One listener, with its queue and its thread. A lane whose listener was removed on the lane's own thread stays until
-// another thread dismisses it or the listener is added again.
+// One listener, with its queue and its thread. If a listener is removed on its own thread, its lane stays until another
+// thread dismisses it or the listener is added again.
 struct EventDispatcher::Lane {
     Lane(ProcessListener its, size_t laneNumber)
         : listener(std::move(its)), number(laneNumber), threadName("proc-events-" + std::to_string(laneNumber)) {}
@@ -46,14 +46,14 @@ struct EventDispatcher::Lane {
     std::deque<ProcessEvent> queue;
     size_t times = 0;  // how often the listener is registered
     bool calling = false;
-    bool dismissed = false;  // the thread is to end
+    bool dismissed = false;  // the thread must end
     uint64_t callsEnded = 0;
     uint64_t overflowed = 0;
-    LaneHandle awaited;  // whose call this lane's own call waits for, and the number of that call
+    LaneHandle awaited;  // the lane whose call this lane's own call waits for, and the number of that call
     uint64_t awaitedCall = 0;
 };
 
-// Queues each event as often as the listener is registered. Returns how many calls did not fit.
+// Queues each event as often as the listener is registered. Returns the number of dropped calls.
 size_t EventDispatcher::Lane::Take(const std::vector<ProcessEvent>& events) {
     const size_t wanted = events.size() * times;
     const size_t fitting = std::min(wanted, capacity - queue.size());
@@ -68,7 +68,7 @@ size_t EventDispatcher::Lane::Take(const std::vector<ProcessEvent>& events) {
 }
 
 const EventDispatcher::Lane* EventDispatcher::Lane::Awaited() const {
-    // The call may have ended without this lane's thread having run since.
+    // The call may have ended before this lane's thread ran again.
     return awaited != nullptr && awaited->callsEnded == awaitedCall ? awaited.get() : nullptr;
 }
 
@@ -183,7 +183,7 @@ void EventDispatcher::Run(Lane& lane) {
     for (;;) {
         lane.wake.wait(lock, [&] { return lane.dismissed || !lane.queue.empty(); });
         if (lane.dismissed) {
-            // A later thread may be given the same number.
+            // A later thread may get the same id.
             lane.runner = std::thread::id();
             return;
         }
@@ -201,16 +201,16 @@ void EventDispatcher::Run(Lane& lane) {
 }
 
 void EventDispatcher::Call(const ProcessListener& listener, const ProcessEvent& event) {
-    // The agent outlives whatever a module throws at it.
+    // An exception of the module must not end the agent.
     try {
         listener.call(event);
     } catch (const std::exception& error) {
         if (failures_.MayLog()) {
-            LogError("a callback for process events failed: %s", error.what());
+            LogError("a callback for process events failed: %s; continuing with the next event", error.what());
         }
     } catch (...) {
         if (failures_.MayLog()) {
-            LogError("a callback for process events failed with an unknown exception");
+            LogError("a callback for process events failed with an unknown exception; continuing with the next event");
         }
     }
 }
@@ -223,7 +223,7 @@ void EventDispatcher::StartThreads() {
     }
 }
 
-// Takes the lanes that nobody needs out of lanes_. Their threads end without a further call.
+// Removes unused lanes from lanes_. Their threads end without another call.
 std::vector<std::thread> EventDispatcher::DismissUnused() {
     std::vector<std::thread> threads;
     std::erase_if(lanes_, [&](const LaneHandle& lane) {
@@ -246,11 +246,11 @@ void EventDispatcher::AwaitCallEnd(const LaneHandle& lane, std::unique_lock<std:
     }
     const LaneHandle own = OwnLane();
     if (own == nullptr) {
-        // By number: the listener may be added and called again meanwhile.
+        // Compares numbers, because the listener may be added and called again meanwhile.
         changed_.wait(lock, [&, ended = lane->callsEnded] { return lane->callsEnded != ended; });
         return;
     }
-    // Listeners that remove each other at the same time would wait for each other for ever.
+    // Two listeners that remove each other at the same time would otherwise deadlock.
     for (const Lane* each = lane.get(); each != nullptr; each = each->Awaited()) {
         if (each == own.get()) {
             return;
@@ -269,7 +269,7 @@ EventDispatcher::LaneHandle EventDispatcher::Find(uintptr_t code) const {
 }
 
 EventDispatcher::LaneHandle EventDispatcher::Create(const ProcessListener& listener) {
-    // The lowest free number, so that threads are called the same after each start of the module.
+    // The lowest free number: threads keep their names when the module is restarted.
     size_t number = 1;
     while (std::any_of(lanes_.begin(), lanes_.end(), [&](const LaneHandle& lane) { return lane->number == number; })) {
         ++number;

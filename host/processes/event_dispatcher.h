@@ -1,4 +1,4 @@
-// A queue and a thread for each listener, behind the connector's reader.
+// Distributes process events to listeners. Each has its own queue and thread.
 #pragma once
 
 #include <condition_variable>
@@ -16,28 +16,28 @@
 
 namespace Host {
 
-// Every listener gets the events in their order, at its own pace: a slow one delays no other. It is never called by two
-// threads at a time. All operations but Start and Stop may be called from any thread, a listener's among them.
+// Each listener gets all events in order and at its own pace: a slow one does not delay the others. No listener is
+// called by two threads at once. All operations except Start and Stop: any thread, including a listener's.
 //
-// Invariants: 1. a listener is called without the lock, and calling says so; 2. a lane whose listener is not registered
-// has an empty queue, so that a removal has to wait for a running call at most; 3. there is one lane per listener; 4. a
-// lane leaves lanes_ only when its listener is neither registered nor being called.
+// Invariants: 1. a listener is called without the lock; calling is true meanwhile; 2. a lane whose listener is not
+// registered has an empty queue, so that a removal waits for one running call at most; 3. there is one lane per
+// listener; 4. a lane leaves lanes_ only when its listener is neither registered nor being called.
 class EventDispatcher {
 public:
-    // Calls that may wait for a listener: 2 MiB each.
+    // Calls that may wait per listener; 2 MiB each.
     static constexpr size_t capacity = 65536;
 
     struct Counters {
         uint64_t delivered;   // calls that have ended
-        uint64_t overflowed;  // calls that were not made because the listener's queue was full
-        uint64_t queued;      // calls that wait, of all listeners together
+        uint64_t overflowed;  // calls dropped because the listener's queue was full
+        uint64_t queued;      // waiting calls of all listeners
     };
 
-    // A listener that misses events.
+    // A listener that has missed events.
     struct Laggard {
         uintptr_t code;
         std::string threadName;
-        uint64_t overflowed;     // calls that were not made since it was added
+        uint64_t overflowed;     // calls dropped since it was added
         uint64_t oldestEventNs;  // timestampNs of its next event
     };
 
@@ -46,35 +46,35 @@ public:
     EventDispatcher(const EventDispatcher&) = delete;
     EventDispatcher& operator=(const EventDispatcher&) = delete;
 
-    // Starts the threads of the listeners, and from now on those of new ones. Throws std::system_error when the system
-    // gives none. REQUIRES: not started.
+    // Starts the threads of the listeners. Listeners added later get theirs at once. Throws std::system_error if a
+    // thread cannot be created. REQUIRES: not started.
     void Start();
 
-    // Ends the threads after their present calls and drops the queued ones. Does nothing if not started. Not on a
+    // Ends the threads after their current calls and drops the queued calls. Does nothing if not started. Not on a
     // listener's thread.
     void Stop();
 
-    // From the next event on, listener is called once more per event. Throws std::system_error when the system gives no
-    // thread; its events then wait in its queue until a later Add or Start gets one.
+    // From the next event on, listener is called once more per event. Throws std::system_error if its thread cannot be
+    // created. Its events then wait in its queue until a later Add or Start creates the thread.
     void Add(const ProcessListener& listener);
 
-    // The listener with that code is not called again, however often it was added. Waits for a running call of it,
-    // except on its own thread and where that call itself waits in a Remove for the end of the caller's.
+    // Removes the listener with that code, however often it was added: it is not called again. Waits for a running call
+    // of it, unless called on its own thread or by a listener for whose call that call waits.
     void Remove(uintptr_t code);
 
     bool HasListeners() const;
 
-    // True if there is no listener to call and none is being called.
+    // True if no listener is registered and none is being called.
     bool IsIdle() const;
 
-    // Waits until no listener is being called or there is one to call. Not on a listener's thread.
+    // Waits until a listener is registered or none is being called. Not on a listener's thread.
     void AwaitIdle();
 
-    // True on a thread that calls a listener.
+    // True on the thread of a listener.
     bool OnOwnThread() const;
 
     // Queues events. Never waits for a listener. Returns the listeners that have missed some of them, each at most once
-    // a minute.
+    // per minute.
     std::vector<Laggard> Push(const std::vector<ProcessEvent>& events);
 
     Counters GetCounters() const;
@@ -96,7 +96,7 @@ private:
 
     LogPacer failures_;
 
-    mutable std::mutex mutex_;  // for all below and for what the lanes hold
+    mutable std::mutex mutex_;  // guards all below and the contents of the lanes
     std::condition_variable changed_;
     std::vector<LaneHandle> lanes_;
     bool started_ = false;

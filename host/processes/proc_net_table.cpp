@@ -20,7 +20,7 @@ namespace Host {
 
 namespace {
 
-// The whole of field is one unsigned number of that base.
+// Parses the whole field as one unsigned number.
 template <typename Number>
 bool ParseNumber(std::string_view field, int base, Number& number) {
     const char* const end = field.data() + field.size();
@@ -91,14 +91,14 @@ bool ParseLine(std::string_view line, TableFamily family, Connection& record) {
 }
 
 bool Stopped(const bool* stop) {
-    // Whoever sets the flag does so while this thread reads it, so a plain read might be done once for all.
+    // Another thread sets the flag, so the compiler must not move the read out of the loop.
     return stop != nullptr && std::atomic_ref<bool>(*const_cast<bool*>(stop)).load(std::memory_order_relaxed);
 }
 
 void WarnOfCutTable(const char* path) {
     static LogPacer pacer;
     if (pacer.MayLog()) {
-        LogWarning("%s holds more than %zu connections: those beyond are not seen", path, maxTableRecords);
+        LogWarning("%s lists more than %zu connections; the others are ignored", path, maxTableRecords);
     }
 }
 
@@ -132,7 +132,7 @@ bool ReadProcNetTable(const char* path, TableFamily family, const std::function<
     if (!file.IsOpen()) {
         return false;
     }
-    // In pieces: the text of a busy host's table is several times as large as the records.
+    // Reads in pieces: on a busy host the text is several times as large as the records.
     std::string buffer(size_t{1} << 16, '\0');
     std::vector<Connection> records;
     size_t left = maxTableRecords;
@@ -154,7 +154,7 @@ bool ReadProcNetTable(const char* path, TableFamily family, const std::function<
         filled -= consumed;
         std::memmove(buffer.data(), buffer.data() + consumed, filled);
         if (filled == buffer.size()) {
-            // No table has a line as long as the buffer: its beginning is dropped, and its end will be malformed.
+            // No table has a line as long as the buffer. Its start is dropped; the rest will be malformed.
             filled = 0;
         }
     }

@@ -1,4 +1,4 @@
-// The kernel's text of a connection table: /proc/net/tcp, tcp6, udp.
+// Parses the kernel's connection tables: /proc/net/tcp, tcp6, udp.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,11 @@
 
 namespace Host {
 
-// AF_INET or AF_INET6: which addresses the table holds.
+// The addresses of the table: AF_INET or AF_INET6.
 enum class TableFamily { ipv4, ipv6 };
 
-// Most connections of one reading; the rest is omitted, so that no number of sockets exhausts the agent's memory.
+// Maximum number of connections per reading. Further ones are ignored, with a line in the log, so that no number of
+// sockets exhausts the agent's memory.
 inline constexpr size_t maxTableRecords = size_t{1} << 20;
 
 // One line of a table.
@@ -25,14 +26,14 @@ struct Connection {
     unsigned long inode = 0;
 };
 
-// Appends one record per well-formed line of text and returns how many bytes it has consumed. Bytes after the last line
-// end are an unfinished line and stay unconsumed. The header counts as malformed. Ends early once stop, which may be
-// null, reads true, or once records holds limit records. Any thread.
+// Appends one record per well-formed line of text and returns the number of bytes consumed. An unfinished last line is
+// not consumed. The header counts as malformed. Ends early if stop, which may be null, becomes true, or when records
+// holds limit records. Any thread.
 size_t ParseProcNetTable(std::string_view text, TableFamily family, std::vector<Connection>& records, size_t limit,
                          const bool* stop);
 
-// Calls take for each connection of the table at path, in the table's order. False if the table cannot be read; some
-// may have been taken before. stop may be null; once it reads true the reading ends early. Any thread.
+// Calls take for each connection of the table at path, in order. False if the table cannot be read; take may have been
+// called before. Ends early if stop, which may be null, becomes true. Any thread.
 bool ReadProcNetTable(const char* path, TableFamily family, const std::function<void(Connection&&)>& take,
                       const bool* stop);
 

@@ -28,11 +28,11 @@ std::string Failure(const char* what, int error) {
     return std::string(what) + ": " + std::strerror(error);
 }
 
-// Bursts of thousands of processes a second have to fit while the agent itself waits for a processor.
+// Holds bursts of thousands of processes per second while the agent itself waits for a processor.
 void EnlargeReceiveBuffer(int fd) {
     constexpr int wanted = 64 << 20;
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &wanted, sizeof(wanted)) != 0) {
-        // Without the right to exceed it, the kernel grants its own limit instead of refusing.
+        // Without the right to exceed the system's limit, the kernel grants that limit.
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &wanted, sizeof(wanted));
     }
 }
@@ -42,7 +42,7 @@ void EnlargeReceiveBuffer(int fd) {
 bool AttachFilter(int fd) {
     constexpr uint32_t whatOffset = sizeof(nlmsghdr) + sizeof(cn_msg) + offsetof(proc_event, what);
     constexpr uint32_t everything = 0xffffffff;
-    // The load turns network order into host order; the kernel writes the field in host order.
+    // The load converts from network to host order, but the kernel writes the field in host order.
     const std::array<sock_filter, 6> program{{
         {BPF_LD | BPF_W | BPF_ABS, 0, 0, whatOffset},
         {BPF_JMP | BPF_JEQ | BPF_K, 3, 0, htonl(KernelEvent::PROC_EVENT_FORK)},
@@ -55,7 +55,7 @@ bool AttachFilter(int fd) {
     return setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) == 0;
 }
 
-// The kernel sends its answer to every listener, so its own answer has to differ from those to others.
+// Every listener receives the kernel's answers, so this request needs a number of its own.
 uint32_t UnlikelyNumber() {
     uint32_t number = 0;
     if (getrandom(&number, sizeof(number), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(number))) {
@@ -75,7 +75,7 @@ std::string ProcessConnector::Open() {
     if (why.empty()) {
         const uint32_t number = UnlikelyNumber();
         asked_ = Send(PROC_CN_MCAST_LISTEN, number);
-        why = asked_ ? AwaitAck(number + 1) : Failure("the kernel does not take the request for process events", errno);
+        why = asked_ ? AwaitAck(number + 1) : Failure("the kernel rejected the request for process events", errno);
     }
     if (!why.empty()) {
         Close();
@@ -86,16 +86,16 @@ std::string ProcessConnector::Open() {
 std::string ProcessConnector::Prepare() {
     socket_ = mnl_socket_open2(NETLINK_CONNECTOR, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (socket_ == nullptr) {
-        return Failure("the kernel offers no connector socket", errno);
+        return Failure("cannot open a connector socket", errno);
     }
     const int fd = mnl_socket_get_fd(socket_);
     EnlargeReceiveBuffer(fd);
-    // Before the socket joins the group: what comes in earlier is not filtered afterwards.
+    // Before the socket joins the group: events that arrive earlier are not filtered.
     if (!AttachFilter(fd)) {
-        return Failure("the kernel does not take the filter of the connector socket", errno);
+        return Failure("cannot filter the connector socket", errno);
     }
     if (mnl_socket_bind(socket_, CN_IDX_PROC, MNL_SOCKET_AUTOPID) != 0) {
-        return Failure("the kernel does not let this process listen to the process connector", errno);
+        return Failure("the kernel does not let this process subscribe to the process connector", errno);
     }
     return {};
 }
@@ -107,7 +107,7 @@ std::string ProcessConnector::AwaitAck(uint32_t number) {
         ConnectorBatch batch;
         const Received received = Receive(batch);
         if (received.error != 0) {
-            return Failure("the process connector cannot be read", received.error);
+            return Failure("cannot read the process connector", received.error);
         }
         for (const ConnectorAck& ack : batch.acks) {
             if (ack.number == number) {
@@ -117,8 +117,8 @@ std::string ProcessConnector::AwaitAck(uint32_t number) {
             }
         }
     } while (Clock::Poll({&waiting, 1}, deadline) > 0);
-    return "the kernel does not answer the request for process events (it ignores those from outside the initial PID "
-           "and user namespaces and those without CAP_NET_ADMIN, and all if built without CONFIG_PROC_EVENTS)";
+    return "the kernel did not answer the request for process events (it ignores requests from outside the initial PID "
+           "and user namespaces or without CAP_NET_ADMIN, and all requests if built without CONFIG_PROC_EVENTS)";
 }
 
 bool ProcessConnector::Send(uint32_t operation, uint32_t ack) {
@@ -141,7 +141,7 @@ void ProcessConnector::Close() {
         return;
     }
     if (asked_) {
-        // Older kernels count listeners and do not notice when one goes.
+        // Older kernels count listeners and do not notice when one closes its socket.
         Send(PROC_CN_MCAST_IGNORE, 0);
         asked_ = false;
     }

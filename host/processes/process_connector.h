@@ -18,25 +18,25 @@ public:
     ProcessConnector(const ProcessConnector&) = delete;
     ProcessConnector& operator=(const ProcessConnector&) = delete;
 
-    // Opens the socket and asks the kernel for events; returns once the kernel has agreed, at most half a second later.
-    // Empty on success, otherwise a sentence that says why no events will come. REQUIRES: not open.
+    // Opens the socket and requests events. Returns once the kernel has agreed, after half a second at most. Empty on
+    // success, otherwise the reason as a sentence without its full stop. REQUIRES: not open.
     std::string Open();
 
-    // Tells the kernel that nobody listens here any more. Nothing happens if it is not open.
+    // Ends the request and closes the socket. Does nothing if it is not open.
     void Close();
 
     // Readable when events wait. REQUIRES: open.
     int Descriptor() const;
 
-    // The address of the socket, by which netlink messages are sent to it. REQUIRES: open.
+    // The netlink address of the socket. REQUIRES: open.
     uint32_t Address() const;
 
     struct Received {
-        unsigned int losses = 0;  // times the kernel said that it has dropped events
-        int error = 0;            // errno of a failure after which nothing more will come, otherwise 0
+        unsigned int losses = 0;  // times the kernel reported dropped events
+        int error = 0;            // errno of a failure that ends the stream, otherwise 0
     };
 
-    // Appends what waits in the socket, a bounded number of datagrams, to batch. Does not wait. REQUIRES: open.
+    // Appends a bounded number of the waiting datagrams to batch. Does not wait. REQUIRES: open.
     Received Receive(ConnectorBatch& batch);
 
 private:

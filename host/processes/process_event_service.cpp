@@ -32,8 +32,9 @@ void ReportLaggard(const EventDispatcher::Laggard& laggard) {
     const auto offset = static_cast<unsigned long>(laggard.code - reinterpret_cast<uintptr_t>(library.dli_fbase));
     const auto behind = Clock::Now().time_since_epoch() - std::chrono::nanoseconds(laggard.oldestEventNs);
     LogWarning(
-        "a callback is too slow for the process events: %s+0x%lx on the thread %s is %lld s behind; events "
-        "missed so far: %llu",
+        "a callback for process events is too slow: %s+0x%lx on thread %s is %lld s behind and has missed %llu events "
+        "so "
+        "far",
         name.c_str(), offset, laggard.threadName.c_str(),
         static_cast<long long>(std::chrono::floor<std::chrono::seconds>(behind).count()),
         static_cast<unsigned long long>(laggard.overflowed));
@@ -49,7 +50,7 @@ ProcessEventService& ProcessEventService::Instance() {
 bool ProcessEventService::Add(const ProcessListener& listener) {
     std::unique_lock lock(mutex_);
     if (dispatcher_.OnOwnThread()) {
-        // Nothing stops while a listener is being called.
+        // The service cannot stop while a listener is being called.
         return AddToDispatcher(listener);
     }
     changed_.wait(lock, [this] { return !changing_; });
@@ -105,7 +106,10 @@ bool ProcessEventService::AddToDispatcher(const ProcessListener& listener) {
         return true;
     } catch (const std::system_error& error) {
         if (threadPacer_.MayLog()) {
-            LogError("a callback gets no process events until there is a thread for it: %s", error.what());
+            LogError(
+                "cannot create the thread of a callback for process events: %s; it gets no events until that succeeds "
+                "(see TasksMax, ulimit -u)",
+                error.what());
         }
         return false;
     }
@@ -118,8 +122,9 @@ bool ProcessEventService::Start() {
     }
     Stop();
     LogWarning(
-        "no process events: %s; a new process is seen by the next periodic scan only, and not at all if it "
-        "ends before; run the agent with CAP_NET_ADMIN in the host's own PID, user and network namespaces",
+        "no process events: %s; only the period scan finds new processes, and it misses those that end between two "
+        "scans; "
+        "run the agent with CAP_NET_ADMIN in the host's initial PID, user and network namespaces",
         why.c_str());
     return false;
 }
@@ -163,9 +168,9 @@ void ProcessEventService::ReadEvents() {
         const int error = PassEventsOn(batch);
         if (error != 0) {
             if (errorPacer_.MayLog()) {
-                LogError("the process connector cannot be read and is tried again: %s", std::strerror(error));
+                LogError("cannot read the process connector, retrying: %s", std::strerror(error));
             }
-            // Not at once: the cause of the failure may last.
+            // Pauses, because the cause of the failure may last.
             Clock::Poll(stop, Clock::Now() + retryPause);
         }
     }
@@ -186,8 +191,10 @@ int ProcessEventService::PassEventsOn(ConnectorBatch& batch) {
 
 void ProcessEventService::ReportKernelLosses(unsigned int losses) {
     if (losses != 0 && kernelLossPacer_.MayLog()) {
-        LogWarning("the kernel has dropped process events, %llu times since the start: its buffer was full",
-                   static_cast<unsigned long long>(kernelLosses_.load()));
+        LogWarning(
+            "the kernel dropped process events, its buffer was full (%llu times since the start); the period scan "
+            "still inspects every process",
+            static_cast<unsigned long long>(kernelLosses_.load()));
     }
 }
 

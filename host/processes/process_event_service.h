@@ -1,4 +1,4 @@
-// Process events from the kernel's socket to the listeners: starts and stops the threads on the way.
+// Passes process events from the kernel's socket to the listeners. Starts and stops the threads for it.
 #pragma once
 
 #include <atomic>
@@ -17,12 +17,12 @@
 
 namespace Host {
 
-// Runs from the first Add to the Remove that leaves no listener, and again from the next Add on. All operations may be
-// called from any thread, a listener's among them.
+// Runs from the first Add to the Remove that leaves no listener, and again from the next Add on. All operations: any
+// thread, including a listener's.
 //
-// mutex_ guards running_ and is never held while another thread is waited for, because listeners take it too. A thread
-// that starts or stops sets changing_; the others wait until it has finished. A stop begins only when there is no
-// listener and none is being called; from then on no listener can call this service.
+// mutex_ guards running_ and is never held while waiting for another thread, because listeners lock it too. A thread
+// that starts or stops the service sets changing_; others wait until it is done. A stop begins only when no listener is
+// registered or being called; from then on no listener can call this service.
 class ProcessEventService {
 public:
     // The process-wide service. Never destroyed: its threads may still run while the process exits.
@@ -34,13 +34,13 @@ public:
     ProcessEventService(const ProcessEventService&) = delete;
     ProcessEventService& operator=(const ProcessEventService&) = delete;
 
-    // Calls listener for every fork and exec, in their order, on a thread that serves it alone, until it is removed;
-    // once per time that it was added. False when the kernel does not let this process listen, or the system gives no
-    // thread; the listener is kept all the same.
+    // Calls listener for every fork and exec, in order, on its own thread, until it is removed; once per time that it
+    // was added. False if the kernel does not let this process listen or a thread cannot be created; the listener stays
+    // registered all the same.
     bool Add(const ProcessListener& listener);
 
-    // After the call returns, the listener with that code is no longer called, however often it was added: waits for a
-    // running call, except on the listener's own thread. If a listener removes the last one, the next Remove of another
+    // After the call returns, the listener with that code is no longer called, however often it was added. Waits for a
+    // running call, except on the listener's own thread. If a listener removes the last one, the next Remove by another
     // thread stops the service.
     void Remove(uintptr_t code);
 
@@ -52,8 +52,7 @@ private:
     std::string TryStart();
     void Stop();
     void ReadEvents();
-    // Passes on the events that wait in the socket; batch only saves allocations. errno of a failure of the socket, or
-    // 0.
+    // Passes on the events that wait in the socket. batch only saves allocations. Returns 0 or the errno of a failure.
     int PassEventsOn(ConnectorBatch& batch);
     void ReportKernelLosses(unsigned int losses);
 

@@ -32,7 +32,7 @@ std::string_view WithoutTab(std::string_view text) {
     return text;
 }
 
-// False for a line of one of the fields that is not in the kernel's form.
+// False if the line of a known field is malformed.
 bool ParseLine(std::string_view key, std::string_view value, ProcessStatus& status) {
     if (key == "Name") {
         status.name = WithoutTab(value);

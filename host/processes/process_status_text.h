@@ -1,4 +1,4 @@
-// The kernel's text of /proc/<pid>/status.
+// Parses /proc/<pid>/status.
 #pragma once
 
 #include <array>
@@ -17,13 +17,13 @@ struct ProcessStatus {
     int32_t tracerPid = 0;
     std::array<uint32_t, 4> uids{};  // real, effective, saved, file system
     std::array<uint32_t, 4> gids{};
-    std::string name;  // as the kernel writes it: a line end and a backslash are two bytes
+    std::string name;  // as the kernel writes it: newline and backslash are escaped in two bytes
 
     bool operator==(const ProcessStatus&) const = default;
 };
 
-// Nothing if the pid or the parent's is missing, or if the line of a field is not in the kernel's form. A line without
-// its end was cut and does not count. Any thread.
+// Empty if the pid or the parent's pid is missing, or if a field is malformed. A line without its newline was cut and
+// is ignored. Any thread.
 std::optional<ProcessStatus> ParseProcessStatus(std::string_view text);
 
 }  // namespace Host

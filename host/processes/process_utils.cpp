@@ -18,7 +18,7 @@ namespace {
 constexpr size_t maxCmdlineBytes = 2 * 1024 * 1024;
 constexpr size_t maxLinkBytes = 64 * 1024;
 
-// The path of one of the process's files in /proc.
+// The path of a file in /proc/<pid>.
 class ProcPath {
 public:
     ProcPath(int pid, const char* file) { std::snprintf(text_, sizeof(text_), "/proc/%d/%s", pid, file); }
@@ -55,7 +55,7 @@ void Fill(ProcStatus& record, const Host::ProcessStatus& status) {
 bool GetExePath(int pid, std::string& path) {
     path.clear();
     const ProcPath link(pid, "exe");
-    // The length is not known beforehand: only a target shorter than the buffer is known to be whole.
+    // The length is not known in advance: only a target shorter than the buffer is known to be complete.
     for (std::string target(256, '\0'); target.size() <= maxLinkBytes; target.resize(target.size() * 2)) {
         const ssize_t length = readlink(link.Get(), target.data(), target.size());
         if (length < 0) {
@@ -96,7 +96,7 @@ int GetProcStatus(int pid, unsigned int selector, ProcStatus& status) {
     if (selector != PROC_STATUS) {
         return 0;
     }
-    // The record's fields are in the file's first lines, far within one page.
+    // The fields are in the file's first lines, far within one page.
     char content[4096];
     ssize_t length = 0;
     {

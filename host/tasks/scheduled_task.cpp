@@ -23,7 +23,8 @@ ScheduledTask::ScheduledTask(const TaskSchedule& schedule, Work work, const std:
 bool ScheduledTask::RunNow() {
     std::unique_lock lock(mutex_);
     if (OnOwnThread()) {
-        LogWarning("task %s asks for a run of itself and cannot wait for it: refused", name_.c_str());
+        LogWarning("task %s requested a run of itself; rejected, since it would wait for itself forever",
+                   name_.c_str());
         return false;
     }
     if (state_.isPaused || state_.isEnded) {
@@ -41,7 +42,7 @@ void ScheduledTask::Pause() {
     wake_.notify_one();
     changed_.notify_all();
     if (OnOwnThread()) {
-        LogWarning("task %s pauses itself: not waiting for the end of the present run", name_.c_str());
+        LogWarning("task %s paused itself; not waiting for its current run to end", name_.c_str());
         return;
     }
     changed_.wait(lock, [&] { return !running_; });
@@ -77,7 +78,7 @@ void ScheduledTask::Run() {
                 ++begun_;
                 RunOnce(lock);
                 ++served_;
-                // A single run that fell due meanwhile is still owed: there is no later tick to make up for it.
+                // A one-time run that fell due meanwhile must still happen: no later tick makes up for it.
                 if (repeats_) {
                     state_.due = NextTick(*state_.due, period_, Clock::Now());
                 }
@@ -99,13 +100,13 @@ TaskStep ScheduledTask::Next() {
 void ScheduledTask::RunOnce(std::unique_lock<std::mutex>& lock) {
     running_ = true;
     lock.unlock();
-    // The agent outlives whatever a module throws at it.
+    // An exception of the module must not end the agent.
     try {
         work_();
     } catch (const std::exception& error) {
-        LogError("a run of task %s failed: %s", name_.c_str(), error.what());
+        LogError("a run of task %s failed: %s; the next run is not affected", name_.c_str(), error.what());
     } catch (...) {
-        LogError("a run of task %s failed with an unknown exception", name_.c_str());
+        LogError("a run of task %s failed with an unknown exception; the next run is not affected", name_.c_str());
     }
     lock.lock();
     running_ = false;

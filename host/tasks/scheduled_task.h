@@ -1,4 +1,4 @@
-// One task of the scheduler: its thread, its schedule and whether it may still run.
+// One task of the scheduler: its thread, its schedule and its state.
 #pragma once
 
 #include <chrono>
@@ -15,20 +15,20 @@
 
 namespace Host {
 
-// When a task runs, on the clock that setting the date does not change.
+// When a task runs, on the steady clock: setting the date does not move it.
 struct TaskSchedule {
     Clock::Time firstRun;
     std::chrono::milliseconds period;  // more than 0 if repeats
     bool repeats;
 };
 
-// All operations may be called from any thread, the task's own among them.
+// Any thread may call any operation, including the task's own thread.
 class ScheduledTask {
 public:
     using Work = std::function<void()>;
 
-    // Starts the task's thread, which keeps the record alive until it ends. Throws std::system_error when the system
-    // gives no thread. REQUIRES: End() is called before the last reference outside goes away.
+    // Starts the task's thread, which keeps the record alive until it ends. Throws std::system_error if the thread
+    // cannot be created. REQUIRES: End() is called before the caller drops its last reference.
     static std::shared_ptr<ScheduledTask> Start(const TaskSchedule& schedule, Work work, const std::string& name);
 
     ScheduledTask(const TaskSchedule& schedule, Work work, const std::string& name);
@@ -37,15 +37,15 @@ public:
 
     const std::string& Name() const { return name_; }
 
-    // One run outside the schedule; returns when it has ended. False if the task is paused or ended before that run
-    // begins, and for the task itself.
+    // Runs the task once outside its schedule and returns when that run has ended. False if the task is paused or ended
+    // before the run begins, or if the task itself calls this.
     bool RunNow();
 
-    // Lets no further run start and waits for the end of the present one. A call by the task itself does not wait.
+    // Prevents further runs and waits for the current one to end. Does not wait if the task itself calls this.
     void Pause();
 
-    // Ends the thread after the present run and waits for it. A call by the task itself does not wait.
-    // REQUIRES: called once.
+    // Ends the thread after the current run and waits for it. Does not wait if the task itself calls this. REQUIRES:
+    // called once.
     void End();
 
 private:
@@ -58,15 +58,15 @@ private:
     const std::string name_;
     const std::chrono::milliseconds period_;
     const bool repeats_;
-    std::thread thread_;  // only Start and End use it
+    std::thread thread_;  // used only by Start and End
 
-    std::mutex mutex_;  // for all below
+    std::mutex mutex_;  // guards all below
     std::condition_variable wake_;
     std::condition_variable changed_;
     std::thread::id runner_;
-    TaskState state_;  // isAsked follows from the counts below
+    TaskState state_;  // isAsked is derived from the counts below
     bool running_ = false;
-    uint64_t asked_ = 0;  // runs outside the schedule: wanted, begun, done
+    uint64_t asked_ = 0;  // runs outside the schedule: requested, begun, finished
     uint64_t begun_ = 0;
     uint64_t served_ = 0;
 };

@@ -14,14 +14,14 @@ namespace {
 using Host::Clock::Time;
 using std::chrono::milliseconds;
 
-// Nearly a century: as good as never, and far from where the clock's nanoseconds overflow.
+// A century: in effect never, and far below the range of the clock's nanoseconds.
 constexpr uint64_t longestMs = uint64_t{36500} * 24 * 3600 * 1000;
 
 milliseconds Capped(uint64_t ms) {
     return milliseconds(static_cast<int64_t>(std::min(ms, longestMs)));
 }
 
-// Converted once, so that setting the date afterwards does not move the task.
+// Converted once, so that setting the date later does not move the task.
 Time OnSteadyClock(uint64_t epochMs) {
     const Time now = Host::Clock::Now();
     const auto sinceEpoch = std::chrono::duration_cast<milliseconds>(Host::Clock::WallTime().time_since_epoch());
@@ -43,7 +43,7 @@ TaskManager& TaskManager::GetInstance() {
 unsigned int TaskManager::RegisterTask(TASKTYPE type, TASK_CONDITION condition, void* (*entry)(void*), void* arg,
                                        const std::string& name) {
     if (entry == nullptr || !CanBeScheduled(type, condition)) {
-        LogError("task %s is refused: it has no entry, is not enabled, has no period or is of unknown type %d",
+        LogError("task %s not scheduled: it has no entry, is not enabled, has no period or has the unknown type %d",
                  name.c_str(), static_cast<int>(type));
         return 0;
     }

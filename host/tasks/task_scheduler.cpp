@@ -26,7 +26,8 @@ unsigned int TaskScheduler::Register(const TaskSchedule& schedule, ScheduledTask
         tasks_.emplace(id, std::move(task));
         return id;
     } catch (const std::system_error& error) {
-        LogError("task %s is refused: no thread for it: %s", name.c_str(), error.what());
+        LogError("task %s not scheduled: cannot create its thread: %s (see TasksMax, ulimit -u)", name.c_str(),
+                 error.what());
         return 0;
     }
 }

@@ -1,4 +1,4 @@
-// The registered tasks, by id.
+// Registered tasks, by id.
 #pragma once
 
 #include <map>
@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// All operations may be called from any thread.
+// All operations: any thread.
 class TaskScheduler {
 public:
     // The process-wide scheduler. Never destroyed: its threads may still run while the process exits.
@@ -21,22 +21,20 @@ public:
     TaskScheduler(const TaskScheduler&) = delete;
     TaskScheduler& operator=(const TaskScheduler&) = delete;
 
-    // Runs work on a thread of its own named name, as the schedule says, until it is unregistered. A task never
-    // overlaps itself: a tick that falls due during a run is skipped. The task's id, or 0 if the system gives no
-    // thread.
+    // Runs work on its own thread, named name, by the schedule, until it is unregistered. A task never overlaps itself:
+    // a tick that falls due during a run is skipped. Returns the task's id, or 0 if no thread can be created.
     unsigned int Register(const TaskSchedule& schedule, ScheduledTask::Work work, const std::string& name);
 
-    // Lets no further run start and waits for the end of the present one; a call by the task itself does not wait. An
-    // unknown id is ignored.
+    // Prevents further runs and waits for the current one to end. Does not wait if the task itself calls this. Ignores
+    // an unknown id.
     void Pause(unsigned int id);
 
-    // Ends the task's thread and waits for it; a call by the task itself does not wait. An unknown id is ignored.
+    // Ends the task's thread and waits for it. Does not wait if the task itself calls this. Ignores an unknown id.
     void Unregister(unsigned int id);
 
-    // Runs the named task at once, on its own thread, and returns when that run has ended; waits first for a run that
-    // is in progress. The task's schedule stays as it is. Of several tasks of that name, runs the one registered last.
-    // False if no task has that name, or it is paused or unregistered before the run begins, and on the task's own
-    // thread.
+    // Runs the named task at once, on its own thread, and returns when that run has ended. Waits first for a run in
+    // progress. The schedule does not change. If several tasks have that name, runs the one registered last. False if
+    // no task has the name, if it is paused or unregistered before the run begins, or if the task itself calls this.
     bool RunNow(const std::string& name);
 
 private:

@@ -1,4 +1,4 @@
-// The order in which a task's thread does its work.
+// Decides the next step of a task's thread.
 #pragma once
 
 #include <chrono>
@@ -9,8 +9,8 @@
 namespace Host {
 
 struct TaskState {
-    std::optional<Clock::Time> due{};  // the next run of the schedule; nothing if none is left
-    bool isAsked = false;              // a run outside the schedule is wanted
+    std::optional<Clock::Time> due{};  // next scheduled run; empty if none is left
+    bool isAsked = false;              // a run outside the schedule is requested
     bool isPaused = false;
     bool isEnded = false;
 };
@@ -19,16 +19,16 @@ enum class TaskAction { runOnSchedule, runAsAsked, end, wait };
 
 struct TaskStep {
     TaskAction action = TaskAction::wait;
-    std::optional<Clock::Time> until{};  // of a wait; nothing if only a change of the state ends it
+    std::optional<Clock::Time> until{};  // end of a wait; empty if only a state change ends it
 
     bool operator==(const TaskStep&) const = default;
 };
 
-// The next thing to do. Any thread.
+// The next step. Any thread.
 TaskStep NextStep(const TaskState& state, Clock::Time now);
 
-// The first tick after now of the grid that due and period make, or due itself if it has not come. period is more than
-// 0. Any thread.
+// The first tick after now on the grid that starts at due, or due itself if it is still ahead. REQUIRES: period > 0.
+// Any thread.
 Clock::Time NextTick(Clock::Time due, std::chrono::milliseconds period, Clock::Time now);
 
 }  // namespace Host

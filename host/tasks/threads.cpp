@@ -38,13 +38,13 @@ struct ThreadTable {
     unsigned long lastHandle = 0;
 };
 
-// Never destroyed: threads of a module may still run while the process exits.
+// Never destroyed: a module's threads may still run while the process exits.
 ThreadTable& Table() {
     static auto* const table = new ThreadTable;
     return *table;
 }
 
-// Null where the process has no descriptor left: the thread then goes without.
+// Null if the process has no descriptor left: the thread then has no stop signal.
 std::shared_ptr<const Host::WakeSignal> MakeStop() {
     try {
         return std::make_shared<Host::WakeSignal>();
@@ -57,18 +57,19 @@ void* RunThread(void* argument) {
     const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(argument));
     Host::SetThisThreadsStop(start->stop.get());
     Host::NameThisThread(start->name);
-    // The agent outlives whatever a module throws at it.
+    // An exception of the module must not end the agent.
     try {
         return start->entry(start->argument);
     } catch (const std::exception& error) {
-        LogError("thread %s failed: %s", start->name.c_str(), error.what());
+        LogError("thread %s failed: %s; it is not restarted until the module is", start->name.c_str(), error.what());
     } catch (...) {
-        LogError("thread %s failed with an unknown exception", start->name.c_str());
+        LogError("thread %s failed with an unknown exception; it is not restarted until the module is",
+                 start->name.c_str());
     }
     return nullptr;
 }
 
-// The stack's size as pthread_attr_setstacksize takes it; 0 if the address space cannot hold it.
+// The stack size for pthread_attr_setstacksize; 0 if the address space cannot hold it.
 size_t StackSize(unsigned int stackBytes) {
     const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     const uint64_t rounded = (stackBytes + page - 1) / page * page;
@@ -99,18 +100,18 @@ int StartThread(pthread_t& thread, size_t stackSize, std::unique_ptr<ThreadStart
 unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned int stackBytes,
                                  const std::string& name) {
     if (entry == nullptr) {
-        LogError("thread %s has no entry: refused", name.c_str());
+        LogError("thread %s not started: it has no entry", name.c_str());
         return 0;
     }
     const std::shared_ptr<const Host::WakeSignal> stop = MakeStop();
     auto start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name, stop});
     ThreadTable& table = Table();
-    // Held while the thread starts, so that the thread finds itself in the table whatever it does first.
+    // Held while the thread starts, so that the thread always finds itself in the table.
     const std::lock_guard lock(table.mutex);
     pthread_t thread{};
     const int error = StartThread(thread, StackSize(stackBytes), std::move(start));
     if (error != 0) {
-        LogError("thread %s cannot start: %s", name.c_str(), std::strerror(error));
+        LogError("cannot start thread %s: %s (see TasksMax, ulimit -u)", name.c_str(), std::strerror(error));
         return 0;
     }
     do {
@@ -137,8 +138,8 @@ int StopHipsThreadEx(unsigned long handle) {
     }
     const int error = pthread_join(started.thread, nullptr);
     if (error != 0) {
-        LogError("thread %lu cannot be waited for: %s", handle, std::strerror(error));
-        // Two threads that wait for each other: the refused one may be asked for again.
+        LogError("cannot wait for the end of thread %lu: %s", handle, std::strerror(error));
+        // Two threads wait for each other. The entry is kept so that the caller can try again.
         const std::lock_guard lock(table.mutex);
         table.threads.emplace(handle, started);
     }

@@ -23,7 +23,7 @@ LOAD_SECONDS = 3
 LEAST_LOAD = 150  # processes a second
 STOP_LIMIT = 1.0
 READ_SECONDS_PER_BYTE = 0.0007  # half a millisecond of pause, and what the kernel adds to it
-LOSSES = r"has dropped process events|process events were dropped"
+LOSSES = r"dropped process events|process events is too slow"
 
 
 def processes_started():

@@ -41,7 +41,7 @@ protected:
 
 void RemoveTheBlocked(const ProcessEvent&) {
     EXPECT_TRUE(Await([] { return atGate == 1; }));
-    // Soon, and not before the removal has begun.
+    // Opens the gate soon, but not before the removal has begun.
     std::thread opener([] {
         EXPECT_TRUE(Await([] { return !shared->HasListeners(); }));
         gateOpen = true;
@@ -80,7 +80,7 @@ void RemoveFirst(const ProcessEvent&) {
     RemoveAtOnceWithTheOther(RemoveSecond);
 }
 
-TEST_F(SharedDispatcher, ListenersThatRemoveEachOtherDoNotWaitForEver) {
+TEST_F(SharedDispatcher, ListenersThatRemoveEachOtherDoNotDeadlock) {
     dispatcher_.Add(Listener(RemoveFirst));
     dispatcher_.Add(Listener(RemoveSecond));
     dispatcher_.Push(NumberedEvents(2));
@@ -98,7 +98,7 @@ void ReplaceItself(const ProcessEvent&) {
     ++finished;
 }
 
-TEST_F(SharedDispatcher, AListenerThatAddsItselfAgainIsStillCalledByOneThreadAtATime) {
+TEST_F(SharedDispatcher, AListenerThatAddsItselfAgainIsCalledByOneThreadAtATime) {
     dispatcher_.Add(Listener(ReplaceItself));
     dispatcher_.Push(NumberedEvents(1));
     dispatcher_.Start();
@@ -124,7 +124,7 @@ TEST_F(SharedDispatcher, AddingAndRemovingMayRaceWithEvents) {
         thread.join();
     }
     dispatcher_.Remove(CodeOf(ReplaceItself));
-    // 0 if each event came while the listener was not there.
+    // 0 if the listener was not registered when any event came.
     EXPECT_LE(mostInside, 1);
     EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") <= 1; }));
 }

@@ -1,4 +1,4 @@
-// Listeners that record their calls or wait.
+// Listeners that record their calls or block.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -47,7 +47,7 @@ inline std::vector<ProcessEvent> NumberedEvents(size_t count) {
     return events;
 }
 
-// The gate of WaitAtGate.
+// The gate of WaitAtGate, and the number of calls at it.
 inline std::atomic<bool> gateOpen;
 inline std::atomic<int> atGate;
 

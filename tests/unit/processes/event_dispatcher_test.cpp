@@ -19,7 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 using Host::EventDispatcher;
 
-TEST(EventDispatcher, AFullQueueDropsTheNewestAndCountsThem) {
+TEST(EventDispatcher, AFullQueueDropsAndCountsTheNewestEvents) {
     EventDispatcher dispatcher;
     dispatcher.Add(Listener(Take));
     EXPECT_TRUE(dispatcher.Push(NumberedEvents(EventDispatcher::capacity - 1)).empty());
@@ -31,7 +31,7 @@ TEST(EventDispatcher, AFullQueueDropsTheNewestAndCountsThem) {
     EXPECT_EQ(dispatcher.GetCounters().delivered, 0U);
 }
 
-TEST(EventDispatcher, ALaggardIsReportedOnceAMinute) {
+TEST(EventDispatcher, ReportsALaggardOncePerMinute) {
     EventDispatcher dispatcher;
     dispatcher.Add(Listener(Take));
     EXPECT_EQ(dispatcher.Push(NumberedEvents(EventDispatcher::capacity + 1)).size(), 1U);
@@ -65,7 +65,7 @@ void NoteTimerSlack(const ProcessEvent&) {
     slackNs = prctl(PR_GET_TIMERSLACK, 0UL, 0UL, 0UL, 0UL);
 }
 
-TEST(EventDispatcher, PausesOfListenersAreNotStretched) {
+TEST(EventDispatcher, ListenersRunWithTheLeastTimerSlack) {
     EventDispatcher dispatcher;
     dispatcher.Add(Listener(NoteTimerSlack));
     dispatcher.Push(NumberedEvents(1));
@@ -73,7 +73,7 @@ TEST(EventDispatcher, PausesOfListenersAreNotStretched) {
     EXPECT_TRUE(Await([] { return slackNs == 1; }));
 }
 
-TEST(EventDispatcher, AListenerAddedAgainIsCalledOnceMoreFromTheNextEventOn) {
+TEST(EventDispatcher, AListenerAddedTwiceIsCalledTwiceFromTheNextEventOn) {
     taken.clear();
     EventDispatcher dispatcher;
     dispatcher.Add(Listener(Take));
@@ -94,7 +94,7 @@ void ThrowNumber(const ProcessEvent&) {
     throw 7;
 }
 
-TEST(EventDispatcher, ExceptionsAreLoggedOnceAMinuteAndDeliveryGoesOn) {
+TEST(EventDispatcher, LogsExceptionsOncePerMinuteAndKeepsDelivering) {
     struct Row {
         Function callback;
         const char* logged;
@@ -114,7 +114,7 @@ TEST(EventDispatcher, ExceptionsAreLoggedOnceAMinuteAndDeliveryGoesOn) {
     }
 }
 
-TEST(EventDispatcher, EventsWithoutAListenerAreDropped) {
+TEST(EventDispatcher, DropsEventsWithoutAListener) {
     EventDispatcher dispatcher;
     dispatcher.Start();
     dispatcher.Push(NumberedEvents(100));
@@ -124,7 +124,7 @@ TEST(EventDispatcher, EventsWithoutAListenerAreDropped) {
     EXPECT_EQ(dispatcher.GetCounters().delivered, 0U);
 }
 
-TEST(EventDispatcher, StoppingDropsWhatIsQueuedAndItStartsAgain) {
+TEST(EventDispatcher, StartsAgainAfterAStop) {
     taken.clear();
     EventDispatcher dispatcher;
     dispatcher.Start();
@@ -140,7 +140,7 @@ TEST(EventDispatcher, StoppingDropsWhatIsQueuedAndItStartsAgain) {
     EXPECT_EQ(dispatcher.GetCounters().queued, 0U);
 }
 
-// A dispatcher with a listener that does not return until the gate opens: it is in its first call.
+// A dispatcher with one listener that blocks in its first call until the gate opens.
 class BlockedDispatcher : public testing::Test {
 protected:
     void SetUp() override {
@@ -160,7 +160,7 @@ protected:
     EventDispatcher dispatcher_;
 };
 
-TEST_F(BlockedDispatcher, TheOthersGetTheirEventsInOrder) {
+TEST_F(BlockedDispatcher, OtherListenersGetTheirEventsInOrder) {
     dispatcher_.Add(Listener(Take));
     dispatcher_.Push(NumberedEvents(100));
     ASSERT_TRUE(Await([] { return Taken() == 100; }));
@@ -171,7 +171,7 @@ TEST_F(BlockedDispatcher, TheOthersGetTheirEventsInOrder) {
     EXPECT_EQ(dispatcher_.GetCounters().queued, 100U);
 }
 
-TEST_F(BlockedDispatcher, ItsOverflowCostsTheOthersNothing) {
+TEST_F(BlockedDispatcher, ItsOverflowDoesNotAffectOtherListeners) {
     constexpr size_t beyond = 7;
     dispatcher_.Add(Listener(Take));
     std::vector<EventDispatcher::Laggard> laggards;
@@ -187,7 +187,7 @@ TEST_F(BlockedDispatcher, ItsOverflowCostsTheOthersNothing) {
     EXPECT_EQ(laggards[0].overflowed, beyond);
 }
 
-TEST_F(BlockedDispatcher, AnotherIsRemovedWithoutWaiting) {
+TEST_F(BlockedDispatcher, RemovingAnotherListenerDoesNotWait) {
     dispatcher_.Add(Listener(Take));
     ASSERT_TRUE(Await([] { return ThreadsNamed("proc-events-2") == 1; }));
     dispatcher_.Remove(CodeOf(Take));
@@ -195,7 +195,7 @@ TEST_F(BlockedDispatcher, AnotherIsRemovedWithoutWaiting) {
     EXPECT_TRUE(Await([] { return ThreadsNamedLike("proc-events") == 1; }));
 }
 
-TEST_F(BlockedDispatcher, ItsRemovalDropsWhatItHasWaiting) {
+TEST_F(BlockedDispatcher, RemovingItDropsItsQueuedEvents) {
     dispatcher_.Push(NumberedEvents(10));
     std::thread remover([this] { dispatcher_.Remove(CodeOf(WaitAtGate)); });
     EXPECT_TRUE(Await([&] { return !dispatcher_.HasListeners(); }));

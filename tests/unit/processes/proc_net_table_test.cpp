@@ -27,14 +27,14 @@ using Host::ReadProcNetTable;
 using Host::TableFamily;
 using TestSupport::Await;
 
-// The kernel prints the words of addresses as numbers; the texts below are a little-endian machine's.
+// The kernel prints the words of addresses as numbers; the texts below come from a little-endian machine.
 constexpr bool textsAreNative = std::endian::native == std::endian::little;
 
 const std::string tcpHeader =
     "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode"
     "                                                     \n";
 
-// A line as the kernel writes it, with the address part and the inode given.
+// A line as the kernel writes it, with the given addresses, state and inode.
 std::string TcpLine(const std::string& addressesAndState, const std::string& inode) {
     return "   0: " + addressesAndState + " 00000000:00000000 00:00000000 00000000     0        0 " + inode +
            " 1 0000000000000000 100 0 0 10 0                     \n";
@@ -49,9 +49,9 @@ std::vector<Connection> Parse(const std::string& text, TableFamily family = Tabl
     return records;
 }
 
-TEST(NetTable, GivesTheFieldsOfALine) {
+TEST(NetTable, ReadsTheFieldsOfALine) {
     if (!textsAreNative) {
-        GTEST_SKIP() << "the table's text is a little-endian machine's";
+        GTEST_SKIP() << "the text comes from a little-endian machine";
     }
     struct Row {
         TableFamily family;
@@ -137,7 +137,7 @@ TEST(NetTable, SkipsALineCutAnywhereBeforeItsInode) {
     }
 }
 
-TEST(NetTable, AnUnfinishedLastLineStaysUnconsumed) {
+TEST(NetTable, DoesNotConsumeAnUnfinishedLastLine) {
     for (const size_t cut : {size_t{1}, size_t{60}, goodLine.size() - 1}) {
         std::vector<Connection> records;
         const std::string text = tcpHeader + goodLine + goodLine.substr(0, cut);
@@ -160,7 +160,7 @@ TEST(NetTable, SurvivesRandomDamage) {
     }
 }
 
-TEST(NetTable, KeepsToTheLimit) {
+TEST(NetTable, StopsAtTheLimit) {
     std::string text;
     for (int i = 0; i < 10; ++i) {
         text += goodLine;
@@ -236,14 +236,14 @@ TEST_F(NetTableFile, SkipsTheCutLastLine) {
     EXPECT_EQ(records.size(), 1U);
 }
 
-TEST_F(NetTableFile, AnUnreadableTableAppendsNothing) {
+TEST_F(NetTableFile, AppendsNothingFromAnUnreadableTable) {
     std::vector<Connection> records(3);
     EXPECT_FALSE(Read(Path(), records, nullptr));
     EXPECT_FALSE(Read(folder_, records, nullptr));
     EXPECT_EQ(records.size(), 3U);
 }
 
-TEST_F(NetTableFile, StopEndsAReadingUnderWay) {
+TEST_F(NetTableFile, StopEndsAReadingInProgress) {
     ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
     bool stop = false;
     std::atomic<bool> done = false;
@@ -252,7 +252,7 @@ TEST_F(NetTableFile, StopEndsAReadingUnderWay) {
         Read(Path(), records, &stop);
         done = true;
     });
-    // Also for reading, so that writing to it fails in no case.
+    // Open for reading too, so that a write never fails for want of a reader.
     const int pipe = open(Path().c_str(), O_RDWR | O_CLOEXEC);
     std::string lines;
     for (int i = 0; i < 100; ++i) {
@@ -265,7 +265,7 @@ TEST_F(NetTableFile, StopEndsAReadingUnderWay) {
         return ioctl(pipe, FIONREAD, &left) == 0 && left == 0;
     }));
     std::atomic_ref(stop).store(true);
-    // Whether it waits in read or not: what comes now is not appended any more, and it does not wait for the end.
+    // Whether the reader blocks in read or not, it appends no further lines and does not wait for the end.
     EXPECT_EQ(write(pipe, lines.data(), lines.size()), size);
     EXPECT_TRUE(Await([&] { return done.load(); }));
     close(pipe);

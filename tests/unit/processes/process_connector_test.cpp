@@ -50,8 +50,8 @@ struct Shape {
     uint32_t idx = CN_IDX_PROC;
     uint32_t val = CN_VAL_PROC;
     uint32_t ack = 0;
-    size_t payload = sizeof(proc_event);  // bytes of the record that are there
-    int claimedBeyond = 0;                // how many more the connector's header claims
+    size_t payload = sizeof(proc_event);  // bytes of the record that are present
+    int claimedBeyond = 0;                // how many more the connector's header announces
 };
 
 std::string Message(proc_event event, const Shape& shape = {}) {
@@ -70,14 +70,14 @@ std::string Message(proc_event event, const Shape& shape = {}) {
 }
 
 ConnectorBatch Parse(const std::string& datagram) {
-    // A copy of just that size: reading beyond it is what the sanitizers would report.
+    // A copy of exact size, so that the sanitizers report a read beyond it.
     std::vector<char> copy(datagram.begin(), datagram.end());
     ConnectorBatch batch;
     Host::ParseConnectorDatagram(copy.data(), copy.size(), batch);
     return batch;
 }
 
-TEST(ConnectorMessage, GivesTheRecord) {
+TEST(ConnectorMessage, ReadsTheRecord) {
     const ConnectorBatch batch = Parse(Message(ForkEvent(42)));
     ASSERT_EQ(batch.events.size(), 1U);
     EXPECT_EQ(batch.events[0].kind, ProcessEvent::Kind::fork);
@@ -89,7 +89,7 @@ TEST(ConnectorMessage, GivesTheRecord) {
     EXPECT_EQ(batch.events[0].tgid, 43);
 }
 
-TEST(ConnectorMessage, SeveralInADatagramKeepTheirOrder) {
+TEST(ConnectorMessage, KeepsTheOrderOfMessagesInADatagram) {
     proc_event exec{};
     exec.what = KernelEvent::PROC_EVENT_EXEC;
     exec.event_data.exec.process_pid = 43;
@@ -110,7 +110,7 @@ TEST(ConnectorMessage, SeveralInADatagramKeepTheirOrder) {
     EXPECT_EQ(batch.acks[0].error, 1U);
 }
 
-TEST(ConnectorMessage, ForeignAndCutMessagesAreOmitted) {
+TEST(ConnectorMessage, SkipsForeignAndCutMessages) {
     proc_event exit{};
     exit.what = KernelEvent::PROC_EVENT_EXIT;
     proc_event unknown{};
@@ -147,14 +147,14 @@ TEST(ConnectorMessage, ForeignAndCutMessagesAreOmitted) {
     }
 }
 
-TEST(ConnectorMessage, ADatagramCutAnywhereGivesNothing) {
+TEST(ConnectorMessage, ReadsNothingFromADatagramCutAnywhere) {
     const std::string whole = Message(ForkEvent(42));
     for (size_t length = 0; length < whole.size(); ++length) {
         EXPECT_TRUE(Parse(whole.substr(0, length)).events.empty()) << length;
     }
 }
 
-TEST(ConnectorMessage, ALengthWithoutEndIsSurvived) {
+TEST(ConnectorMessage, SurvivesALengthBeyondTheDatagram) {
     for (const uint32_t length : {0U, 1U, 15U, 0x7fffffffU, 0xffffffffU}) {
         std::string datagram = Message(ForkEvent(42));
         std::memcpy(datagram.data(), &length, sizeof(length));
@@ -183,7 +183,7 @@ protected:
         ASSERT_EQ(connector_.Open(), "");
     }
 
-    // Receives until the exec of that process has come.
+    // Receives until the exec of that process arrives.
     bool ReceiveUntilExecOf(pid_t pid) {
         return Await([&] {
             EXPECT_EQ(connector_.Receive(batch_).error, 0);
@@ -197,14 +197,14 @@ protected:
     ConnectorBatch batch_;
 };
 
-TEST_F(ProcessConnectorTest, TheKernelSendsNothingButForksExecsAndAnswers) {
-    // The answer to another listener comes through the filter as well.
+TEST_F(ProcessConnectorTest, ReceivesOnlyForksExecsAndAnswers) {
+    // The filter lets answers to other listeners pass as well.
     ProcessConnector other;
     ASSERT_EQ(other.Open(), "");
     const pid_t pid = SpawnTrue();
     bool execSeen = false;
     size_t exits = 0;
-    // The exec is not the last event of the process: /bin/true ends, and its end would be here before the next fork.
+    // The first process also ends: its exit would arrive before the second exec.
     const pid_t later = SpawnTrue();
     EXPECT_TRUE(Await([&] {
         std::vector<char> datagram(8192);
@@ -227,7 +227,7 @@ TEST_F(ProcessConnectorTest, TheKernelSendsNothingButForksExecsAndAnswers) {
     EXPECT_EQ(exits, 0U);
 }
 
-TEST_F(ProcessConnectorTest, OnlyTheKernelIsBelieved) {
+TEST_F(ProcessConnectorTest, IgnoresMessagesOfOtherProcesses) {
     constexpr pid_t forged = 0x7ffffff1;
     const int sender = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_CONNECTOR);
     ASSERT_GE(sender, 0);
@@ -244,15 +244,15 @@ TEST_F(ProcessConnectorTest, OnlyTheKernelIsBelieved) {
     }
 }
 
-TEST_F(ProcessConnectorTest, LossesAreReportedAndReadingGoesOn) {
-    // A buffer of the least size the kernel grants holds only a few events.
+TEST_F(ProcessConnectorTest, ReportsLossesAndContinuesToRead) {
+    // The smallest buffer that the kernel grants holds only a few events.
     constexpr int least = 1;
     ASSERT_EQ(setsockopt(connector_.Descriptor(), SOL_SOCKET, SO_RCVBUF, &least, sizeof(least)), 0);
     for (int i = 0; i < 30; ++i) {
         SpawnTrue();
     }
     EXPECT_GE(connector_.Receive(batch_).losses, 1U);
-    // On a busy host, the events of others fill so small a buffer at once.
+    // On a busy host, events of other processes would fill so small a buffer at once.
     constexpr int ample = 1 << 20;
     ASSERT_EQ(setsockopt(connector_.Descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &ample, sizeof(ample)), 0);
     EXPECT_TRUE(ReceiveUntilExecOf(SpawnTrue()));

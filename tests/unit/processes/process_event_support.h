@@ -1,4 +1,4 @@
-// Helpers of the tests of process events.
+// Helpers for tests of process events.
 #pragma once
 
 #include <spawn.h>
@@ -13,8 +13,7 @@
 
 namespace TestSupport {
 
-// The reason that keeps this process from listening to the kernel's process events, independent of the code under test;
-// empty if nothing does.
+// The reason why this process cannot receive process events, found without the code under test. Empty if it can.
 inline std::string MissingForProcessEvents() {
     if (runsEmulated) {
         return "the emulator knows no process connector";
@@ -26,7 +25,7 @@ inline std::string MissingForProcessEvents() {
         const char* path;
         const char* initial;
     };
-    // The numbers of the initial namespaces are fixed in the kernel.
+    // The kernel assigns the initial namespaces fixed numbers.
     for (const Space& space :
          {Space{"/proc/self/ns/pid", "pid:[4026531836]"}, Space{"/proc/self/ns/user", "user:[4026531837]"}}) {
         std::array<char, 64> target{};
@@ -37,7 +36,7 @@ inline std::string MissingForProcessEvents() {
     return {};
 }
 
-// Runs /bin/true to its end and returns the PID that it had.
+// Runs /bin/true to its end and returns its former PID.
 inline pid_t SpawnTrue() {
     pid_t pid = -1;
     std::array<char, 5> name{"true"};

@@ -1,4 +1,4 @@
-// Removing callbacks for process events, while they are called and while events flood.
+// Removes callbacks for process events during calls and floods of events.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -34,7 +34,7 @@ private:
     std::thread thread_;
 };
 
-TEST_F(ProcessMonitorTest, ARemovedFunctionIsNotCalledWhileEventsFlood) {
+TEST_F(ProcessMonitorTest, ARemovedCallbackIsNotCalledDuringAFlood) {
     for (const bool othersStay : {true, false}) {
         if (othersStay) {
             ASSERT_TRUE(Add(Record));
@@ -57,7 +57,7 @@ TEST_F(ProcessMonitorTest, ARemovedFunctionIsNotCalledWhileEventsFlood) {
     EXPECT_EQ(seen.forbiddenCalls, 0);
 }
 
-TEST_F(ProcessMonitorTest, RemovingWaitsForTheCallInProgress) {
+TEST_F(ProcessMonitorTest, RemovalWaitsForTheRunningCall) {
     for (const bool othersStay : {true, false}) {
         seen.released = false;
         if (othersStay) {
@@ -71,7 +71,7 @@ TEST_F(ProcessMonitorTest, RemovingWaitsForTheCallInProgress) {
             Monitor().RemoveProcessEventCallback(AwaitRelease);
             removed = true;
         });
-        // The removal has begun once the queue is empty.
+        // An empty queue shows that the removal has begun.
         EXPECT_TRUE(Await([] { return GetProcessEventCounters().queued == 0; }));
         EXPECT_EQ(seen.inside, 1);
         EXPECT_FALSE(removed);
@@ -96,7 +96,7 @@ TEST_F(ProcessMonitorTest, ACallbackMayRemoveItself) {
     EXPECT_EQ(seen.calls, 1);
 }
 
-TEST_F(ProcessMonitorTest, ALastCallbackThatRemovesItselfLeavesTheStopToTheNext) {
+TEST_F(ProcessMonitorTest, TheLastCallbackMayRemoveItself) {
     ASSERT_TRUE(Add(RemoveItself));
     SpawnTrue();
     ASSERT_TRUE(Await([] { return seen.removedInside.load(); }));

@@ -1,4 +1,4 @@
-// Callbacks for process events that record their calls, and the fixture that adds and removes them.
+// Callbacks for process events that record their calls, and the fixture that registers them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ inline TavUtils::ProcessMonitor& Monitor() {
     return TavUtils::ProcessMonitor::GetInstance();
 }
 
-// Record of the calls of the callbacks, which carry no context.
+// Records the calls of the callbacks, which have no context argument.
 struct Seen {
     std::mutex mutex;
     std::vector<proc_event> events;
@@ -44,7 +44,7 @@ inline void Record(proc_event* event) {
     std::array<char, 16> name{};
     pthread_getname_np(pthread_self(), name.data(), name.size());
     seen.threadName = name.data();
-    // Each call has a record of its own.
+    // The change must not show in the record of another call.
     *event = proc_event{};
 }
 

@@ -51,7 +51,7 @@ TEST_F(ProcessMonitorTest, ReportsThreadsAsForksOfTheirProcess) {
     }));
 }
 
-TEST_F(ProcessMonitorTest, AFunctionAddedTwiceIsCalledTwiceAndRemovedAtOnce) {
+TEST_F(ProcessMonitorTest, ACallbackAddedTwiceIsCalledTwiceAndRemovedOnce) {
     ASSERT_TRUE(Add(Record));
     ASSERT_TRUE(Add(Record));
     ASSERT_TRUE(Add(CountCall));
@@ -66,7 +66,7 @@ TEST_F(ProcessMonitorTest, AFunctionAddedTwiceIsCalledTwiceAndRemovedAtOnce) {
     EXPECT_EQ(ExecsOf(later), 0);
 }
 
-TEST_F(ProcessMonitorTest, NullIsRefusedAndUnknownFunctionsAreIgnored) {
+TEST_F(ProcessMonitorTest, RejectsNullAndIgnoresUnknownCallbacks) {
     EXPECT_FALSE(Monitor().AddProcessEventCallback(nullptr));
     Monitor().RemoveProcessEventCallback(nullptr);
     Monitor().RemoveProcessEventCallback(CountCall);
@@ -89,7 +89,7 @@ void AwaitReleaseAndRecord(proc_event* event) {
     Record(event);
 }
 
-TEST_F(ProcessMonitorTest, ASlowCallbackCostsNoEvent) {
+TEST_F(ProcessMonitorTest, ASlowCallbackMissesNoEvent) {
     const ProcessEventCounters before = GetProcessEventCounters();
     ASSERT_TRUE(Add(AwaitReleaseAndRecord));
     std::vector<pid_t> pids;
@@ -108,7 +108,7 @@ TEST_F(ProcessMonitorTest, ASlowCallbackCostsNoEvent) {
     EXPECT_EQ(after.kernelLosses, before.kernelLosses);
 }
 
-TEST_F(ProcessMonitorTest, ABlockedCallbackDelaysNoOther) {
+TEST_F(ProcessMonitorTest, ABlockedCallbackDoesNotDelayOthers) {
     ASSERT_TRUE(Add(AwaitRelease));
     ASSERT_TRUE(Add(Record));
     SpawnTrue();
@@ -125,7 +125,7 @@ void Throw(proc_event*) {
     throw std::runtime_error("bang");
 }
 
-TEST_F(ProcessMonitorTest, AnExceptionLeavesTheOthersTheirCalls) {
+TEST_F(ProcessMonitorTest, AnExceptionDoesNotAffectOtherCallbacks) {
     ASSERT_TRUE(Add(Throw));
     ASSERT_TRUE(Add(Record));
     const pid_t pid = SpawnTrue();
@@ -133,14 +133,14 @@ TEST_F(ProcessMonitorTest, AnExceptionLeavesTheOthersTheirCalls) {
     EXPECT_TRUE(Await([] { return seen.calls >= 2; }));
 }
 
-TEST_F(ProcessMonitorTest, ProbingGrantsTheRightAndDisturbsNobody) {
+TEST_F(ProcessMonitorTest, ProbingSucceedsAndDoesNotDisturbListeners) {
     ASSERT_TRUE(Add(Record));
     EXPECT_EQ(Host::ProbeProcessEvents(), "");
     const pid_t pid = SpawnTrue();
     EXPECT_TRUE(Await([&] { return ExecsOf(pid) == 1; }));
 }
 
-// Moves the clock past each deadline that a thread waits for, until the process ends.
+// Moves the clock past every awaited deadline until the process ends.
 void PassDeadlines() {
     for (;;) {
         if (MovedClock::AwaitWaiting()) {
@@ -149,7 +149,7 @@ void PassDeadlines() {
     }
 }
 
-// Ends the process: 0 if below a new namespace of that kind no events were granted, twice, and the probe said why.
+// Exits with 0 if in a new namespace of that kind events were refused twice, and the probe gave a reason.
 [[noreturn]] void AskInANewNamespace(int kind) {
     if (unshare(kind) != 0) {
         _exit(2);
@@ -167,13 +167,13 @@ void PassDeadlines() {
     _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 3);
 }
 
-TEST(ProcessMonitorDeathTest, OutsideTheInitialNamespacesNothingIsGranted) {
+TEST(ProcessMonitorDeathTest, ReceivesNoEventsOutsideTheInitialNamespaces) {
     const std::string missing = MissingForProcessEvents();
     if (!missing.empty()) {
         GTEST_SKIP() << missing;
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(AskInANewNamespace(CLONE_NEWPID), testing::ExitedWithCode(0), "no process events: .*does not answer");
+    EXPECT_EXIT(AskInANewNamespace(CLONE_NEWPID), testing::ExitedWithCode(0), "no process events: .*did not answer");
     EXPECT_EXIT(AskInANewNamespace(CLONE_NEWNET), testing::ExitedWithCode(0), "no process events: ");
 }
 

@@ -28,7 +28,7 @@ std::string Real(const std::string& path) {
     return std::filesystem::canonical(path).string();
 }
 
-TEST(GetExePath, GivesTheProgram) {
+TEST(GetExePath, ReturnsTheProgram) {
     std::string path = "before";
     EXPECT_TRUE(GetExePath(getpid(), path));
     EXPECT_EQ(path, Real("/proc/self/exe"));
@@ -37,7 +37,7 @@ TEST(GetExePath, GivesTheProgram) {
     EXPECT_EQ(path, Real("/bin/cat"));
 }
 
-TEST(GetExePath, GivesLongAndOddPathsWholeAndTellsARemovedFile) {
+TEST(GetExePath, ReturnsLongAndOddPathsAndMarksARemovedFile) {
     const TemporaryDirectory dir;
     std::string folder = dir.Path(std::string(250, 'x'));
     for (int i = 0; i < 6; ++i) {
@@ -57,7 +57,7 @@ TEST(GetExePath, GivesLongAndOddPathsWholeAndTellsARemovedFile) {
     EXPECT_EQ(path, real + " (deleted)");
 }
 
-TEST(GetProcessCmdline, PutsABlankForEachZeroByteBetweenArguments) {
+TEST(GetProcessCmdline, SeparatesArgumentsByBlanks) {
     struct Case {
         std::vector<std::string> arguments;
         std::string cmdline;
@@ -126,7 +126,7 @@ TEST(GetProcStatus, ReadsTheMainFields) {
     EXPECT_EQ(status.tracerPid, 0);
 }
 
-TEST(GetProcStatus, TellsAThreadFromItsProcess) {
+TEST(GetProcStatus, DistinguishesAThreadFromItsProcess) {
     int thread = 0;
     ProcStatus status{};
     int result = 0;
@@ -140,14 +140,14 @@ TEST(GetProcStatus, TellsAThreadFromItsProcess) {
     EXPECT_NE(status.pid, status.tgid);
 }
 
-TEST(GetProcStatus, ANameCannotPassForOtherFields) {
+TEST(GetProcStatus, ANameCannotImitateOtherFields) {
     char kept[16];
     ASSERT_EQ(prctl(PR_GET_NAME, kept), 0);
     struct Case {
         const char* name;
         const char* expected;
     };
-    // The kernel writes the line end and the backslash as two bytes.
+    // The kernel escapes newline and backslash in two bytes each.
     const Case cases[] = {
         {"a\nPPid:\t1\nx", "a\\nPPid:\t1\\nx"},
         {"\n\n\n\n\n\n\n", "\\n\\n\\n\\n\\n\\n\\n"},
@@ -170,7 +170,7 @@ TEST(GetProcStatus, ANameCannotPassForOtherFields) {
     }
 }
 
-TEST(GetProcStatus, WritesNothingBehindItsFields) {
+TEST(GetProcStatus, WritesNothingAfterItsFields) {
     ProcStatus status{};
     std::memset(status.reserved, 7, sizeof(status.reserved));
     ASSERT_NE(GetProcStatus(getpid(), PROC_STATUS, status), 0);
@@ -179,7 +179,7 @@ TEST(GetProcStatus, WritesNothingBehindItsFields) {
     }
 }
 
-TEST(ProcessUtils, AZombieHasAStatusAlone) {
+TEST(ProcessUtils, AZombieHasOnlyAStatus) {
     ChildProcess cat("/bin/cat", {"cat"});
     cat.End();
     std::string path = "before";
@@ -191,7 +191,7 @@ TEST(ProcessUtils, AZombieHasAStatusAlone) {
     EXPECT_EQ(status.ppid, getpid());
 }
 
-TEST(ProcessUtils, AProcessThatIsGoneIsAFailure) {
+TEST(ProcessUtils, FailsForAProcessThatHasEnded) {
     ChildProcess cat("/bin/cat", {"cat"});
     const int gone = cat.Pid();
     cat.End();
@@ -209,7 +209,7 @@ TEST(ProcessUtils, AProcessThatIsGoneIsAFailure) {
     }
 }
 
-TEST(GetProcStatus, KnowsOneSelector) {
+TEST(GetProcStatus, AcceptsOneSelector) {
     for (const unsigned int selector : {0U, 1U, 3U, 0xFFFFFFFFU}) {
         ProcStatus status{};
         EXPECT_EQ(GetProcStatus(getpid(), selector, status), 0) << selector;

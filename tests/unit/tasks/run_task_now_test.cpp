@@ -56,13 +56,13 @@ TEST(RunTaskNow, WaitsForTheRunInProgressAndRunsAgain) {
     EXPECT_EQ(runs.overlaps, 0);
 }
 
-TEST(RunTaskNow, LeavesTheOnlyRunOfAOnceTaskOwed) {
+TEST(RunTaskNow, KeepsTheScheduledRunOfAOneTimeTask) {
     Runs runs;
     runs.released = false;
     const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 100, 0), Record, &runs, "owed"));
     std::thread asker([] { EXPECT_TRUE(Host::RunTaskNow("owed")); });
     EXPECT_TRUE(Await([&] { return runs.inside == 1; }));
-    // It falls due while it runs.
+    // The scheduled run falls due during this one.
     MovedClock::Advance(100ms);
     runs.released = true;
     asker.join();
@@ -78,7 +78,7 @@ void* PauseItselfOnceAsked(void* argument) {
     return nullptr;
 }
 
-TEST(RunTaskNow, IsFalseWhenThePauseComesFirst) {
+TEST(RunTaskNow, IsFalseIfThePauseComesFirst) {
     Runs runs;
     runs.id = Manager().RegisterTask(TASK_REPEAT, Condition(0, hourMs), PauseItselfOnceAsked, &runs, "too-late");
     const Registered task(runs.id);
@@ -94,7 +94,7 @@ void* RunItself(void* argument) {
     return nullptr;
 }
 
-TEST(RunTaskNow, RefusesTheTaskItself) {
+TEST(RunTaskNow, RejectsACallByTheTaskItself) {
     Runs runs;
     const unsigned int id =
         Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 30, 0), RunItself, &runs, "run-self");

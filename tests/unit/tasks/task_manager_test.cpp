@@ -36,7 +36,7 @@ using TestSupport::Registered;
 using TestSupport::Runs;
 using TestSupport::ThreadsNamed;
 
-TEST(TaskManager, RefusesWhatCannotBeScheduled) {
+TEST(TaskManager, RejectsInvalidSchedules) {
     struct Row {
         const char* what;
         int type;
@@ -67,7 +67,7 @@ TEST(TaskManager, RefusesWhatCannotBeScheduled) {
     }
 }
 
-TEST(TaskManager, RunsAtOnceWhenTheFirstRunHasPassed) {
+TEST(TaskManager, RunsAtOnceIfTheFirstRunIsInThePast) {
     for (const uint64_t firstRunMs : {uint64_t{0}, EpochMs() - 1000}) {
         Runs runs;
         const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(firstRunMs, 0), Record, &runs, "passed"));
@@ -88,7 +88,7 @@ TEST(TaskManager, DoesNotRunBeforeTheFirstRun) {
     EXPECT_TRUE(Await([&] { return runs.count == 1; }));
 }
 
-TEST(TaskManager, SettingTheDateMovesNoTask) {
+TEST(TaskManager, SettingTheDateDoesNotMoveTasks) {
     Runs runs;
     const Time due = Now() + 1s;
     const Registered task(Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + 1000, 0), Record, &runs, "date"));
@@ -132,7 +132,7 @@ TEST(TaskManager, NamesTheThreadWithTheFirstFifteenBytes) {
     EXPECT_EQ(runs.threadName, "0123456789abcde");
 }
 
-TEST(TaskManager, SkipsTicksDuringALongRunAndKeepsToTheGrid) {
+TEST(TaskManager, SkipsTicksDuringALongRunAndKeepsTheGrid) {
     Runs runs;
     runs.released = false;
     const Time begin = Now();
@@ -149,14 +149,14 @@ TEST(TaskManager, SkipsTicksDuringALongRunAndKeepsToTheGrid) {
     EXPECT_EQ(runs.overlaps, 0);
 }
 
-// Calls end while the task runs, and lets the run end once the task takes no more.
+// Calls end during a run. Lets the run finish once the task starts no further ones.
 void EndDuringARun(Runs& runs, const char* name, const std::function<void()>& end) {
     std::atomic<bool> returned = false;
     std::thread ending([&] {
         end();
         returned = true;
     });
-    // Returns once the task is about to end; until then it waits for its turn.
+    // Waits for its turn and fails as soon as the task may not run again.
     EXPECT_FALSE(Host::RunTaskNow(name));
     EXPECT_EQ(runs.inside, 1);
     EXPECT_FALSE(returned);
@@ -165,7 +165,7 @@ void EndDuringARun(Runs& runs, const char* name, const std::function<void()>& en
     EXPECT_EQ(runs.inside, 0);
 }
 
-TEST(TaskManager, PauseWaitsForTheRunAndNoneFollows) {
+TEST(TaskManager, PauseWaitsForTheRunAndPreventsFurtherRuns) {
     Runs runs;
     runs.released = false;
     const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), Record, &runs, "pause");
@@ -246,7 +246,7 @@ void* ThrowNumber(void* argument) {
     throw 7;
 }
 
-TEST(TaskManager, AnExceptionIsLoggedAndTheTaskGoesOn) {
+TEST(TaskManager, LogsAnExceptionAndRunsTheTaskAgain) {
     struct Row {
         void* (*entry)(void*);
         const char* logged;

@@ -28,7 +28,7 @@ using TestSupport::Record;
 using TestSupport::Runs;
 using TestSupport::ThreadsNamed;
 
-TEST(TaskRace, AllOperations) {
+TEST(TaskRace, AllOperationsMayRunAtOnce) {
     constexpr int rounds = 100;
     std::atomic<int> owners = 3;
     std::atomic<int> lateRuns = 0;
@@ -52,8 +52,8 @@ TEST(TaskRace, AllOperations) {
             --owners;
         });
     }
-    // The others pause and run the task that was registered last, but leave the unregistering to its owner, whose
-    // record the runs write to.
+    // The others pause and run the latest task, but only its owner unregisters it: the runs write to the owner's
+    // record.
     threads.emplace_back([&] {
         while (owners > 0) {
             Manager().PauseAndWaitForEnd(latest);
@@ -72,7 +72,7 @@ TEST(TaskRace, AllOperations) {
     EXPECT_TRUE(Await([] { return ThreadsNamed("race") == 0; }));
 }
 
-TEST(TaskRace, TwoUnregisterTheSameTask) {
+TEST(TaskRace, TwoThreadsMayUnregisterTheSameTask) {
     for (int i = 0; i < 50; ++i) {
         Runs runs;
         const unsigned int id = Manager().RegisterTask(TASK_REPEAT, Condition(0, 1), Record, &runs, "two-ends");
@@ -83,7 +83,7 @@ TEST(TaskRace, TwoUnregisterTheSameTask) {
     }
 }
 
-// Ends the process: 0 if no thread could be had and the task was refused for that.
+// Exits with 0 if the task was rejected for want of a thread.
 [[noreturn]] void RegisterWithoutThreads() {
     const rlimit none{0, 0};
     constexpr uid_t nobody = 65534;
@@ -94,7 +94,7 @@ TEST(TaskRace, TwoUnregisterTheSameTask) {
     _exit(Manager().RegisterTask(TASK_ONCE, Condition(EpochMs() + hourMs, 0), Record, &runs, "no-thread") == 0 ? 0 : 1);
 }
 
-TEST(TaskManagerDeathTest, WithoutAThreadTheTaskIsRefused) {
+TEST(TaskManagerDeathTest, RejectsATaskWithoutAThread) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "becoming a user without processes needs CAP_SETUID";
     }

@@ -15,7 +15,7 @@ using Host::Clock::Time;
 
 constexpr Time now(1h);
 
-TEST(TaskStep, IsTheFirstThatMayBeDone) {
+TEST(TaskStep, ReturnsTheFirstPermittedStep) {
     const struct {
         const char* what;
         TaskState state;

@@ -1,4 +1,4 @@
-// Tasks whose runs tests can watch and hold.
+// Tasks whose runs a test can observe and block.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ inline TaskManager& Manager() {
     return TaskManager::GetInstance();
 }
 
-// Record of the runs of one task.
+// Records the runs of one task.
 struct Runs {
     std::mutex mutex;
     std::vector<Host::Clock::Time> starts;
@@ -48,7 +48,7 @@ struct Runs {
     std::atomic<int> count = 0;
     std::atomic<int> inside = 0;
     std::atomic<int> overlaps = 0;
-    std::atomic<bool> released = true;  // false: runs last until it is true
+    std::atomic<bool> released = true;  // while false, runs do not end
     std::atomic<unsigned int> id = 0;
     std::atomic<bool> asked = false;
 };
@@ -71,7 +71,7 @@ inline void* Record(void* argument) {
     return nullptr;
 }
 
-// Keeps a task from outliving the record that its runs write to.
+// Unregisters a task before the record that its runs write to goes away.
 class Registered {
 public:
     explicit Registered(unsigned int id) : id_(id) {}

@@ -82,13 +82,13 @@ TEST(Threads, StopWaitsForTheEndAndReleasesTheHandle) {
     EXPECT_TRUE(Await([] { return ThreadsNamed("stopped") == 0; }));
 }
 
-TEST(Threads, UnknownHandlesAreRefused) {
+TEST(Threads, RejectsUnknownHandles) {
     for (const unsigned long handle : {0UL, std::numeric_limits<unsigned long>::max()}) {
         EXPECT_NE(StopHipsThreadEx(handle), 0);
     }
 }
 
-TEST(Threads, NoEntryIsRefused) {
+TEST(Threads, RejectsAMissingEntry) {
     EXPECT_EQ(CreateHipsThreadEx(nullptr, nullptr, ordinaryStack, "no-entry"), 0UL);
 }
 
@@ -105,7 +105,7 @@ void* StopItself(void* argument) {
     return nullptr;
 }
 
-TEST(Threads, AThreadThatWaitsForItselfIsRefusedAndStaysKnown) {
+TEST(Threads, AThreadCannotWaitForItselfAndKeepsItsHandle) {
     SelfStop self;
     self.handle = CreateHipsThreadEx(StopItself, &self, ordinaryStack, "self-stop");
     ASSERT_NE(self.handle, 0UL);
@@ -121,7 +121,7 @@ void* ThrowNumber(void*) {
     throw 7;
 }
 
-TEST(Threads, AnExceptionEndsTheThreadAlone) {
+TEST(Threads, AnExceptionEndsOnlyItsThread) {
     struct Row {
         void* (*entry)(void*);
         const char* logged;
@@ -155,7 +155,7 @@ TEST(Threads, ManyMayStartAndStopAtOnce) {
     EXPECT_EQ(failures, 0);
 }
 
-TEST(Threads, OfTwoThatStopTheSameThreadOneSucceeds) {
+TEST(Threads, OnlyOneOfTwoStopsOfAThreadSucceeds) {
     for (int i = 0; i < 50; ++i) {
         std::atomic<int> runs = 0;
         const unsigned long handle = CreateHipsThreadEx(Raise, &runs, ordinaryStack, "two-stops");
@@ -168,7 +168,7 @@ TEST(Threads, OfTwoThatStopTheSameThreadOneSucceeds) {
     }
 }
 
-// Ends the process: 0 if the thread was refused because none could be had.
+// Exits with 0 if the thread was refused because the system grants none.
 [[noreturn]] void StartWithoutThreads() {
     const rlimit none{0, 0};
     constexpr uid_t nobody = 65534;
@@ -179,7 +179,7 @@ TEST(Threads, OfTwoThatStopTheSameThreadOneSucceeds) {
     _exit(CreateHipsThreadEx(Raise, &runs, ordinaryStack, "no-thread") == 0 && runs == 0 ? 0 : 1);
 }
 
-TEST(ThreadsDeathTest, WithoutAThreadTheHandleIsZero) {
+TEST(ThreadsDeathTest, ReturnsZeroWithoutAThread) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "becoming a user without processes needs CAP_SETUID";
     }
