@@ -1,5 +1,5 @@
-// What the agent's programs ask of liborlim_agent.so beyond what modules may ask. The library exports the names of
-// src/agent and no others, so these calls are reached through an object that it exports anyway.
+// Calls that the agent's programs make into liborlim_agent.so and that modules may not make. The library exports only
+// the names of src/agent, so these calls are reached through an object that it exports anyway.
 #pragma once
 
 #include <chrono>
@@ -14,11 +14,11 @@
 
 namespace Host {
 
-// One for the process. Each call may be made from any thread unless the function it stands for says otherwise.
+// One per process. Each call: any thread, unless the named function says otherwise.
 struct AgentLibrary {
     void (*setLogLevel)(LogLevel level);  // SetLogLevel
 
-    // Of the queue behind EventConsumer::Instance(): EventQueue::Start and its like.
+    // The queue behind EventConsumer::Instance(): EventQueue::Start and the like.
     void (*startEvents)(EventWriter writer, EventIdle idle);
     void (*wakeEvents)();
     bool (*stopEvents)(std::chrono::milliseconds patience);

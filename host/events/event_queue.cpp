@@ -25,7 +25,7 @@ void WriteEvent(const EventWriter& writer, const std::string& event) {
     try {
         writer(event);
     } catch (const std::exception& error) {
-        LogError("an event could not be written: %s", error.what());
+        LogError("cannot write an event, it is lost: %s", error.what());
     }
 }
 
@@ -33,7 +33,7 @@ bool CallIdle(const EventIdle& idle) {
     try {
         return idle && idle();
     } catch (const std::exception& error) {
-        LogError("the sinks could not be tended: %s", error.what());
+        LogError("retrying pending events failed: %s; trying again in a second", error.what());
         return true;
     }
 }
@@ -41,7 +41,7 @@ bool CallIdle(const EventIdle& idle) {
 }  // namespace
 
 struct EventQueue::State {
-    mutable std::mutex mutex;  // guards all that follows
+    mutable std::mutex mutex;  // guards all below
     std::condition_variable work;
     std::condition_variable ended;
     std::deque<std::string> events;
@@ -50,7 +50,7 @@ struct EventQueue::State {
     EventQueueCounters counters{};
     EventQueueCounters reported{};
     bool running = false;
-    WriterState writer;  // without hasEvents, which follows from events
+    WriterState writer;  // hasEvents is derived from events
 
     bool Admit(size_t bytes, Clock::Time now);
     WriterStep Next();
@@ -84,8 +84,10 @@ void EventQueue::State::ReportDrops(std::unique_lock<std::mutex>& lock) {
     reported = counters;
     writer.reportAt.reset();
     lock.unlock();
-    LogWarning("%llu events were dropped: %llu beyond the limit of %u a minute, %llu because the queue was full",
-               limited + overflowed, limited, limitNow, overflowed);
+    LogWarning(
+        "%llu events were dropped: %llu beyond the limit of %u per minute (see events.perMinuteLimit), %llu because "
+        "the queue was full (see the sinks)",
+        limited + overflowed, limited, limitNow, overflowed);
     lock.lock();
 }
 
@@ -105,12 +107,12 @@ void EventQueue::State::Tend(std::unique_lock<std::mutex>& lock, const EventIdle
     lock.unlock();
     const bool somethingLeft = CallIdle(idle);
     lock.lock();
-    // With nothing left to do there is no timed wake-up at all: an idle agent uses no processor time.
+    // Without pending events there is no timed wake-up: an idle agent uses no processor time.
     writer.idleAt = somethingLeft ? std::optional(Clock::Now() + idlePause) : std::nullopt;
 }
 
 EventQueue& EventQueue::Instance() {
-    // Never destroyed: modules' threads may push while the process is leaving.
+    // Never destroyed: a module's threads may push while the process exits.
     static EventQueue& queue = *new EventQueue;
     return queue;
 }

@@ -1,4 +1,4 @@
-// The bounded queue between the module's events and the sinks.
+// The bounded queue between the module and the sinks.
 #pragma once
 
 #include <chrono>
@@ -13,15 +13,15 @@
 
 namespace Host {
 
-// Takes one event, a JSON text without a line end. Called on the queue's writer thread alone.
+// Takes one event, a JSON text without a line end. Called only on the queue's writer thread.
 using EventWriter = std::function<void(std::string_view)>;
 
-// Retries events that the writer could not deliver; true while some are left. Called on the writer thread alone: when
-// it starts, when the queue has run empty, after Wake, and a second after each call that returned true.
+// Retries events that the writer could not deliver; true while some are left. Called only on the writer thread: at its
+// start, when the queue becomes empty, after Wake, and a second after each call that returned true.
 using EventIdle = std::function<bool()>;
 
 struct EventQueueCounters {
-    uint64_t written;     // handed to the writer
+    uint64_t written;     // passed to the writer
     uint64_t limited;     // dropped by the per-minute limit
     uint64_t overflowed;  // dropped because the queue was full
 };
@@ -39,20 +39,20 @@ public:
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    // Starts the writer thread, which also writes the events pushed before. Has no effect while one runs. Throws
-    // std::system_error if the system refuses the thread. Any thread.
+    // Starts the writer thread. It also writes the events that were pushed before. Does nothing if the thread runs
+    // already. Throws std::system_error if the thread cannot be created. Any thread.
     void Start(EventWriter writer, EventIdle idle = {});
 
-    // At most events in each window of a minute, 0 for no limit; 60 until the first call. Any thread.
+    // Limits the events per window of one minute; 0 for no limit. The default is 60. Any thread.
     void SetPerMinuteLimit(unsigned int events);
 
-    // Queues or drops the event; never waits for the writer. Dropped events are logged once a minute. Any thread.
+    // Queues the event or drops it; never waits for the writer. Dropped events are logged once per minute. Any thread.
     void Push(const std::string& event);
 
     // Makes the writer thread call the idle function once the queue is empty. Any thread.
     void Wake();
 
-    // Writes everything queued, then ends the writer thread. False if that took longer than patience; the thread then
+    // Writes everything queued, then ends the writer thread. False if that takes longer than patience: the thread then
     // still runs, and the caller should end the process. Any thread but the writer's.
     bool Stop(std::chrono::milliseconds patience);
 

@@ -8,13 +8,13 @@
 
 namespace Host {
 
-// Counts events in fixed windows of a minute. The first begins with the first event, each later one with the first
-// event after the end of the one before. One thread at a time.
+// Counts events in fixed windows of one minute. The first window begins with the first event, each later one with the
+// first event after the previous window. One thread at a time.
 class MinuteLimit {
 public:
     static constexpr std::chrono::minutes window{1};
 
-    // At most events per window, 0 for no limit; 60 until the first call. The next event begins a new window.
+    // At most events per window, 0 for no limit. The default is 60. The next event begins a new window.
     void Set(unsigned int events) {
         limit_ = events;
         windowEnd_.reset();

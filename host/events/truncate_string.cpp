@@ -8,7 +8,7 @@ bool IsContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-// Bytes of the sequence that begins with c; 1 for what begins none.
+// Length of the UTF-8 sequence that begins with c; 1 if none does.
 size_t SequenceBytes(char c) {
     const auto lead = static_cast<unsigned char>(c);
     if (lead >= 0xC2U && lead <= 0xDFU) {
@@ -28,8 +28,8 @@ std::string TruncateString(const std::string& text, unsigned int limit, bool who
     }
     size_t cut = limit;
     if (wholeCharacters) {
-        // Bytes that are no UTF-8 form no character to keep whole: without this a run of stray continuation bytes
-        // would take good text with it.
+        // Bytes that are not UTF-8 form no character to keep whole. Without this check, a run of stray continuation
+        // bytes would cut off valid text before it.
         size_t lead = cut;
         while (lead > 0 && cut - lead < 3 && IsContinuation(text[lead])) {
             --lead;

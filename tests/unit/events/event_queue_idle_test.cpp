@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Of real time in the counter, and of the moved clock in Stop.
+// Real time in the counter, moved time in Stop.
 constexpr auto patience = 20s;
 
 // Counts the calls of the idle function.

@@ -20,10 +20,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Of real time in the collector, and of the moved clock in Stop.
+// Real time in the collector, moved time in Stop.
 constexpr auto patience = 20s;
 
-// Keeps what the queue writes, and can hold the writer back.
+// Collects the events that the queue writes. Can block the writer.
 class Collector {
 public:
     Host::EventWriter Writer() {
@@ -77,7 +77,7 @@ size_t CountOf(const std::string& text, const std::string& part) {
     return count;
 }
 
-TEST(EventQueue, WritesInOrderWhatWasPushedBeforeAndAfterStart) {
+TEST(EventQueue, WritesEventsPushedBeforeAndAfterStartInOrder) {
     Collector collector;
     Host::EventQueue queue;
     queue.Push("1");
@@ -89,7 +89,7 @@ TEST(EventQueue, WritesInOrderWhatWasPushedBeforeAndAfterStart) {
     EXPECT_EQ(queue.Counters().written, 3U);
 }
 
-TEST(EventQueue, SixtyEventsAMinuteUnlessSetOtherwise) {
+TEST(EventQueue, LimitsToSixtyEventsPerMinuteByDefault) {
     Collector collector;
     Host::EventQueue queue;
     for (int i = 0; i < 100; ++i) {
@@ -103,7 +103,7 @@ TEST(EventQueue, SixtyEventsAMinuteUnlessSetOtherwise) {
     EXPECT_EQ(collector.Events().size(), 60U);
 }
 
-TEST(EventQueue, LimitHoldsForEachWindow) {
+TEST(EventQueue, LimitAppliesToEachWindow) {
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(2);
     for (const unsigned int dropped : {0U, 0U, 1U, 2U}) {
@@ -117,7 +117,7 @@ TEST(EventQueue, LimitHoldsForEachWindow) {
     }
 }
 
-TEST(EventQueue, ZeroIsNoLimit) {
+TEST(EventQueue, ZeroMeansNoLimit) {
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(0);
     for (int i = 0; i < 5000; ++i) {
@@ -126,7 +126,7 @@ TEST(EventQueue, ZeroIsNoLimit) {
     EXPECT_EQ(queue.Counters().limited, 0U);
 }
 
-TEST(EventQueue, FullQueueDropsTheNewestAndNeverWaits) {
+TEST(EventQueue, FullQueueDropsTheNewestEventsWithoutWaiting) {
     Collector collector;
     collector.Hold();
     Host::EventQueue queue;
@@ -141,13 +141,15 @@ TEST(EventQueue, FullQueueDropsTheNewestAndNeverWaits) {
     collector.Release();
     testing::internal::CaptureStderr();
     EXPECT_TRUE(queue.Stop(patience));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                testing::HasSubstr("5 events were dropped: 0 beyond the limit of 0 a minute, 5 because"));
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        testing::HasSubstr(
+            "5 events were dropped: 0 beyond the limit of 0 per minute (see events.perMinuteLimit), 5 because"));
     EXPECT_EQ(collector.Events().size(), Host::EventQueue::capacity + 1);
     EXPECT_EQ(collector.Events().back(), std::to_string(Host::EventQueue::capacity - 1));
 }
 
-TEST(EventQueue, BytesAreBoundedToo) {
+TEST(EventQueue, LimitsBytesToo) {
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(0);
     const std::string big(Host::EventQueue::capacityBytes / 4 + 1, 'x');
@@ -157,7 +159,7 @@ TEST(EventQueue, BytesAreBoundedToo) {
     EXPECT_EQ(queue.Counters().overflowed, 1U);
 }
 
-TEST(EventQueue, DropsAreReportedAMinuteAfterTheFirst) {
+TEST(EventQueue, ReportsDropsAMinuteAfterTheFirst) {
     Collector collector;
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(1);
@@ -173,11 +175,13 @@ TEST(EventQueue, DropsAreReportedAMinuteAfterTheFirst) {
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(CountOf(log, "events were dropped"), 1U) << log;
     EXPECT_THAT(log, testing::HasSubstr("warning event_queue"));
-    EXPECT_THAT(log, testing::HasSubstr("60 events were dropped: 60 beyond the limit of 1 a minute, 0 because"));
+    EXPECT_THAT(
+        log, testing::HasSubstr(
+                 "60 events were dropped: 60 beyond the limit of 1 per minute (see events.perMinuteLimit), 0 because"));
     EXPECT_TRUE(queue.Stop(patience));
 }
 
-TEST(EventQueue, StopReportsDropsThatWereNotReportedYet) {
+TEST(EventQueue, StopReportsPendingDrops) {
     Collector collector;
     Host::EventQueue queue;
     queue.SetPerMinuteLimit(1);
@@ -190,7 +194,7 @@ TEST(EventQueue, StopReportsDropsThatWereNotReportedYet) {
 }
 
 TEST(EventQueue, StopGivesUpOnAStuckWriter) {
-    // Shared with the thread that is left behind.
+    // Shared with the thread, which outlives the test.
     const auto collector = std::make_shared<Collector>();
     collector->Hold();
     {
@@ -218,7 +222,7 @@ TEST(EventQueue, CanBeStartedAgain) {
     EXPECT_EQ(collector.Events(), std::vector<std::string>{"between"});
 }
 
-TEST(EventQueue, ThrowingWriterLosesItsEventAlone) {
+TEST(EventQueue, ThrowingWriterLosesOnlyItsEvent) {
     Collector collector;
     Host::EventQueue queue;
     queue.Push("bad");
@@ -231,7 +235,7 @@ TEST(EventQueue, ThrowingWriterLosesItsEventAlone) {
         write(event);
     });
     EXPECT_TRUE(queue.Stop(patience));
-    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(), "could not be written: no"), 1U);
+    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(), "cannot write an event, it is lost: no"), 1U);
     EXPECT_EQ(collector.Events(), std::vector<std::string>{"good"});
 }
 
@@ -255,7 +259,7 @@ TEST(EventQueue, ManyThreadsMayPush) {
     EXPECT_EQ(collector.Events().size(), 2000U);
 }
 
-TEST(EventConsumer, HandsFindingsToTheQueue) {
+TEST(EventConsumer, PassesFindingsToTheQueue) {
     Collector collector;
     Host::EventQueue::Instance().Start(collector.Writer());
     EventConsumer::Instance().PushMinuteLimitEvent("{}");

@@ -36,7 +36,7 @@ TEST(MinuteLimit, WindowsBeginWithTheirFirstEvent) {
     }
 }
 
-TEST(MinuteLimit, EventsThatDidNotPassDoNotCount) {
+TEST(MinuteLimit, DroppedEventsDoNotCount) {
     MinuteLimit limit;
     limit.Set(1);
     EXPECT_TRUE(limit.HasRoom(begin));

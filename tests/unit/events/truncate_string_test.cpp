@@ -8,7 +8,7 @@ namespace {
 
 using EventAdapter::TruncateString;
 
-TEST(TruncateString, CutsAtTheByteWhenCharactersDoNotMatter) {
+TEST(TruncateString, CutsAnywhereIfCharactersNeedNotStayWhole) {
     EXPECT_EQ(TruncateString("abcdef", 3, false), "abc");
     EXPECT_EQ(TruncateString("a\xc3\xa4", 2, false), "a\xc3");
     EXPECT_EQ(TruncateString("abc", 3, false), "abc");
@@ -25,12 +25,12 @@ TEST(TruncateString, KeepsCharactersWhole) {
     }
 }
 
-TEST(TruncateString, CutsBytesThatAreNoCharacterAtTheLimit) {
+TEST(TruncateString, CutsInvalidBytesAtTheLimit) {
     const std::string texts[] = {
-        "abc\x80\x80\x80\x80\x80\x80\x80",          // continuations that nothing began
-        "ab\xe2z\x82zzzzz",                         // a beginning that nothing continues
-        "\xff\xff\xff\xff\xff\xff\xff\xff",         // bytes that UTF-8 does not have
-        "\xf8\x88\x80\x80\x80\xf8\x88\x80\x80\x80"  // the five-byte form that is no longer one
+        "abc\x80\x80\x80\x80\x80\x80\x80",          // continuation bytes without a lead byte
+        "ab\xe2z\x82zzzzz",                         // a lead byte without continuation
+        "\xff\xff\xff\xff\xff\xff\xff\xff",         // bytes that never occur in UTF-8
+        "\xf8\x88\x80\x80\x80\xf8\x88\x80\x80\x80"  // the obsolete five-byte form
     };
     for (const std::string& text : texts) {
         for (unsigned int limit = 0; limit <= text.size(); ++limit) {
@@ -40,7 +40,7 @@ TEST(TruncateString, CutsBytesThatAreNoCharacterAtTheLimit) {
     EXPECT_EQ(TruncateString("abc\xe2\x82", 4, true), "abc\xe2");
 }
 
-TEST(TruncateString, PassesZeroBytesOn) {
+TEST(TruncateString, KeepsZeroBytes) {
     const std::string text("a\0b\0c", 5);
     EXPECT_EQ(TruncateString(text, 4, true), std::string("a\0b\0", 4));
 }

@@ -15,7 +15,7 @@ using Host::Clock::Time;
 
 constexpr Time now(1h);
 
-TEST(WriterStep, IsTheFirstThatIsDue) {
+TEST(WriterStep, ReturnsTheFirstStepThatIsDue) {
     const struct {
         const char* what;
         WriterState state;

@@ -1,11 +1,11 @@
-// What a command prints.
+// The output of a command.
 #pragma once
 
 #include <cstdio>
 #include <memory>
 #include <string>
 
-// The standard output of a shell command, whole; empty if it cannot be started.
+// The complete standard output of a shell command; empty if it cannot be started.
 inline std::string CommandOutput(const std::string& command) {
     const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
     std::string text;

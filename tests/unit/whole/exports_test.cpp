@@ -22,12 +22,12 @@ std::set<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-// Such as "TavUtils::Config::GetInstance()".
+// Demangled, such as "TavUtils::Config::GetInstance()".
 std::set<std::string> Exported(const std::string& file) {
     return Lines(CommandOutput("nm -DC --defined-only --format=just-symbols '" + file + "'"));
 }
 
-// Without what stands between open and close.
+// Removes everything between open and close.
 std::string Without(std::string text, const std::string& open, const std::string& close) {
     for (size_t begin = text.find(open); begin != std::string::npos; begin = text.find(open, begin)) {
         const size_t end = text.find(close, begin + open.size());
@@ -36,7 +36,7 @@ std::string Without(std::string text, const std::string& open, const std::string
     return text;
 }
 
-// The headers' code, without comments, directives and attributes.
+// The code of the headers, without comments, directives and attributes.
 std::string ContractText() {
     std::string text;
     for (const auto& entry : std::filesystem::directory_iterator(ORLIM_CONTRACT_FOLDER)) {
@@ -49,7 +49,7 @@ bool IsNameCharacter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '~';
 }
 
-// The function's own name: "ReadTcp" of "TavUtils::NetStat::ReadTcp(std::vector<...>&, bool const*)".
+// The function's unqualified name: "ReadTcp" of "TavUtils::NetStat::ReadTcp(std::vector<...>&, bool const*)".
 std::string FunctionName(std::string symbol) {
     symbol = Without(symbol, "[abi:cxx11]", "");
     symbol.erase(std::min(symbol.find('('), symbol.size()));
@@ -75,7 +75,7 @@ std::string DeclaredFunction(const std::string& statement) {
     return isCall || name == "static_assert" ? "" : name;
 }
 
-// Each piece of the code that ends with a semicolon or begins or ends a block.
+// Splits code at semicolons and braces.
 std::vector<std::string> Statements(const std::string& code) {
     std::vector<std::string> statements(1);
     for (const char c : code) {
@@ -88,7 +88,7 @@ std::vector<std::string> Statements(const std::string& code) {
     return statements;
 }
 
-TEST(Exports, LibraryExportsWhatTheContractDeclaresAndNothingElse) {
+TEST(Exports, LibraryExportsOnlyTheContractsDeclarations) {
     const std::string contract = ContractText();
     const std::set<std::string> symbols = Exported(ORLIM_LIBRARY_FILE);
     EXPECT_GT(symbols.size(), 50U);
@@ -116,13 +116,13 @@ TEST(Exports, EveryFunctionOfTheContractIsExported) {
     EXPECT_GT(count, 20U);
 }
 
-// A second copy of the log, the queue or the settings would be one that the module does not see.
-TEST(Exports, AgentHoldsNoCopyOfWhatTheLibraryExports) {
+// The module would not see a second copy of the log, the queue or the settings.
+TEST(Exports, AgentHasNoCopyOfTheLibrarysExports) {
     const std::set<std::string> own =
         Lines(CommandOutput("nm -C --defined-only --format=just-symbols '" ORLIM_AGENT_FILE "'"));
     EXPECT_GT(own.size(), 100U);
     for (const std::string& symbol : Exported(ORLIM_LIBRARY_FILE)) {
-        // Inline members of records are in every program that uses them.
+        // Every program that uses the records contains their inline members.
         if (symbol.find("::~") == std::string::npos) {
             EXPECT_FALSE(own.contains(symbol)) << symbol;
         }

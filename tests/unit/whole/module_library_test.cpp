@@ -15,14 +15,14 @@ std::set<std::string> Words(const std::string& text) {
     return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
 }
 
-TEST(ModuleLibrary, ExportsTheFourEntriesUnmangledAndNothingElse) {
+TEST(ModuleLibrary, ExportsOnlyTheFourUnmangledEntries) {
     const std::string symbols = CommandOutput("nm -D --defined-only --format=just-symbols '" ORLIM_MODULE_FILE "'");
     EXPECT_EQ(Words(symbols), (std::set<std::string>{"InitModule", "StartModule", "StopModule", "DeinitModule"}));
 }
 
-TEST(ModuleLibrary, LinksTheStandardLibraryAndTheAgentAndNothingElse) {
+TEST(ModuleLibrary, LinksOnlyTheStandardLibraryAndTheAgent) {
     std::set<std::string> allowed{"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6", "liborlim_agent.so"};
-    // The loader and the run times of the sanitizers are the tool chain's.
+    // The tool chain adds the loader and the sanitizers' run-time libraries.
     for (const std::string& word :
          Words(CommandOutput("readelf -d '" ORLIM_MODULE_FILE "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"))) {
         const bool toolChain = word.starts_with("ld-linux") || word.starts_with("libasan.") ||

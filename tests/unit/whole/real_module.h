@@ -1,4 +1,4 @@
-// The module as it ships, loaded into a process that has the agent's real services.
+// The shipped module, loaded into a process with the agent's real services.
 #pragma once
 
 #include <dlfcn.h>

@@ -12,8 +12,8 @@
 
 namespace {
 
-// With the host's own list hidden, only a shell that the agent's setting leads to makes an initialisation succeed.
-TEST(SharedSettings, OfTheAgentAreSeenByTheModule) {
+// Hides the host's own list: initialisation succeeds only with a shell listed through the agent's setting.
+TEST(SharedSettings, TheModuleSeesTheAgentsSettings) {
     if (!MayMount()) {
         GTEST_SKIP() << "needs the right to mount over /etc/shells (root)";
     }

@@ -14,12 +14,12 @@ size_t EntriesOf(const char* folder) {
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// A joined thread may stay in /proc for a moment.
+// A joined thread may remain in /proc for a moment.
 bool ReachesThreads(size_t expected) {
     return TestSupport::Await([&] { return EntriesOf("/proc/self/task") == expected; });
 }
 
-TEST(Soak, LeavesNoThreadAndNoDescriptorAfterManyStarts) {
+TEST(Soak, LeaksNoThreadOrDescriptorOverManyStarts) {
     std::optional<RealModule> module(std::in_place);
     const auto cycle = [&] {
         module->init();
@@ -27,11 +27,11 @@ TEST(Soak, LeavesNoThreadAndNoDescriptorAfterManyStarts) {
         module->stop("0000");
         module->deinit();
     };
-    // What the agent keeps for its lifetime is there after the first cycle.
+    // The first cycle creates everything that the agent keeps for its lifetime.
     cycle();
     const size_t threads = EntriesOf("/proc/self/task");
     const size_t descriptors = EntriesOf("/proc/self/fd");
-    const int starts = runsEmulated ? 150 : 1000;  // emulated, one takes half a second
+    const int starts = runsEmulated ? 150 : 1000;  // one takes half a second when emulated
     for (int i = 1; i < starts; ++i) {
         cycle();
         if (i % 100 == 0) {
