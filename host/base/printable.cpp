@@ -11,7 +11,7 @@ bool IsContinuation(std::string_view text, size_t at) {
     return at < text.size() && (ByteAt(text, at) & 0xC0U) == 0x80U;
 }
 
-// Length of the valid UTF-8 sequence that begins at the byte; 0 if none does. The second byte's range is what shuts out
+// Length of the valid UTF-8 sequence that begins at the byte; 0 if there is none. The range of the second byte excludes
 // overlong forms, surrogates and code points past U+10FFFF.
 size_t SequenceLength(std::string_view text, size_t at) {
     const unsigned int lead = ByteAt(text, at);
@@ -43,7 +43,7 @@ size_t SequenceLength(std::string_view text, size_t at) {
 
 bool IsControl(std::string_view text, size_t at, size_t length) {
     const unsigned int first = ByteAt(text, at);
-    // C1 controls (U+0080 to U+009F) steer terminals as ESC does.
+    // C1 controls (U+0080 to U+009F) control a terminal as ESC does.
     return length == 1 ? first < 0x20 || first == 0x7F : length == 2 && first == 0xC2 && ByteAt(text, at + 1) < 0xA0;
 }
 

@@ -10,14 +10,14 @@ bool IsOfOneFile(Cause cause) {
 
 Meaning MeaningForFile(const FileState& before, const FileState& after, Cause cause) {
     Meaning meaning;
-    // Between the writes and the close, each write is an event. Writes to a mapping of the file are none: the close
-    // shows them.
+    // Between open and close, each write is an event. Writes to a mapping of the file are not: only the close shows
+    // them.
     if ((cause == Cause::closed && ContentMayDiffer(before, after)) ||
         (cause == Cause::eventsLost && ContentMayDifferUnseen(before, after))) {
         meaning.operation = FILE_MODIFIED;
     }
     if (after.links == 0) {
-        // It has lost its last name, which is reported as the end of that name.
+        // The file has lost its last name; the removal of that name is reported.
         return meaning;
     }
     meaning.linksWait =

@@ -7,7 +7,7 @@ namespace Host {
 
 namespace {
 
-// Names that lead to a file through a link come after its own, and names by way of a directory's rule after both.
+// Names that lead through a link rank after the file's own name, and names by the rule of a directory after both.
 constexpr int linkedRank = 1;
 constexpr int otherNameRank = 2;
 constexpr int directoryRank = 4;

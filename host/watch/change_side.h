@@ -1,4 +1,4 @@
-// How the rules name a changed file.
+// The names that the rules give a changed file.
 #pragma once
 
 #include <optional>
@@ -10,11 +10,11 @@
 
 namespace Host {
 
-// How one rule names it.
+// The name that one rule gives it.
 struct Spelling {
     const void* listenerId = nullptr;
     int handle = 0;
-    int rank = 0;             // the lower, the closer to the path as the rule gives it
+    int rank = 0;             // the lower, the closer to the rule's own path
     unsigned operations = 0;  // an OperationBit for each operation that the rule asks for
     std::string path;
 };
@@ -22,14 +22,14 @@ struct Spelling {
 // The spellings of all rules that see the change, in the order in which the rules were added.
 struct ChangeSide {
     std::vector<Spelling> spellings;
-    std::string plainPath;  // as the directory was found; empty if unknown
+    std::string plainPath;  // by the directory's real path; empty if unknown
 };
 
-// A name in a directory: it was made, removed or moved.
+// For a name in a directory that was created, removed or moved.
 ChangeSide SideOfName(const WatchedRules& rules, const WatchTable& watches, const Place& place);
 
-// The content or the attributes of a file, -1 for an entry without a rule of its own. place is the name under which it
-// was changed, if known.
+// For the content or the attributes of a file; file is -1 for an entry without its own rule. place is the name through
+// which it was changed, if known.
 ChangeSide SideOfFile(const WatchedRules& rules, int file, const std::optional<Place>& place);
 
 }  // namespace Host

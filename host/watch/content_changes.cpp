@@ -48,7 +48,7 @@ void ContentChanges::Handle(const InotifyEvent& event, Clock::Time now, std::vec
         return;
     }
     if ((event.mask & IN_ATTRIB) != 0) {
-        // A link that the path goes through may have lost its name.
+        // A link of the path may have lost its name.
         for (auto& [handle, rule] : state_.rules) {
             if (rule.GoesThrough(event.watch)) {
                 follower_.Follow(rule, Cause::pathChanged, now, changes);
@@ -76,7 +76,7 @@ void ContentChanges::HandleFile(const InotifyEvent& event, int file, const std::
     LookAtFile(state_, file, place, CauseOf(event), moment, changes);
 }
 
-// An entry of a directory with a rule, which has no rule of its own.
+// Handles an entry of a directory with a rule; the entry has no rule of its own.
 void ContentChanges::HandleEntry(const InotifyEvent& event, const Place& place, Moment moment,
                                  std::vector<Change>& changes) {
     const auto path = state_.DirectoryPath(place.watch);
@@ -96,7 +96,7 @@ void ContentChanges::HandleEntry(const InotifyEvent& event, const Place& place, 
     }
     const Finding finding = Observe(known->second, state, CauseOf(event), moment);
     if (known->second.linksDue) {
-        // The end of another name is reported as that.
+        // The removal of the other name is reported by itself.
         known->second.linksDue.reset();
         known->second.state.links = state.links;
     }

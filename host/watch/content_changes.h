@@ -1,4 +1,4 @@
-// Events of the content and the attributes of files.
+// Handles events of the content and the attributes of files.
 #pragma once
 
 #include <optional>
@@ -9,18 +9,18 @@
 
 namespace Host {
 
-// An event of the file itself and one of the directory of the name used show the same change. The first one is
-// reported; the other finds a write that goes on, or attributes that are known already.
+// The file itself and the directory of the name used both report the same change. The first event is reported; the
+// second finds a continuing write, or attributes that are known already.
 //
 // One thread at a time. Changes are appended.
 class ContentChanges {
 public:
-    // REQUIRES: state and follower outlive this.
+    // REQUIRES: state and follower outlive this object.
     ContentChanges(WatchState& state, PathFollower& follower) : state_(state), follower_(follower) {}
 
     void Handle(const InotifyEvent& event, Clock::Time now, std::vector<Change>& changes);
 
-    // Looks at files whose lower link counts have waited long enough.
+    // Examines files whose lower link counts have waited long enough.
     void TakeLinksDue(Clock::Time now, bool isQuiet, std::vector<Change>& changes);
 
 private:
@@ -32,7 +32,7 @@ private:
     PathFollower& follower_;
 };
 
-// Looks at a file that a rule's path leads to. place is the name under which it was changed, if known.
+// Examines a file that a rule's path leads to. place is the name through which it was changed, if known.
 void LookAtFile(WatchState& state, int file, const std::optional<Place>& place, Cause cause, Moment moment,
                 std::vector<Change>& changes);
 

@@ -21,7 +21,7 @@ bool FanotifyGroup::IsOwnersOpen() const {
     if (order >= 0 || errno == EBADF) {
         return order == 0;
     }
-    // A kernel without kcmp, or one that does not grant it: then another group of that number passes for this one.
+    // The kernel lacks kcmp or denies it. Another group with that number then passes as this one.
     const std::string link = TavUtils::FileAttribute::GetRealLink("/proc/self/fd/" + std::to_string(ownersNumber));
     return link.find("[fanotify]") != std::string::npos;
 }
@@ -32,22 +32,25 @@ FanotifyGroups& FanotifyGroups::Instance() {
 }
 
 int FanotifyGroups::Open(const void* owner) {
-    // The flags are those of the descriptors that come with the events: O_NONBLOCK, because the kernel opens the file.
+    // The flags apply to the descriptors of the events. O_NONBLOCK, because the kernel opens the file.
     const int owners = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
                                      O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME | O_NONBLOCK);
     auto group = std::make_shared<FanotifyGroup>();
     group->ownersNumber = owners;
     group->duplicate = Descriptor(owners < 0 ? -1 : fcntl(owners, F_DUPFD_CLOEXEC, 0));
     if (!group->duplicate.IsOpen()) {
-        LogWarning("no file can be watched for being read: fanotify: %s; run the agent with CAP_SYS_ADMIN",
-                   std::strerror(errno));
+        const int error = errno;
+        LogWarning("cannot watch accesses to files, changes of their flags (chattr) stay unnoticed: fanotify: %s (%s)",
+                   std::strerror(error),
+                   error == EMFILE ? "see fs.fanotify.max_user_groups and the limit of open files"
+                                   : "run the agent with CAP_SYS_ADMIN");
         if (owners >= 0) {
             close(owners);
         }
         return -1;
     }
     const std::lock_guard lock(mutex_);
-    // Groups that their owners have closed without a loop; one with a loop is the loop's too.
+    // Removes groups whose owners closed them without a loop. A running loop shares its group.
     std::erase_if(groups_,
                   [](const auto& each) { return each.second.use_count() == 1 && !each.second->IsOwnersOpen(); });
     groups_[owner] = std::move(group);

@@ -1,4 +1,4 @@
-// The fanotify groups that are open.
+// The open fanotify groups.
 #pragma once
 
 #include <map>
@@ -10,26 +10,25 @@
 
 namespace Host {
 
-// A group as its owner sees it, and as the loop does: the owner ends the loop by closing its descriptor, whose number
-// may belong to something else in the next moment. Closing does not wake a reader either, so that the loop reads a
-// duplicate.
+// A fanotify group. The owner ends the loop by closing its descriptor, and its number may be reused a moment later. The
+// close does not wake a reader either. The loop therefore reads a duplicate.
 struct FanotifyGroup {
     int ownersNumber = -1;  // the number of the owner's descriptor
     Descriptor duplicate;
     FanotifyMarks marks;
 
-    // True if the owner's number still is this group's. Any thread.
+    // True while the owner's number still refers to this group. Any thread.
     bool IsOwnersOpen() const;
 };
 
 // State of a group that does not fit in its owner's record, from the opening of the group to the end of its loop. The
-// owner is known by the address of that record. Any thread.
+// address of that record identifies the owner. Any thread.
 class FanotifyGroups {
 public:
     // The process-wide table. Never destroyed: a loop may still run while the process exits.
     static FanotifyGroups& Instance();
 
-    // Opens a group. Its descriptor, which the caller closes; -1 on failure, with a line in the log.
+    // Opens a group. Returns its descriptor, which the caller closes; -1 on failure, with a line in the log.
     int Open(const void* owner);
 
     // Null if there is no such group.

@@ -1,4 +1,4 @@
-// The paths that a fanotify group was asked to mark.
+// The paths that a fanotify group marks.
 #pragma once
 
 #include <sys/types.h>
@@ -11,29 +11,29 @@
 
 namespace Host {
 
-// A mark belongs to an inode and does not follow a path to the file that replaces it, fanotify_mark(2). All operations
-// may be called from any thread.
+// A mark belongs to an inode and does not follow a path to the file that replaces it, fanotify_mark(2). All operations:
+// any thread.
 class FanotifyMarks {
 public:
     struct Mark {
         std::string path;
         uint32_t mask = 0;
         dev_t device = 0;
-        ino_t inode = 0;  // 0 for nothing there
+        ino_t inode = 0;  // 0 if nothing is there
     };
 
-    // Bounds the memory of one group.
+    // Bounds the memory per group.
     static constexpr size_t capacity = 4096;
 
-    // Marks the file that the path leads to. 0 or the errno of the failure; a path that leads nowhere is kept, because
-    // something may come there.
+    // Marks the file that the path leads to. 0 or the errno of the failure. A path that leads nowhere is kept, because
+    // a file may appear there.
     int Add(int group, const std::string& path, uint32_t mask);
 
-    // Marks the files that the paths lead to by now.
+    // Marks the files that the paths lead to now.
     void Renew(int group);
 
-    // The path first asked for of those that lead to that file; empty if none does. Always the same one, so that a
-    // caller that compares a file with its earlier state, known by the path, finds each change once.
+    // The first added path of those that lead to that file; empty if none does. It is always the same one, so that a
+    // caller that compares a file with its earlier state by path finds each change once.
     std::string PathOf(dev_t device, ino_t inode) const;
 
     std::vector<Mark> All() const;

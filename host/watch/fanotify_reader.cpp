@@ -22,18 +22,17 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// How often the flag and the owner's descriptor are looked at: their change is no event. Where somebody can wait for
-// the thread, that wait follows the change and wakes the loop.
+// How often the loop checks the flag and the owner's descriptor: neither change is an event. If another thread can wait
+// for this one, that wait follows the change and wakes the loop.
 constexpr milliseconds lookPause(100);
 constexpr milliseconds waitedForLookPause(1000);
-// How long after the end the owner may take to close its descriptor.
+// How long the loop gives its owner to close the descriptor.
 constexpr milliseconds closePatience(300);
 constexpr milliseconds closePause(5);
-// How long a file that has replaced a marked one may go unmarked.
+// How long a file that replaced a marked one may stay unmarked.
 constexpr milliseconds renewPause(1000);
 
-// Readable once somebody waits for the end of this thread. Poll passes over the -1 of a thread that nobody can wait
-// for.
+// Readable once another thread waits for this one to end. Poll ignores the -1 of a thread that nobody can wait for.
 pollfd StopOf(const WakeSignal* stop) {
     return {stop == nullptr ? -1 : stop->Descriptor(), POLLIN, 0};
 }
@@ -64,8 +63,8 @@ bool FanotifyReader::IsRunning() const {
     return std::atomic_ref(running_).load() != 0;
 }
 
-// An owner that clears the flag and then closes is not done yet when the flag is seen. A thread that can be waited for
-// takes that wait for the sign, because it comes behind the close.
+// An owner that clears the flag and then closes has not finished when the loop sees the flag. If the thread can be
+// waited for, that wait is the sign, because it follows the close.
 void FanotifyReader::AwaitOwnersClose() const {
     const WakeSignal* const stop = ThisThreadsStop();
     const auto deadline = Clock::Now() + closePatience;
@@ -78,7 +77,7 @@ void FanotifyReader::AwaitOwnersClose() const {
 }
 
 void FanotifyReader::ReadEvents() {
-    // Each event brings a descriptor, of which the process has not too many.
+    // Each event brings a descriptor, and the process has a limited number.
     constexpr size_t mostEvents = 32;
     alignas(fanotify_event_metadata) std::array<char, mostEvents * sizeof(fanotify_event_metadata)> buffer;
     const ssize_t size = group_.duplicate.Read(buffer.data(), buffer.size());
@@ -87,10 +86,11 @@ void FanotifyReader::ReadEvents() {
             return;
         }
         if (readFailures_.MayLog()) {
-            LogError("fanotify events cannot be read, and every marked path is looked at instead: %s",
-                     std::strerror(errno));
+            LogError(
+                "cannot read fanotify events, checking every marked file instead: %s (see the limit of open files)",
+                std::strerror(errno));
         }
-        // Not at once: the cause, such as a want of descriptors, may last. The event itself is gone.
+        // Pauses, because the cause, such as a lack of descriptors, may last. The event itself is lost.
         Clock::Poll({}, Clock::Now() + lookPause);
         ReportAllMarks();
         return;
@@ -108,12 +108,12 @@ void FanotifyReader::ReadEvents() {
 void FanotifyReader::Report(const fanotify_event_metadata& event, const Descriptor& file) {
     if ((event.mask & FAN_Q_OVERFLOW) != 0) {
         if (losses_.MayLog()) {
-            LogWarning("the kernel has dropped fanotify events, its queue was full: every marked path is looked at");
+            LogWarning("the kernel dropped fanotify events, its queue was full; checking every marked file instead");
         }
         ReportAllMarks();
         return;
     }
-    // To look at a file is to open and close it: a callback that gets its own closes and looks at each never ends.
+    // A callback examines a file by opening and closing it: reporting its own closes would never end.
     if (event.pid == getpid() || !file.IsOpen()) {
         return;
     }
@@ -141,16 +141,16 @@ void FanotifyReader::Call(long number, const std::string& path, unsigned int mas
     if (callback_ == nullptr) {
         return;
     }
-    // The agent outlives whatever a module throws at it.
+    // An exception of the module must not end the agent.
     try {
         callback_(number, path.c_str(), mask);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
-            LogError("a callback for fanotify failed: %s", error.what());
+            LogError("a callback for fanotify failed: %s; continuing with the next event", error.what());
         }
     } catch (...) {
         if (callFailures_.MayLog()) {
-            LogError("a callback for fanotify failed with an unknown exception");
+            LogError("a callback for fanotify failed with an unknown exception; continuing with the next event");
         }
     }
 }

@@ -12,15 +12,15 @@ namespace Host {
 
 class FanotifyReader {
 public:
-    // Called with (process, path, FAN_* mask); process 0 after a loss of events. May be null.
+    // Called with (process, path, FAN_* mask). The process is 0 after a loss of events. May be null.
     using Callback = void (*)(long number, const char* path, unsigned int mask);
 
-    // REQUIRES: group and running outlive the reader; running is only accessed atomically.
+    // REQUIRES: group and running outlive the reader; running is accessed only atomically.
     FanotifyReader(FanotifyGroup& group, int& running, Callback callback)
         : group_(group), running_(running), callback_(callback) {}
 
     // Reports the group's events while running is non-zero and the owner's descriptor is open. Returns once the owner
-    // has closed its descriptor, or after having given it time to do so.
+    // has closed its descriptor or has had time to do so.
     void Run();
 
 private:

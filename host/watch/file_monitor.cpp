@@ -44,7 +44,7 @@ FileMonitor::Reports FileMonitor::Handle(const InotifyEvent& event, Clock::Time 
     } else if ((event.mask & endEvents) != 0) {
         follower_.FollowEnd(event, now, changes);
     } else if (!state_.watches.Has(event.watch)) {
-        // Read before the watch was given back.
+        // The event was read before the watch was removed.
     } else if ((event.mask & nameEvents) != 0) {
         names_.Handle(event, now, changes);
     } else if ((event.mask & contentEvents) != 0) {
@@ -69,7 +69,7 @@ FileMonitor::Reports FileMonitor::Tick(Clock::Time now, bool isQuiet) {
 }
 
 std::optional<Clock::Time> FileMonitor::Due() const {
-    // Quiet and the end of a loss wait for the queue to be empty, which is found out at once.
+    // Quiet and the recovery from a loss wait for an empty queue, which each Tick finds out.
     auto due = Sooner(names_.Due(), state_.known.LinksDue());
     due = Sooner(due, follower_.RetryDue());
     due = Sooner(due, state_.quiet.Due());

@@ -1,4 +1,4 @@
-// From the kernel's events to the reports of changes, for all rules together.
+// Turns the kernel's events into reports of changes, for all rules.
 #pragma once
 
 #include <optional>
@@ -13,21 +13,21 @@
 
 namespace Host {
 
-// One thread at a time. The time comes with each call and never goes back.
+// One thread at a time. The time is passed to each call and never goes back.
 //
-// A change is reported once to each listener, however many rules and events show it:
-// - a name that is made, removed or moved is an event of its directory alone (NameChanges);
-// - the content of a file, or its attributes, is an event of the file and of the directory of the name used
-//   (ContentChanges);
+// Each listener gets one report per change, however many rules and events show it:
+// - a name that is created, removed or moved is an event of its directory only (NameChanges);
+// - a change of a file's content or attributes is an event of the file and of the directory of the name used
+// (ContentChanges);
 // - a path that leads elsewhere for another reason is looked up again (PathFollower).
 class FileMonitor {
 public:
     using Reports = std::vector<ChangeReport>;
 
-    // 0 or the errno of the failure. To be called once, first.
+    // 0 or the errno of the failure. REQUIRES: called once, first.
     int Open() { return state_.inotify.Open(); }
 
-    // Readable when events wait.
+    // Readable while events wait.
     int PollDescriptor() const { return state_.inotify.Get(); }
 
     // False, with a line in the log, if the path cannot be watched.
@@ -39,19 +39,19 @@ public:
     // Empty if there is no such rule.
     ChangeListener ListenerOf(int handle) const;
 
-    // As Inotify::Read.
+    // Like Inotify::Read.
     int Read(std::vector<InotifyEvent>& events);
 
-    // Takes one event.
+    // Handles one event.
     Reports Handle(const InotifyEvent& event, Clock::Time now);
 
-    // Does the work that is due. isQuiet says that no event waited at that time.
+    // Does the work that is due. isQuiet means that no event waited at that time.
     Reports Tick(Clock::Time now, bool isQuiet);
 
-    // When Tick has something to do, if no event comes before.
+    // When to call Tick if no event comes before.
     std::optional<Clock::Time> Due() const;
 
-    // File systems were mounted or unmounted: paths may lead elsewhere without an event.
+    // Call it after a mount or unmount: paths may lead elsewhere without an event.
     Reports FollowMounts(Clock::Time now);
 
 private:

@@ -10,7 +10,7 @@ namespace Host {
 
 namespace {
 
-// inotify_add_watch takes paths only; this one leads to the very inode that is open, whatever its path means by now.
+// inotify_add_watch takes only paths. This one leads to the open inode itself, whatever its path means now.
 int AddWatch(int instance, int pathFd, uint32_t mask) {
     const std::string path = "/proc/self/fd/" + std::to_string(pathFd);
     return inotify_add_watch(instance, path.c_str(), mask);

@@ -10,20 +10,20 @@
 
 namespace Host {
 
-// One record as the kernel wrote it. The name is that of a directory's entry, empty if the event is the inode's own.
+// One record as the kernel wrote it. name is that of a directory's entry; it is empty for an event of the inode itself.
 struct InotifyEvent {
     int watch = -1;
     uint32_t mask = 0;
-    uint32_t cookie = 0;  // the same for the two halves of a rename
+    uint32_t cookie = 0;  // equal in the two halves of a rename
     std::string name;
 };
 
-// Appends the records of a buffer that read(2) filled; a cut record ends it.
+// Appends the records of a buffer that read(2) filled. Stops at a cut record.
 void ParseInotifyEvents(const char* buffer, size_t size, std::vector<InotifyEvent>& events);
 
-// One thread at a time. The kernel gives an inode one watch number however often and under whatever name it is watched,
-// and does not give the number out again: equal numbers are the same inode, which not even equal device and inode
-// numbers are, because a file system uses those again.
+// One thread at a time. The kernel gives an inode one watch number, however often and under whatever names it is
+// watched, and does not reuse the number. Equal numbers therefore mean the same inode. Equal device and inode numbers
+// do not, because file systems reuse them.
 class Inotify {
 public:
     // 0 or the errno of the failure.
@@ -33,17 +33,17 @@ public:
     // Readable when events wait. REQUIRES: open.
     int Get() const { return descriptor_.Get(); }
 
-    // Adds the events of mask to the watch of the inode behind pathFd, which may be open with O_PATH. The watch's
-    // number, or -1 with errno.
+    // Adds the events of mask to the watch of the inode behind pathFd, which may be open with O_PATH. Returns the
+    // watch's number, or -1 with errno.
     int Add(int pathFd, uint32_t mask);
 
-    // The same, but the watch then has no other events.
+    // The same, but removes all other events from the watch.
     int Replace(int pathFd, uint32_t mask);
 
-    // Unknown numbers are ignored.
+    // Ignores unknown numbers.
     void Remove(int watch);
 
-    // Appends a bounded number of the events that wait. Does not wait. 0 or the errno of the failure.
+    // Appends a bounded number of the waiting events. Does not wait. 0 or the errno of the failure.
     int Read(std::vector<InotifyEvent>& events);
 
 private:

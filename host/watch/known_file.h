@@ -1,4 +1,4 @@
-// The known state of one watched file, and the changes that a new look at it shows.
+// The known state of one watched file, and the changes that a new state shows.
 #pragma once
 
 #include <chrono>
@@ -11,21 +11,21 @@
 
 namespace Host {
 
-// When an event is handled. The kernel does not say when it happened: it did so after quiet, when none waited last.
+// When an event is handled. The kernel does not say when it happened: some time after quiet, when no event waited last.
 struct Moment {
     Clock::Time now;
     Clock::Time quiet;
 };
 
-// Copying a program is thousands of writes. They are one change until the writer closes the file or rests.
+// Copying a program causes thousands of writes. They count as one change until the writer closes the file or rests.
 class WriteBurst {
 public:
-    // A writer that rests that long begins a new change.
+    // After such a rest, the next write begins a new change.
     static constexpr std::chrono::milliseconds rest{100};
-    // A writer that never rests is reported again that often.
+    // A writer that never rests is reported again at this interval.
     static constexpr std::chrono::milliseconds longest{2000};
 
-    // True if the write begins a change. Time that goes by while events wait to be handled is not the writer's rest.
+    // True if the write begins a change. The time that events spend in the queue does not count as rest.
     bool Begins(Moment moment);
 
     // A writer has closed the file.
@@ -37,18 +37,18 @@ private:
     Clock::Time last_;
 };
 
-// When no event waited last, by which a writer's rest is measured.
+// When no event waited last, which is the measure of a writer's rest.
 class QuietTime {
 public:
     Moment At(Clock::Time now) const { return {now, last_}; }
 
-    // Something was written, so that quiet has to be looked for once the writer may have rested.
+    // Something was written: quiet must be looked for once the writer may have rested.
     void Disturb(Clock::Time now) { due_ = now + WriteBurst::rest; }
 
     // No event waited at that time.
     void Note(Clock::Time now);
 
-    // When to look for quiet, if no event comes before.
+    // When to look for quiet if no event comes before.
     std::optional<Clock::Time> Due() const { return due_; }
 
 private:
@@ -56,7 +56,7 @@ private:
     std::optional<Clock::Time> due_;
 };
 
-// The earlier of two times that may not be set.
+// The earlier of two optional times.
 inline std::optional<Clock::Time> Sooner(std::optional<Clock::Time> one, std::optional<Clock::Time> other) {
     return !one || (other && *other < *one) ? other : one;
 }
@@ -64,12 +64,11 @@ inline std::optional<Clock::Time> Sooner(std::optional<Clock::Time> one, std::op
 struct KnownFile {
     FileState state;
     WriteBurst burst;
-    std::optional<Clock::Time> arrivalReported;  // when it was reported that the file has come to its path
-    std::optional<Clock::Time>
-        linksDue;  // when a lower link count, seen and not reported yet, is to be looked at again
+    std::optional<Clock::Time> arrivalReported;  // when its arrival at its path was reported
+    std::optional<Clock::Time> linksDue;         // when to examine a lower, unreported link count again
 };
 
-// True for a file that was found on a new path a short while ago: events of its arrival may still be on their way.
+// True if the file's arrival was reported a short while ago: further events of the arrival may still wait.
 bool WasArrivalReported(const KnownFile& known, Moment moment);
 
 struct Finding {
@@ -77,11 +76,10 @@ struct Finding {
     std::string attributes = {};  // AttributeDetail to report
 };
 
-// How long a lower link count waits. The end of a watched name comes right after it.
+// How long a lower link count waits. The removal of a watched name follows it at once.
 constexpr std::chrono::milliseconds linksPatience{30};
 
-// Compares the file with its known state, and knows the new state from then on.
-// REQUIRES: a cause of a file that is the same.
+// Compares the file with its known state and stores the new state. REQUIRES: a cause of the same file.
 Finding Observe(KnownFile& known, const FileState& now, Cause cause, Moment moment);
 
 }  // namespace Host

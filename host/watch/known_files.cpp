@@ -4,7 +4,7 @@ namespace Host {
 
 namespace {
 
-// A flood of events that does not end must not put a lower link count off for ever.
+// An endless flood of events must not delay a lower link count forever.
 constexpr std::chrono::seconds longestLinks(1);
 
 }  // namespace
@@ -59,7 +59,7 @@ void KnownFiles::LearnEntry(const Place& place, const std::string& directoryPath
 std::vector<int> KnownFiles::TakeLinksDue(Clock::Time now, bool isQuiet) {
     std::vector<int> due;
     for (auto& [watch, known] : files_) {
-        // The end of the name may be among the events that wait.
+        // The removal of the name may be among the waiting events.
         if (known.linksDue && *known.linksDue <= now && (isQuiet || now - *known.linksDue >= longestLinks)) {
             known.linksDue.reset();
             due.push_back(watch);

@@ -20,25 +20,25 @@ public:
     // attributes' values, and not reported if the kernel loses events.
     static constexpr size_t mostEntries = 16384;
 
-    // The file with that watch; null if nothing is known of it. Valid until the next Forget.
+    // The file with that watch; null if it is not known. Valid until the next Forget.
     KnownFile* Find(int watch);
 
-    // By watch.
+    // The entries of each watched directory, by watch.
     std::map<int, Entries>& Directories() { return entries_; }
 
-    // Takes the rule's target, unless it is known already. False if a directory's entries could not be
-    // listed for want of something.
+    // Learns the rule's target, unless it is known already. False if a directory could not be listed because a resource
+    // ran out.
     bool Learn(const WatchedRule& rule);
 
     void Forget(int watch);
 
-    // Takes the file that has that name in a known directory now.
+    // Learns the file that now has that name in a known directory.
     void LearnEntry(const Place& place, const std::string& directoryPath);
 
-    // Files whose lower link counts have waited long enough. They wait no more.
+    // Returns the files whose lower link counts have waited long enough, and ends their wait.
     std::vector<int> TakeLinksDue(Clock::Time now, bool isQuiet);
 
-    // When the next one has.
+    // When the next link count has waited long enough.
     std::optional<Clock::Time> LinksDue() const;
 
 private:

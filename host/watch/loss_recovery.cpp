@@ -12,7 +12,7 @@ namespace Host {
 
 namespace {
 
-// A flood of events that does not end must not put the comparison off for ever.
+// An endless flood of events must not delay the comparison forever.
 constexpr std::chrono::seconds longestLoss(1);
 
 // A shortage may last for a while.
@@ -24,8 +24,8 @@ void LossRecovery::Begin(Clock::Time now) {
     due_ = std::min(due_.value_or(now), now);
     if (lossPacer_.MayLog()) {
         LogWarning(
-            "the kernel has dropped file events, its queue was full: the watched paths are compared with "
-            "what was known of them (see fs.inotify.max_queued_events)");
+            "the kernel dropped file events, its queue was full; comparing the watched paths with their last known "
+            "state (see fs.inotify.max_queued_events)");
     }
 }
 
@@ -105,7 +105,7 @@ void LossRecovery::CompareEntry(const Place& place, const FileState& state, Know
 
 void LossRecovery::AppendEntry(const Place& place, std::optional<FileOperation> operation, const std::string& detail,
                                std::vector<Change>& changes) {
-    // A name that has a rule of its own is compared by that.
+    // A name with its own rule is compared by CompareRules.
     if (operation && !state_.IsRuleName(place)) {
         changes.push_back(
             {.operation = *operation, .side = SideOfName(state_.rules, state_.watches, place), .detail = detail});

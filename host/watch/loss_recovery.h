@@ -1,4 +1,4 @@
-// Finds the changes of which the events were lost, by comparing the disk with the known state.
+// Finds changes after a loss of events, by comparing the disk with the known state.
 #pragma once
 
 #include <map>
@@ -15,16 +15,16 @@ namespace Host {
 // One thread at a time. Changes are appended.
 class LossRecovery {
 public:
-    // REQUIRES: state and follower outlive this.
+    // REQUIRES: state and follower outlive this object.
     LossRecovery(WatchState& state, PathFollower& follower) : state_(state), follower_(follower) {}
 
     // The kernel has dropped events.
     void Begin(Clock::Time now);
 
-    // When Recover has something to do.
+    // When to call Recover.
     std::optional<Clock::Time> Due() const { return due_; }
 
-    // Compares everything, once no event waits: changes that events have shown are then not reported again.
+    // Compares everything once no event waits, so that changes already reported by events are not reported again.
     void Recover(Clock::Time now, bool isQuiet, std::vector<Change>& changes);
 
 private:

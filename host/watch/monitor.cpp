@@ -1,4 +1,4 @@
-// Where the contract's file watching comes in: its types are converted here and go no further.
+// The contract's file watching. Its types are converted here and used nowhere else in this room.
 #include "agent/monitor.h"
 
 #include <atomic>
@@ -77,7 +77,7 @@ void* FanotifyLoop(void* args) {
     if (group) {
         Host::FanotifyReader(*group, *given->running, given->event->callback).Run();
         if (!group->IsOwnersOpen()) {
-            // The owner closes once more when this thread has gone, and the number may be another's by then.
+            // The owner closes once more when this thread has ended, and the number may be reused by then.
             std::atomic_ref(given->event->fd).store(-1);
         }
         Host::FanotifyGroups::Instance().Forget(given->event);

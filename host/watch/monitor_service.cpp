@@ -43,10 +43,11 @@ int MonitorService::Add(const WatchRule& rule) {
         return 0;
     }
     const int handle = NextHandle();
-    // The thread ends by itself if this leaves it without a rule. It has to learn when a changed set of rules is due.
+    // If this leaves the thread without a rule, it ends by itself. Raised, because the changed rules may be due
+    // earlier.
     const bool isWatched = monitor_->Add(handle, rule, Clock::Now());
     wake_->Raise();
-    // A Remove that waits for the thread's end waits in vain now.
+    // A Remove that waits for the thread's end must stop waiting.
     ended_.notify_all();
     return isWatched ? handle : 0;
 }
@@ -56,7 +57,7 @@ int MonitorService::Remove(int handle) {
     if (!monitor_ || !monitor_->Has(handle)) {
         return -1;
     }
-    // Kept until the lock is free: the listener's end is its owner's code.
+    // Destroyed without the lock: the listener's destructor is its owner's code.
     const ChangeListener listener = monitor_->ListenerOf(handle);
     monitor_->Remove(handle);
     wake_->Raise();
@@ -95,7 +96,7 @@ bool MonitorService::Start() {
         return true;
     } catch (const std::system_error& error) {
         monitor_.reset();
-        LogWarning("no path can be watched: %s", error.what());
+        LogWarning("cannot watch any path for changes: %s", error.what());
         return false;
     }
 }
@@ -135,7 +136,7 @@ bool MonitorService::IsQuiet() const {
     return poll(&events, 1, 0) == 0;
 }
 
-// Until an event comes, or something is due. True if file systems were mounted or unmounted.
+// Waits until an event comes or work is due. True if file systems were mounted or unmounted.
 bool MonitorService::Wait(Lock& lock) {
     std::array<pollfd, 3> waiting{
         {{monitor_->PollDescriptor(), POLLIN, 0}, {wake_->Descriptor(), POLLIN, 0}, {mounts_.Get(), POLLPRI, 0}}};
@@ -155,9 +156,9 @@ void MonitorService::HandleEvents(Lock& lock) {
     const int error = monitor_->Read(events);
     if (error != 0) {
         if (readFailures_.MayLog()) {
-            LogError("file events cannot be read and are tried again: %s", std::strerror(error));
+            LogError("cannot read file events, retrying: %s", std::strerror(error));
         }
-        // Not at once: the cause may last.
+        // Pauses, because the cause may last.
         pollfd wake{wake_->Descriptor(), POLLIN, 0};
         lock.unlock();
         Clock::Poll({&wake, 1}, Clock::Now() + reopenPause);
@@ -181,7 +182,7 @@ void MonitorService::Deliver(Lock& lock, const std::vector<ChangeReport>& report
         handleCalled_ = report.handle;
         lock.unlock();
         Call(listener, report);
-        // Before the call counts as ended: nothing of the listener may be left here then.
+        // Before the call counts as ended, nothing of the listener may be left here.
         listener = nullptr;
         lock.lock();
         handleCalled_ = 0;
@@ -191,16 +192,16 @@ void MonitorService::Deliver(Lock& lock, const std::vector<ChangeReport>& report
 }
 
 void MonitorService::Call(const ChangeListener& listener, const ChangeReport& report) {
-    // The agent outlives whatever a module throws at it.
+    // An exception of the module must not end the agent.
     try {
         listener(report);
     } catch (const std::exception& error) {
         if (callFailures_.MayLog()) {
-            LogError("a callback for file changes failed: %s", error.what());
+            LogError("a callback for file changes failed: %s; continuing with the next change", error.what());
         }
     } catch (...) {
         if (callFailures_.MayLog()) {
-            LogError("a callback for file changes failed with an unknown exception");
+            LogError("a callback for file changes failed with an unknown exception; continuing with the next change");
         }
     }
 }

@@ -1,4 +1,4 @@
-// The file monitor's thread, and the rules that come and go while it runs.
+// The file monitor's thread. Rules can be added and removed while it runs.
 #pragma once
 
 #include <condition_variable>
@@ -14,12 +14,12 @@
 
 namespace Host {
 
-// The thread runs from the first Add to the Remove that leaves no rule, and again from the next Add on. All operations
-// may be called from any thread, also that of a listener.
+// The thread runs from the first Add to the Remove that leaves no rule, and again from the next Add on. All operations:
+// any thread, including a listener's.
 //
 // Invariants: 1. mutex_ guards everything and is not held while a listener runs; 2. a rule that is not in the monitor
-// is not called, so that its removal has to wait for a running call at most; 3. the thread does not take the lock again
-// once it has set isRunning_ to false, so that it can be joined under the lock.
+// is not called, so that its removal waits for a running call at most; 3. the thread does not lock mutex_ again once it
+// has set isRunning_ to false, so that it can be joined under the lock.
 class MonitorService {
 public:
     // The process-wide service. Never destroyed: its thread may still run while the process exits.
@@ -31,11 +31,11 @@ public:
     MonitorService(const MonitorService&) = delete;
     MonitorService& operator=(const MonitorService&) = delete;
 
-    // Starts watching the rule's path. Its handle, not 0; 0 on failure: no listener, a path that cannot be watched.
+    // Starts to watch the rule's path. Returns its handle; 0 on failure: no listener, or a path that cannot be watched.
     int Add(const WatchRule& rule);
 
-    // Ends a rule, waits for a running call of its listener, unless called by that, and keeps nothing of the rule. 0,
-    // or -1 for an unknown handle.
+    // Ends a rule and keeps nothing of it. Waits for a running call of its listener, unless the listener itself calls
+    // this. 0, or -1 for an unknown handle.
     int Remove(int handle);
 
 private:
@@ -58,7 +58,7 @@ private:
     std::condition_variable ended_;
     std::unique_ptr<FileMonitor> monitor_;
     std::unique_ptr<WakeSignal> wake_;
-    Descriptor mounts_;  // /proc/thread-self/mountinfo, which poll(2) says has changed; may be missing
+    Descriptor mounts_;  // /proc/thread-self/mountinfo: poll(2) reports its changes; may be closed
     std::thread thread_;
     std::thread::id runner_;
     bool isRunning_ = false;

@@ -42,7 +42,7 @@ void NameChanges::NoteName(const InotifyEvent& event, const Place& place, Clock:
     }
 }
 
-// Rules whose paths go by the name follow it.
+// Follows the rules whose paths contain the name.
 void NameChanges::FollowName(const InotifyEvent& event, const Place& place, Clock::Time now,
                              std::vector<Change>& changes) {
     const bool isCreation = (event.mask & IN_CREATE) != 0;
@@ -61,7 +61,7 @@ void NameChanges::FollowName(const InotifyEvent& event, const Place& place, Cloc
     TakeLinkCounts(left);
 }
 
-// A watched name of these files has gone, and that is reported: the lower link count is no other change.
+// A watched name of these files was removed, and that is reported: the lower link count is not another change.
 void NameChanges::TakeLinkCounts(const std::set<int>& files) {
     for (const int file : files) {
         KnownFile* const known = state_.known.Find(file);
@@ -73,7 +73,8 @@ void NameChanges::TakeLinkCounts(const std::set<int>& files) {
     }
 }
 
-// Something new that has bytes in it already: a link to another file, or a file whose writer was faster than this.
+// Reports a new name whose file has content already: a link to another file, or a file written before this event was
+// handled.
 void NameChanges::NoteContent(const Place& place, Clock::Time now, std::vector<Change>& changes) {
     const auto named = std::find_if(state_.rules.begin(), state_.rules.end(),
                                     [&](const auto& each) { return each.second.HasName(place); });

@@ -1,4 +1,4 @@
-// Events of names in watched directories: made, removed, moved.
+// Handles events of names in watched directories: created, removed, moved.
 #pragma once
 
 #include <optional>
@@ -14,18 +14,18 @@ namespace Host {
 // One thread at a time. Changes are appended.
 class NameChanges {
 public:
-    // REQUIRES: state and follower outlive this.
+    // REQUIRES: state and follower outlive this object.
     NameChanges(WatchState& state, PathFollower& follower) : state_(state), follower_(follower) {}
 
-    // Events are about to be read.
+    // Call it before each read of events.
     void BeginBatch() { pairs_.BeginBatch(); }
 
     void Handle(const InotifyEvent& event, Clock::Time now, std::vector<Change>& changes);
 
-    // Names that were moved to where nobody watches. isQuiet says that no event waited at that time.
+    // Reports names that were moved to an unwatched place. isQuiet means that no event waited at that time.
     void TakeOverdue(Clock::Time now, bool isQuiet, std::vector<Change>& changes);
 
-    // When TakeOverdue has something to do.
+    // When to call TakeOverdue.
     std::optional<Clock::Time> Due() const { return pairs_.Due(); }
 
 private:

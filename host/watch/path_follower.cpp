@@ -24,7 +24,7 @@ bool PathFollower::Add(int handle, const WatchRule& rule, Clock::Time now) {
     const int error = AttachRule(watched, state_.watches);
     if (error != 0 && error != EAGAIN) {
         DetachRule(watched, state_.watches);
-        LogFailure(watched, error);
+        LogFailure(watched, error, false);
         return false;
     }
     WatchedRule& added = state_.rules.emplace(handle, std::move(watched)).first->second;
@@ -65,7 +65,7 @@ void PathFollower::Follow(WatchedRule& rule, Cause cause, Clock::Time now, std::
         if (meaning.isArrival) {
             NoteArrival(rule.file, *meaning.operation, now);
         }
-        // Two paths may be one place: then it is one change.
+        // Two paths to one place show one change.
         if (reported_.emplace(isGone ? placeBefore : rule.OwnPlace(), *meaning.operation).second) {
             changes.push_back({*meaning.operation, isGone ? sideBefore : state_.SideOfRule(rule)});
         }
@@ -86,14 +86,14 @@ void PathFollower::FollowAll(Cause cause, Clock::Time now, std::vector<Change>& 
 
 void PathFollower::FollowEnd(const InotifyEvent& event, Clock::Time now, std::vector<Change>& changes) {
     const bool isMove = (event.mask & IN_MOVE_SELF) != 0;
-    // Otherwise the end of a file with a name of the rule is an event of its directory too, which comes after this one.
+    // Otherwise the directory of the rule's name reports the end of the file too, after this event.
     const bool isOnlyEvent = isMove || (event.mask & IN_UNMOUNT) != 0;
     for (auto& [handle, rule] : state_.rules) {
         const bool isNamed = (rule.isDirectory && rule.file == event.watch) || rule.IsFinalLink(event.watch);
         if (rule.DependsOn(event.watch) || (isNamed && isOnlyEvent)) {
             Follow(rule, isMove ? Cause::moved : Cause::pathChanged, now, changes);
         } else if (isNamed) {
-            // A file system that others change too may have ended it without an event of the name.
+            // A file system that other hosts change too may have removed it without an event of the name.
             rule.isComplete = false;
             RetryLater(now);
         }
@@ -114,7 +114,7 @@ void PathFollower::Attach(WatchedRule& rule, bool isNameReported, Clock::Time no
     const int error = AttachRule(rule, state_.watches);
     const bool isKnown = state_.known.Learn(rule);
     if (error != 0) {
-        LogFailure(rule, error);
+        LogFailure(rule, error, true);
     }
     rule.isComplete = error == 0 && isKnown;
     rule.isNameReported = !rule.isComplete && rule.file == before && isNameReported;
@@ -148,10 +148,10 @@ void PathFollower::NoteArrival(int file, FileOperation operation, Clock::Time no
     }
 }
 
-void PathFollower::LogFailure(const WatchedRule& rule, int error) {
+void PathFollower::LogFailure(const WatchedRule& rule, int error, bool isRetried) {
     if (error != EAGAIN && failurePacer_.MayLog()) {
-        LogWarning("%s cannot be watched: %s%s", rule.rule.path.c_str(), std::strerror(error),
-                   error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
+        LogWarning("cannot watch %s%s: %s%s", rule.rule.path.c_str(), isRetried ? ", retrying" : "",
+                   std::strerror(error), error == ENOSPC ? " (see fs.inotify.max_user_watches)" : "");
     }
 }
 

@@ -39,7 +39,7 @@ std::string Child(const std::string& directory, const std::string& name) {
     return path += name;
 }
 
-// Names that are too long come from links.
+// Links can contain names that are too long.
 bool IsAbsence(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
 }
@@ -49,7 +49,7 @@ void Fail(PathStep& step, int error) {
     step.error = IsAbsence(error) ? 0 : error;
 }
 
-// Sets kind and error by the descriptor, or by errno if it is closed.
+// Sets kind and error from the descriptor, or from errno if it is closed.
 void Classify(PathStep& step) {
     struct stat attributes {};
     if (!step.file.IsOpen() || fstat(step.file.Get(), &attributes) != 0) {
@@ -71,7 +71,7 @@ PathStep LookUp(const PathStep& directory, size_t index, const std::string& name
     return step;
 }
 
-// Empty on failure, of which the step then says that it is missing.
+// Returns an empty text on failure; the step is then marked as missing.
 std::string TargetOf(PathStep& link) {
     std::string target(4096, '\0');
     const ssize_t length = readlinkat(link.file.Get(), "", target.data(), target.size());

@@ -1,4 +1,4 @@
-// How the kernel finds a path: component by component, link by link.
+// Looks up a path as the kernel does: component by component, link by link.
 #pragma once
 
 #include <cstddef>
@@ -9,24 +9,24 @@
 
 namespace Host {
 
-// A bound for the descriptors that a walk holds.
+// Bounds the number of descriptors that a walk holds.
 constexpr size_t mostSteps = 300;
 
 struct PathStep {
     enum class Kind { directory, link, file, missing };
 
     Kind kind = Kind::missing;
-    int error = 0;            // of a look-up that failed for another reason than absence; the kind is missing then
-    Descriptor file;          // open with O_PATH; closed or of no use if missing
-    size_t directory = 0;     // the step whose directory the name was looked up in
+    int error = 0;            // errno of a look-up that failed for another reason than absence; kind is then missing
+    Descriptor file;          // open with O_PATH; closed or unusable if missing
+    size_t directory = 0;     // index of the step in whose directory the name was looked up
     std::string name;         // empty for the root
-    std::string path;         // where it is, free of links
-    bool isLastName = false;  // no component was left: the path's last, or one that a link in its place leads to
+    std::string path;         // its real path, free of links
+    bool isLastName = false;  // no component is left: the path's last name, or one that a link in its place leads to
 };
 
-// The steps of an absolute path in the order of the look-ups, the root first; the empty path is the root's. It ends
-// with the file that the path leads to, or with the first step that is missing: not there, not to be looked up, a link
-// or a step too many, or something else where a directory is needed. Any thread.
+// Returns the steps of an absolute path in the order of the look-ups, the root first; the empty path is the root. Ends
+// with the file that the path leads to, or with the first step that is missing: it does not exist, cannot be looked up,
+// exceeds the limit of links or steps, or is not a directory where one is needed. Any thread.
 std::vector<PathStep> WalkPath(const std::string& path);
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// The two halves of a rename, which inotify reports one by one.
+// Pairs the two halves of a rename, which inotify reports one by one.
 #pragma once
 
 #include <chrono>
@@ -13,29 +13,28 @@
 
 namespace Host {
 
-// The kernel writes the half that a file leaves first and the half that it comes to right after it, in fs/notify
-// fsnotify_move(). So only first halves have to wait: a second half without a first came from a directory that is not
-// watched.
+// The kernel writes the old name first and the new name right after it, in fs/notify fsnotify_move(). So only first
+// halves have to wait: a second half without a first one came from an unwatched directory.
 class RenamePairs {
 public:
     static constexpr std::chrono::milliseconds patience{50};
-    // Bounds the number of halves that others can make wait here.
+    // Bounds the number of halves that other processes can make wait here.
     static constexpr size_t capacity = 1024;
 
-    // Keeps a first half. Returns the oldest one if there is no room for it any more.
+    // Keeps a first half. Returns the oldest one if there is no more room for it.
     std::optional<ChangeSide> Keep(uint32_t cookie, ChangeSide from, Clock::Time now);
 
-    // The first half with that cookie; it is kept no longer.
+    // Removes and returns the first half with that cookie.
     std::optional<ChangeSide> Take(uint32_t cookie);
 
-    // Events are about to be read, among them all that were written together with the halves kept here.
+    // Call it before each read of events. The read returns all that was written together with the halves kept here.
     void BeginBatch() { ++batch_; }
 
-    // Those whose second half is overdue; they are kept no longer. Of those kept since the last BeginBatch the second
-    // halves may still wait to be read, unless isQuiet says that nothing does.
+    // Removes and returns the halves whose second half is overdue. The second half of one kept since the last
+    // BeginBatch may still wait to be read, unless isQuiet says that nothing does.
     std::vector<ChangeSide> TakeOverdue(Clock::Time now, bool isQuiet);
 
-    // When the next one is overdue.
+    // When the next half is overdue.
     std::optional<Clock::Time> Due() const;
 
 private:

@@ -1,4 +1,4 @@
-// A path to watch and the reports about it, as this room knows them.
+// A path to watch, and the reports about it.
 #pragma once
 
 #include <functional>
@@ -30,8 +30,8 @@ constexpr unsigned OperationBit(FileOperation operation) {
 struct WatchRule {
     std::string path;
     unsigned operations = 0;   // an OperationBit for each operation to report
-    bool followsPath = false;  // goes on when another file takes the path's place
-    // Equal for rules of which a change is reported once. Only compared.
+    bool followsPath = false;  // continues when another file replaces the path's file
+    // Rules with an equal id get one report per change. Only compared.
     const void* listenerId = nullptr;
     ChangeListener listener;
 };

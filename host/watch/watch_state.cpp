@@ -41,7 +41,7 @@ void WatchState::LearnEntry(const Place& place) {
 bool WatchState::ReadState(int file, FileState& state) {
     for (const auto& [handle, rule] : rules) {
         if (rule.file == file) {
-            // The path may lead to another file already, of which the events are still to come.
+            // The path may already lead to another file, whose events are still to come.
             const Descriptor found = OpenRulePath(rule);
             if (found.IsOpen() && watches.IsBehind(found.Get(), file) && ReadFileState(found.Get(), state)) {
                 return true;

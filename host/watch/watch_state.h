@@ -1,4 +1,4 @@
-// All that is watched, with its known state.
+// Everything that is watched, with its known state.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@
 
 namespace Host {
 
-// One thread at a time. PathFollower adds and removes rules; whatever works on events looks things up here.
+// One thread at a time. PathFollower adds and removes rules; event handlers look things up here.
 struct WatchState {
     Inotify inotify;
     WatchTable watches{inotify};
@@ -20,7 +20,7 @@ struct WatchState {
     KnownFiles known;
     QuietTime quiet;
 
-    // The target of the rules whose path ends at that name; -1 if no rule has the name, or it leads nowhere.
+    // The target of the rules whose path ends at that name; -1 if no rule has the name or it leads nowhere.
     int FileAt(const Place& place) const;
 
     // True if a rule's path has that last name, or leads to it through links.
@@ -32,13 +32,13 @@ struct WatchState {
     // The path of the first rule on a directory.
     std::optional<std::string> DirectoryPath(int directory) const;
 
-    // Takes the state of that name now, if it is in a directory that a rule is on. Reports nothing.
+    // Stores the current state of that name if a rule is on its directory. Reports nothing.
     void LearnEntry(const Place& place);
 
-    // The present state of a file that a rule's path leads to. False if no path leads to it any more.
+    // Reads the current state of a file that a rule's path leads to. False if no path leads to it any more.
     bool ReadState(int file, FileState& state);
 
-    // How the rules name the path of a rule.
+    // The names that the rules give a rule's path.
     ChangeSide SideOfRule(const WatchedRule& rule) const;
 };
 

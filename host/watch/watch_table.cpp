@@ -37,7 +37,8 @@ void WatchTable::Release(const WatchHold& hold) {
     Narrow(hold.watch, watch);
 }
 
-// Events that nobody wants any more would wake the monitor: those of a busy directory in which a name was awaited.
+// Drops events that nobody needs any more, such as those of a busy directory in which a name was awaited. They would
+// wake the monitor.
 void WatchTable::Narrow(int number, Watch& watch) {
     uint32_t wanted = 0;
     for (const uint32_t mask : watch.holds) {
@@ -50,7 +51,7 @@ void WatchTable::Narrow(int number, Watch& watch) {
     if (!file.IsOpen()) {
         return;
     }
-    // The path may mean another inode by now, whose own watch must not lose anything.
+    // The path may lead to another inode now. That inode's watch must not lose any events.
     const int there = inotify_.Add(file.Get(), wanted);
     if (there == number) {
         inotify_.Replace(file.Get(), wanted);
@@ -65,7 +66,7 @@ void WatchTable::Narrow(int number, Watch& watch) {
 }
 
 bool WatchTable::IsBehind(int pathFd, int watch) {
-    // Every watch has this event, so that asking changes nothing.
+    // Every watch has this event, so that the call changes nothing.
     const int there = inotify_.Add(pathFd, IN_DELETE_SELF);
     if (there >= 0 && !watches_.contains(there)) {
         inotify_.Remove(there);

@@ -1,4 +1,4 @@
-// Which inodes are watched for which events, on behalf of how many.
+// Counts the holders of each watched inode and the events that they need.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// One wish for the events of a mask. Owned by the caller that asked for it and given back with Release.
+// One holder's claim to the events of a mask. The caller owns it and ends it with Release.
 struct WatchHold {
     int watch = -1;
     uint32_t mask = 0;
@@ -23,19 +23,19 @@ public:
     explicit WatchTable(Inotify& inotify) : inotify_(inotify) {}
 
     // Watches the inode behind pathFd at least for the events of mask. The hold's watch is -1 on failure, with errno.
-    // path is where the inode was found: a link-free path by which it is found again.
+    // path is the inode's link-free path, through which it can be found again.
     WatchHold Hold(int pathFd, const std::string& path, uint32_t mask);
 
-    // Nobody else's events are lost; the watch ends with its last hold.
+    // Ends a hold. Other holders lose no events. The watch ends with its last hold.
     void Release(const WatchHold& hold);
 
-    // The kernel has ended the watch by itself.
+    // Call it when the kernel has ended the watch.
     void Forget(int watch);
 
-    // Where the inode was found last; empty for an unknown watch.
+    // The inode's last known path; empty for an unknown watch.
     std::string PathOf(int watch) const;
 
-    // True if the inode behind pathFd is the one of that watch.
+    // True if the watch is on the inode behind pathFd.
     bool IsBehind(int pathFd, int watch);
 
     bool Has(int watch) const { return watches_.contains(watch); }

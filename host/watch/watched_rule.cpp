@@ -17,15 +17,16 @@ namespace {
 
 constexpr uint32_t ownEnd = IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr uint32_t content = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | ownEnd;
-// Without IN_EXCL_UNLINK a file that is written after its name went to another one would pass for the other.
+// Without IN_EXCL_UNLINK, writes to a file that has lost its name would be taken for writes to the file that got the
+// name.
 constexpr uint32_t names = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | content;
 constexpr uint32_t arrival = IN_CREATE | IN_MOVED_TO | ownEnd;
-// The end of something that is held open is no event of its own before it is let go. A directory's parent reports it
-// at once, and a link has its count changed at once.
+// The end of a file or directory that is held open is an event only once it is released. But a directory's parent
+// reports the removal at once, and a link's count changes at once.
 constexpr uint32_t directoryEnd = IN_DELETE | IN_MOVED_TO | ownEnd;
 constexpr uint32_t linkEnd = IN_ATTRIB | ownEnd;
 
-// A walk is of use only if it is still right when everything on it is watched.
+// A walk is valid only if it is still right once everything on it is watched.
 constexpr int mostAttempts = 3;
 
 struct Attachment {
@@ -59,13 +60,13 @@ void HoldEnd(Attachment& made, WatchTable& watches, const PathStep& end) {
 // Watches the directory of a name on which the path depends.
 void HoldName(Attachment& made, WatchTable& watches, const PathStep& step, const PathStep& directory, bool isAwaiting) {
     if (step.isLastName && !step.name.empty()) {
-        // A directory's parent may be a busy one: no more is asked of it than is needed.
+        // A directory's parent may be busy: requests no more events than needed.
         const uint32_t mask = made.isDirectory ? directoryEnd : names;
         made.watched.names.push_back({Hold(made, watches, directory, mask, !made.isDirectory), step.name});
     } else if (step.kind == PathStep::Kind::missing) {
         made.watched.awaited = Place{Hold(made, watches, directory, arrival, true), step.name};
     }
-    // With something in it, a directory that the path goes through stays.
+    // A directory of the path that has something in it cannot be removed.
     if (isAwaiting && step.kind == PathStep::Kind::directory && !step.name.empty()) {
         made.watched.waypointNames.push_back({Hold(made, watches, directory, directoryEnd, false), step.name});
     }
@@ -169,7 +170,7 @@ int AttachRule(WatchedRule& rule, WatchTable& watches) {
             Release(made.watched.holds, watches);
             return steps.back().error;
         }
-        // The new holds come before the old ones go, so that no watch ends in between and takes its events along.
+        // Takes the new holds before it releases the old ones, so that no watch ends in between and loses its events.
         Attachment next = Attach(steps, watches);
         Release(made.watched.holds, watches);
         made = std::move(next);

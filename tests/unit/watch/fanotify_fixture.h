@@ -1,4 +1,4 @@
-// A fanotify group whose loop runs in a thread of the test, with the clock moved by the test.
+// A fanotify group whose loop runs on a thread of the test, with a clock that the test moves.
 #pragma once
 
 #include <fcntl.h>
@@ -23,7 +23,7 @@ namespace TestSupport {
 
 using namespace TavUtils::Monitor;
 
-// Filled by the callback, which carries no context.
+// Filled by the callback, which has no context argument.
 struct Seen {
     std::mutex mutex;
     std::vector<std::string> paths;
@@ -101,7 +101,7 @@ protected:
         });
     }
 
-    // As the owner of a group does it.
+    // Stops the loop as the owner of a group does.
     void Stop() {
         std::atomic_ref(running_).store(0);
         close(descriptor_);

@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 
 using FanotifyLoopThread = FanotifyFixture;
 
-// The contract grants half a second, which the loop spends in waiting for its owner's close.
+// The contract allows half a second. The loop waits that long for its owner's close.
 TEST_F(FanotifyLoopThread, EndsWithinHalfASecond) {
     struct Case {
         const char* name;
@@ -33,14 +33,14 @@ TEST_F(FanotifyLoopThread, EndsWithinHalfASecond) {
         }
         AwaitEnd();
         EXPECT_LT(Host::Clock::Now() - begin, milliseconds(500));
-        // The record holds the descriptor that the owner still has to close.
+        // Without a close, the record keeps the descriptor that the owner has to close.
         EXPECT_EQ(event_.fd, c.isClosed ? -1 : descriptor_);
         close(event_.fd);
     }
 }
 
-// No time goes by at all.
-TEST_F(FanotifyLoopThread, EndsAtOnceWhereItsThreadIsWaitedFor) {
+// The clock does not move at all.
+TEST_F(FanotifyLoopThread, EndsAtOnceIfItsThreadIsWaitedFor) {
     Init();
     ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
     std::atomic_ref(running_).store(1);
@@ -54,12 +54,12 @@ TEST_F(FanotifyLoopThread, EndsAtOnceWhereItsThreadIsWaitedFor) {
     EXPECT_EQ(event_.fd, -1);
 }
 
-TEST_F(FanotifyLoopThread, ANumberThatIsUsedAgainAtOnceIsLeftAlone) {
+TEST_F(FanotifyLoopThread, LeavesAReusedDescriptorNumberAlone) {
     for (int i = 0; i < 10; ++i) {
         Init();
         ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
         Start();
-        // Another group gets the number: the hardest case to notice.
+        // Another group gets the number, which is the hardest case to notice.
         const bool isGroup = i % 2 == 0;
         std::atomic_ref(running_).store(isGroup ? 1 : 0);
         close(descriptor_);
@@ -74,7 +74,7 @@ TEST_F(FanotifyLoopThread, ANumberThatIsUsedAgainAtOnceIsLeftAlone) {
     }
 }
 
-TEST_F(FanotifyLoopThread, NothingIsLeftOpen) {
+TEST_F(FanotifyLoopThread, LeavesNothingOpen) {
     const auto count = [] {
         const std::filesystem::directory_iterator begin("/proc/self/fd");
         return std::distance(begin, std::filesystem::directory_iterator());
@@ -97,7 +97,7 @@ TEST_F(FanotifyLoopThread, SleepsWhileNothingIsRead) {
     Start();
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(MovedClock::AwaitWaiting());
-        // That is how soon it sees that its owner has cleared the flag.
+        // The interval at which it checks the flag.
         ASSERT_EQ(MovedClock::NearestDeadline() - Host::Clock::Now(), milliseconds(100));
         MovedClock::Advance(milliseconds(100));
     }

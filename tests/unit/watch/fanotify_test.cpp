@@ -10,7 +10,7 @@ using testing::ElementsAre;
 
 using Fanotify = FanotifyFixture;
 
-TEST_F(Fanotify, ReadOnlyClosesOfMarkedFilesAreReported) {
+TEST_F(Fanotify, ReportsReadOnlyClosesOfMarkedFiles) {
     const std::string file = dir_.Write("file", "x");
     const std::string other = dir_.Write("other", "x");
     Init();
@@ -23,7 +23,7 @@ TEST_F(Fanotify, ReadOnlyClosesOfMarkedFilesAreReported) {
     EXPECT_EQ(seen.masks, static_cast<unsigned int>(FAN_CLOSE_NOWRITE));
 }
 
-TEST_F(Fanotify, ClosesOfThisProcessAreNotReported) {
+TEST_F(Fanotify, IgnoresClosesByThisProcess) {
     const std::string file = dir_.Write("file", "x");
     seen.lookAt = file;
     Init();
@@ -34,13 +34,13 @@ TEST_F(Fanotify, ClosesOfThisProcessAreNotReported) {
         ReadElsewhere(file);
         ASSERT_TRUE(AwaitSeen(i));
     }
-    // The report of a look would have come before this one.
+    // A report of one of those closes would have come before this one.
     ReadElsewhere(file);
     ASSERT_TRUE(AwaitSeen(4));
     EXPECT_EQ(SeenPaths().size(), 4U);
 }
 
-TEST_F(Fanotify, AFileIsReportedUnderThePathThatWasMarked) {
+TEST_F(Fanotify, ReportsAFileUnderTheFirstMarkedPath) {
     const std::string file = dir_.Write("real/file", "x");
     std::filesystem::create_symlink("real", dir_.Path("link"));
     std::filesystem::create_hard_link(file, dir_.Path("hard"));
@@ -58,7 +58,7 @@ TEST_F(Fanotify, AFileIsReportedUnderThePathThatWasMarked) {
     EXPECT_EQ(SeenPaths().size(), count);
 }
 
-TEST_F(Fanotify, HostileNamesAreReportedAsTheyAre) {
+TEST_F(Fanotify, ReportsHostileNamesUnchanged) {
     const std::vector<std::string> names = {"\xff\xfe", "a\nb", std::string(255, 'n'), "%s%n", " "};
     Init();
     for (const std::string& name : names) {
@@ -72,7 +72,7 @@ TEST_F(Fanotify, HostileNamesAreReportedAsTheyAre) {
     }
 }
 
-TEST_F(Fanotify, AFileThatReplacesAMarkedOneIsMarked) {
+TEST_F(Fanotify, MarksAFileThatReplacesAMarkedOne) {
     const std::string file = dir_.Write("file", "x");
     const std::string missing = dir_.Path("missing");
     Init();
@@ -89,7 +89,7 @@ TEST_F(Fanotify, AFileThatReplacesAMarkedOneIsMarked) {
     }
 }
 
-TEST_F(Fanotify, ManyClosesAreAllLookedAt) {
+TEST_F(Fanotify, ReportsTheLastOfManyCloses) {
     const std::string file = dir_.Write("file", "x");
     const std::string last = dir_.Write("last", "x");
     Init();
@@ -103,7 +103,7 @@ TEST_F(Fanotify, ManyClosesAreAllLookedAt) {
     EXPECT_TRUE(Await([&] { return testing::Value(SeenPaths(), Contains(last)); }));
 }
 
-TEST_F(Fanotify, WhatIsNoGroupIsRefused) {
+TEST_F(Fanotify, RejectsInvalidGroups) {
     EXPECT_EQ(InitFanotifyEvent(nullptr, Record), -1);
     FANOTIFY_EVENT unknown{-1, Record};
     int running = 1;

@@ -129,7 +129,7 @@ TEST_F(MonitorChanges, AreReportedOnceToRulesOnBoth) {
     ExpectEachReportedOnce({In("shell"), In(""), In("shell")}, Changes());
 }
 
-TEST_F(MonitorChanges, OfTheLinkCountAreReportedToTheFile) {
+TEST_F(MonitorChanges, LinkCountsAreReportedToTheFile) {
     const std::string shell = In("shell");
     ExpectEachReportedOnce(
         {In(""), shell},

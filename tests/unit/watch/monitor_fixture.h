@@ -1,4 +1,4 @@
-// A watched directory and one beside it, for tests of the file monitor.
+// A watched directory and another beside it, for tests of the file monitor.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -27,7 +27,7 @@ protected:
         Make(In("shell"), "content");
     }
 
-    // A path in the watched directory, and one beside it.
+    // A path in the watched directory, and one in the other.
     std::string In(const std::string& name) const { return dir_.Path("in") + (name.empty() ? "" : "/" + name); }
     std::string Out(const std::string& name) const { return dir_.Path("out/" + name); }
 
@@ -50,7 +50,7 @@ protected:
 
     static void Remove(const std::string& path) { ASSERT_EQ(unlink(path.c_str()), 0) << path; }
 
-    // All that was reported since the last call, without the path of the test's own directory.
+    // All reports since the last call, without the path of the test's directory.
     std::vector<std::string> Reported() { return Reported(listener_); }
     std::vector<std::string> Reported(Listener& listener) {
         EXPECT_TRUE(fence_.Pass());

@@ -1,4 +1,4 @@
-// Reports while others keep things open, and while the monitor itself lacks descriptors.
+// Reports while other processes hold files open, and while the monitor lacks descriptors.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,14 +26,14 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using TestSupport::Stage;
 
-// Keeps something open, of which the kernel then does not report the end.
+// Holds a path open, so that the kernel does not report its removal.
 Descriptor KeepOpen(const std::string& path) {
     Descriptor kept(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     EXPECT_TRUE(kept.IsOpen()) << path;
     return kept;
 }
 
-TEST(MonitorHeldPaths, ADirectoryThatIsMadeAgainIsWatchedAgain) {
+TEST(MonitorHeldPaths, ADirectoryThatIsRecreatedIsWatchedAgain) {
     for (const bool isDirectoryWatched : {false, true}) {
         Stage stage;
         stage.Write("one/two/shell");
@@ -55,7 +55,7 @@ TEST(MonitorHeldPaths, ADirectoryThatIsMadeAgainIsWatchedAgain) {
     }
 }
 
-TEST(MonitorHeldPaths, ADirectoryThatIsMovedOverIsFollowed) {
+TEST(MonitorHeldPaths, ADirectoryThatIsReplacedByAMoveIsFollowed) {
     Stage stage;
     stage.MakeDirectory("one");
     ASSERT_TRUE(stage.Watch("one"));
@@ -69,7 +69,7 @@ TEST(MonitorHeldPaths, ADirectoryThatIsMovedOverIsFollowed) {
     EXPECT_THAT(stage.Reported(), ElementsAre("1 one/shell attribute oaccess=33188 access=33216"));
 }
 
-TEST(MonitorPaths, TheEndOfALinkIsReportedOnce) {
+TEST(MonitorPaths, TheRemovalOfALinkIsReportedOnce) {
     Stage stage;
     stage.Write("real/shell");
     stage.Link("real", "bin");
@@ -102,9 +102,9 @@ TEST(MonitorHeldPaths, ALinkOnThePathThatLeadsElsewhereIsReported) {
     }
 }
 
-// Leaves this process that many descriptors at most. The undefined-behaviour sanitizer looks at types with virtual
-// functions through a pipe when it meets them first, and ends the program where it gets none. So matchers are used only
-// afterwards, and the log is used before.
+// Limits this process to that many further descriptors. The undefined-behaviour sanitizer opens a pipe when it first
+// meets a type with virtual functions, and ends the program if it cannot. So use matchers only afterwards, and the log
+// before.
 class FewDescriptors {
 public:
     explicit FewDescriptors(rlim_t count) {
@@ -122,7 +122,7 @@ private:
     rlimit before_{};
 };
 
-TEST(MonitorShortage, APathThatCannotBeLookedUpIsNotTakenForMissing) {
+TEST(MonitorShortage, APathThatCannotBeLookedUpIsNotReportedAsMissing) {
     for (const rlim_t count : {0, 1, 2, 3, 4}) {
         Stage stage;
         stage.Write("one/shell");
@@ -137,14 +137,14 @@ TEST(MonitorShortage, APathThatCannotBeLookedUpIsNotTakenForMissing) {
             cork.Pull();
             reported = stage.Reported();
         }
-        // The directory's own name is an event that needs no look-up.
+        // The event of the directory's own name needs no look-up.
         EXPECT_THAT(reported, ElementsAre("6 one")) << count;
         chmod(stage.Path("one/shell").c_str(), 0700);
         EXPECT_THAT(stage.Reported(), ElementsAre("1 one/shell attribute oaccess=33188 access=33216")) << count;
     }
 }
 
-TEST(MonitorShortage, WhatCouldNotBeLookedUpIsReportedLater) {
+TEST(MonitorShortage, ReportsLaterAfterAFailedLookUp) {
     Stage stage;
     stage.Write("one/shell");
     ASSERT_TRUE(stage.Watch("one/shell"));
@@ -159,7 +159,7 @@ TEST(MonitorShortage, WhatCouldNotBeLookedUpIsReportedLater) {
     EXPECT_THAT(stage.Reported(), ElementsAre("3 one/shell"));
 }
 
-TEST(MonitorShortage, WhatIsReportedByNameIsNotReportedAgain) {
+TEST(MonitorShortage, DoesNotRepeatAReportOfTheName) {
     Stage stage;
     stage.Write("one/shell");
     stage.Write("one/other");
@@ -171,14 +171,14 @@ TEST(MonitorShortage, WhatIsReportedByNameIsNotReportedAgain) {
         reported = stage.Reported();
     }
     EXPECT_THAT(reported, ElementsAre("4 one/other -> one/shell"));
-    // The new file is watched once it has been tried again.
+    // The new file is watched after the retry.
     MovedClock::Advance(std::chrono::seconds(1));
     EXPECT_THAT(stage.Reported(), IsEmpty());
     chmod(stage.Path("one/shell").c_str(), 0700);
     EXPECT_THAT(stage.Reported(), ElementsAre("1 one/shell attribute oaccess=33188 access=33216"));
 }
 
-TEST(MonitorShortage, APathOfTooManyNamesIsRefused) {
+TEST(MonitorShortage, RejectsAPathOfTooManyNames) {
     Stage stage;
     std::string path = "x";
     for (size_t names = 1; names < Host::mostSteps; ++names) {
@@ -188,7 +188,7 @@ TEST(MonitorShortage, APathOfTooManyNamesIsRefused) {
     EXPECT_TRUE(stage.Watch(path.substr(100)));
 }
 
-TEST(MonitorShortage, EntriesAreListedWithOneDescriptor) {
+TEST(MonitorShortage, ListsEntriesWithOneDescriptor) {
     const TemporaryDirectory dir;
     dir.Write("one", "x");
     std::map<std::string, Host::FileState> entries;

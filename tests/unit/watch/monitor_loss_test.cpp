@@ -65,7 +65,7 @@ void ChangeFiles(const TemporaryDirectory& dir) {
     dir.Write("made", "content");
 }
 
-TEST(MonitorLoss, WhatHasChangedMeanwhileIsReported) {
+TEST(MonitorLoss, ReportsChangesMadeDuringALoss) {
     const TemporaryDirectory dir;
     const TemporaryDirectory noise;
     const std::string noisy = noise.Write("one", "");
@@ -86,7 +86,7 @@ TEST(MonitorLoss, WhatHasChangedMeanwhileIsReported) {
             cork.Pull();
             EXPECT_TRUE(listener.AwaitCount(std::size(lostChanges)));
         }
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the kernel has dropped file events"));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the kernel dropped file events"));
         const std::vector<std::string> reported = listener.Take();
         for (const auto& change : lostChanges) {
             const std::string line = std::to_string(change.operation) + " " + dir.Path(change.name) + change.detail;
@@ -96,7 +96,7 @@ TEST(MonitorLoss, WhatHasChangedMeanwhileIsReported) {
     }
 }
 
-TEST(MonitorLoss, TheMonitorGoesOn) {
+TEST(MonitorLoss, TheMonitorContinues) {
     TemporaryDirectory dir;
     TemporaryDirectory noise;
     const std::string noisy = noise.Write("one", "");

@@ -1,4 +1,4 @@
-// Paths that lead into file systems which come and go.
+// Paths into file systems that are mounted and unmounted.
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using TestSupport::Stage;
 
-// File systems of the test's own, in a mount namespace of a thread of its own; the monitor's thread starts from it.
+// Runs the test on its own thread in its own mount namespace, which the monitor's thread inherits.
 void InMountNamespace(const std::function<void()>& test) {
     std::thread([&] {
         ASSERT_EQ(unshare(CLONE_NEWNS), 0);

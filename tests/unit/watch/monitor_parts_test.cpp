@@ -37,7 +37,7 @@ std::string EventBytes(int watch, const std::string& name, uint32_t length) {
     return bytes;
 }
 
-TEST(ParseInotifyEvents, GivesEachRecord) {
+TEST(ParseInotifyEvents, ReadsEachRecord) {
     const std::string bytes =
         EventBytes(1, "a\xff", 16) + EventBytes(2, "", 0) + EventBytes(3, std::string(16, 'x'), 16);
     std::vector<InotifyEvent> events;
@@ -51,7 +51,7 @@ TEST(ParseInotifyEvents, GivesEachRecord) {
     EXPECT_EQ(events[2].name, std::string(16, 'x'));
 }
 
-TEST(ParseInotifyEvents, ACutRecordEndsIt) {
+TEST(ParseInotifyEvents, StopsAtACutRecord) {
     const std::string bytes = EventBytes(1, "a", 16) + EventBytes(2, "b", 16);
     for (size_t size = 0; size < bytes.size(); ++size) {
         const std::string cut = bytes.substr(0, size);
@@ -61,7 +61,7 @@ TEST(ParseInotifyEvents, ACutRecordEndsIt) {
     }
 }
 
-TEST(AttributeDetail, NamesWhatDiffersOnly) {
+TEST(AttributeDetail, ListsOnlyDifferences) {
     FileState old;
     old.mode = 0100755;
     old.user = 1;
@@ -85,7 +85,7 @@ TEST(AttributeDetail, NamesWhatDiffersOnly) {
     EXPECT_EQ(AttributeDetail(old, now), "");
 }
 
-// Handled at once.
+// An event that is handled at once.
 Moment At(int ms) {
     return {begin + milliseconds(ms), begin + milliseconds(ms)};
 }
@@ -100,7 +100,7 @@ TEST(WriteBurst, BeginsOnceUntilTheWriterRestsOrCloses) {
     EXPECT_TRUE(burst.Begins(At(281)));
 }
 
-TEST(WriteBurst, EventsThatWaitAreNoRestOfTheWriter) {
+TEST(WriteBurst, TimeInTheQueueIsNotARestOfTheWriter) {
     WriteBurst burst;
     EXPECT_TRUE(burst.Begins(At(0)));
     EXPECT_FALSE(burst.Begins({begin + milliseconds(900), begin + milliseconds(99)}));
@@ -133,7 +133,7 @@ TEST(Observe, ALowerLinkCountWaits) {
     EXPECT_EQ(Observe(known, now, Cause::written, At(0)).attributes, "attribute olink=1 link=3");
 }
 
-TEST(Observe, AFileWithoutANameIsNotLookedAt) {
+TEST(Observe, IgnoresAttributesOfAFileWithoutAName) {
     KnownFile known;
     known.state.links = 1;
     FileState now = known.state;
@@ -187,7 +187,7 @@ TEST(RenamePairs, AreFoundByTheirCookie) {
     EXPECT_FALSE(pairs.Due());
 }
 
-TEST(RenamePairs, AHalfIsOverdueWhenItsOtherHalfCannotBeUnreadAnyMore) {
+TEST(RenamePairs, AHalfIsOverdueOnceItsOtherHalfMustHaveBeenRead) {
     RenamePairs pairs;
     pairs.BeginBatch();
     pairs.Keep(1, SideNamed("a"), begin);
@@ -201,7 +201,7 @@ TEST(RenamePairs, AHalfIsOverdueWhenItsOtherHalfCannotBeUnreadAnyMore) {
     EXPECT_EQ(pairs.TakeOverdue(late, true).size(), 1U);
 }
 
-TEST(RenamePairs, TheOldestGivesWay) {
+TEST(RenamePairs, ReturnsTheOldestHalfIfFull) {
     RenamePairs pairs;
     for (uint32_t i = 0; i < RenamePairs::capacity; ++i) {
         EXPECT_FALSE(pairs.Keep(i, SideNamed(std::to_string(i)), begin));
@@ -267,7 +267,7 @@ TEST(ListDirectory, StopsAtItsLimit) {
     EXPECT_EQ(ListDirectory(dir.Path("missing"), 3, entries), ENOENT);
 }
 
-TEST(WatchTable, EventsThatNobodyWantsAnyMoreDoNotCome) {
+TEST(WatchTable, DropsEventsThatNoHolderNeeds) {
     const TemporaryDirectory dir;
     Inotify inotify;
     ASSERT_EQ(inotify.Open(), 0);

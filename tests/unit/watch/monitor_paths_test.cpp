@@ -53,7 +53,7 @@ TEST(MonitorPaths, ALinkThatIsReplacedIsReportedAndFollowed) {
     EXPECT_THAT(stage.Reported(), IsEmpty());
 }
 
-TEST(MonitorPaths, TwoNamesOfOneFileAreOneChange) {
+TEST(MonitorPaths, AChangeOfAFileWithTwoNamesIsReportedOnce) {
     Stage stage;
     stage.Write("usr/bin/bash");
     stage.Link("usr/bin", "bin");
@@ -84,7 +84,7 @@ TEST(MonitorPaths, ALinkToAWatchedFileDoesNotHideItsOwnName) {
     EXPECT_THAT(stage.Reported(), ElementsAre("3 dash"));
 }
 
-TEST(MonitorPaths, HardLinksAreReportedUnderTheNameThatWasUsed) {
+TEST(MonitorPaths, HardLinksAreReportedUnderTheUsedName) {
     Stage stage;
     stage.Write("a");
     std::filesystem::create_hard_link(stage.Path("a"), stage.Path("b"));
@@ -94,14 +94,14 @@ TEST(MonitorPaths, HardLinksAreReportedUnderTheNameThatWasUsed) {
     EXPECT_THAT(stage.Reported(), ElementsAre("2 b"));
     stage.Write("a", "third");
     EXPECT_THAT(stage.Reported(), ElementsAre("2 a"));
-    // The link count that goes with the name is not a change of the other one.
+    // The lower link count is not reported as a change of the other name.
     stage.Remove("a");
     EXPECT_THAT(stage.Reported(), ElementsAre("3 a"));
     chmod(stage.Path("b").c_str(), 0700);
     EXPECT_THAT(stage.Reported(), ElementsAre("1 b attribute oaccess=33188 access=33216"));
 }
 
-TEST(MonitorPaths, AReplacedHardLinkTakesNothingFromTheOther) {
+TEST(MonitorPaths, AReplacedHardLinkDoesNotAffectTheOther) {
     Stage stage;
     stage.Write("a");
     std::filesystem::create_hard_link(stage.Path("a"), stage.Path("b"));
@@ -112,7 +112,7 @@ TEST(MonitorPaths, AReplacedHardLinkTakesNothingFromTheOther) {
     EXPECT_THAT(stage.Reported(), ElementsAre("4 new -> a"));
 }
 
-TEST(MonitorPaths, ADirectoryThatIsRemovedAndMadeAgainIsWatchedAgain) {
+TEST(MonitorPaths, ADirectoryThatIsRemovedAndRecreatedIsWatchedAgain) {
     Stage stage;
     stage.Write("one/two/shell");
     ASSERT_TRUE(stage.Watch("one/two"));
@@ -170,7 +170,7 @@ TEST(MonitorPaths, ALinkOnThePathThatLeadsElsewhereIsReported) {
     EXPECT_THAT(stage.Reported(), IsEmpty());
 }
 
-TEST(MonitorPaths, APathThatIsNotThereYetIsAwaited) {
+TEST(MonitorPaths, AMissingPathIsReportedOnceItExists) {
     Stage stage;
     ASSERT_TRUE(stage.Watch("not/there/yet"));
     stage.Write("not/there/other");
@@ -181,7 +181,7 @@ TEST(MonitorPaths, APathThatIsNotThereYetIsAwaited) {
     EXPECT_THAT(stage.Reported(), ElementsAre("3 not/there/yet"));
 }
 
-TEST(MonitorPaths, APathThatLeadsNowhereIsAwaitedToo) {
+TEST(MonitorPaths, AnUnreachablePathIsReportedOnceItExists) {
     Stage stage;
     stage.Link("loop", "loop");
     stage.Write("file");
@@ -209,7 +209,7 @@ TEST(MonitorPaths, TheEmptyPathIsTheRoot) {
     EXPECT_THAT(root.Take(), testing::Contains("3 " + path));
 }
 
-TEST(MonitorPaths, TheEndOfADirectoryInAnotherIsReportedOnce) {
+TEST(MonitorPaths, TheRemovalOfASubdirectoryIsReportedOnce) {
     Stage stage;
     stage.MakeDirectory("one/two");
     ASSERT_TRUE(stage.Watch("one"));

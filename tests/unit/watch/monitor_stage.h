@@ -14,7 +14,7 @@
 
 namespace TestSupport {
 
-// A directory with its own listener, whose path is omitted from the reports.
+// A directory with its own listener. Reports omit the directory's path.
 class Stage {
 public:
     std::string Path(const std::string& name) const { return dir_.Path(name); }
@@ -31,7 +31,7 @@ public:
     void MakeDirectory(const std::string& name) const { std::filesystem::create_directories(Path(name)); }
     bool Watch(const std::string& name) { return listener_.Watch(Path(name)); }
 
-    // All that was reported since the last call.
+    // All reports since the last call.
     std::vector<std::string> Reported() {
         EXPECT_TRUE(fence_.Pass());
         std::vector<std::string> reported = listener_.Take();

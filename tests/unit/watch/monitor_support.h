@@ -1,4 +1,4 @@
-// Shared by the tests of the file monitor.
+// Helpers for tests of the file monitor.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,7 @@ using TavUtils::Monitor::FileWatchRule;
 using TavUtils::Monitor::MONITOR_FILE;
 using TavUtils::Monitor::RemoveMonitor;
 
-// A callback and the reports it got, as "operation path [-> other path] [detail]". Any thread.
+// A callback and its reports, as "operation path [-> other path] [detail]". Any thread.
 class Listener {
 public:
     Listener() : callback_(std::make_shared<FileWatchCallback>(Callback())) {}
@@ -88,8 +88,8 @@ private:
     std::vector<FileWatchRule> rules_;
 };
 
-// A change of which the report comes after those of all earlier changes: a file that is moved out of sight, which the
-// monitor waits for longer than for anything else.
+// A change that is reported after all earlier changes: a file moved to an unwatched place, for which the monitor waits
+// longest.
 class Fence {
 public:
     Fence() { listener_.Watch(inside_.Write("fence", "")); }
@@ -110,7 +110,7 @@ private:
     Listener listener_;
 };
 
-// A rule whose callback waits: the monitor finds all changes that are made meanwhile at once.
+// A rule whose callback blocks: the monitor then finds all changes made meanwhile at once.
 class Cork {
 public:
     Cork() : file_(dir_.Write("cork", "")) {

@@ -14,7 +14,7 @@ using TestSupport::Listener;
 
 using Monitor = TestSupport::MonitorFixture;
 
-TEST_F(Monitor, ReportedValuesAreThoseSinceTheLastReport) {
+TEST_F(Monitor, ReportsAttributesAgainstTheLastReport) {
     ASSERT_TRUE(listener_.Watch(In("shell")));
     chmod(In("shell").c_str(), 0700);
     EXPECT_THAT(Reported(), ElementsAre("1 in/shell attribute oaccess=33261 access=33216"));
@@ -24,7 +24,7 @@ TEST_F(Monitor, ReportedValuesAreThoseSinceTheLastReport) {
     EXPECT_THAT(Reported(), ElementsAre("1 in/shell attribute oaccess=33216 access=33261"));
 }
 
-TEST_F(Monitor, EachWriterIsAChange) {
+TEST_F(Monitor, EachWriterCausesAReport) {
     ASSERT_TRUE(listener_.Watch(In("shell")));
     for (int i = 0; i < 5; ++i) {
         Append(In("shell"), "x");
@@ -32,7 +32,7 @@ TEST_F(Monitor, EachWriterIsAChange) {
     }
 }
 
-TEST_F(Monitor, AWriterThatRestsMakesAnotherChange) {
+TEST_F(Monitor, AWriteAfterARestIsReportedAgain) {
     ASSERT_TRUE(listener_.Watch(In("shell")));
     std::ofstream writer(In("shell"), std::ios::app);
     for (int i = 0; i < 3; ++i) {
@@ -57,7 +57,7 @@ TEST_F(Monitor, AReplacedFileIsWatchedAtOnce) {
     }
 }
 
-TEST_F(Monitor, AFileThatReplacesByALinkIsReported) {
+TEST_F(Monitor, AFileLinkedIntoAnothersPlaceIsReported) {
     ASSERT_TRUE(listener_.Watch(In("shell")));
     Make(Out("evil"), "x");
     for (const bool isSymbolic : {false, true}) {
@@ -105,7 +105,7 @@ TEST_F(Monitor, EachListenerGetsAReport) {
     EXPECT_THAT(Reported(other), ElementsAre("2 in/shell"));
 }
 
-TEST_F(Monitor, OnlyWhatARuleAsksForIsReported) {
+TEST_F(Monitor, ReportsOnlyTheRequestedOperations) {
     using Switch = bool TestSupport::FileWatchRule::*;
     using Rule = TestSupport::FileWatchRule;
     const std::vector<std::pair<Switch, std::vector<std::string>>> cases = {
@@ -148,7 +148,7 @@ TEST_F(Monitor, ARuleThatDoesNotFollowEndsWithItsFile) {
     EXPECT_THAT(Reported(), IsEmpty());
 }
 
-TEST_F(Monitor, WritesToADeletedFileAreNotThoseOfItsSuccessor) {
+TEST_F(Monitor, WritesToADeletedFileAreNotReportedForItsSuccessor) {
     ASSERT_TRUE(listener_.Watch(In("")));
     ASSERT_TRUE(listener_.Watch(In("shell")));
     std::ofstream old(In("shell"), std::ios::app);
@@ -176,7 +176,7 @@ TEST_F(Monitor, AChangeIsReportedWithinAFifthOfASecond) {
     }
 }
 
-TEST_F(Monitor, HostileNamesAreReportedAsTheyAre) {
+TEST_F(Monitor, ReportsHostileNamesUnchanged) {
     for (const std::string& name : {std::string("\xff\xfe"), std::string("a\nb\t"), std::string(255, 'n'),
                                     std::string("%s%n"), std::string(" "), std::string("\\ \"'")}) {
         const std::string path = In(name);
@@ -190,7 +190,7 @@ TEST_F(Monitor, HostileNamesAreReportedAsTheyAre) {
     }
 }
 
-TEST_F(Monitor, WhatIsNoPathIsRefused) {
+TEST_F(Monitor, RejectsInvalidPaths) {
     TestSupport::FileWatchRule rule = listener_.Rule(In("shell"));
     for (const std::string& path : {std::string("shell"), std::string("./in"), In("shell") + std::string("\0x", 2),
                                     In(std::string(256, 'n')), "/" + std::string(PATH_MAX, '/')}) {

@@ -62,7 +62,7 @@ TEST(MonitorThread, RunsWhileThereAreRules) {
     EXPECT_TRUE(Await([] { return ThreadsNamed(threadName) == 0; }));
 }
 
-// True if the monitor's thread sleeps, and for no certain time.
+// True if the monitor's thread sleeps without a deadline.
 bool Rests() {
     for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
         std::string stat;
@@ -82,7 +82,7 @@ TEST(MonitorThread, SleepsWhileNothingChanges) {
     ASSERT_TRUE(listener.Watch(dir.Path("missing/file")));
     ASSERT_TRUE(listener.Watch(dir.Path()));
     ASSERT_TRUE(fence.Pass());
-    // A writer may go on for a while after the last event.
+    // The monitor first waits whether the last writer continues.
     EXPECT_TRUE(AwaitInMovedTime(Rests));
     MovedClock::Advance(std::chrono::hours(1));
     EXPECT_TRUE(Await(Rests));
@@ -140,7 +140,7 @@ TEST(MonitorThread, ACallbackMayRemoveItsOwnRuleAndAddAnother) {
     firstHandle = AddMonitor(first, MONITOR_FILE);
     WriteFile(file, "x");
     ASSERT_TRUE(Await([&] { return calls >= 1; }));
-    // The write that called the first one may have gone on and called the second.
+    // The write that caused the first call may have continued and caused the second.
     ASSERT_TRUE(Await([&] {
         WriteFile(file, "y");
         return calls >= 11;
@@ -165,7 +165,7 @@ TEST(MonitorThread, OutlivesAFailingCallback) {
     EXPECT_EQ(RemoveMonitor(rule, MONITOR_FILE), 0);
 }
 
-TEST(MonitorThread, RulesComeAndGoFromManyThreads) {
+TEST(MonitorThread, ManyThreadsMayAddAndRemoveRules) {
     const TemporaryDirectory dir;
     const std::string file = dir.Write("file", "");
     std::atomic<bool> stop = false;
@@ -199,7 +199,7 @@ TEST(MonitorThread, RulesComeAndGoFromManyThreads) {
     EXPECT_TRUE(Await([] { return ThreadsNamed(threadName) == 0; }));
 }
 
-TEST(MonitorThread, WithoutDescriptorsNothingIsWatchedAndTheReasonLogged) {
+TEST(MonitorThread, LogsTheReasonIfNothingCanBeWatched) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the undefined-behaviour sanitizer looks at objects through pipes and ends without descriptors";
 #endif
@@ -208,19 +208,20 @@ TEST(MonitorThread, WithoutDescriptorsNothingIsWatchedAndTheReasonLogged) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     rlimit none = limit;
-    // Not 0, with which poll(2) takes no descriptor either.
+    // Not 0: poll(2) would then accept no descriptor either.
     none.rlim_cur = 1;
     testing::internal::CaptureStderr();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
     EXPECT_EQ(AddMonitor(rule, MONITOR_FILE), 0);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("no path can be watched: inotify"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr("cannot watch any path for changes: inotify"));
     rule.handle = AddMonitor(rule, MONITOR_FILE);
     EXPECT_NE(rule.handle, 0);
     EXPECT_EQ(RemoveMonitor(rule, MONITOR_FILE), 0);
 }
 
-TEST(MonitorThread, KeepsNothingOfARuleThatIsRemoved) {
+TEST(MonitorThread, KeepsNothingOfARemovedRule) {
     const TemporaryDirectory dir;
     FileWatchRule rule = ModifyRule(dir.Path(), [](int, const char*, const char*, bool, int, const std::string&) {});
     const std::shared_ptr<FileWatchCallback> callback = rule.callback;

@@ -1,4 +1,4 @@
-// Waiting for changes that take time, which only the test moves.
+// Waits for changes that take time, which only the test moves.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 
 namespace TestSupport {
 
-// True as soon as condition is; false after ten real seconds. Whenever a thread waits for a time meanwhile, the clock
-// moves towards it, in steps too small to pass over anything else.
+// Returns true as soon as condition is true; false after ten real seconds. While any thread waits for a deadline, moves
+// the clock towards it in steps too small to skip another one.
 inline bool AwaitInMovedTime(const std::function<bool()>& condition) {
     constexpr std::chrono::nanoseconds longestStep = std::chrono::milliseconds(50);
     return Await([&] {
