@@ -7,13 +7,13 @@
 
 namespace TavUtils {
 
-// The process-wide settings map. It is itself the lock that guards the map: hold it, as with std::lock_guard<Config>,
-// for as long as the map is used. A reader tests for a key before it reads it, so that reading creates none.
+// The process-wide settings map. The object is also the lock of the map: hold it, for example with
+// std::lock_guard<Config>, while you use the map. Test for a key before you read it, because reading creates it.
 class Config {
 public:
     static Config& GetInstance();
 
-    // Only std::string is offered.
+    // Only std::string is available.
     template <typename Value>
     std::unordered_map<std::string, Value>& GetConfigMap();
 

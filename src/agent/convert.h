@@ -7,11 +7,11 @@
 
 namespace TavUtils::Convert {
 
-// True, with number set, when the whole text is a decimal number within the range of int; otherwise number is left as
-// it was. Any thread.
+// Sets number and returns true if the whole text is a decimal number in the range of int; otherwise number is
+// unchanged. Any thread.
 bool StringToInt(const std::string& text, int& number);
 
-// The value as one line of JSON. Any thread, as long as the document is used by no other.
+// Returns the value as one line of JSON. Any thread, if no other thread uses the document.
 std::string JsonToString(const JsonAdaptor::JsonValue& value);
 
 }  // namespace TavUtils::Convert

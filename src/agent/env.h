@@ -3,8 +3,8 @@
 
 namespace TavUtils::Env {
 
-// The variable's value, null when unset; a variable that is set but empty gives "". The text belongs to the
-// environment. Any thread: the agent does not change its environment once it runs.
+// Returns the variable's value, null if it is not set, "" if it is set but empty. The text belongs to the environment.
+// Any thread: the agent does not change its environment while it runs.
 const char* GetEnv(const char* name);
 
 }  // namespace TavUtils::Env

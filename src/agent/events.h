@@ -1,4 +1,4 @@
-// The queue of findings towards the agent's sinks.
+// The queue of events between the module and the agent's sinks.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ struct AgentLibrary;
 
 namespace TavUtils {
 
-// What the agent's consumers of queued items have in common; its insides are the agent's.
+// Base of the agent's consumers of queued items. Its members belong to the agent.
 template <typename Item>
 class ConsumerBase {
 public:
@@ -21,18 +21,19 @@ protected:
     ~ConsumerBase() = default;
 
     friend struct Host::AgentLibrary;
-    const void* owner_ = nullptr;  // the agent's own; modules leave it alone
+    const void* owner_ = nullptr;  // used by the agent only
 };
 
 }  // namespace TavUtils
 
-// The process-wide event queue. All operations may be called from any thread.
+// The process-wide event queue. Any thread.
 class EventConsumer : public TavUtils::ConsumerBase<std::string> {
 public:
     static EventConsumer& Instance();
 
-    // Queues one finding, a JSON text on one line. Never waits for a sink. Findings beyond the per-minute limit or the
-    // queue's bound are dropped, counted and reported in the log; the caller does not see which.
+    // Queues one event, a JSON text on one line. Never waits for a sink. Events beyond the per-minute limit or the
+    // queue's bounds (10,000 events, 64 MiB) are dropped, counted and reported in the log. The caller does not learn
+    // whether an event was dropped.
     void PushMinuteLimitEvent(const std::string& json);
 
 private:
@@ -42,7 +43,7 @@ private:
 
 namespace EventAdapter {
 
-// text cut to at most limit bytes; with wholeCharacters the cut does not split a UTF-8 sequence. Any thread.
+// Returns text cut to at most limit bytes. With wholeCharacters, the cut does not split a UTF-8 sequence. Any thread.
 std::string TruncateString(const std::string& text, unsigned int limit, bool wholeCharacters);
 
 }  // namespace EventAdapter

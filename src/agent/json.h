@@ -15,39 +15,39 @@ struct JsonDocument;
 
 // A handle on one value of a document. Copies are handles on the same value; the document lives as long as any handle.
 // Members keep the order in which they were first written. Bytes that are not UTF-8 are kept in the document and
-// written as U+FFFD. No operation throws on the document's shape: a read of what is not there gives the empty answer
-// (false, 0, "", no strings), a write below a value that is not an object replaces that value by an object.
-// A document must not be used by two threads at once.
+// written as U+FFFD. No operation throws because of the document's shape: reading a missing value returns false, 0, ""
+// or no strings; writing below a value that is not an object replaces that value by an object. Only one thread may use
+// a document at a time.
 class JsonValue {
 public:
     explicit JsonValue(TagJsonType type);
     JsonValue(const JsonValue& other) = default;
     ~JsonValue();
 
-    // Assigning one handle to another would read as writing a value and do something else.
+    // Assigning one handle to another would look like writing a value, but would not write one.
     JsonValue& operator=(const JsonValue&) = delete;
 
-    // A handle on the member, which need not exist: assigning to the handle brings it into being.
+    // Returns a handle on the member, which need not exist. Assigning to the handle creates it.
     JsonValue operator[](const char* key);
 
     JsonValue& operator=(const char* text);  // null writes the empty string
     JsonValue& operator=(const std::string& text);
     JsonValue& operator=(int number);
 
-    void TypeChangeToArray();  // an array stays as it is; anything else becomes an empty array
+    void TypeChangeToArray();  // an array is unchanged, any other value becomes an empty array
 
-    // Appends a copy of item's value; a value that is not an array becomes one first.
+    // Appends a copy of item's value. A value that is not an array becomes an empty array first.
     void JsonItemAddToArray(const JsonValue& item);
-    // Adds, or replaces, a member that holds a copy of item's value.
+    // Adds or replaces a member that has a copy of item's value.
     void JsonItemAddToObject(const char* key, const JsonValue& item);
 
     bool IsMember(const char* key) const;
-    bool IsInt() const;  // a whole number within the range of int, written without fraction or exponent
+    bool IsInt() const;  // a whole number in the range of int, written without fraction or exponent
     bool IsArray() const;
 
     int AsInt(const char* key) const;             // 0 unless the member is an int
     std::string AsString(const char* key) const;  // empty unless the member is a string
-    // The named array's strings in order; elements of other types are skipped.
+    // Returns the strings of the named array in order; elements of other types are skipped.
     std::vector<std::string> GetJsonStringArray(const char* key) const;
 
 private:
@@ -62,7 +62,7 @@ private:
 
 class JsonCharReader {
 public:
-    // Parses text into the value. False, with one log line that says why and the value unchanged, if the text is not
+    // Parses text into the value. Returns false, logs the reason and leaves the value unchanged if the text is not
     // valid JSON, is longer than 1 MiB or nests deeper than 64 levels.
     bool Parse(const std::string& text, JsonValue& value) const;
 };
@@ -71,7 +71,7 @@ class JsonStreamWriter {
 public:
     explicit JsonStreamWriter(bool indent);
 
-    // Serialises to one line of valid UTF-8, or indented when the writer was made so. Returns true.
+    // Serialises to valid UTF-8, on one line or, if the writer was made with indent, indented. Returns true.
     bool Write(const JsonValue& value, std::string& text) const;
 
 private:

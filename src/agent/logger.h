@@ -8,7 +8,7 @@ enum LogLevel : int {
     LOG_LEVEL_ERROR = 3,
 };
 
-// Writes one line in printf form; whatever bytes the arguments bring, one call is one line. source names the calling
-// unit, line is the source line of the call. Lines below the level set by the user cost no formatting. Any thread.
+// Writes one line, in printf form. One call is one line, whatever bytes the arguments contain. source is the name of
+// the calling unit, line the source line of the call. Lines below the user's log level are not formatted. Any thread.
 [[gnu::format(printf, 5, 6)]] void LoggerWriteLog(const char* channel, LogLevel level, const char* source,
                                                   unsigned int line, const char* format, ...);

@@ -1,4 +1,4 @@
-// The host's connection tables, as /proc/net of the agent's network namespace shows them.
+// The connection tables in /proc/net, of the agent's network namespace.
 #pragma once
 
 #include <string>
@@ -13,12 +13,13 @@ struct NETSTAT {
     unsigned short localPort;   // host order
     unsigned short remotePort;  // host order
     unsigned char state;        // as the table gives it, TCP_ESTABLISHED is 1
-    unsigned long inode;        // socket inode; 0 for a connection that no process holds
+    unsigned long inode;        // socket inode; 0 if no process holds the connection
 };
 
-// Each appends one record per line of its table to records, in the table's order. A malformed line is skipped; a table
-// that cannot be read appends nothing. stop may be null; once it reads true the reading ends early. False if the table
-// could not be read. Any thread.
+// Each function appends one record per line of its table to records, in the table's order. Malformed lines are skipped.
+// At most 1,048,576 records are appended per call; the rest of the table is ignored, which is logged at most once a
+// minute. stop may be null; reading ends early once it is true. Returns false and appends nothing if the table cannot
+// be read. Any thread.
 bool ReadTcp(std::vector<NETSTAT>& records, const bool* stop);
 bool ReadUdp(std::vector<NETSTAT>& records, const bool* stop);
 bool ReadTcp6(std::vector<NETSTAT>& records, const bool* stop);

@@ -5,11 +5,13 @@
 
 namespace TavUtils::Sha256 {
 
-// Digest of a regular file's content, read in blocks. digest receives 64 characters and a terminator and is left as it
-// was on failure: no such file, not a regular file, unreadable, or stopped (stop may be null). Any thread.
+// Stores the digest of a regular file's content: 64 characters and a terminator. stop may be null; reading ends once it
+// is true. Returns false and leaves digest unchanged if the file is missing, not a regular file or unreadable, or if it
+// was stopped. Any thread.
 bool GetFileSha256(const std::string& path, char (&digest)[65], const bool* stop);
 
-// Digest of bytes bytes at data; data may be null when bytes is 0. False only if the library fails. Any thread.
+// Stores the digest of bytes bytes at data; data may be null only if bytes is 0. Returns false on null data or if the
+// library fails. Any thread.
 bool GetMemSha256(const void* data, unsigned int bytes, char (&digest)[65]);
 
 }  // namespace TavUtils::Sha256

@@ -1,4 +1,4 @@
-// Which detection functions run.
+// Status of the detection functions.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@ namespace Plugs {
 
 class StatusCollect {
 public:
-    // Records whether the detection function of that name is running, with a code ("0000" for in order, otherwise the
-    // reporter's own; null counts as empty). Any thread.
+    // Records and logs whether the detection function with this name is running, and a code: "0000" for no error, any
+    // other text is the reporter's; null counts as empty. Keeps the first 256 names. Any thread.
     static void ReportDetectStatus(const std::string& name, bool running, const char* code);
 };
 

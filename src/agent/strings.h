@@ -1,4 +1,4 @@
-// Text helpers. All functions may be called from any thread.
+// String helpers. Any thread.
 #pragma once
 
 #include <set>
@@ -7,15 +7,15 @@
 
 namespace TavUtils::StringProcess {
 
-// The pieces of text between occurrences of separator. Empty pieces are dropped unless keepEmpty is set. An empty
-// separator gives the whole text as one piece.
+// Returns the pieces of text between occurrences of separator. Empty pieces are dropped unless keepEmpty is set. With
+// an empty separator the whole text is one piece.
 std::vector<std::string> StrSplit(const std::string& text, const std::string& separator, bool keepEmpty);
 
-// text without the blanks (space, \t, \n, \v, \f, \r) at both ends; text itself is left as it is.
+// Returns text without blanks (space, \t, \n, \v, \f, \r) at both ends; text itself is unchanged.
 std::string StrTrim(std::string& text);
 
 // True if the whole text matches one of the patterns by the shell's wildcard rules (fnmatch(3) without flags: "*" and
-// "?" match any byte, "/" included). Text and patterns end at their first zero byte.
+// "?" match any byte, including "/"). Text and patterns end at their first zero byte.
 bool IsMatchingShellWildcardList(const std::string& text, const std::set<std::string>& patterns);
 
 }  // namespace TavUtils::StringProcess

@@ -1,4 +1,4 @@
-// Scheduling: periodic work on threads that the agent owns.
+// Scheduling of periodic work on the agent's threads.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ enum TASKTYPE : int {
     TASK_REPEAT = 1,
 };
 
-// When a task runs. The record crosses a binary boundary: its layout is fixed, and the caller zeroes it first.
+// When a task runs. The record crosses a binary boundary, so its layout is fixed. The caller clears it first.
 struct TASK_CONDITION {
     uint64_t firstRunMs;   // first run, milliseconds since the Unix epoch
     uint64_t periodMs;     // period, milliseconds
@@ -27,29 +27,29 @@ static_assert(offsetof(TASK_CONDITION, reserved) == 16);
 static_assert(offsetof(TASK_CONDITION, enabled) == 48);
 static_assert(offsetof(TASK_CONDITION, padding) == 49);
 
-// A caller's record of one task: the id that RegisterTask returned, 0 for none. Its end does not end the task.
+// A caller's record of one task: the id from RegisterTask, 0 for none. Destroying the record does not end the task.
 struct RepeatTask {
     unsigned int id = 0;
 
     ~RepeatTask() {}
 };
 
-// The process-wide scheduler. All operations may be called from any thread.
+// The process-wide scheduler. Any thread.
 class TaskManager {
 public:
     static TaskManager& GetInstance();
 
-    // Runs entry(arg) on a thread of the manager, first at condition.firstRunMs (at once if that time has passed), then
-    // at every period until unregistered; entry's result is not used. A task never overlaps itself: a tick that falls
-    // due during a run is skipped. Returns the task's id, or 0 when the task cannot be scheduled.
+    // Runs entry(arg) on a thread of the manager: first at condition.firstRunMs, or immediately if that time has
+    // passed, then once per period until the task is unregistered. entry's result is not used. A task never overlaps
+    // itself: a tick during a run is skipped. Returns the task's id, or 0 if the task cannot be scheduled.
     unsigned int RegisterTask(TASKTYPE type, TASK_CONDITION condition, void* (*entry)(void*), void* arg,
                               const std::string& name);
 
-    // No further run of the task starts, and the call does not return while a run is in progress. Only a call made by
-    // the task itself does not wait, since it cannot wait for its own end. An unknown id is ignored.
+    // Prevents further runs and waits for a run in progress, unless called by the task itself. An unknown id is
+    // ignored.
     void PauseAndWaitForEnd(unsigned int id);
 
-    // Forgets the task. An unknown id is ignored.
+    // Removes the task. An unknown id is ignored.
     void UnregisterTask(unsigned int id);
 
     TaskManager(const TaskManager&) = delete;

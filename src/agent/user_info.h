@@ -1,11 +1,11 @@
-// Names of users and groups. All functions may be called from any thread.
+// Names of users and groups. Any thread.
 #pragma once
 
 #include <string>
 
 namespace TavUtils::UserInfo {
 
-// The name that the host's databases give to the id; the id in decimal when they have none.
+// Return the name of the id in the host's databases, or the id in decimal if it has none.
 std::string GetUserNameByUid(unsigned int uid);
 std::string GetGroupNameByGid(unsigned int gid);
 
