@@ -1,9 +1,9 @@
-// The frame that all events of the module have.
+// The outer object of the module's events.
 #pragma once
 
 #include <string>
 
 #include "agent/json.h"
 
-// The event of this type with this content, stamped with the present time, as one line of JSON. Any thread.
+// Returns an event with this type, the current time and this content as one line of JSON. Any thread.
 std::string EventText(const char* eventType, const TavUtils::JsonAdaptor::JsonValue& content);

@@ -1,4 +1,4 @@
-// Owners of what the module opens.
+// Owners of descriptors, streams and directories.
 #pragma once
 
 #include <dirent.h>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-// Closes the descriptor it was given at the end; -1 is none.
+// Closes its descriptor on destruction; -1 stands for none.
 class FileDescriptor {
 public:
     explicit FileDescriptor(int fd) : fd_(fd) {}
@@ -36,7 +36,7 @@ struct CloseDirectory {
 };
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
 
-// True for the two entries that every directory has, "." and "..".
+// True for "." and "..".
 inline bool IsDotEntry(const dirent& entry) {
     return strcmp(entry.d_name, ".") == 0 || strcmp(entry.d_name, "..") == 0;
 }

@@ -1,18 +1,18 @@
-// The module's locks, which live from one start to the next stop.
+// Locks that exist from the module's start to its stop.
 #pragma once
 
 #include <pthread.h>
 
-// A mutex that is set up by each start and taken down by each stop, neither of which is guaranteed to come only once:
-// a second Init leaves a lock that is ready as it is, a second Destroy does nothing. Init and Destroy are called by the
-// thread that starts and stops the module, Destroy only once everything that takes the lock has ended.
+// A mutex that each start initialises and each stop destroys. Starts and stops may be repeated: a second Init keeps an
+// initialised lock, a second Destroy does nothing. Init and Destroy are called by the thread that starts and stops the
+// module, Destroy only after everything that takes the lock has ended.
 class ModuleLock {
 public:
     ModuleLock() = default;
     ModuleLock(const ModuleLock&) = delete;
     ModuleLock& operator=(const ModuleLock&) = delete;
 
-    // False if the system refuses the mutex.
+    // Returns false if the system refuses the mutex.
     bool Init();
     void Destroy();
 
@@ -25,8 +25,8 @@ private:
     bool ready_ = false;
 };
 
-// Guards the processes that wait to be looked at by the instant scan.
+// Guards intakeMap, the processes that wait for the instant scan.
 inline ModuleLock pidMapLock;
 
-// Guards the table of the host's sockets.
+// Guards socketTable.
 inline ModuleLock socketTableLock;

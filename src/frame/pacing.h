@@ -1,5 +1,5 @@
-// The small sleeps that keep the module's scans from being felt on the host.
+// The short sleeps that keep the load of the module's scans low.
 #pragma once
 
-// Sleeps for microseconds. A signal does not shorten the sleep; any other error of nanosleep(2) ends it. Any thread.
+// Sleeps for this time. Signals do not shorten the sleep; any other error of nanosleep(2) ends it. Any thread.
 void Pause(unsigned int microseconds);

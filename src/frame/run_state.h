@@ -1,14 +1,15 @@
-// Whether the module runs.
+// Whether the module is running.
 #pragma once
 
 #include <atomic>
 
-// 1 while the module is started, 0 otherwise. Loops read it from other threads than the one that stops the module; a
-// late read costs one more step of a loop, because a stop waits for each task to end.
+// 1 while the module is started, 0 otherwise. Written by the thread that starts and stops the module, read by loops on
+// other threads. A late read costs one more step of a loop, because a stop waits for each task to end.
 inline std::atomic<int> moduleRunning{0};
 
-// True when the module is being stopped: long loops ask and leave. Each such answer writes one log line. Any thread.
+// True if the module is not running. Long loops call this and end. Each call that returns true logs one line. Any
+// thread.
 bool NeedStop();
 
-// The same without the log line, for loops that ask often. Any thread.
+// As NeedStop, without the log line. Any thread.
 bool IsStopping();

@@ -1,5 +1,5 @@
-// Settings in force, from the host and from the configuration, for all of the module. Written by the thread that
-// initialises and starts the module, before the tasks and callbacks that read them exist; kept across stops.
+// Settings of the whole module, from the host and from the configuration. Written by the thread that initialises and
+// starts the module, before the tasks and callbacks that read them exist. Kept when the module stops.
 #pragma once
 
 #include <set>
@@ -7,15 +7,15 @@
 
 #include "module/published.h"
 
-// Every path of a shell program on this host, both as listed and resolved.
+// All paths of shell programs on this host, as listed and resolved.
 inline std::set<std::string> shellPaths;
 
-// Inode numbers of the files that the command sshd stands for on PATH.
+// Inode numbers of the files named sshd on PATH.
 inline std::set<unsigned long> sshdInodes;
 
-// Period of the period scan in seconds, within the published limits.
+// Seconds between two period scans, within the published limits.
 inline int detectInterval = Published::defaultDetectInterval;
 
-// Detection functions that were asked for and are permitted.
+// Detection functions that the configuration enables and the environment permits.
 inline bool reverseShellEnabled = false;
 inline bool abnormalShellEnabled = false;

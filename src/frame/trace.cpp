@@ -1,6 +1,6 @@
 #include "frame/trace.h"
 
-// Nobody asks a running module for its reasons.
+// The module that ships does not record decisions.
 
 bool Trace::Result(Test /*test*/, int /*pid*/, bool outcome, const Facts& /*facts*/) {
     return outcome;
