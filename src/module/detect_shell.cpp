@@ -30,10 +30,10 @@ static void ReportBothStopped() {
     Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
 }
 
-// The tail that the failure paths of a reverse-shell start share.
+// The common end of the failure paths of a reverse-shell start.
 static void AbandonReverseShell() {
     StopDetectTmpRshell();
-    // Behind everything that takes it.
+    // After everything that takes it has ended.
     socketTableLock.Destroy();
     moduleRunning.store(0, std::memory_order_relaxed);
     Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
@@ -44,7 +44,7 @@ static bool StartReverseShell() {
         Plugs::StatusCollect::ReportDetectStatus(Published::reverseShellFunction, false, codeNone);
         return false;
     }
-    // Without the watcher the two scans still find what they can, so its failure does not end the start.
+    // The two scans work without the watcher, so its failure does not fail the start.
     StartDetectTmpRshell(shellPaths);
     if (!StartInstantScan()) {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "start instant scan failed");
@@ -77,21 +77,21 @@ int StartModule(const char* config) {
         return 0;
     }
     if (abnormalShellEnabled) {
-        // The function counts as running even where a watch was refused: its other listeners do their work.
+        // The function counts as running even if a watch was refused, because its other listeners work.
         StartShellEvent(shellPaths);
         Plugs::StatusCollect::ReportDetectStatus(Published::shellFileFunction, true, Published::inOrderCode);
     }
     if (reverseShellEnabled && !StartReverseShell()) {
         return 0;
     }
-    // Set last: the tasks' first runs lie at least a second ahead.
+    // Set last. The first runs of the tasks are at least a second away.
     moduleRunning.store(1, std::memory_order_relaxed);
     MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Shell detection module start success.");
     return 1;
 }
 
 void StopModule(const char* code) {
-    // Cleared first, so that running loops leave while the waits below are under way.
+    // Cleared first, so that running loops end while the calls below wait for them.
     moduleRunning.store(0, std::memory_order_relaxed);
     if (abnormalShellEnabled) {
         StopShellEvent();

