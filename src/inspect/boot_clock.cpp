@@ -9,7 +9,7 @@ static unsigned long long Nanoseconds(clockid_t clock) {
 }
 
 unsigned long long SuspendedNanoseconds() {
-    // In this order the time between the two reads shortens the answer, so that it cannot make a host look asleep.
+    // In this order, the time between the two reads makes the result smaller, and never makes a host seem suspended.
     const unsigned long long sinceBoot = Nanoseconds(CLOCK_BOOTTIME);
     const unsigned long long awake = Nanoseconds(CLOCK_MONOTONIC);
     return sinceBoot > awake ? sinceBoot - awake : 0;

@@ -1,6 +1,6 @@
-// The difference between the two clocks by which the kernel tells when something happened.
+// The difference between the kernel's two clocks for time stamps.
 #pragma once
 
-// Nanoseconds that the host has been suspended since boot: how far CLOCK_BOOTTIME is ahead of CLOCK_MONOTONIC
-// (clock_gettime(2)). 0 on a host that has never slept, exactly. Any thread.
+// Returns the nanoseconds for which the host has been suspended since boot: CLOCK_BOOTTIME minus CLOCK_MONOTONIC
+// (clock_gettime(2)). Exactly 0 on a host that was never suspended. Any thread.
 unsigned long long SuspendedNanoseconds();

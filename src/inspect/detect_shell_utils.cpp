@@ -27,20 +27,20 @@ static constexpr unsigned int blockPauseMicroseconds = 1000;
 static constexpr unsigned int bytePauseMicroseconds = 500;
 static constexpr unsigned int linePauseMicroseconds = 500;
 
-// Narrow ones would have stat(2) fail for a file beyond 2 GiB or dated after 2038, and so hide it from every question.
+// With narrower types stat(2) would fail for a file larger than 2 GiB or dated after 2038, which would hide it.
 static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8 && sizeof(time_t) == 8);
 
 static std::string ProcPath(int pid, const char* suffix) {
     return "/proc/" + std::to_string(pid) + suffix;
 }
 
-// The links of /proc lead to a file even when it has been deleted; resolved by its name, such a file is not there.
+// A link in /proc leads to its file even after the file was deleted. Resolved by name, a deleted file does not exist.
 static std::string RealPath(const std::string& path) {
     const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
     return resolved == nullptr ? std::string() : std::string(resolved.get());
 }
 
-// A file's block as text: what stands between the block's start and the first zero byte that ends it.
+// Makes a block of a file a text that ends at its first zero byte.
 static void BlockToText(char* block, size_t length) {
     for (size_t i = 0; i < length; ++i) {
         const bool last = i + 1 == length;
@@ -58,7 +58,7 @@ int DetectShellUtil::OpenFileFd(std::string path) {
     if (resolved.empty()) {
         return -1;
     }
-    // A FIFO in the place of a file must not hold the thread until somebody writes to it.
+    // A FIFO in place of the file must not block the thread until somebody writes to it.
     return open(resolved.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
@@ -91,8 +91,8 @@ std::string DetectShellUtil::ReadFileContent(const std::string& path) {
         Pause(blockPauseMicroseconds);
         BlockToText(block.get(), length);
         text += block.get();
-        // A process may give itself a command line that takes hours to read at this pace (PR_SET_MM_MAP of prctl(2)): a
-        // stop does not wait for its end.
+        // A process can give itself a command line that takes hours to read at this pace (PR_SET_MM_MAP of prctl(2)). A
+        // stop must not wait for its end.
         if (IsStopping()) {
             break;
         }
@@ -156,7 +156,7 @@ int DetectShellUtil::GetProcPpid(int pid) {
 
 int DetectShellUtil::ParseWriteCharsNum(int pid) {
     const std::string written = ParseFromFile(ProcPath(pid, "/io"), "wchar:", "%*s%s");
-    // strtol already stops there where long has 32 bits.
+    // Where long has 32 bits, strtol already applies these limits.
     return static_cast<int>(std::clamp<long>(strtol(written.c_str(), nullptr, 10), INT_MIN, INT_MAX));
 }
 

@@ -68,13 +68,13 @@ std::optional<unsigned long> BlockedDescriptor(const char* line, const std::stri
     if (sscanf_s(line, "%*d%lx", &fd) == -1) {
         return std::nullopt;
     }
-    // The file shows the whole register, of which the kernel takes the low 32 bits as descriptor or count: what a
-    // process leaves above them must not hide it.
+    // The file shows the whole register. The kernel uses its low 32 bits as descriptor or count, so a process must not
+    // be able to hide by setting higher bits.
     fd &= 0xFFFFFFFFUL;
     if (function != selectCall) {
         return fd;
     }
-    // select(2) is given the count of the descriptors it watches.
+    // The first argument of select(2) is the number of descriptors it watches.
     return fd == 1 ? std::optional<unsigned long>(0) : std::nullopt;
 }
 

@@ -21,7 +21,7 @@ static constexpr unsigned int ttyMajor = 5;
 static constexpr unsigned int ptmxMinor = 2;
 static constexpr unsigned int firstPtsMajor = 136;
 
-// Descriptors looked at since the module was loaded, by all snapshots together. It paces, nothing more.
+// Number of descriptors that all snapshots have examined since the module was loaded. Used for pacing only.
 static std::atomic<unsigned int> descriptorsSeen{0};
 
 static void PaceDescriptor() {
@@ -32,7 +32,7 @@ static void PaceDescriptor() {
     }
 }
 
-// fdinfo tells the mode in which the descriptor was opened (proc(5)); stat on a pipe does not.
+// fdinfo has the mode in which the descriptor was opened (proc(5)); stat of a pipe does not.
 static void AddPipe(const std::string& process, const std::string& name, unsigned long inode, ProcInfo& info) {
     const std::string flags = DetectShellUtil::ParseFromFile(process + "/fdinfo/" + name, "flags:", "%*s%s");
     if (flags.empty()) {
@@ -47,8 +47,8 @@ static void AddPipe(const std::string& process, const std::string& name, unsigne
     }
 }
 
-// The low 8 bits of a device number are taken as its minor and the rest as its major. That is exact for the numbers
-// sought here; a pty slave numbered 256 or above counts as no pty.
+// Takes the low 8 bits of a device number as the minor and the rest as the major. This is exact for the numbers
+// compared here. A pty slave with a number of 256 or above does not count as a pty.
 static void NoteTerminal(dev_t device, ProcInfo& info) {
     const unsigned long long minor = device & 0xFF;
     const unsigned long long major = static_cast<unsigned long long>(device) >> 8;

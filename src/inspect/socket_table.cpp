@@ -14,8 +14,7 @@ using Trace::Test;
 static constexpr int sshPort = 22;
 static constexpr unsigned int quickRefreshWaitSeconds = 2;
 
-// Held for a whole refresh, so that two of them do not meet. It guards the two values below, and look-ups do not take
-// it.
+// Held during a whole refresh, so that refreshes do not overlap. Guards the two values below. Look-ups do not take it.
 static std::mutex refreshLock;
 static std::map<unsigned long, SocketInfo> socketSnapshot;
 static long lastSocketRefresh = 0;
@@ -65,7 +64,7 @@ static bool IsAbnormalSince(const SocketInfo& info, long since) {
            Trace::Result(Test::socketIsNew, 0, info.firstSeen >= since, {.inode = info.inode});
 }
 
-// Looks the socket up in tables that are read again for it; false without a look if they have been already.
+// Reads the tables again and looks the socket up. Returns false without reading if they have been read before.
 static bool FindInRefreshedTable(unsigned long inode, SocketInfo& info, bool& refreshed) {
     if (refreshed) {
         return false;
@@ -92,7 +91,7 @@ bool IsAbnormalInodeByFlag(unsigned long inode, SocketInfo& info, long since, bo
         if (IsAbnormalSince(info, since)) {
             return true;
         }
-        // Another look cannot make an established socket abnormal.
+        // Reading again cannot make an established socket abnormal.
         if (info.state == tcpEstablished) {
             return false;
         }

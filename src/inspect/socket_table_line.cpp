@@ -13,14 +13,14 @@ static constexpr char logSource[] = "detect_shell";
 static constexpr int sctpTable = 8;
 static constexpr size_t addressSize = 1024;
 
-// The last digits of an IPv6 address are all that a word can hold, and words have 32 or 64 bits: only the last 32 bits
-// count, so that both see the same.
+// A word holds only the last digits of an IPv6 address. Only its last 32 bits are used, so that hosts with words of 32
+// and of 64 bits get the same result.
 static unsigned long LastWord(unsigned long address) {
     const unsigned long last = address & 0xFFFFFFFFUL;
     return last == 0 && address != 0 ? 1 : last;
 }
 
-// Whether a line's two addresses, the fields behind its number, differ. Both are hexadecimal digits up to a colon.
+// True if the two addresses of a line differ: the fields after its number, hexadecimal digits up to a colon.
 static bool AddressesDiffer(const std::string& line) {
     const std::vector<std::string> fields = TavUtils::StringProcess::StrSplit(line, " ", false);
     return fields.size() > 2 && fields[1].substr(0, fields[1].find(':')) != fields[2].substr(0, fields[2].find(':'));
@@ -50,7 +50,7 @@ static std::optional<SocketInfo> ParseInternetLine(const std::string& line, int 
     return info;
 }
 
-// False, with a log line, if the text is no IPv4 address.
+// Returns false and logs a line if the text is not an IPv4 address.
 static bool ParseAddress(const char* text, unsigned long& address) {
     in_addr parsed{};
     if (inet_aton(text, &parsed) == 0) {

@@ -67,7 +67,7 @@ static void ReadTable(FILE* file, int type, const SocketMap& known, SocketMap& f
     }
 }
 
-// All sockets that are new in one read are as old as the end of that read.
+// All new sockets of a read get the time at the end of the read.
 static void StampNewSockets(SocketMap& fresh) {
     const long now = static_cast<long>(time(nullptr));
     for (auto& [inode, info] : fresh) {
@@ -91,7 +91,7 @@ void ReadSocketTables(const SocketMap& known) {
         Pause(tablePauseMicroseconds);
     }
     StampNewSockets(fresh);
-    // The old contents are freed with fresh, once the lock is released.
+    // The old contents are freed with fresh, after the lock is released.
     const std::lock_guard guard(socketTableLock);
     socketTable.swap(fresh);
 }

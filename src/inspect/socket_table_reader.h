@@ -5,7 +5,8 @@
 
 #include "inspect/socket_table.h"
 
-// Reads all tables and swaps the result in as socketTable, partial if the module is being stopped. A socket that known
-// has with the same state, addresses and peer keeps its firstSeen; any other gets the time at the end of the read.
-// At most 50,000 sockets, and one more for each table that is left. Called by RefreshSocketTable alone.
+// Reads all tables and makes the result the new socketTable; it is incomplete if the module is being stopped. A socket
+// that is in known with the same state, addresses and remote port keeps that entry; any other gets the time at the end
+// of the read as firstSeen. Once there are more than 50,000 sockets, the rest of the table and all but the first socket
+// of each later table are ignored. Called by RefreshSocketTable only.
 void ReadSocketTables(const std::map<unsigned long, SocketInfo>& known);
