@@ -32,7 +32,7 @@ void FileSink::Write(std::string_view line) {
     const bool firstLoss = lost_ == lostBeforeFailure_;
     lost_ += pending_.Trim(frontWritten_ != 0);
     if (firstLoss && lost_ != lostBeforeFailure_) {
-        LogWarning("no more events can be kept for %s; the oldest are dropped from now on", path_.c_str());
+        LogWarning("too many events are waiting for %s, dropping the oldest; make the file writable", path_.c_str());
     }
 }
 
@@ -55,14 +55,14 @@ uint64_t FileSink::Finish() {
     lost_ += pending_.Size();
     pending_.Clear();
     if (lost_ != 0) {
-        LogError("%s events were lost because %s could not be written: %s", std::to_string(lost_).c_str(),
-                 path_.c_str(), ErrorText(lastError_).c_str());
+        LogError("events lost: %s, because %s could not be written: %s", std::to_string(lost_).c_str(), path_.c_str(),
+                 ErrorText(lastError_).c_str());
     }
     return lost_;
 }
 
 int FileSink::Open() {
-    // Non-blocking, so that a FIFO put at the path cannot hold the opener; readable, so that the last byte can be seen.
+    // O_NONBLOCK: opening a FIFO at this path must not block. O_RDWR: PrepareLineStart reads the last byte.
     Descriptor opened(::open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode));
     if (!opened.IsOpen()) {
         return errno;
@@ -89,7 +89,7 @@ int FileSink::FollowPath() {
     return Open();
 }
 
-// Makes sure that what is written next begins a line, or goes on with the one that broke off there.
+// Makes the next write start a new line, or complete the line that was cut off at the end of this file.
 int FileSink::PrepareLineStart() {
     if (atLineStart_) {
         return 0;
@@ -163,7 +163,7 @@ void FileSink::NoteFailure(int error) {
     failed_ = true;
     keptSinceFailure_ = 0;
     lostBeforeFailure_ = lost_;
-    LogError("events cannot be written to %s: %s; up to %zu of them are kept and tried again", path_.c_str(),
+    LogError("cannot write events to %s: %s; keeping up to %zu events and retrying", path_.c_str(),
              error == EINVAL ? "it is not a regular file" : ErrorText(error).c_str(), PendingLines::maxLines);
 }
 
@@ -173,7 +173,7 @@ void FileSink::NoteSuccess() {
     }
     failed_ = false;
     const uint64_t lost = lost_ - lostBeforeFailure_;
-    LogWarning("events are written to %s again; %s were kept and written, %s were lost", path_.c_str(),
+    LogWarning("writing events to %s again; %s delayed events were written, %s were lost", path_.c_str(),
                std::to_string(keptSinceFailure_ - lost).c_str(), std::to_string(lost).c_str());
 }
 

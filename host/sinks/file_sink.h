@@ -1,4 +1,4 @@
-// Events in a file, one line each.
+// Writes events to a file, one per line.
 #pragma once
 
 #include <sys/types.h>
@@ -13,9 +13,9 @@
 
 namespace Host {
 
-// Follows the path: when the file is moved away or deleted, the next event goes to a new one. What cannot be written is
-// kept within the bounds of PendingLines and tried again in order. The log says so once when that begins and once when
-// it is over.
+// Follows the path: after the file is moved or deleted, the next event goes to a new file. Lines that cannot be written
+// are queued within the limits of PendingLines and retried in order. The start and the end of such a failure are logged
+// once each.
 class FileSink : public Sink {
 public:
     explicit FileSink(std::string path);
@@ -32,7 +32,7 @@ private:
         bool operator==(const Identity&) const = default;
     };
 
-    int Open();  // the operations that return int return an errno, 0 for success
+    int Open();  // functions that return int return an errno, 0 for success
     int FollowPath();
     int PrepareLineStart();
     int WriteFront();
@@ -46,9 +46,9 @@ private:
     bool atLineStart_ = false;
 
     PendingLines pending_;
-    size_t frontWritten_ = 0;  // bytes of the first pending line that stand at the end of cutFile_
+    size_t frontWritten_ = 0;  // bytes of the first pending line that are already at the end of cutFile_
     Identity cutFile_;
-    off_t cutSize_ = 0;  // of cutFile_ after those bytes
+    off_t cutSize_ = 0;  // size of cutFile_ with those bytes
 
     bool failed_ = false;
     int lastError_ = 0;

@@ -1,4 +1,4 @@
-// Lines that wait to be written, oldest first.
+// Lines that are waiting to be written, oldest first.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace Host {
 
-// Not for use by two threads at once.
+// For one thread at a time.
 class PendingLines {
 public:
     static constexpr size_t maxLines = 10000;
@@ -21,8 +21,8 @@ public:
     void Pop();
     void Clear();
 
-    // Drops the oldest lines until the bounds hold and returns how many there were. With keepFront the first one stays
-    // whatever its size, because a part of it has been written already.
+    // Drops the oldest lines until both limits hold and returns the number dropped. With keepFront the first line is
+    // kept whatever its size, because part of it is already written.
     uint64_t Trim(bool keepFront);
 
 private:

@@ -1,5 +1,5 @@
-// One place that events go to. All operations are called on the event queue's writer thread; Finish
-// may also be called by another thread once that one has ended.
+// A destination for events. All functions are called on the event queue's writer thread. After that thread has ended,
+// another thread may call Finish.
 #pragma once
 
 #include <cstdint>
@@ -14,16 +14,16 @@ public:
     Sink(const Sink&) = delete;
     Sink& operator=(const Sink&) = delete;
 
-    // Writes one event; line has no line end. Never fails towards the caller.
+    // Writes one event; line has no line end. Failures are logged and counted, not reported to the caller.
     virtual void Write(std::string_view line) = 0;
 
-    // Tries again what could not be written; true while some of it is still left.
+    // Retries pending events. True if some are still pending.
     virtual bool Retry() = 0;
 
-    // Closes the open file and opens the path again.
+    // Closes the file and opens its path again.
     virtual void Reopen() = 0;
 
-    // Tries once more what could not be written, then drops it. Returns how many events the sink has lost in its life.
+    // Retries pending events once, then drops them. Returns the number of events that this sink has lost in total.
     virtual uint64_t Finish() = 0;
 };
 

@@ -27,7 +27,7 @@ void SinkSet::Configure(const std::vector<SinkSpec>& specs) {
         });
         wanted.push_back(Entry{spec, open != entries_.end() ? std::move(open->sink) : nullptr});
     }
-    // The old ones first, so that what one of them still writes comes before the events of its successor.
+    // Finish the removed sinks first: their pending lines must precede the events of a new sink on the same file.
     Finish();
     for (Entry& entry : wanted) {
         if (entry.sink == nullptr) {

@@ -11,13 +11,14 @@
 
 namespace Host {
 
-// All operations as in Sink: on the event queue's writer thread, Finish also after its end.
+// Threads as in Sink.
 class SinkSet {
 public:
-    // Opens the sinks of specs. One that was open already stays, with what it keeps; those not named are finished.
+    // Opens the sinks in specs. A sink that is already open is kept, with its pending lines. Sinks that are not in
+    // specs are finished.
     void Configure(const std::vector<SinkSpec>& specs);
 
-    // line goes to every sink as one line: a line break in it, which JSON allows between its tokens, becomes a blank.
+    // Writes line to every sink. JSON allows line breaks between tokens; each becomes a space.
     void Write(std::string_view line);
 
     bool Retry();

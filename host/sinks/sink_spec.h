@@ -1,4 +1,4 @@
-// What a configuration says of one sink.
+// One sink of the configuration.
 #pragma once
 
 #include <string>

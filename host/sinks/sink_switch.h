@@ -1,4 +1,4 @@
-// Changes the sinks of a running event queue without waiting for a write in progress.
+// Changes the sinks of a running event queue without blocking on a write in progress.
 #pragma once
 
 #include <cstdint>
@@ -14,17 +14,17 @@ namespace Host {
 
 class SinkSwitch {
 public:
-    // Asks for other sinks, or for the files of those in use to be opened again. It happens on the writer thread at its
-    // next Write or Tend. Any thread.
+    // Request new sinks, or that the files of the current sinks are reopened. The writer thread does this in its next
+    // Write or Tend. Any thread.
     void RequestSinks(std::vector<SinkSpec> specs);
     void RequestReopen();
 
-    // What the event queue's writer thread calls: one event; what is to be done besides, true while lines are pending.
+    // Writer thread only. Tend handles requests and retries pending lines; true if some are still pending.
     void Write(std::string_view line);
     bool Tend();
 
-    // Tries pending lines once more and closes the sinks. Returns how many events they have lost. After the writer
-    // thread's end.
+    // Retries pending lines once and closes the sinks. Returns the number of lost events. After the writer thread has
+    // ended.
     uint64_t Finish();
 
 private:
@@ -34,7 +34,7 @@ private:
     std::optional<std::vector<SinkSpec>> wantedSinks_;
     bool reopenWanted_ = false;
 
-    SinkSet sinks_;  // the writer thread's alone
+    SinkSet sinks_;  // writer thread only
 };
 
 }  // namespace Host

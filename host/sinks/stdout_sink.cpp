@@ -25,7 +25,7 @@ void StdoutSink::Write(std::string_view line) {
         if (!failed_) {
             failed_ = true;
             lostBeforeFailure_ = lost_;
-            LogError("events cannot be written to standard output: %s; they are dropped until that changes",
+            LogError("cannot write events to standard output: %s; dropping events until writing works again",
                      ErrorText(result.error).c_str());
         }
         ++lost_;
@@ -33,14 +33,14 @@ void StdoutSink::Write(std::string_view line) {
     }
     if (failed_) {
         failed_ = false;
-        LogWarning("events are written to standard output again; %s were lost",
+        LogWarning("writing events to standard output again; %s were lost",
                    std::to_string(lost_ - lostBeforeFailure_).c_str());
     }
 }
 
 uint64_t StdoutSink::Finish() {
     if (lost_ != 0) {
-        LogError("%s events were lost because standard output could not be written", std::to_string(lost_).c_str());
+        LogError("events lost: %s, because standard output could not be written", std::to_string(lost_).c_str());
     }
     return lost_;
 }

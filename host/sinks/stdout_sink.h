@@ -1,4 +1,4 @@
-// Events on standard output, one line each.
+// Writes events to standard output, one per line.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace Host {
 
-// Events that nobody takes are dropped and counted: a reader that left a pipe does not come back for the old ones. The
-// log says so once when it begins and once when it is over.
+// Drops and counts the events that it cannot write: a new reader of a pipe does not expect old events. The start and the
+// end of a failure are logged once each.
 class StdoutSink : public Sink {
 public:
     explicit StdoutSink(int fd = 1);
@@ -22,7 +22,7 @@ public:
 private:
     const int fd_;
     bool failed_ = false;
-    bool midLine_ = false;  // the last event broke off within its line
+    bool midLine_ = false;  // the last event was cut off within its line
     uint64_t lost_ = 0;
     uint64_t lostBeforeFailure_ = 0;
 };

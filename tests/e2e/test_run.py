@@ -165,7 +165,7 @@ def test_shell_from_after_the_start_is_found_in_the_first_pass(steady, late_shel
 def test_closed_standard_output_is_told_and_does_not_end_the_agent(host, unread, early_shell):
     file = host.directory / "unread.events"
     wait_until(lambda: early_shell.pid in pids_in(file), "the event is in the file", FIRST_PASS_LIMIT)
-    unread.wait_for_log("events cannot be written to standard output: Broken pipe")
+    unread.wait_for_log("cannot write events to standard output: Broken pipe")
     assert unread.runs()
     status, seconds = unread.end()
     assert (status, seconds < scaled(END_LIMIT)) == (0, True)
@@ -226,7 +226,7 @@ def test_file_that_cannot_be_written_is_told_and_does_not_end_the_agent(host):
     missing = host.directory / "missing/events"
     config = {"events": {"sinks": [{"type": "file", "path": str(missing)}, {"type": "stdout"}]}}
     agent = host.start_agent("unwritable", config)
-    agent.wait_for_log(rf"events cannot be written to {re.escape(str(missing))}: No such file or directory")
+    agent.wait_for_log(rf"cannot write events to {re.escape(str(missing))}: No such file or directory")
     missing.parent.mkdir()
     agent.send_signal(signal.SIGHUP)
     wait_until(missing.exists, "the file is opened when its directory is there")
@@ -238,7 +238,7 @@ def test_something_else_in_place_of_a_file_is_told_and_does_not_end_the_agent(ho
     make(tmp_path / "events")
     config = {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}, {"type": "stdout"}]}}
     agent = host.start_agent(make.__name__, config)
-    agent.wait_for_log(rf"events cannot be written to {re.escape(str(tmp_path / 'events'))}: {told}")
+    agent.wait_for_log(rf"cannot write events to {re.escape(str(tmp_path / 'events'))}: {told}")
     assert agent.end()[0] == 0
 
 

@@ -24,7 +24,7 @@ std::string Logged(const std::function<void()>& calls) {
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(FileSink, AppendsOneLineAnEvent) {
+TEST(FileSink, AppendsOneLinePerEvent) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("events"), "before\n");
     Host::FileSink sink(directory.Path("events"));
@@ -35,7 +35,7 @@ TEST(FileSink, AppendsOneLineAnEvent) {
     EXPECT_EQ(sink.Finish(), 0U);
 }
 
-TEST(FileSink, FileIsMadeAtOnceAndNotForEveryone) {
+TEST(FileSink, CreatesTheFileAtOnceWithMode0640) {
     const TemporaryDirectory directory;
     const mode_t before = ::umask(0);
     const Host::FileSink sink(directory.Path("events"));
@@ -45,7 +45,7 @@ TEST(FileSink, FileIsMadeAtOnceAndNotForEveryone) {
     EXPECT_EQ(status.st_mode & 07777U, 0640U);
 }
 
-TEST(FileSink, HalfALineFromEarlierIsEndedFirst) {
+TEST(FileSink, EndsAnUnfinishedLineBeforeTheFirstEvent) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("events"), "{\"cut");
     Host::FileSink sink(directory.Path("events"));
@@ -53,7 +53,7 @@ TEST(FileSink, HalfALineFromEarlierIsEndedFirst) {
     EXPECT_EQ(FileText(directory.Path("events")), "{\"cut\n{1}\n");
 }
 
-TEST(FileSink, MovedFileIsLeftForANewOne) {
+TEST(FileSink, StartsANewFileAfterTheOldOneIsMoved) {
     const TemporaryDirectory directory;
     Host::FileSink sink(directory.Path("events"));
     sink.Write("{1}");
@@ -63,7 +63,7 @@ TEST(FileSink, MovedFileIsLeftForANewOne) {
     EXPECT_EQ(FileText(directory.Path("events")), "{2}\n");
 }
 
-TEST(FileSink, DeletedFileIsMadeAnew) {
+TEST(FileSink, CreatesADeletedFileAgain) {
     const TemporaryDirectory directory;
     Host::FileSink sink(directory.Path("events"));
     sink.Write("{1}");
@@ -72,7 +72,7 @@ TEST(FileSink, DeletedFileIsMadeAnew) {
     EXPECT_EQ(FileText(directory.Path("events")), "{2}\n");
 }
 
-TEST(FileSink, FilePutInItsPlaceIsTaken) {
+TEST(FileSink, AppendsToAFileThatReplacesTheOldOne) {
     const TemporaryDirectory directory;
     Host::FileSink sink(directory.Path("events"));
     sink.Write("{1}");
@@ -82,7 +82,7 @@ TEST(FileSink, FilePutInItsPlaceIsTaken) {
     EXPECT_EQ(FileText(directory.Path("events")), "other\n{2}\n");
 }
 
-TEST(FileSink, ReopenMakesAMissingFile) {
+TEST(FileSink, ReopenCreatesAMissingFile) {
     const TemporaryDirectory directory;
     Host::FileSink sink(directory.Path("events"));
     std::filesystem::remove(directory.Path("events"));
@@ -90,7 +90,7 @@ TEST(FileSink, ReopenMakesAMissingFile) {
     EXPECT_TRUE(std::filesystem::exists(directory.Path("events")));
 }
 
-TEST(FileSink, VanishedDirectoryIsToldOnceAndNothingIsLost) {
+TEST(FileSink, LogsAMissingDirectoryOnceAndLosesNothing) {
     const TemporaryDirectory directory;
     const std::string home = directory.Path("logs");
     std::filesystem::create_directory(home);
@@ -104,17 +104,17 @@ TEST(FileSink, VanishedDirectoryIsToldOnceAndNothingIsLost) {
         EXPECT_TRUE(sink.Retry());
     });
     EXPECT_EQ(LineCount(entering), 1U) << entering;
-    EXPECT_THAT(entering, HasSubstr("events cannot be written to " + home + "/events: No such file or directory"));
+    EXPECT_THAT(entering, HasSubstr("cannot write events to " + home + "/events: No such file or directory; keeping"));
 
     std::filesystem::create_directory(home);
     const std::string leaving = Logged([&] { EXPECT_FALSE(sink.Retry()); });
     EXPECT_EQ(LineCount(leaving), 1U) << leaving;
-    EXPECT_THAT(leaving, HasSubstr("are written to " + home + "/events again; 2 were kept and written, 0 were lost"));
+    EXPECT_THAT(leaving, HasSubstr("writing events to " + home + "/events again; 2 delayed events were written, 0 "));
     EXPECT_EQ(FileText(home + "/events"), "{2}\n{3}\n");
     EXPECT_EQ(FileText(directory.Path("gone/events")), "{1}\n");
 }
 
-TEST(FileSink, KeptLinesGoBeforeTheNextEvent) {
+TEST(FileSink, WritesPendingLinesBeforeTheNextEvent) {
     const TemporaryDirectory directory;
     const std::string home = directory.Path("logs");
     Logged([&] {
@@ -138,14 +138,14 @@ TEST(FileSink, KeepsTheNewestTenThousandLines) {
         EXPECT_FALSE(sink.Retry());
         EXPECT_EQ(sink.Finish(), 3U);
     });
-    EXPECT_THAT(log, HasSubstr("no more events can be kept"));
-    EXPECT_THAT(log, HasSubstr("10000 were kept and written, 3 were lost"));
+    EXPECT_THAT(log, HasSubstr("too many events are waiting for " + home + "/events"));
+    EXPECT_THAT(log, HasSubstr("10000 delayed events were written, 3 were lost"));
     const std::string text = FileText(home + "/events");
     EXPECT_EQ(LineCount(text), Host::PendingLines::maxLines);
     EXPECT_EQ(text.substr(0, 4), "3\n4\n");
 }
 
-TEST(FileSink, KeepsNoMoreThanSixteenMebibytes) {
+TEST(FileSink, KeepsAtMostSixteenMebibytes) {
     const TemporaryDirectory directory;
     const std::string home = directory.Path("logs");
     Logged([&] {
@@ -161,7 +161,7 @@ TEST(FileSink, KeepsNoMoreThanSixteenMebibytes) {
     EXPECT_EQ(std::filesystem::file_size(home + "/events"), Host::PendingLines::maxBytes);
 }
 
-TEST(FileSink, WhatIsLeftAtTheEndIsTriedOnceMoreAndCounted) {
+TEST(FileSink, FinishCountsAndLogsEventsThatStillCannotBeWritten) {
     const TemporaryDirectory directory;
     const std::string log = Logged([&] {
         Host::FileSink sink(directory.Path("logs/events"));
@@ -169,10 +169,10 @@ TEST(FileSink, WhatIsLeftAtTheEndIsTriedOnceMoreAndCounted) {
         sink.Write("{2}");
         EXPECT_EQ(sink.Finish(), 2U);
     });
-    EXPECT_THAT(log, HasSubstr("2 events were lost because " + directory.Path("logs/events")));
+    EXPECT_THAT(log, HasSubstr("events lost: 2, because " + directory.Path("logs/events")));
 }
 
-TEST(FileSink, FullDeviceIsToldOnceAndKeepsLines) {
+TEST(FileSink, LogsAFullDeviceOnceAndKeepsLines) {
     const std::string log = Logged([] {
         Host::FileSink sink("/dev/full");
         sink.Write("{1}");
@@ -186,7 +186,7 @@ TEST(FileSink, FullDeviceIsToldOnceAndKeepsLines) {
     EXPECT_THAT(log, HasSubstr("No space left on device"));
 }
 
-TEST(FileSink, FifoIsRefusedWithoutWaitingForItsOtherEnd) {
+TEST(FileSink, RefusesAFifoWithoutBlocking) {
     const TemporaryDirectory directory;
     ASSERT_EQ(::mkfifo(directory.Path("fifo").c_str(), 0600), 0);
     const std::string log = Logged([&] {
@@ -197,7 +197,7 @@ TEST(FileSink, FifoIsRefusedWithoutWaitingForItsOtherEnd) {
     EXPECT_THAT(log, HasSubstr("it is not a regular file"));
 }
 
-TEST(FileSink, HealthySinkLogsNothing) {
+TEST(FileSink, LogsNothingWhileWritingWorks) {
     const TemporaryDirectory directory;
     EXPECT_EQ(Logged([&] {
                   Host::FileSink sink(directory.Path("events"));

@@ -16,9 +16,9 @@ namespace {
 
 constexpr size_t diskBytes = 65536;
 constexpr size_t fillerBytes = diskBytes - 4096;
-const std::string longLine(6000, 'a');  // more than the one page that the filler leaves
+const std::string longLine(6000, 'a');  // longer than the page that the filler leaves free
 
-// A disk of 64 KiB with one page left, seen by the test's thread alone; it goes with that thread.
+// A disk of 64 KiB with one page free. Only the test's thread sees it, and it disappears with that thread.
 class FullDisk : public testing::Test {
 protected:
     void OnFullDisk(const std::function<void(const std::string& disk)>& body) {
@@ -28,7 +28,7 @@ protected:
         std::thread([&] {
             if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
                 ::mount("tmpfs", directory.Path().c_str(), "tmpfs", 0, "size=64k") != 0) {
-                missingRight = std::string("CAP_SYS_ADMIN (mount in an own namespace): ") + std::strerror(errno);
+                missingRight = std::string("CAP_SYS_ADMIN (mount in a namespace): ") + std::strerror(errno);
                 return;
             }
             WriteFile(directory.Path("filler"), std::string(fillerBytes, 'f'));
@@ -43,7 +43,7 @@ protected:
     std::string log_;
 };
 
-TEST_F(FullDisk, CutLineIsCompletedWhenThereIsRoomAgain) {
+TEST_F(FullDisk, CompletesACutLineOnceThereIsRoom) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         sink.Write("{1}");
@@ -59,7 +59,7 @@ TEST_F(FullDisk, CutLineIsCompletedWhenThereIsRoomAgain) {
     });
 }
 
-TEST_F(FullDisk, CutLineIsCompletedAfterReopen) {
+TEST_F(FullDisk, CompletesACutLineAfterReopen) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         sink.Write(longLine);
@@ -69,7 +69,7 @@ TEST_F(FullDisk, CutLineIsCompletedAfterReopen) {
     });
 }
 
-TEST_F(FullDisk, CutLineIsWholeInTheNextFile) {
+TEST_F(FullDisk, WritesACutLineAgainToANewFile) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         sink.Write(longLine);
@@ -80,7 +80,7 @@ TEST_F(FullDisk, CutLineIsWholeInTheNextFile) {
     });
 }
 
-TEST_F(FullDisk, CutLineIsWholeAfterTheFileWasEmptied) {
+TEST_F(FullDisk, WritesACutLineAgainAfterTheFileIsTruncated) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         sink.Write(longLine);
@@ -91,7 +91,7 @@ TEST_F(FullDisk, CutLineIsWholeAfterTheFileWasEmptied) {
     });
 }
 
-TEST_F(FullDisk, CutLineIsEndedWhenSomethingElseWasAppended) {
+TEST_F(FullDisk, EndsACutLineIfTheFileChangedSince) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         sink.Write(longLine);
@@ -102,7 +102,7 @@ TEST_F(FullDisk, CutLineIsEndedWhenSomethingElseWasAppended) {
     });
 }
 
-TEST_F(FullDisk, IsToldOnceOnEnteringAndOnceOnLeaving) {
+TEST_F(FullDisk, LogsTheStartAndTheEndOfAFailureOnce) {
     OnFullDisk([](const std::string& disk) {
         Host::FileSink sink(disk + "/events");
         for (int i = 0; i < 5; ++i) {
@@ -114,7 +114,7 @@ TEST_F(FullDisk, IsToldOnceOnEnteringAndOnceOnLeaving) {
     if (!IsSkipped()) {
         EXPECT_EQ(std::count(log_.begin(), log_.end(), '\n'), 2) << log_;
         EXPECT_NE(log_.find("No space left on device"), std::string::npos) << log_;
-        EXPECT_NE(log_.find("again; 5 were kept and written, 0 were lost"), std::string::npos) << log_;
+        EXPECT_NE(log_.find("again; 5 delayed events were written, 0 were lost"), std::string::npos) << log_;
     }
 }
 

@@ -14,7 +14,7 @@ Host::SinkSpec File(const std::string& path) {
     return Host::SinkSpec{Host::SinkType::file, path};
 }
 
-TEST(SinkSet, EventGoesToEverySink) {
+TEST(SinkSet, WritesAnEventToEverySink) {
     const TemporaryDirectory directory;
     Host::SinkSet sinks;
     sinks.Configure({File(directory.Path("a")), Host::SinkSpec{}, File(directory.Path("b"))});
@@ -25,7 +25,7 @@ TEST(SinkSet, EventGoesToEverySink) {
     EXPECT_EQ(FileText(directory.Path("b")), "{1}\n");
 }
 
-TEST(SinkSet, LineBreaksWithinAnEventBecomeBlanks) {
+TEST(SinkSet, ReplacesLineBreaksInAnEventBySpaces) {
     const TemporaryDirectory directory;
     Host::SinkSet sinks;
     sinks.Configure({File(directory.Path("a"))});
@@ -33,7 +33,7 @@ TEST(SinkSet, LineBreaksWithinAnEventBecomeBlanks) {
     EXPECT_EQ(FileText(directory.Path("a")), "{ \"a\": 1} \n");
 }
 
-TEST(SinkSet, ReconfiguredSinkKeepsItsPendingLines) {
+TEST(SinkSet, KeepsPendingLinesOfASinkThatStaysConfigured) {
     const TemporaryDirectory directory;
     Host::SinkSet sinks;
     testing::internal::CaptureStderr();
@@ -47,18 +47,18 @@ TEST(SinkSet, ReconfiguredSinkKeepsItsPendingLines) {
     EXPECT_EQ(FileText(directory.Path("gone/a")), "{1}\n");
 }
 
-TEST(SinkSet, SinkThatIsGivenUpTellsItsLosses) {
+TEST(SinkSet, LogsTheLossesOfARemovedSink) {
     const TemporaryDirectory directory;
     Host::SinkSet sinks;
     testing::internal::CaptureStderr();
     sinks.Configure({File(directory.Path("gone/a"))});
     sinks.Write("{1}");
     sinks.Configure({File(directory.Path("b"))});
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("1 events were lost"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("events lost: 1, because"));
     EXPECT_FALSE(sinks.Retry());
 }
 
-TEST(SinkSet, SameSinkTwiceWritesTwice) {
+TEST(SinkSet, WritesTwiceToASinkThatIsListedTwice) {
     const TemporaryDirectory directory;
     Host::SinkSet sinks;
     sinks.Configure({File(directory.Path("a"))});
@@ -67,7 +67,7 @@ TEST(SinkSet, SameSinkTwiceWritesTwice) {
     EXPECT_EQ(FileText(directory.Path("a")), "{1}\n{1}\n");
 }
 
-TEST(SinkSwitch, RequestsTakeEffectAtTheNextEventOrTend) {
+TEST(SinkSwitch, HandlesRequestsAtTheNextWriteOrTend) {
     const TemporaryDirectory directory;
     Host::SinkSwitch sinks;
     sinks.RequestSinks({File(directory.Path("a"))});

@@ -51,7 +51,7 @@ private:
     void (*before_)(int) = nullptr;
 };
 
-TEST_F(StdoutSink, WritesOneLineAnEvent) {
+TEST_F(StdoutSink, WritesOneLinePerEvent) {
     Pipe pipe;
     Host::StdoutSink sink(pipe.writeEnd.Get());
     sink.Write("{1}");
@@ -75,7 +75,7 @@ TEST_F(StdoutSink, WaitsForRoomInANonBlockingPipe) {
     EXPECT_EQ(sink.Finish(), 0U);
 }
 
-TEST_F(StdoutSink, ClosedReaderIsToldOnceAndLosesAreCounted) {
+TEST_F(StdoutSink, LogsAClosedReaderOnceAndCountsLosses) {
     Pipe pipe;
     pipe.readEnd.Close();
     Host::StdoutSink sink(pipe.writeEnd.Get());
@@ -87,10 +87,10 @@ TEST_F(StdoutSink, ClosedReaderIsToldOnceAndLosesAreCounted) {
     EXPECT_THAT(log, HasSubstr("Broken pipe"));
     testing::internal::CaptureStderr();
     EXPECT_EQ(sink.Finish(), 2U);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("2 events were lost"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("events lost: 2, because"));
 }
 
-TEST_F(StdoutSink, LineThatBrokeOffIsEndedForTheNextReader) {
+TEST_F(StdoutSink, EndsACutLineForTheNextReader) {
     char path[] = "/tmp/orlim-test-XXXXXX";
     ASSERT_NE(::mkdtemp(path), nullptr);
     const std::string fifo = std::string(path) + "/fifo";
@@ -98,7 +98,7 @@ TEST_F(StdoutSink, LineThatBrokeOffIsEndedForTheNextReader) {
     Host::Descriptor reader(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     const Host::Descriptor writer(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
     ::unlink(fifo.c_str());
-    // Opened anew through its descriptor, since the name is gone.
+    // The name is gone, so the next reader opens the FIFO through this descriptor.
     const std::string again = "/proc/self/fd/" + std::to_string(writer.Get());
     ::rmdir(path);
     Host::StdoutSink sink(writer.Get());
@@ -112,12 +112,12 @@ TEST_F(StdoutSink, LineThatBrokeOffIsEndedForTheNextReader) {
     reader.Close();
     writing.join();
     const Host::Descriptor next(::open(again.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    // What the first reader left behind fills the pipe.
+    // The data that the first reader left fills the pipe.
     const std::string remains = ReadToEnd(next.Get());
     sink.Write("{2}");
     const std::string log = testing::internal::GetCapturedStderr();
 
-    EXPECT_THAT(log, HasSubstr("are written to standard output again; 1 were lost"));
+    EXPECT_THAT(log, HasSubstr("writing events to standard output again; 1 were lost"));
     EXPECT_EQ(remains.find_first_not_of('x'), std::string::npos);
     EXPECT_EQ(ReadToEnd(next.Get()), "\n{2}\n");
 }
