@@ -51,7 +51,7 @@ SinkSpec ReadSink(const Section& section) {
     const std::string text = path != nullptr && path->is_string() ? path->get<std::string>() : "";
     if (text.empty() || text.front() != '/' || text.back() == '/' || text.find('\0') != std::string::npos) {
         throw ConfigError(MemberPath(section.Path(), "path"), path == nullptr ? "nothing" : ShowValue(*path),
-                          "the absolute path of a file", "Write the whole path, beginning with \"/\".");
+                          "the absolute path of a file", "Write the full path, starting with \"/\".");
     }
     return SinkSpec{SinkType::file, text};
 }
@@ -64,7 +64,7 @@ void ReadSinks(const Section& events, AgentConfig& config) {
     const std::string path = MemberPath(events.Path(), "sinks");
     if (!sinks->is_array() || sinks->empty() || sinks->size() > maxSinks) {
         throw ConfigError(path, sinks->is_array() ? std::to_string(sinks->size()) + " sinks" : ShowValue(*sinks),
-                          "an array of 1 to 16 sinks", "Write for example [{\"type\":\"stdout\"}].");
+                          "an array of 1 to 16 sinks", "For example, write [{\"type\":\"stdout\"}].");
     }
     config.sinks.clear();
     for (size_t i = 0; i < sinks->size(); ++i) {
@@ -90,7 +90,7 @@ void ReadLog(const Section& section, AgentConfig& config) {
     const Json* target = section.Find("target");
     if (target != nullptr && *target != "stderr") {
         throw ConfigError(MemberPath(section.Path(), "target"), ShowValue(*target), "\"stderr\"",
-                          "Direct standard error to where the log is wanted.");
+                          "To log elsewhere, redirect standard error.");
     }
 }
 
@@ -117,21 +117,21 @@ bool ReadText(const std::string& file, std::string& text, std::string& error) {
     const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!opened.IsOpen() || ::fstat(opened.Get(), &status) != 0) {
-        error = file + ": cannot be opened: " + ErrorText(errno) + ". Name an existing configuration file that this " +
-                "user may read.";
+        error = file + ": cannot open the file: " + ErrorText(errno) + ". Name an existing configuration file that " +
+                "this user may read.";
         return false;
     }
     if (!S_ISREG(status.st_mode)) {
-        error = file + ": found something that is not a regular file, expected a file with JSON in it. Name that.";
+        error = file + ": expected a regular file, found something else. Name a file that contains JSON.";
         return false;
     }
     const int readError = ReadUpTo(opened, maxFileBytes + 1, text);
     if (readError != 0) {
-        error = file + ": cannot be read: " + ErrorText(readError) + ". Check the file and the disk it is on.";
+        error = file + ": cannot read the file: " + ErrorText(readError) + ". Check the file and its disk.";
         return false;
     }
     if (text.size() > maxFileBytes) {
-        error = file + ": found more than 1 MiB, expected at most 1 MiB. Name a configuration file, or shorten it.";
+        error = file + ": expected at most 1 MiB, found more. Name a configuration file, or shorten this one.";
         return false;
     }
     return true;

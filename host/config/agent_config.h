@@ -12,28 +12,28 @@
 
 namespace Host {
 
-// The values in force without a configuration file.
+// A new object holds the defaults, which apply without a configuration file.
 struct AgentConfig {
     AgentConfig();
 
-    // The folder of the agent's list of shells; empty if the settings name none.
+    // The directory of the agent's list of shells; empty if the settings do not name one.
     std::string ShellListFolder() const;
 
-    std::string moduleText;                       // JSON, for StartModule as it stands
-    std::optional<std::string> reverseShellText;  // only that part; empty if there is none
-    bool abnormalShell = true;                    // whether moduleText has that part
+    std::string moduleText;                       // JSON, passed to StartModule unchanged
+    std::optional<std::string> reverseShellText;  // JSON with that section only; empty if there is none
+    bool abnormalShell = true;                    // moduleText has that section
     std::map<std::string, std::string> settings = {{Published::folderSetting, "/etc/orlim"}};
-    unsigned int perMinuteLimit = 60;  // events, 0 for no limit
+    unsigned int perMinuteLimit = 60;  // events per minute, 0 for no limit
     std::vector<SinkSpec> sinks = {SinkSpec{}};
     std::optional<LogLevel> logLevel;   // empty if the file does not set it
-    std::vector<std::string> warnings;  // one sentence for each thing in "module" that the module would ignore
+    std::vector<std::string> warnings;  // one sentence per key or value of "module" that the module ignores
 };
 
-// Reads the text of a configuration file. Empty on failure; error then names file, the place, what was found there,
-// what was expected and what to do. Any thread.
+// Reads the text of a configuration file. Empty on failure; error then gives the file, the key, the expected and the
+// found value, and a remedy. Any thread.
 std::optional<AgentConfig> ParseAgentConfig(const std::string& text, const std::string& file, std::string& error);
 
-// Reads the file, which must be a regular file of at most 1 MiB. As ParseAgentConfig. Any thread.
+// Reads a regular file of at most 1 MiB; otherwise as ParseAgentConfig. Any thread.
 std::optional<AgentConfig> ReadAgentConfig(const std::string& file, std::string& error);
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// From a command line to a configuration in force.
+// Loads the configuration that the command line names, and applies it to this process.
 #pragma once
 
 #include <optional>
@@ -9,11 +9,11 @@
 
 namespace Host {
 
-// The named file's configuration, or the defaults if none is named; as ReadAgentConfig.
+// The configuration in file, or the defaults without a file. Errors and threads as in ReadAgentConfig.
 std::optional<AgentConfig> LoadConfig(const std::optional<std::string>& file, std::string& error);
 
-// Sets the log's level (levelByDefault unless the configuration has one), the settings and the event limit, and logs
-// the configuration's warnings.
+// Sets the log level (levelByDefault unless the configuration has one), the settings and the event limit, and logs the
+// configuration's warnings.
 void ApplyToProcess(const AgentConfig& config, LogLevel levelByDefault);
 
 }  // namespace Host

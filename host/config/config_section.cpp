@@ -9,14 +9,23 @@ namespace Host {
 
 using Json = nlohmann::ordered_json;
 
+std::string Alternatives(std::initializer_list<const char*> names) {
+    std::string text;
+    for (const char* const* name = names.begin(); name != names.end(); ++name) {
+        const bool last = name + 1 == names.end();
+        text += (text.empty() ? "" : last ? " or " : ", ") + std::string(*name);
+    }
+    return text;
+}
+
 ConfigError::ConfigError(const std::string& path, const std::string& found, const std::string& expected,
                          const std::string& remedy)
-    : std::runtime_error((path.empty() ? "" : path + ": ") + "found " + found + ", expected " + expected + ". " +
+    : std::runtime_error((path.empty() ? "" : path + ": ") + "expected " + expected + ", found " + found + ". " +
                          remedy) {}
 
 Section::Section(const Json& value, std::string path) : value_(&value), path_(std::move(path)) {
     if (!value.is_object()) {
-        throw ConfigError(path_, ShowValue(value), "an object", "Write {...}; leave it away for the default.");
+        throw ConfigError(path_, ShowValue(value), "an object", "Write {...}, or omit the key for the default.");
     }
 }
 
@@ -25,12 +34,8 @@ void Section::AllowOnly(std::initializer_list<const char*> keys) const {
         if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
             continue;
         }
-        std::string known;
-        for (const char* name : keys) {
-            known += known.empty() ? name : std::string(", ") + name;
-        }
         throw ConfigError(MemberPath(path_, key), "an unknown key",
-                          keys.size() == 1 ? "only " + known : "one of " + known,
+                          (keys.size() == 1 ? "only " : "one of ") + Alternatives(keys),
                           "Correct the name or remove the key.");
     }
 }

@@ -19,7 +19,7 @@ bool IsPlainKey(const std::string& key) {
     });
 }
 
-// A run over the text that builds nothing: it finds what the parser proper would pass over in silence.
+// Reads the text once without building a value, to find duplicate keys and deep nesting, which the parser accepts.
 class Checker : public nlohmann::json_sax<Json> {
 public:
     explicit Checker(const std::string& text) : text_(text) {}
@@ -76,7 +76,7 @@ bool Checker::Value() {
 
 bool Checker::OpenLevel(bool isObject) {
     if (levels_.size() == maxDepth) {
-        problem_ = ": found more than 64 levels of nesting, expected at most 64. Make the text flatter.";
+        problem_ = ": expected at most 64 levels of nesting, found more. Nest the values less deeply.";
         return false;
     }
     levels_.push_back(Level{isObject, NextPath(), {}, {}, 0});
@@ -93,14 +93,14 @@ bool Checker::key(string_t& name) {
     level.currentKey = name;
     if (!level.keys.insert(name).second) {
         problem_ = ": " + MemberPath(level.path, name) +
-                   ": found the key a second time, expected it once. Keep one of the two.";
+                   ": expected the key once, found it a second time. Keep one of the two.";
         return false;
     }
     return true;
 }
 
-// "[json.exception.parse_error.101] parse error at line 1, column 2: what is wrong": the last part alone is of use to
-// the one who reads it, and not all of them carry a line.
+// Returns the last part of "[json.exception.parse_error.101] parse error at line 1, column 2: REASON". The caller adds
+// line and column itself, because not every message has them.
 std::string Reason(std::string message) {
     const size_t bracket = message.find("] ");
     if (bracket != std::string::npos) {
@@ -120,7 +120,7 @@ bool Checker::parse_error(size_t position, const std::string& /*lastToken*/, con
     const size_t lineStart = before.rfind('\n');
     const size_t column = 1 + (lineStart == std::string::npos ? at : at - lineStart - 1);
     problem_ = ":" + std::to_string(line) + ":" + std::to_string(column) + ": not valid JSON: " + Reason(why.what()) +
-               ". Correct the text there or shortly before; comments are written // or /* */.";
+               ". Correct the text at this place or shortly before it. Comments are // or /* */.";
     return false;
 }
 
@@ -138,7 +138,7 @@ std::string ElementPath(const std::string& parent, size_t index) {
 }
 
 std::string ShowValue(const Json& value) {
-    // Escaped to ASCII, so that the cut cannot fall into a character.
+    // Escaped to ASCII first: a cut must not split a character.
     std::string shown = value.dump(-1, ' ', true, Json::error_handler_t::replace);
     if (shown.size() > shownBytes) {
         shown.resize(shownBytes);
@@ -151,7 +151,7 @@ bool ParseConfigText(const std::string& text, const std::string& file, Json& val
     const size_t zero = text.find('\0');
     if (zero != std::string::npos) {
         error = file + ": byte " + std::to_string(zero + 1) +
-                ": found a zero byte, expected text. Name a text file with JSON in it.";
+                ": expected text, found a zero byte. Name a text file that contains JSON.";
         return false;
     }
     Checker checker(text);

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "host/config/config_section.h"
 #include "host/config/config_text.h"
 #include "module/published.h"
 
@@ -15,25 +16,22 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t maxWarnings = 32;
 
-void Warn(AgentConfig& config, const std::string& path, const std::string& found, const std::string& expected) {
+void Warn(AgentConfig& config, const std::string& path, const std::string& found, const std::string& expected,
+          const std::string& ignored = "it") {
     if (config.warnings.size() == maxWarnings) {
-        config.warnings.push_back("module: further warnings are left out");
+        config.warnings.push_back("module: further warnings are omitted");
     }
     if (config.warnings.size() > maxWarnings) {
         return;
     }
-    config.warnings.push_back(path + ": found " + found + ", expected " + expected + "; the module passes it over");
+    config.warnings.push_back(path + ": expected " + expected + ", found " + found + "; the module ignores " + ignored);
 }
 
 void WarnOfUnknownKeys(const Json& object, const std::string& path, std::initializer_list<const char*> known,
                        AgentConfig& config) {
-    std::string expected;
-    for (const char* key : known) {
-        expected += (expected.empty() ? "" : " or ") + std::string(key);
-    }
     for (const auto& [key, value] : object.items()) {
         if (std::find(known.begin(), known.end(), key) == known.end()) {
-            Warn(config, MemberPath(path, key), "an unknown key", expected);
+            Warn(config, MemberPath(path, key), "an unknown key", Alternatives(known));
         }
     }
 }
@@ -62,8 +60,8 @@ void CheckWhitelist(const Json& value, const std::string& path, AgentConfig& con
         }
     }
     if (distinct.size() > Published::maxWhitelistSize) {
-        Warn(config, path, std::to_string(distinct.size()) + " different strings",
-             "at most " + std::to_string(Published::maxWhitelistSize));
+        Warn(config, path, std::to_string(distinct.size()),
+             "at most " + std::to_string(Published::maxWhitelistSize) + " different strings", "the rest");
     }
 }
 

@@ -1,4 +1,4 @@
-// The part of the configuration that belongs to the module.
+// The module's section of the configuration.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,8 +7,8 @@
 
 namespace Host {
 
-// Takes over the module's object. The module ignores what it cannot use without a word, so each such thing becomes a
-// warning of config.
+// Copies the module's section to config. The module ignores invalid keys and values silently, so each of them adds a
+// warning to config.
 void ReadModuleSection(const nlohmann::ordered_json& module, AgentConfig& config);
 
 }  // namespace Host

@@ -8,8 +8,8 @@
 
 namespace Host {
 
-// Drops and counts the events that it cannot write: a new reader of a pipe does not expect old events. The start and the
-// end of a failure are logged once each.
+// Drops and counts the events that it cannot write: a new reader of a pipe does not expect old events. The start and
+// the end of a failure are logged once each.
 class StdoutSink : public Sink {
 public:
     explicit StdoutSink(int fd = 1);

@@ -1,4 +1,4 @@
-"""What the agent says and how it ends when it is called in other ways than the usual one."""
+"""Wrong use, invalid configurations, missing rights and other unusual calls: messages and exit statuses."""
 
 import os
 import re
@@ -14,7 +14,7 @@ MODULE = "liborlim_detect-shell.so"
 
 
 def assert_refused(done, status, *fragments):
-    """One complaint, all of it on standard error."""
+    """The program exited with this status and a message on standard error, and printed nothing else."""
     complaint = done.stderr.decode("utf-8")
     assert done.returncode == status, complaint
     assert done.stdout == b""
@@ -38,7 +38,7 @@ WRONG_USES = {
 
 
 @pytest.mark.parametrize("arguments, fragment", WRONG_USES.values(), ids=WRONG_USES.keys())
-def test_wrong_use_is_refused_by_name_with_an_example(arguments, fragment):
+def test_wrong_use_is_refused_with_its_name_and_a_hint(arguments, fragment):
     assert_refused(run_to_end(*arguments), 2, fragment, "orlim-agent --help")
 
 
@@ -51,7 +51,7 @@ def test_version():
 @pytest.mark.parametrize(
     "arguments", [["--help"], ["-h"], ["run", "--help"], ["scan", "--help"], ["check", "-h"], ["explain", "-h"]]
 )
-def test_help_tells_the_use(arguments):
+def test_help_shows_the_usage(arguments):
     done = run_to_end(*arguments)
     assert (done.returncode, done.stderr) == (0, b"")
     assert "Usage: orlim-agent" in done.stdout.decode()
@@ -63,21 +63,24 @@ def test_help_names_all_commands_signals_and_exit_statuses():
         assert word in text
 
 
-# Text of the file; what has to be said besides the file's name.
+# The text of the file, and parts of the message besides the file name.
 BAD_CONFIGURATIONS = {
     "empty": ("", [":1:1: not valid JSON"]),
     "cut off": ('{\n  "log": {"level": 1}', [":2:", "not valid JSON"]),
     "missing comma": ('// the log\n{"log":\n  {"level": 1 "target": 2}}', [":3:", "not valid JSON"]),
-    "comma too many": ('{"log": {"level": 1},}', [":1:", "not valid JSON"]),
-    "no object": ("[]", ["found []", "an object"]),
-    "bytes that are no text": ('{"log": {"\udcff": 1}}', ["not valid JSON"]),
+    "trailing comma": ('{"log": {"level": 1},}', [":1:", "not valid JSON"]),
+    "not an object": ("[]", ["found []", "an object"]),
+    "invalid UTF-8": ('{"log": {"\udcff": 1}}', ["not valid JSON"]),
     "zero byte": ('{"log":\0 {}}', ["zero byte"]),
     "key twice": ('{"log": {"level": 1, "level": 2}}', ["log.level", "second time"]),
     "unknown section": ('{"modul": {}}', ["modul", "unknown key"]),
     "unknown key": ('{"events": {"perHourLimit": 1}}', ["events.perHourLimit", "unknown key"]),
-    "section of another kind": ('{"events": []}', ["events", "found []", "an object"]),
-    "module of another kind": ('{"module": 3}', ["module", "found 3"]),
-    "setting that is no text": ('{"settings": {"TAVORIN_ETC": 1}}', ["settings.TAVORIN_ETC", "found 1", "a string"]),
+    "section of the wrong type": ('{"events": []}', ["events", "found []", "an object"]),
+    "module of the wrong type": ('{"module": 3}', ["module", "found 3"]),
+    "setting that is not a string": (
+        '{"settings": {"TAVORIN_ETC": 1}}',
+        ["settings.TAVORIN_ETC", "found 1", "a string"],
+    ),
     "negative limit": ('{"events": {"perMinuteLimit": -1}}', ["events.perMinuteLimit", "found -1"]),
     "fraction": ('{"events": {"perMinuteLimit": 1.5}}', ["events.perMinuteLimit", "found 1.5"]),
     "huge number": ('{"events": {"perMinuteLimit": 1e400}}', ["not valid JSON"]),
@@ -103,34 +106,37 @@ def test_bad_configuration_is_refused_with_its_place(tmp_path, command, text, fr
     assert len(done.stderr.splitlines()) == 1
 
 
-def test_check_tells_of_a_bad_configuration_and_goes_on(tmp_path):
+def test_check_reports_a_bad_configuration_and_continues(tmp_path):
     config = write_config(tmp_path, '{"log": {"level": 4}}')
     done = run_to_end("check", "--config", config)
     assert done.returncode == 2
-    assert re.search(rf"MISSING configuration: {config}: log\.level: found 4", done.stdout.decode())
+    message = rf"MISSING configuration: {config}: log\.level: expected a whole number from 0 to 3, found 4"
+    assert re.search(message, done.stdout.decode())
     assert "/etc/shells" in done.stdout.decode()
 
 
 @pytest.mark.parametrize("command", ["run", "scan"])
-def test_configuration_that_cannot_be_read_is_refused_by_name(tmp_path, command):
+def test_unreadable_configuration_is_refused_with_its_name(tmp_path, command):
     missing = tmp_path / "missing.json"
     assert_refused(run_to_end(command, "--config", missing), 2, str(missing), "No such file or directory")
-    assert_refused(run_to_end(command, "--config", tmp_path), 2, str(tmp_path), "not a regular file")
+    assert_refused(run_to_end(command, "--config", tmp_path), 2, str(tmp_path), "expected a regular file")
 
 
 def test_configuration_that_is_a_fifo_does_not_block(tmp_path):
     fifo = tmp_path / "fifo"
     os.mkfifo(fifo)
-    assert_refused(run_to_end("scan", "--config", fifo, limit=10), 2, str(fifo), "not a regular file")
+    assert_refused(run_to_end("scan", "--config", fifo, limit=10), 2, str(fifo), "expected a regular file")
 
 
-def test_value_that_the_module_passes_over_is_warned_of(tmp_path):
+def test_keys_and_values_that_the_module_ignores_are_logged(tmp_path):
     config = write_config(tmp_path, {"module": {"reverseShell": {"detectInterval": 5, "whitelst": []}}})
     done = run_to_end("scan", "--config", config)
     assert done.returncode == 0
     log = done.stderr.decode()
-    assert re.search(r"warning .*module\.reverseShell\.detectInterval: found 5", log)
-    assert re.search(r"warning .*module\.reverseShell\.whitelst: found an unknown key", log)
+    assert re.search(
+        r"warning .*module\.reverseShell\.detectInterval: expected .*, found 5; the module ignores it", log
+    )
+    assert re.search(r"warning .*module\.reverseShell\.whitelst: expected .*, found an unknown key", log)
 
 
 def test_configuration_may_have_comments(tmp_path):
@@ -138,23 +144,23 @@ def test_configuration_may_have_comments(tmp_path):
     assert run_to_end("scan", "--config", config).returncode == 0
 
 
-def test_scan_without_its_function_is_refused(tmp_path):
+def test_scan_without_reverse_shell_section_is_refused(tmp_path):
     config = write_config(tmp_path, {"module": {"abnormalShell": {}}})
     assert_refused(run_to_end("scan", "--config", config), 2, str(config), "module.reverseShell")
 
 
-def test_scan_tells_that_agent_location_keeps_it_off():
+def test_scan_fails_if_agent_location_is_set():
     done = run_to_end("scan", env=environment(AGENT_LOCATION=""))
     assert_refused(done, 1, "AGENT_LOCATION")
 
 
-def test_check_tells_of_agent_location():
+def test_check_reports_agent_location():
     done = run_to_end("check", env=environment(AGENT_LOCATION="1"))
     assert re.search("^LIMITED AGENT_LOCATION: ", done.stdout.decode(), re.MULTILINE)
 
 
 @pytest.mark.parametrize("command", ["run", "scan"])
-def test_module_that_is_nowhere_is_told_with_the_places_tried(copied_program, command):
+def test_missing_module_is_reported_with_the_places_tried(copied_program, command):
     (copied_program.parent.parent / "lib" / MODULE).unlink()
     done = run_to_end(command, program=copied_program)
     directory = copied_program.parent
@@ -162,17 +168,17 @@ def test_module_that_is_nowhere_is_told_with_the_places_tried(copied_program, co
 
 
 @pytest.mark.parametrize("command", ["run", "scan"])
-def test_named_module_that_is_none_is_told(tmp_path, command):
+def test_file_that_is_not_a_module_is_refused(tmp_path, command):
     missing = tmp_path / MODULE
     assert_refused(run_to_end(command, "--module", missing), 1, str(missing), "No such file or directory")
     missing.write_text("no library")
-    assert_refused(run_to_end(command, "--module", missing), 1, str(missing), "cannot be loaded")
+    assert_refused(run_to_end(command, "--module", missing), 1, str(missing), "cannot load the module")
     other = LIBRARIES / "liborlim_agent.so"
     assert_refused(run_to_end(command, "--module", other), 1, str(other), "InitModule")
 
 
-def test_named_module_is_taken(copied_program, tmp_path):
-    # A library that is in the search path of the agent's own libraries already: only the module is elsewhere.
+def test_named_module_is_loaded(copied_program, tmp_path):
+    # Renamed within its directory, so that the agent's other libraries are still found.
     moved = copied_program.parent.parent / "lib" / "elsewhere.so"
     moved.with_name(MODULE).rename(moved)
     done = run_to_end("scan", "--module", moved, program=copied_program)
@@ -180,11 +186,11 @@ def test_named_module_is_taken(copied_program, tmp_path):
 
 
 @pytest.mark.kernel
-def test_check_tells_the_state_of_everything_and_ends_accordingly():
+def test_check_prints_every_facility_and_its_exit_status_agrees():
     done = run_to_end("check")
     lines = done.stdout.decode().splitlines()
     assert all(re.match(r"((OK     |LIMITED|MISSING) |blind: )[^:]+: .|no detection is blind$", line) for line in lines)
-    for subject in ("user: root", "CAP_SYS_PTRACE: in effect", "/proc/net/tcp: can be read", "module: "):
+    for subject in ("user: root", "CAP_SYS_PTRACE: in effect", "/proc/net/tcp: readable", "module: "):
         assert any(line.startswith(f"OK      {subject}") for line in lines), subject
     assert done.returncode == (1 if any(line.startswith("MISSING") for line in lines) else 0)
 
@@ -197,21 +203,21 @@ def test_check_as_another_user_names_the_missing_rights(copied_program):
     assert done.returncode == 1
 
 
-def test_run_as_another_user_warns_and_works(copied_program):
+def test_run_as_another_user_warns_and_continues(copied_program):
     with Agent(program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[]) as agent:
         agent.wait_until_started()
         assert re.search("warning .*CAP_SYS_PTRACE", agent.log())
         assert agent.end()[0] == 0
 
 
-def test_scan_as_another_user_warns_that_it_sees_little(copied_program):
+def test_scan_as_another_user_warns_about_missing_rights(copied_program):
     done = run_to_end("scan", program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[])
     assert done.returncode == 0
     assert "CAP_SYS_PTRACE" in done.stderr.decode()
 
 
-def test_scan_with_closed_standard_streams_writes_into_no_file_of_its_own(attacker, tmp_path):
-    """Otherwise the first file that the agent opens takes the number of standard output, and events go there."""
+def test_scan_with_closed_standard_streams_writes_only_events_to_its_sink(attacker, tmp_path):
+    """Otherwise the first file that the agent opens gets the descriptor of standard output, and events go there."""
     config = write_config(tmp_path, {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}]}})
     status_file = tmp_path / "status"
     command = f"'{PROGRAM}' scan --config '{config}' <&- >&- 2>&-; echo $? > '{status_file}'"
@@ -223,8 +229,8 @@ def test_scan_with_closed_standard_streams_writes_into_no_file_of_its_own(attack
         assert all(line.startswith('{"eventType":') for line in lines)
 
 
-def test_signal_during_the_start_ends_the_agent():
-    """No moment in which SIGTERM is lost: the agent ends, in order or by the signal itself."""
+def test_sigterm_during_startup_ends_the_agent():
+    """SIGTERM is never lost: the agent shuts down in order, or the signal kills it."""
     for _ in range(5):
         with Agent() as agent:
             agent.send_signal(signal.SIGTERM)

@@ -1,4 +1,4 @@
-"""The manual pages: whole, without a complaint of what formats them, and at one with what the agent says of itself."""
+"""The manual pages: groff accepts them without warnings, and they agree with --help and the configuration."""
 
 import re
 import shutil
@@ -13,17 +13,17 @@ PAGES = {
     "orlim-agent.json": PROGRAM.parent.parent / "share/man/man5/orlim-agent.json.5",
 }
 COMMANDS = ["run", "scan", "check", "explain", "demo"]
-# Terms of a list and lines of a synopsis stand at this indentation, what is said of them further in.
+# Terms of a list and lines of a synopsis have this indentation; their descriptions are indented further.
 TERM = re.compile(r"^ {7}(\S.*)$", re.MULTILINE)
 OPTION = re.compile(r"(?<![\w-])--?[a-z][a-z-]*")
 
 
 def formatted(name):
-    """The page as it is read, in lines so long that nothing is broken."""
+    """The page as a reader sees it, with lines too long to be wrapped."""
     if shutil.which("groff") is None:
-        pytest.skip("the manual pages are formatted by groff, of the package groff-base")
+        pytest.skip("needs groff (package groff-base) to format the manual pages")
     if not PAGES[name].exists() and shutil.which("lowdown") is None:
-        pytest.skip("the manual pages were not built, which takes lowdown")
+        pytest.skip("the manual pages were not built, because lowdown is missing")
     done = subprocess.run(
         ["groff", "-man", "-ww", "-Tutf8", "-P-cbou", "-rLL=400n", "-rHY=0", PAGES[name]],
         capture_output=True,
@@ -39,47 +39,47 @@ def section(page, heading):
     return text
 
 
-def options_told_by(*arguments):
+def options_of(*arguments):
     """The options that --help lists."""
     text = run_to_end(*arguments, "--help").stdout.decode()
     (block,) = re.findall(r"^Options:\n((?:  .*\n)+)", text, re.MULTILINE)
     return {option for line in block.splitlines() for option in OPTION.findall(line.split("  ")[1])}
 
 
-def commands_told():
+def commands_listed():
     text = run_to_end("--help").stdout.decode()
     (block,) = re.findall(r"^Subcommands:\n((?:  .*\n)+)", text, re.MULTILINE)
     return [line.split()[0] for line in block.splitlines()]
 
 
 @pytest.mark.parametrize("name", PAGES)
-def test_page_has_what_man_and_apropos_look_for(name):
+def test_page_has_the_name_and_title_that_man_and_apropos_need(name):
     page = formatted(name)
     assert re.search(rf"^ +{re.escape(name)} - \S", section(page, "NAME"), re.MULTILINE)
     assert page.startswith(f"{name.upper()}({PAGES[name].suffix[1:]})")
 
 
-def test_page_tells_the_commands_that_there_are():
-    told = [term.split()[0] for term in TERM.findall(section(formatted("orlim-agent"), "COMMANDS"))]
-    assert told == COMMANDS == commands_told()
+def test_page_lists_all_commands():
+    described = [term.split()[0] for term in TERM.findall(section(formatted("orlim-agent"), "COMMANDS"))]
+    assert described == COMMANDS == commands_listed()
 
 
 @pytest.mark.parametrize("command", COMMANDS)
-def test_synopsis_tells_the_options_of_a_command(command):
+def test_synopsis_lists_the_options_of_a_command(command):
     synopsis = section(formatted("orlim-agent"), "SYNOPSIS")
     (line,) = re.findall(rf"^ +orlim-agent {command} .*$", synopsis, re.MULTILINE)
-    assert set(OPTION.findall(line)) == options_told_by(command) - {"-h", "--help"}
+    assert set(OPTION.findall(line)) == options_of(command) - {"-h", "--help"}
 
 
-def test_page_tells_every_option_and_no_other():
+def test_page_lists_every_option_and_no_other():
     terms = TERM.findall(section(formatted("orlim-agent"), "OPTIONS"))
     assert {option for term in terms for option in OPTION.findall(term)} == {
-        option for arguments in ((), *((command,) for command in COMMANDS)) for option in options_told_by(*arguments)
+        option for arguments in ((), *((command,) for command in COMMANDS)) for option in options_of(*arguments)
     }
 
 
-def test_page_says_of_each_option_which_commands_take_it():
-    takers = {command: options_told_by(command) for command in COMMANDS}
+def test_page_names_the_commands_that_accept_each_option():
+    takers = {command: options_of(command) for command in COMMANDS}
     text = section(formatted("orlim-agent"), "OPTIONS")
     for options, meaning in re.findall(r"^ {7}(\S.*)\n((?:  {7,}.*\n)+)", text, re.MULTILINE):
         if "--help" in options or "--version" in options:
@@ -90,14 +90,14 @@ def test_page_says_of_each_option_which_commands_take_it():
 
 
 def known_keys(tmp_path, path, unknown):
-    """What the agent says it expects in the place of an unknown key."""
-    said = run_to_end("check", "--config", write_config(tmp_path, unknown)).stdout.decode()
-    complaint = re.escape(f"{path}nonsense: found an unknown key, expected ")
-    (expected,) = re.findall(rf"{complaint}(?:one of |only )?([\w, ]+)", said)
+    """The keys that the agent's message about an unknown key lists."""
+    output = run_to_end("check", "--config", write_config(tmp_path, unknown)).stdout.decode()
+    start = re.escape(f"{path}nonsense: expected ")
+    (expected,) = re.findall(rf"{start}(?:one of |only )?([\w, ]+), found an unknown key", output)
     return re.split(r", | or ", expected)
 
 
-# Where a key may stand, and a configuration with an unknown one in that place.
+# The path of each object, and a configuration with an unknown key in it.
 PLACES = {
     "": {"nonsense": 1},
     "module.": {"module": {"nonsense": 1}},
@@ -107,15 +107,15 @@ PLACES = {
 }
 
 
-def test_page_tells_every_key_of_the_configuration_and_no_other(tmp_path):
+def test_page_lists_every_key_of_the_configuration_and_no_other(tmp_path):
     known = {path + key for path, unknown in PLACES.items() for key in known_keys(tmp_path, path, unknown)}
     leaves = {key for key in known if not any(other.startswith(key + ".") for other in known)} - {"settings"}
     terms = TERM.findall(section(formatted("orlim-agent.json"), "DESCRIPTION"))
-    told = {term for term in terms if re.fullmatch(r"[a-z]+(\.\w+)+", term)}
-    assert told == leaves | {"module.reverseShell", "settings.TAVORIN_ETC"}
+    described = {term for term in terms if re.fullmatch(r"[a-z]+(\.\w+)+", term)}
+    assert described == leaves | {"module.reverseShell", "settings.TAVORIN_ETC"}
 
 
-def test_page_tells_every_key_of_a_sink(tmp_path):
+def test_page_lists_every_key_of_a_sink(tmp_path):
     keys = known_keys(tmp_path, "events.sinks[0].", {"events": {"sinks": [{"type": "file", "nonsense": 1}]}})
     page = formatted("orlim-agent.json")
     for key in keys:

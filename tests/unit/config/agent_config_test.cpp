@@ -43,7 +43,7 @@ TEST(AgentConfig, EmptyObjectGivesTheDefaults) {
     EXPECT_THAT(config.warnings, IsEmpty());
 }
 
-TEST(AgentConfig, AllValuesAreTaken) {
+TEST(AgentConfig, ReadsEveryKey) {
     const AgentConfig config = Parsed(R"(/* head */ {
         "module": {"reverseShell": {"detectInterval": 30, "whitelist": ["a"]}}, // tail
         "settings": {"TAVORIN_ETC": "/opt/etc", "OTHER": ""},
@@ -60,44 +60,62 @@ TEST(AgentConfig, AllValuesAreTaken) {
     EXPECT_THAT(config.warnings, IsEmpty());
 }
 
-TEST(AgentConfig, BoundsOfNumbersBelongToThem) {
+TEST(AgentConfig, AcceptsTheLowestAndHighestNumbers) {
     EXPECT_EQ(Parsed(R"({"events":{"perMinuteLimit":1000000}})").perMinuteLimit, 1000000U);
     EXPECT_EQ(Parsed(R"({"log":{"level":0}})").logLevel, LOG_LEVEL_DETAIL);
     EXPECT_THAT(Parsed(R"({"module":{"reverseShell":{"detectInterval":86400}}})").warnings, IsEmpty());
 }
 
-TEST(AgentConfig, SixteenSinksAreAllowed) {
+TEST(AgentConfig, AcceptsSixteenSinks) {
     std::string sinks;
     for (int i = 0; i < 16; ++i) {
         sinks += std::string(i == 0 ? "" : ",") + R"({"type":"stdout"})";
     }
     EXPECT_EQ(Parsed(R"({"events":{"sinks":[)" + sinks + "]}}").sinks.size(), 16U);
     EXPECT_EQ(ErrorOf(R"({"events":{"sinks":[)" + sinks + R"(,{"type":"stdout"}]}})"),
-              "f: events.sinks: found 17 sinks, expected an array of 1 to 16 sinks. Write for example "
+              "f: events.sinks: expected an array of 1 to 16 sinks, found 17 sinks. For example, write "
               "[{\"type\":\"stdout\"}].");
 }
 
-TEST(AgentConfig, ModuleTextKeepsTheOrderOfItsKeys) {
+TEST(AgentConfig, KeepsTheOrderOfTheModulesKeys) {
     const AgentConfig config = Parsed(R"({"module":{"reverseShell":{},"abnormalShell":{}}})");
     EXPECT_EQ(config.moduleText, R"({"reverseShell":{},"abnormalShell":{}})");
 }
 
-TEST(AgentConfig, ModuleWithoutReverseShellHasNothingToScanFor) {
+TEST(AgentConfig, HasNoReverseShellTextWithoutThatSection) {
     const AgentConfig config = Parsed(R"({"module":{"abnormalShell":{}}})");
     EXPECT_EQ(config.moduleText, R"({"abnormalShell":{}})");
     EXPECT_EQ(config.reverseShellText, std::nullopt);
 }
 
-TEST(AgentConfig, WrongTextIsRefusedWithPlaceAndRemedy) {
-    const std::string object = ", expected an object. Write {...}; leave it away for the default.";
-    const std::string syntax = ". Correct the text there or shortly before; comments are written // or /* */.";
-    const std::string unknown = "found an unknown key, expected ";
-    const std::string correct = ". Correct the name or remove the key.";
-    const std::string sinkRemedy = ". Write {\"type\":\"stdout\"} or {\"type\":\"file\",\"path\":\"/...\"}.";
-    const std::string limit = ", expected a whole number from 0 to 1000000. Write 0 for no limit.";
-    const std::string level =
-        ", expected a whole number from 0 to 3. Write 0 for detail, 1 for info, 2 for warnings, 3 for errors.";
-    const std::string path = ", expected the absolute path of a file. Write the whole path, beginning with \"/\".";
+TEST(AgentConfig, ErrorNamesPlaceExpectedAndFoundValueAndRemedy) {
+    const auto object = [](const std::string& found) {
+        return "expected an object, found " + found + ". Write {...}, or omit the key for the default.";
+    };
+    const auto unknown = [](const std::string& expected) {
+        return "expected " + expected + ", found an unknown key. Correct the name or remove the key.";
+    };
+    const auto limit = [](const std::string& found) {
+        return "f: events.perMinuteLimit: expected a whole number from 0 to 1000000, found " + found +
+               ". Write 0 for no limit.";
+    };
+    const auto level = [](const std::string& found) {
+        return "f: log.level: expected a whole number from 0 to 3, found " + found +
+               ". Write 0 for detail, 1 for info, 2 for warnings, 3 for errors.";
+    };
+    const auto sinks = [](const std::string& found) {
+        return "f: events.sinks: expected an array of 1 to 16 sinks, found " + found +
+               ". For example, write [{\"type\":\"stdout\"}].";
+    };
+    const auto type = [](const std::string& found) {
+        return "expected \"stdout\" or \"file\", found " + found +
+               ". Write {\"type\":\"stdout\"} or {\"type\":\"file\",\"path\":\"/...\"}.";
+    };
+    const auto path = [](const std::string& found) {
+        return "expected the absolute path of a file, found " + found + ". Write the full path, starting with \"/\".";
+    };
+    const std::string syntax = ". Correct the text at this place or shortly before it. Comments are // or /* */.";
+    const std::string twice = "expected the key once, found it a second time. Keep one of the two.";
     const struct {
         std::string text;
         std::string error;
@@ -113,131 +131,123 @@ TEST(AgentConfig, WrongTextIsRefusedWithPlaceAndRemedy) {
          "f:1:4: not valid JSON: syntax error while parsing value - invalid literal; last read: '{} x'; "
          "expected end of input" +
              syntax},
-        {"[]", "f: found []" + object},
-        {"7", "f: found 7" + object},
-        {R"({"modul":{}})", "f: modul: " + unknown + "one of module, settings, events, log" + correct},
-        {R"({"a b\n":1})", "f: [\"a b\\n\"]: " + unknown + "one of module, settings, events, log" + correct},
-        {R"({"module":[]})", "f: module: found []" + object},
-        {R"({"settings":"x"})", "f: settings: found \"x\"" + object},
-        {R"({"settings":{"A":1}})", "f: settings.A: found 1, expected a string. Put the value in double quotes."},
-        {R"({"events":null})", "f: events: found null" + object},
-        {R"({"events":{"x":1}})", "f: events.x: " + unknown + "one of perMinuteLimit, sinks" + correct},
-        {R"({"events":{"perMinuteLimit":-1}})", "f: events.perMinuteLimit: found -1" + limit},
-        {R"({"events":{"perMinuteLimit":1000001}})", "f: events.perMinuteLimit: found 1000001" + limit},
-        {R"({"events":{"perMinuteLimit":18446744073709551615}})",
-         "f: events.perMinuteLimit: found 18446744073709551615" + limit},
-        {R"({"events":{"perMinuteLimit":60.0}})", "f: events.perMinuteLimit: found 60.0" + limit},
-        {R"({"events":{"perMinuteLimit":"60"}})", "f: events.perMinuteLimit: found \"60\"" + limit},
-        {R"({"events":{"perMinuteLimit":true}})", "f: events.perMinuteLimit: found true" + limit},
-        {R"({"events":{"sinks":[]}})",
-         "f: events.sinks: found 0 sinks, expected an array of 1 to 16 sinks. Write for "
-         "example [{\"type\":\"stdout\"}]."},
-        {R"({"events":{"sinks":{}}})",
-         "f: events.sinks: found {}, expected an array of 1 to 16 sinks. Write for "
-         "example [{\"type\":\"stdout\"}]."},
-        {R"({"events":{"sinks":[{"type":"stdout"},7]}})", "f: events.sinks[1]: found 7" + object},
-        {R"({"events":{"sinks":[{}]}})",
-         "f: events.sinks[0].type: found nothing, expected \"stdout\" or \"file\"" + sinkRemedy},
-        {R"({"events":{"sinks":[{"type":"syslog"}]}})",
-         "f: events.sinks[0].type: found \"syslog\", expected \"stdout\" or \"file\"" + sinkRemedy},
-        {R"({"events":{"sinks":[{"type":"stdout","path":"/x"}]}})",
-         "f: events.sinks[0].path: " + unknown + "only type" + correct},
+        {"[]", "f: " + object("[]")},
+        {"7", "f: " + object("7")},
+        {R"({"modul":{}})", "f: modul: " + unknown("one of module, settings, events or log")},
+        {R"({"a b\n":1})", "f: [\"a b\\n\"]: " + unknown("one of module, settings, events or log")},
+        {R"({"module":[]})", "f: module: " + object("[]")},
+        {R"({"settings":"x"})", "f: settings: " + object("\"x\"")},
+        {R"({"settings":{"A":1}})", "f: settings.A: expected a string, found 1. Put the value in double quotes."},
+        {R"({"events":null})", "f: events: " + object("null")},
+        {R"({"events":{"x":1}})", "f: events.x: " + unknown("one of perMinuteLimit or sinks")},
+        {R"({"events":{"perMinuteLimit":-1}})", limit("-1")},
+        {R"({"events":{"perMinuteLimit":1000001}})", limit("1000001")},
+        {R"({"events":{"perMinuteLimit":18446744073709551615}})", limit("18446744073709551615")},
+        {R"({"events":{"perMinuteLimit":60.0}})", limit("60.0")},
+        {R"({"events":{"perMinuteLimit":"60"}})", limit("\"60\"")},
+        {R"({"events":{"perMinuteLimit":true}})", limit("true")},
+        {R"({"events":{"sinks":[]}})", sinks("0 sinks")},
+        {R"({"events":{"sinks":{}}})", sinks("{}")},
+        {R"({"events":{"sinks":[{"type":"stdout"},7]}})", "f: events.sinks[1]: " + object("7")},
+        {R"({"events":{"sinks":[{}]}})", "f: events.sinks[0].type: " + type("nothing")},
+        {R"({"events":{"sinks":[{"type":"syslog"}]}})", "f: events.sinks[0].type: " + type("\"syslog\"")},
+        {R"({"events":{"sinks":[{"type":"stdout","path":"/x"}]}})", "f: events.sinks[0].path: " + unknown("only type")},
         {R"({"events":{"sinks":[{"type":"file","path":"/x","mode":1}]}})",
-         "f: events.sinks[0].mode: " + unknown + "one of type, path" + correct},
-        {R"({"events":{"sinks":[{"type":"file"}]}})", "f: events.sinks[0].path: found nothing" + path},
+         "f: events.sinks[0].mode: " + unknown("one of type or path")},
+        {R"({"events":{"sinks":[{"type":"file"}]}})", "f: events.sinks[0].path: " + path("nothing")},
         {R"({"events":{"sinks":[{"type":"stdout"},{"type":"file","path":"log/x"}]}})",
-         "f: events.sinks[1].path: found \"log/x\"" + path},
+         "f: events.sinks[1].path: " + path("\"log/x\"")},
         {R"({"events":{"sinks":[{"type":"file","path":"/var/log/"}]}})",
-         "f: events.sinks[0].path: found \"/var/log/\"" + path},
+         "f: events.sinks[0].path: " + path("\"/var/log/\"")},
         {R"({"events":{"sinks":[{"type":"file","path":"/x\u0000y"}]}})",
-         "f: events.sinks[0].path: found \"/x\\u0000y\"" + path},
-        {R"({"log":{"level":4}})", "f: log.level: found 4" + level},
-        {R"({"log":{"level":"info"}})", "f: log.level: found \"info\"" + level},
+         "f: events.sinks[0].path: " + path("\"/x\\u0000y\"")},
+        {R"({"log":{"level":4}})", level("4")},
+        {R"({"log":{"level":"info"}})", level("\"info\"")},
         {R"({"log":{"target":"syslog"}})",
-         "f: log.target: found \"syslog\", expected \"stderr\". Direct standard error "
-         "to where the log is wanted."},
-        {R"({"log":{"file":"x"}})", "f: log.file: " + unknown + "one of level, target" + correct},
-        {R"({"log":{},"log":{}})", "f: log: found the key a second time, expected it once. Keep one of the two."},
+         "f: log.target: expected \"stderr\", found \"syslog\". To log elsewhere, redirect standard error."},
+        {R"({"log":{"file":"x"}})", "f: log.file: " + unknown("one of level or target")},
+        {R"({"log":{},"log":{}})", "f: log: " + twice},
         {R"({"events":{"sinks":[{"type":"stdout"},{"type":"stdout","type":"file"}]}})",
-         "f: events.sinks[1].type: found the key a second time, expected it once. Keep one of the two."},
+         "f: events.sinks[1].type: " + twice},
         {R"({"module":{"reverseShell":{"whitelist":[{},{"a":1,"a":2}]}}})",
-         "f: module.reverseShell.whitelist[1].a: found the key a second time, expected it once. Keep one of the two."},
+         "f: module.reverseShell.whitelist[1].a: " + twice},
         {R"({"events":{"perMinuteLimit":1e999}})", "f:1:33: not valid JSON: number overflow parsing '1e999'" + syntax},
-        {std::string("{}\0{", 4), "f: byte 3: found a zero byte, expected text. Name a text file with JSON in it."},
+        {std::string("{}\0{", 4), "f: byte 3: expected text, found a zero byte. Name a text file that contains JSON."},
         {"{\"module\":{\"x\":" + std::string(63, '[') + std::string(63, ']') + "}}",
-         "f: found more than 64 levels of nesting, expected at most 64. Make the text flatter."},
+         "f: expected at most 64 levels of nesting, found more. Nest the values less deeply."},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(ErrorOf(row.text), row.error);
     }
 }
 
-TEST(AgentConfig, InvalidUtf8AndOpenCommentsAreSyntaxErrors) {
+TEST(AgentConfig, ReportsInvalidUtf8AndOpenCommentsAsSyntaxErrors) {
     EXPECT_THAT(ErrorOf("{\"settings\":{\"a\":\"\xff\"}}"), HasSubstr("f:1:19: not valid JSON: "));
     EXPECT_THAT(ErrorOf("{}\n/* open"), HasSubstr("not valid JSON: "));
 }
 
-TEST(AgentConfig, LongValuesAreCutInMessages) {
+TEST(AgentConfig, CutsLongValuesInMessages) {
     const std::string error = ErrorOf(R"({"log":{"target":")" + std::string(100000, 'x') + R"("}})");
     EXPECT_LT(error.size(), 300U);
     EXPECT_THAT(error, HasSubstr("xxx..."));
 }
 
-TEST(AgentConfig, SixtyFourLevelsAreAllowed) {
+TEST(AgentConfig, AcceptsSixtyFourLevels) {
     const std::string text = "{\"module\":{\"x\":" + std::string(62, '[') + std::string(62, ']') + "}}";
     EXPECT_EQ(Parsed(text).warnings.size(), 1U);
 }
 
-TEST(AgentConfig, WhatTheModuleWouldPassOverIsWarnedOf) {
+TEST(AgentConfig, WarnsOfEachPartThatTheModuleIgnores) {
     std::string fiftyOne;
     for (int i = 0; i < 51; ++i) {
         fiftyOne += (i == 0 ? "\"" : ",\"") + std::to_string(i) + "\"";
     }
-    const std::string end = "; the module passes it over";
-    const std::string interval = ", expected a whole number of seconds from 30 to 86400" + end;
+    const std::string end = "; the module ignores it";
+    const auto interval = [&end](const std::string& found) {
+        return "module.reverseShell.detectInterval: expected a whole number of seconds from 30 to 86400, found " +
+               found + end;
+    };
     const struct {
         std::string module;
         std::vector<std::string> warnings;
     } rows[] = {
-        {R"({"x":1})", {"module.x: found an unknown key, expected abnormalShell or reverseShell" + end}},
-        {R"({"reverseShell":[]})", {"module.reverseShell: found [], expected an object" + end}},
+        {R"({"x":1})", {"module.x: expected abnormalShell or reverseShell, found an unknown key" + end}},
+        {R"({"reverseShell":[]})", {"module.reverseShell: expected an object, found []" + end}},
         {R"({"reverseShell":{"interval":40}})",
-         {"module.reverseShell.interval: found an unknown key, expected detectInterval or whitelist" + end}},
-        {R"({"reverseShell":{"detectInterval":29}})", {"module.reverseShell.detectInterval: found 29" + interval}},
-        {R"({"reverseShell":{"detectInterval":86401}})",
-         {"module.reverseShell.detectInterval: found 86401" + interval}},
-        {R"({"reverseShell":{"detectInterval":90.0}})", {"module.reverseShell.detectInterval: found 90.0" + interval}},
-        {R"({"reverseShell":{"detectInterval":"90"}})",
-         {"module.reverseShell.detectInterval: found \"90\"" + interval}},
-        {R"({"reverseShell":{"detectInterval":18446744073709551615}})",
-         {"module.reverseShell.detectInterval: found 18446744073709551615" + interval}},
+         {"module.reverseShell.interval: expected detectInterval or whitelist, found an unknown key" + end}},
+        {R"({"reverseShell":{"detectInterval":29}})", {interval("29")}},
+        {R"({"reverseShell":{"detectInterval":86401}})", {interval("86401")}},
+        {R"({"reverseShell":{"detectInterval":90.0}})", {interval("90.0")}},
+        {R"({"reverseShell":{"detectInterval":"90"}})", {interval("\"90\"")}},
+        {R"({"reverseShell":{"detectInterval":18446744073709551615}})", {interval("18446744073709551615")}},
         {R"({"reverseShell":{"whitelist":"a"}})",
-         {"module.reverseShell.whitelist: found \"a\", expected an array of strings" + end}},
+         {"module.reverseShell.whitelist: expected an array of strings, found \"a\"" + end}},
         {R"({"reverseShell":{"whitelist":["a",1,"b",{}]}})",
-         {"module.reverseShell.whitelist[1]: found 1, expected a string" + end,
-          "module.reverseShell.whitelist[3]: found {}, expected a string" + end}},
+         {"module.reverseShell.whitelist[1]: expected a string, found 1" + end,
+          "module.reverseShell.whitelist[3]: expected a string, found {}" + end}},
         {"{\"reverseShell\":{\"whitelist\":[" + fiftyOne + "]}}",
-         {"module.reverseShell.whitelist: found 51 different strings, expected at most 50" + end}},
+         {"module.reverseShell.whitelist: expected at most 50 different strings, found 51; the module ignores the "
+          "rest"}},
         {"{\"reverseShell\":{\"whitelist\":[\"1\"," + fiftyOne.substr(4) + "]}}", {}},
     };
     for (const auto& row : rows) {
         const AgentConfig config = Parsed("{\"module\":" + row.module + "}");
         EXPECT_EQ(config.warnings, row.warnings);
-        EXPECT_EQ(config.moduleText, row.module) << "the module gets its text all the same";
+        EXPECT_EQ(config.moduleText, row.module) << "the module still gets its text";
     }
 }
 
-TEST(AgentConfig, WarningsAreBounded) {
+TEST(AgentConfig, LimitsTheNumberOfWarnings) {
     std::string numbers = "1";
     for (int i = 0; i < 1000; ++i) {
         numbers += ",1";
     }
     const AgentConfig config = Parsed("{\"module\":{\"reverseShell\":{\"whitelist\":[" + numbers + "]}}}");
     EXPECT_EQ(config.warnings.size(), 33U);
-    EXPECT_EQ(config.warnings.back(), "module: further warnings are left out");
+    EXPECT_EQ(config.warnings.back(), "module: further warnings are omitted");
 }
 
-TEST(AgentConfig, FileIsRead) {
+TEST(AgentConfig, ReadsAFile) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("c"), "{\"log\":{\"level\":2}}");
     std::string error;
@@ -246,7 +256,7 @@ TEST(AgentConfig, FileIsRead) {
     EXPECT_EQ(config->logLevel, LOG_LEVEL_WARNING);
 }
 
-TEST(AgentConfig, UnfitFileIsRefused) {
+TEST(AgentConfig, RefusesAFileThatIsMissingTooLargeOrNotRegular) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("big"), "{}" + std::string(size_t{1024} * 1024 - 1, ' '));
     WriteFile(directory.Path("fits"), "{}" + std::string(size_t{1024} * 1024 - 2, ' '));
@@ -258,11 +268,11 @@ TEST(AgentConfig, UnfitFileIsRefused) {
         std::string problem;
     } rows[] = {
         {"absent",
-         ": cannot be opened: No such file or directory. Name an existing configuration file that this user "
+         ": cannot open the file: No such file or directory. Name an existing configuration file that this user "
          "may read."},
-        {"big", ": found more than 1 MiB, expected at most 1 MiB. Name a configuration file, or shorten it."},
-        {"fifo", ": found something that is not a regular file, expected a file with JSON in it. Name that."},
-        {".", ": found something that is not a regular file, expected a file with JSON in it. Name that."},
+        {"big", ": expected at most 1 MiB, found more. Name a configuration file, or shorten this one."},
+        {"fifo", ": expected a regular file, found something else. Name a file that contains JSON."},
+        {".", ": expected a regular file, found something else. Name a file that contains JSON."},
     };
     for (const auto& row : rows) {
         EXPECT_FALSE(ReadAgentConfig(directory.Path(row.name), error));
@@ -270,7 +280,7 @@ TEST(AgentConfig, UnfitFileIsRefused) {
     }
 }
 
-// The packaged file says that its values are the defaults.
+// The comments of the packaged file promise that its values are the defaults.
 TEST(AgentConfig, PackagedFileHoldsTheDefaults) {
     const std::filesystem::path root = ORLIM_SOURCE_FOLDER;
     std::string error;
