@@ -15,9 +15,9 @@ namespace Host {
 namespace {
 
 constexpr const char* fileName = "/liborlim_detect-shell.so";
-constexpr const char* remedy = ". Install the module there, or name it with --module FILE.";
+constexpr const char* remedy = ". Install it in one of these places, or name it with --module FILE.";
 
-// A path that dlopen cannot take for a name to look up in the system's own directories.
+// The absolute path: dlopen would look up a path without a slash in the system's library directories.
 std::string Canonical(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
     return resolved ? resolved.get() : "";
@@ -53,7 +53,7 @@ std::string FindModule(const std::optional<std::string>& named, const std::vecto
     if (named) {
         std::string path = Canonical(*named);
         if (path.empty()) {
-            error = "module " + *named + " cannot be found: " + ErrorText(errno) +
+            error = "cannot find the module " + *named + ": " + ErrorText(errno) +
                     ". Name an existing file with --module FILE.";
         }
         return path;
@@ -66,7 +66,7 @@ std::string FindModule(const std::optional<std::string>& named, const std::vecto
         }
         tried += (tried.empty() ? "" : ", ") + path;
     }
-    error = "the module is in none of the places tried: " + tried + remedy;
+    error = "cannot find the module; tried " + tried + remedy;
     return "";
 }
 
@@ -74,8 +74,8 @@ std::optional<Module> Module::Load(const std::string& path, std::string& error) 
     void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         const char* why = ::dlerror();
-        error = "module " + path + " cannot be loaded: " + (why == nullptr ? "unknown reason" : why) +
-                ". Use the module that belongs to this agent's version.";
+        error = "cannot load the module " + path + ": " + (why == nullptr ? "unknown reason" : why) +
+                ". Use the module of the same version as this agent.";
         return std::nullopt;
     }
     Module module(handle);
@@ -85,7 +85,8 @@ std::optional<Module> Module::Load(const std::string& path, std::string& error) 
     Resolve(handle, Published::stopEntry, module.entries_.stop, missing);
     Resolve(handle, Published::deinitEntry, module.entries_.deinit, missing);
     if (!missing.empty()) {
-        error = "module " + path + " lacks the entries " + missing + ". Use the module that belongs to this agent.";
+        error = "the module " + path + " lacks the entries " + missing +
+                ". Use the module of the same version as this agent.";
         return std::nullopt;
     }
     return module;

@@ -1,4 +1,4 @@
-// The detection module: finding it, loading it, its four entries.
+// Finds and loads the detection module and its four entries.
 #pragma once
 
 #include <optional>
@@ -16,21 +16,22 @@ struct ModuleEntries {
     Published::DeinitEntry deinit;
 };
 
-// Where the module is looked for without --module, in that order.
+// The directories that are searched for the module without --module, in this order.
 std::vector<std::string> ModulePlaces();
 
-// The module's absolute path: the named one, or the first of places that holds it. Empty on failure; error then names
-// the places tried.
+// The module's absolute path: the named file, or the first match in places. Empty on failure; error then names the
+// paths tried.
 std::string FindModule(const std::optional<std::string>& named, const std::vector<std::string>& places,
                        std::string& error);
 
-// A loaded module; it is unloaded with the object, so no entry may be in use by then.
+// A loaded module. The destructor unloads it: no entry may be running then, nor any thread of the module.
 class Module {
 public:
-    // Empty if the file cannot be loaded or lacks an entry; error then says why.
+    // Empty if the file cannot be loaded or lacks an entry; error then gives the reason.
     static std::optional<Module> Load(const std::string& path, std::string& error);
 
-    // Finds and loads the named module or, without a name, the one of ModulePlaces. Empty on failure; error says why.
+    // Finds and loads the named module or, without a name, the first in ModulePlaces. Empty on failure; error then
+    // gives the reason.
     static std::optional<Module> FindAndLoad(const std::optional<std::string>& named, std::string& error);
 
     ~Module();

@@ -9,7 +9,7 @@
 namespace Host {
 namespace {
 
-// As the module itself has reported since its start.
+// The functions that the module has reported as not running since its start.
 std::string FunctionsNotRunning() {
     std::string names;
     for (const auto& [name, status] : AgentLibrary::Get().detectionStatus()) {
@@ -18,7 +18,7 @@ std::string FunctionsNotRunning() {
                 (names.empty() ? "" : ", ") + name + " (code " + (status.code.empty() ? "none" : status.code) + ")";
         }
     }
-    return names.empty() ? "the module did not say which" : names;
+    return names.empty() ? "not reported by the module" : names;
 }
 
 }  // namespace
@@ -28,8 +28,8 @@ Supervisor::Supervisor(const ModuleEntries& module, ApplyConfig apply) : module_
 bool Supervisor::Start(const AgentConfig& config, const std::string& moduleText) {
     if (module_.init() == 0) {
         LogError(
-            "the module could not be initialised: no shell could be resolved from %s/%s or %s. Write the absolute path "
-            "of an existing shell into one of them, one a line",
+            "the module could not be initialised: no shell listed in %s/%s or %s exists. Add the absolute path of an "
+            "existing shell to one of these files, one path per line",
             config.ShellListFolder().c_str(), Published::shellListName, Published::hostShellList);
         return false;
     }
@@ -38,8 +38,8 @@ bool Supervisor::Start(const AgentConfig& config, const std::string& moduleText)
         module_.stop(Published::inOrderCode);
         module_.deinit();
         LogError(
-            "the module could not be started; detection functions not running: %s. The lines before say "
-            "why, and orlim-agent check tells what this host lacks",
+            "the module could not be started; detection functions not running: %s. See the lines before for the "
+            "reason, and run orlim-agent check",
             notRunning.c_str());
         return false;
     }
@@ -58,7 +58,7 @@ bool Supervisor::Replace(const AgentConfig& config) {
     if (!before) {
         return false;
     }
-    LogError("the new configuration does not start; the one before is taken again");
+    LogError("the module does not start with the new configuration, going back to the previous one");
     apply_(*before);
     return Start(*before, before->moduleText);
 }

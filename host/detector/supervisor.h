@@ -1,4 +1,4 @@
-// Starts and stops the module's detection functions, and changes their configuration.
+// Starts and stops the module, and replaces its configuration.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// Brings the parts of a configuration into force that are the agent's own: settings, log, limit, sinks.
+// Applies the agent's own part of a configuration: settings, log, event limit, sinks.
 using ApplyConfig = std::function<void(const AgentConfig&)>;
 
 // For one thread.
@@ -18,16 +18,16 @@ class Supervisor {
 public:
     Supervisor(const ModuleEntries& module, ApplyConfig apply);
 
-    // Initialises the module and starts its functions with moduleText. False, with one log line that says why, if
-    // either fails; a module that was initialised but did not start is stopped and deinitialised. The configuration
-    // must be in force already.
+    // Initialises the module and starts its functions with moduleText. If either fails, logs one line with the reason
+    // and returns false; a module that did not start is then stopped and deinitialised. The caller must have applied
+    // config.
     bool Start(const AgentConfig& config, const std::string& moduleText);
 
-    // Stops the module and starts it again with the configuration, which is brought into force. If that fails the one
-    // before is started again; false if that fails too. Both are logged.
+    // Stops the module, applies config and starts the module with it. If the start fails, applies and starts the
+    // previous configuration; false if that fails too. Both failures are logged.
     bool Replace(const AgentConfig& config);
 
-    // Stops and deinitialises what Start started.
+    // Stops and deinitialises the module if it is running.
     void Stop();
 
 private:

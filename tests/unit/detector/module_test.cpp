@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 constexpr const char* fileName = "liborlim_detect-shell.so";
 
-TEST(FindModule, FirstPlaceThatHoldsTheFileWins) {
+TEST(FindModule, ReturnsTheFirstMatch) {
     const TemporaryDirectory directory;
     for (const char* place : {"a", "b", "c"}) {
         std::filesystem::create_directory(directory.Path(place));
@@ -30,20 +30,20 @@ TEST(FindModule, ErrorListsThePlacesTried) {
     std::string error;
     EXPECT_EQ(FindModule(std::nullopt, {"/nowhere", "/elsewhere"}, error), "");
     EXPECT_EQ(error,
-              "the module is in none of the places tried: /nowhere/liborlim_detect-shell.so, "
-              "/elsewhere/liborlim_detect-shell.so. Install the module there, or name it with --module FILE.");
+              "cannot find the module; tried /nowhere/liborlim_detect-shell.so, "
+              "/elsewhere/liborlim_detect-shell.so. Install it in one of these places, or name it with --module FILE.");
 }
 
-TEST(FindModule, NamedFileIsTakenAlone) {
+TEST(FindModule, ConsidersOnlyTheNamedFile) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("x.so"), "");
     std::string error;
     EXPECT_EQ(FindModule(directory.Path("x.so"), {}, error), std::filesystem::canonical(directory.Path("x.so")));
     EXPECT_EQ(FindModule("libc.so.6", {}, error), "") << "a bare name must not be looked up by the loader";
-    EXPECT_THAT(error, HasSubstr("module libc.so.6 cannot be found: No such file or directory"));
+    EXPECT_THAT(error, HasSubstr("cannot find the module libc.so.6: No such file or directory"));
 }
 
-TEST(FindModule, PlacesBeginBesideTheProgram) {
+TEST(FindModule, SearchesFirstBesideTheProgram) {
     const std::vector<std::string> places = ModulePlaces();
     ASSERT_EQ(places.size(), 4U);
     const std::string own = std::filesystem::canonical("/proc/self/exe").parent_path().string();
@@ -53,15 +53,15 @@ TEST(FindModule, PlacesBeginBesideTheProgram) {
     EXPECT_EQ(places[3].front(), '/');
 }
 
-TEST(LoadModule, FileThatIsNoLibraryIsRefused) {
+TEST(LoadModule, RefusesAFileThatIsNoLibrary) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("x.so"), "not a library");
     std::string error;
     EXPECT_FALSE(Module::Load(directory.Path("x.so"), error));
-    EXPECT_THAT(error, HasSubstr("module " + directory.Path("x.so") + " cannot be loaded: "));
+    EXPECT_THAT(error, HasSubstr("cannot load the module " + directory.Path("x.so") + ": "));
 }
 
-TEST(LoadModule, MissingEntriesAreNamed) {
+TEST(LoadModule, NamesMissingEntries) {
     std::string error;
     EXPECT_FALSE(Module::Load("libm.so.6", error));
     EXPECT_THAT(error, HasSubstr("lacks the entries InitModule, StartModule, StopModule, DeinitModule"));

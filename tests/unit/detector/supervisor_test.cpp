@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A module whose entries note their calls.
+// A module whose entries record their calls.
 std::vector<std::string> calls;
 int initAnswer = 1;
 std::string startRefuses;
@@ -72,15 +72,15 @@ TEST_F(SupervisorTest, StartsAndStopsInOrder) {
     EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
 }
 
-TEST_F(SupervisorTest, FailedInitSaysWhereShellsAreLookedUp) {
+TEST_F(SupervisorTest, LogsTheShellListsAfterAFailedInit) {
     initAnswer = 0;
     EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
     supervisor_.Stop();
     EXPECT_THAT(calls, ElementsAre("init"));
-    EXPECT_THAT(Log(), HasSubstr("no shell could be resolved from /etc/orlim/default_shells or /etc/shells"));
+    EXPECT_THAT(Log(), HasSubstr("no shell listed in /etc/orlim/default_shells or /etc/shells exists"));
 }
 
-TEST_F(SupervisorTest, FailedStartIsUndoneAndNamesTheFunction) {
+TEST_F(SupervisorTest, UndoesAFailedStartAndLogsTheFunction) {
     startRefuses = "a";
     EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
     supervisor_.Stop();
@@ -95,14 +95,14 @@ TEST_F(SupervisorTest, ReplaceAppliesBetweenStopAndStart) {
     EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply b", "init", "start b"));
 }
 
-TEST_F(SupervisorTest, ReplaceThatFailsGoesBack) {
+TEST_F(SupervisorTest, ReplaceGoesBackIfTheNewConfigurationFails) {
     supervisor_.Start(Config("a"), "a");
     calls.clear();
     startRefuses = "b";
     EXPECT_TRUE(supervisor_.Replace(Config("b")));
     EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply b", "init", "start b", "stop 0000", "deinit",
                                    "apply a", "init", "start a"));
-    EXPECT_THAT(Log(), HasSubstr("the one before is taken again"));
+    EXPECT_THAT(Log(), HasSubstr("going back to the previous one"));
     calls.clear();
     startRefuses.clear();
     EXPECT_TRUE(supervisor_.Replace(Config("c")));
@@ -110,7 +110,7 @@ TEST_F(SupervisorTest, ReplaceThatFailsGoesBack) {
     EXPECT_THAT(calls, ElementsAre("stop 0000", "deinit", "apply c", "init", "start c", "stop 0000", "deinit"));
 }
 
-TEST_F(SupervisorTest, ReplaceFailsWhenTheWayBackFailsToo) {
+TEST_F(SupervisorTest, ReplaceFailsIfThePreviousConfigurationFailsToo) {
     supervisor_.Start(Config("a"), "a");
     initAnswer = 0;
     EXPECT_FALSE(supervisor_.Replace(Config("b")));
