@@ -19,13 +19,13 @@ constexpr unsigned int All(std::initializer_list<Facility> facilities) {
     return bits;
 }
 
-// The key of "module" in the configuration that turns a detection on.
+// The key in "module" of the configuration that turns a detection on.
 enum class Function { reverseShell, abnormalShell };
 
 struct Detection {
     const char* name;
     Function function;
-    unsigned int needs;  // bits; without any of them it is blind
+    unsigned int needs;  // bits of facilities; the detection is blind if one of them is missing
 };
 
 constexpr unsigned int wiring =

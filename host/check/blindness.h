@@ -1,4 +1,4 @@
-// Which detections see nothing on a host that lacks something.
+// Which detections are blind on a host that lacks a facility.
 #pragma once
 
 #include <string>
@@ -8,21 +8,21 @@
 
 namespace Host {
 
-// What detections stand on.
+// The facilities that detections need.
 enum class Facility : unsigned int {
-    module,            // the module starts: its file, a configuration, a shell to look after
-    location,          // AGENT_LOCATION is not set, which keeps the search for reverse shells off
+    module,            // the module starts: it needs its file, a valid configuration and an existing shell
+    location,          // AGENT_LOCATION is unset; if it is set, the module does not search for reverse shells
     processes,         // /proc shows the host's processes and their programs
     descriptors,       // /proc/<pid>/fd of any process
     connectionTables,  // /proc/net/tcp
     processEvents,     // the process connector
-    kernelWaits,       // /proc/<pid>/stack and /proc/<pid>/syscall of a process asleep
+    kernelWaits,       // /proc/<pid>/stack and /proc/<pid>/syscall of a sleeping process
     inotify,
     fanotify,
     fileFlags,  // FS_IOC_GETFLAGS on the shells
 };
 
-// A facility that is not there. reason is the rest of a sentence that begins with "because".
+// A missing facility. reason completes a sentence that begins with "because".
 struct Lack {
     Facility facility;
     std::string reason;
@@ -30,11 +30,11 @@ struct Lack {
 
 struct BlindDetection {
     std::string name;
-    std::string reason;  // all that make it blind, in the order of the lacks
+    std::string reason;  // all reasons, in the order of the lacks
 };
 
-// The detections that the configuration turns on and that see nothing, or nothing of some processes, where this is
-// lacking. In the order of docs/operations.md.
+// The detections that the configuration turns on and that miss all or some processes because of the lacks. In the order
+// of docs/operations.md.
 std::vector<BlindDetection> BlindDetections(const std::vector<Lack>& lacks, const AgentConfig& config);
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// All that the detections stand on, tried on this host.
+// Tests on this host all facilities that the detections need.
 #pragma once
 
 #include "host/check/report.h"
@@ -6,11 +6,11 @@
 
 namespace Host {
 
-// Adds a line for each facility but the module, which is not touched. Takes some milliseconds; half a second more where
-// the kernel does not answer a request for process events. It forks: before threads are started.
+// Adds a line for each facility except the module, which is not loaded. Takes a few milliseconds, or half a second more
+// if the kernel does not answer a request for process events. Forks: call it before starting threads.
 void CheckHost(const AgentConfig& config, CheckReport& report);
 
-// As CheckHost, with one warning in the log for each detection that is blind in place of the lines.
+// Runs the checks of CheckHost and logs one warning for each blind detection.
 void LogBlindDetections(const AgentConfig& config);
 
 }  // namespace Host

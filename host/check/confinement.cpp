@@ -23,14 +23,14 @@ std::string ReadIfThere(const char* path) {
     return ReadSmallFile(path, error);
 }
 
-// The target of a link that leads to no file, empty on failure.
+// The target of a symbolic link; empty on failure.
 std::string LinkText(const char* path) {
     char target[64];
     const ssize_t length = ::readlink(path, target, sizeof(target));
     return length > 0 ? std::string(target, static_cast<size_t>(length)) : std::string();
 }
 
-// Whether /proc counts the processes as this one's PID namespace does. unshare(1) may leave the outer one's there.
+// True if /proc belongs to this process's PID namespace. After unshare(1) it may still be that of the outer namespace.
 bool IsProcOfOwnNamespace() {
     return LinkText("/proc/self") == std::to_string(::getpid());
 }
@@ -41,20 +41,18 @@ void CheckPidNamespace(CheckReport& report) {
         report.Ok(what, "the initial one");
         return;
     }
-    report.Limited(what,
-                   "not the initial one; the kernel sends it no process events, and it is not shown what runs "
-                   "outside",
+    report.Limited(what, "not the initial one; the agent gets no process events and does not see processes outside it",
                    runOnHost);
     // cn_proc_mcast_ctl (drivers/connector/cn_proc.c) drops such requests without an answer.
-    report.Lacks(Facility::processEvents, "the kernel sends no process events into a PID namespace");
+    report.Lacks(Facility::processEvents, "the kernel sends process events only to the initial PID namespace");
     if (IsProcOfOwnNamespace()) {
-        report.Lacks(Facility::processes, "/proc shows the processes of one PID namespace alone");
+        report.Lacks(Facility::processes, "/proc shows only the processes of this PID namespace");
     }
 }
 
-// The kernel's end of the connector exists in the initial network namespace alone (cn_init in
-// drivers/connector/connector.c), so that elsewhere nobody takes a message. The kernel ignores one without content.
-// False if it has no connector.
+// The kernel's end of the connector exists only in the initial network namespace (cn_init in
+// drivers/connector/connector.c); elsewhere sending fails with ECONNREFUSED. The kernel ignores an empty message. False
+// if the kernel has no connector.
 bool IsLaterNetworkNamespace() {
     const Descriptor socket(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_CONNECTOR));
     nlmsghdr message{};
@@ -70,14 +68,14 @@ bool IsLaterNetworkNamespace() {
 void CheckNetworkNamespace(CheckReport& report) {
     const char* const what = "network namespace";
     if (!IsLaterNetworkNamespace()) {
-        report.Ok(what, "the initial one, as far as the connector tells");
+        report.Ok(what, "the initial one, judging by the process connector");
         return;
     }
     report.Limited(what,
-                   "not the initial one; the kernel sends it no process events, and connections outside are not shown",
+                   "not the initial one; the agent gets no process events and does not see connections outside it",
                    runOnHost);
-    report.Lacks(Facility::processEvents, "the kernel sends no process events into a network namespace");
-    report.Lacks(Facility::connectionTables, "/proc/net shows the connections of one network namespace alone");
+    report.Lacks(Facility::processEvents, "the kernel sends process events only to the initial network namespace");
+    report.Lacks(Facility::connectionTables, "/proc/net shows only the connections of this network namespace");
 }
 
 void CheckUserNamespace(CheckReport& report) {
@@ -86,9 +84,10 @@ void CheckUserNamespace(CheckReport& report) {
         report.Ok(what, "the initial one");
         return;
     }
-    report.Limited(what, "not the initial one; no capability holds outside", runOnHost);
-    report.Lacks(Facility::processEvents, "the kernel sends no process events into a user namespace");
-    report.Lacks(Facility::processes, "no capability of a user namespace opens the processes outside");
+    report.Limited(what, "not the initial one; the agent's capabilities do not apply to processes outside it",
+                   runOnHost);
+    report.Lacks(Facility::processEvents, "the kernel sends process events only to the initial user namespace");
+    report.Lacks(Facility::processes, "capabilities in a user namespace do not apply to processes outside it");
 }
 
 }  // namespace
@@ -106,7 +105,7 @@ std::string HidepidOption(const std::string& mounts) {
         if (place != "/proc" || type != "proc") {
             continue;
         }
-        found.clear();  // a later mount covers an earlier one
+        found.clear();  // a later mount hides an earlier one
         const std::string all = "," + options + ",";
         const std::string key = ",hidepid=";
         const size_t at = all.find(key);
@@ -132,8 +131,8 @@ void CheckHidepid(CheckReport& report) {
         report.Ok("hidepid", "/proc is mounted with hidepid=" + option + ", which CAP_SYS_PTRACE overrides");
     } else {
         report.Missing("hidepid",
-                       "/proc is mounted with hidepid=" + option + "; processes of other users are not seen at all",
-                       "Run the agent with CAP_SYS_PTRACE, or mount -o remount,hidepid=0 /proc");
+                       "/proc is mounted with hidepid=" + option + "; the agent does not see processes of other users",
+                       "Run the agent with CAP_SYS_PTRACE, or run mount -o remount,hidepid=0 /proc");
         report.Lacks(Facility::processes, "/proc is mounted with hidepid=" + option);
     }
 }
@@ -144,8 +143,8 @@ void CheckNamespaces(CheckReport& report) {
     CheckUserNamespace(report);
 }
 
-// Yama has a say in PTRACE_MODE_ATTACH alone (yama_ptrace_access_check), which stack and syscall ask for (lock_trace in
-// fs/proc/base.c). The links exe and fd/N ask for PTRACE_MODE_READ, so that no value touches them.
+// Yama restricts only PTRACE_MODE_ATTACH (yama_ptrace_access_check), which stack and syscall require (lock_trace in
+// fs/proc/base.c). The links exe and fd/N require PTRACE_MODE_READ, so no value of ptrace_scope affects them.
 void ReportYama(const std::string& scope, CheckReport& report) {
     constexpr long nobody = 3;
     const long value = std::strtol(scope.c_str(), nullptr, 10);
@@ -153,21 +152,21 @@ void ReportYama(const std::string& scope, CheckReport& report) {
     if (scope.empty()) {
         report.Ok("Yama", "not in this kernel");
     } else if (value >= nobody) {
-        report.Limited("Yama", setting + ", which closes /proc/<pid>/stack and /proc/<pid>/syscall to everybody",
-                       "Set it to 2 or less for the next start of the system; it cannot be lowered before");
+        report.Limited("Yama", setting + ", which makes /proc/<pid>/stack and /proc/<pid>/syscall unreadable",
+                       "Configure 2 or less and reboot; the kernel does not allow lowering it at run time");
         report.Lacks(Facility::kernelWaits, setting);
     } else {
         report.Ok("Yama", value == 0 ? setting : setting + ", which CAP_SYS_PTRACE overrides");
     }
 }
 
-// None of the reasons in enum lockdown_reason (include/linux/security.h) concerns what the agent uses: not
-// /proc/<pid>/stack, nor the names it shows, nor the connector, fanotify or inotify.
+// No entry of enum lockdown_reason (include/linux/security.h) restricts anything that the agent uses: not
+// /proc/<pid>/stack or its function names, nor the connector, fanotify or inotify.
 void ReportLockdown(const std::string& modes, CheckReport& report) {
     const size_t begin = modes.find('[');
     const size_t end = modes.find(']', begin == std::string::npos ? 0 : begin);
     if (begin == std::string::npos || end == std::string::npos) {
-        report.Ok("lockdown", "not in this kernel, or not shown");
+        report.Ok("lockdown", "not in this kernel, or not visible");
     } else {
         report.Ok("lockdown",
                   "mode " + modes.substr(begin + 1, end - begin - 1) + ", which restricts nothing that the agent uses");

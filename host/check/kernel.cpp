@@ -19,9 +19,9 @@ void CheckProcessEvents(CheckReport& report) {
     const char* const what = "process events";
     const char* const remedy =
         "Run the agent on the host itself, with CAP_NET_ADMIN, on a kernel built with CONFIG_PROC_EVENTS";
-    // The kernel would not even refuse, and half a second would go by.
+    // The kernel would not answer the request, and waiting for it would take half a second.
     if (report.IsLacking(Facility::processEvents)) {
-        report.Limited(what, "not asked for, because the kernel sends none to this namespace", remedy);
+        report.Limited(what, "not tried, because the kernel sends none to this namespace", remedy);
         return;
     }
     const std::string why = AgentLibrary::Get().probeProcessEvents();
@@ -29,7 +29,7 @@ void CheckProcessEvents(CheckReport& report) {
         report.Ok(what, "the kernel reports new processes");
         return;
     }
-    report.Limited(what, why + "; of reverse shells only the " + Published::periodScan + " is left", remedy);
+    report.Limited(what, why + "; only the " + Published::periodScan + " still finds reverse shells", remedy);
     report.Lacks(Facility::processEvents, "there are no process events: " + why);
 }
 
@@ -41,13 +41,13 @@ void CheckConnectionTables(CheckReport& report) {
         const bool isSixth = std::string(path) == "/proc/net/tcp6";
         const std::string finding = error == 0 ? "is empty" : ErrorText(error);
         if (!table.empty()) {
-            report.Ok(path, "can be read");
+            report.Ok(path, "readable");
         } else if (isSixth && error == ENOENT) {
-            report.Ok(path, "is not there, as where IPv6 is switched off");
+            report.Ok(path, "does not exist, which is normal if IPv6 is disabled");
         } else if (isSixth) {
-            report.Limited(path, finding + "; connections over IPv6 are not seen", remedy);
+            report.Limited(path, finding + "; the agent does not see IPv6 connections", remedy);
         } else {
-            report.Missing(path, finding + "; the connections behind reverse shells are not seen", remedy);
+            report.Missing(path, finding + "; the agent does not see the connections of reverse shells", remedy);
         }
         if (table.empty() && std::string(path) == "/proc/net/tcp") {
             report.Lacks(Facility::connectionTables, std::string(path) + " cannot be read: " + finding);
@@ -56,7 +56,7 @@ void CheckConnectionTables(CheckReport& report) {
 }
 
 void CheckFanotify(CheckReport& report) {
-    // The mark is on a file of the agent's own, and gone with the group.
+    // The mark is on the agent's own program and disappears with the group.
     constexpr const char* markedFile = "/proc/self/exe";
     const Descriptor group(::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC));
     std::string why;
@@ -64,10 +64,10 @@ void CheckFanotify(CheckReport& report) {
         const int error = errno;
         why = "cannot be used: " + ErrorText(error) + (error == EPERM ? ", without CAP_SYS_ADMIN" : "");
     } else if (::fanotify_mark(group.Get(), FAN_MARK_ADD, FAN_CLOSE_NOWRITE, AT_FDCWD, markedFile) != 0) {
-        why = "takes no mark: " + ErrorText(errno);
+        why = "refuses a mark: " + ErrorText(errno);
     }
     if (why.empty()) {
-        report.Ok("fanotify", "takes marks");
+        report.Ok("fanotify", "accepts marks");
         return;
     }
     report.Limited("fanotify", why,
@@ -84,7 +84,7 @@ void CheckInotify(CheckReport& report) {
     if (!instance.IsOpen()) {
         why = "cannot be used: " + ErrorText(errno);
     } else if (::inotify_add_watch(instance.Get(), "/", IN_ATTRIB) < 0) {
-        why = "takes no watch: " + ErrorText(errno);
+        why = "refuses a watch: " + ErrorText(errno);
     }
     if (!why.empty()) {
         report.Missing("inotify", why, raise);
@@ -97,12 +97,12 @@ void CheckInotify(CheckReport& report) {
     if (error == 0 && watches < enoughWatches) {
         report.Limited(
             "inotify",
-            "fs.inotify.max_user_watches is " + std::to_string(watches) + ", which may not do for all shell programs",
+            "fs.inotify.max_user_watches is " + std::to_string(watches) + ", which may be too low for all shells",
             "Raise it to 8192");
         return;
     }
-    report.Ok("inotify", error == 0 ? "takes watches, at most " + std::to_string(watches) + " for a user"
-                                    : std::string("takes watches"));
+    report.Ok("inotify", error == 0 ? "accepts watches, at most " + std::to_string(watches) + " per user"
+                                    : std::string("accepts watches"));
 }
 
 }  // namespace Host

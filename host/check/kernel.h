@@ -1,4 +1,4 @@
-// What the kernel offers the agent, for orlim-agent check. Each function adds its lines to the report.
+// Checks for orlim-agent check: facilities of the kernel. Each function adds its lines to the report.
 #pragma once
 
 #include "host/check/report.h"

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds step(2);
 
-// A child that sends its name in /proc and then reads from a pipe until the object goes.
+// A child process that reports its name in /proc and then sleeps in the read of a pipe. The destructor ends it.
 class Reader {
 public:
     Reader();
@@ -27,7 +27,7 @@ public:
 
     bool Runs() const { return pid_ > 0; }
     int PipeEnd() const { return pipeEnd_; }
-    // Its folder in /proc, which may be that of another PID namespace; empty if it has none there.
+    // Its directory in /proc, where its number may be that of an outer PID namespace; empty if it has none.
     std::string Folder() const;
 
 private:
@@ -67,7 +67,7 @@ Reader::Reader() {
     pipeEnd_ = ends[0];
     pid_ = ::fork();
     if (pid_ == 0) {
-        ::close(ends[1]);  // or the child would keep its own pipe open for ever
+        ::close(ends[1]);  // otherwise the child would keep its own pipe open and never end
         SendNameAndRead(nameEnds[1], ends[0]);
     }
 }
@@ -86,7 +86,7 @@ std::string Reader::Folder() const {
     return length > 0 ? "/proc/" + std::string(name, static_cast<size_t>(length)) : "";
 }
 
-// State of the process in the text of its file "stat". The name before it may hold anything.
+// The process state in the text of /proc/<pid>/stat. The name before it may contain any bytes.
 char StateIn(const std::string& stat) {
     const size_t end = stat.rfind(") ");
     return end == std::string::npos || end + 2 >= stat.size() ? '?' : stat[end + 2];
@@ -112,21 +112,21 @@ SleepingRead Look(const std::string& folder, int descriptor) {
     return seen;
 }
 
-// The number of the call is not looked at: 32-bit ARM before 5.15 shows 0 for every one.
+// Ignores the number of the call: 32-bit ARM before 5.15 shows 0 for every call.
 bool ShowsDescriptor(const SleepingRead& seen) {
     unsigned long first = 0;
     return std::sscanf(seen.call.c_str(), "%*d %lx", &first) == 1 &&
            static_cast<unsigned int>(first) == static_cast<unsigned int>(seen.descriptor);
 }
 
-// proc_pid_stack answers EACCES to the lack of CAP_SYS_ADMIN alone, and EPERM as syscall does where ptrace(2) may not
+// proc_pid_stack returns EACCES only if CAP_SYS_ADMIN is missing. Like syscall, it returns EPERM if ptrace(2) may not
 // attach (lock_trace in fs/proc/base.c).
 std::string RefusalText(const char* file, int error) {
     const std::string text = std::string(file) + " cannot be read: " + ErrorText(error);
     if (error == EACCES) {
         return text + ", without CAP_SYS_ADMIN in the initial user namespace";
     }
-    return error == EPERM ? text + ", as to all that may not attach by ptrace" : text;
+    return error == EPERM ? text + ", because the agent may not attach with ptrace" : text;
 }
 
 bool ShowsAddressesOnly(const std::string& stack) {
@@ -143,13 +143,13 @@ std::string WhyWaitIsHidden(const SleepingRead& seen) {
         return "/proc/<pid>/stack of another process is empty on this kernel";
     }
     if (seen.stack.find("pipe_read") == std::string::npos) {
-        return ShowsAddressesOnly(seen.stack) ? "/proc/<pid>/stack shows addresses in place of names"
-                                              : "/proc/<pid>/stack shows no read of a pipe where there is one";
+        return ShowsAddressesOnly(seen.stack) ? "/proc/<pid>/stack shows addresses instead of function names"
+                                              : "/proc/<pid>/stack does not show a process waiting in a pipe read";
     }
     if (seen.callError != 0) {
         return RefusalText("/proc/<pid>/syscall", seen.callError);
     }
-    return ShowsDescriptor(seen) ? "" : "/proc/<pid>/syscall does not show what a process reads";
+    return ShowsDescriptor(seen) ? "" : "/proc/<pid>/syscall does not show the descriptor that a process reads";
 }
 
 std::string RemedyForHiddenWait(const SleepingRead& seen) {
@@ -161,26 +161,26 @@ std::string RemedyForHiddenWait(const SleepingRead& seen) {
                "kernel.yama.ptrace_scope below 3";
     }
     if (seen.stack.empty()) {
-        return "Multi-core 32-bit ARM shows none; run a kernel built without CONFIG_SMP to have them";
+        return "Multi-core 32-bit ARM never shows stacks; only a kernel built without CONFIG_SMP does";
     }
     return ShowsAddressesOnly(seen.stack) ? "Run a kernel built with CONFIG_KALLSYMS"
-                                          : "Report it, with the version of this kernel";
+                                          : "Report this as a defect of Orlim, with the version of the kernel";
 }
 
 std::optional<SleepingRead> TrySleepingRead(std::string& error) {
     constexpr int moreLooks = 25;
     const Reader reader;
     if (!reader.Runs()) {
-        error = "no process can be started: " + ErrorText(errno);
+        error = "cannot start a process: " + ErrorText(errno);
         return std::nullopt;
     }
     const std::string folder = reader.Folder();
     if (folder.empty() || !AwaitSleep(folder)) {
-        error = "/proc does not show a process asleep";
+        error = "/proc does not show the test process asleep";
         return std::nullopt;
     }
     SleepingRead seen = Look(folder, reader.PipeEnd());
-    // The state says "asleep" a moment before the processor has left the process.
+    // The state changes to "sleeping" shortly before the process leaves the processor.
     for (int i = 0; i < moreLooks && seen.stackError == 0 && !WhyWaitIsHidden(seen).empty(); ++i) {
         Clock::Poll({}, Clock::Now() + step);
         seen = Look(folder, reader.PipeEnd());
@@ -192,15 +192,15 @@ void CheckKernelWaits(CheckReport& report) {
     const char* const what = "waits of processes";
     std::string why;
     const std::optional<SleepingRead> seen = TrySleepingRead(why);
-    std::string remedy = "Make room for one more process, and mount /proc";
+    std::string remedy = "Raise the process limit, and mount /proc";
     if (seen) {
         why = WhyWaitIsHidden(*seen);
         remedy = RemedyForHiddenWait(*seen);
     } else {
-        why = "it cannot be tried whether waits are shown: " + why;
+        why = "the test of process waits failed: " + why;
     }
     if (why.empty()) {
-        report.Ok(what, "/proc/<pid>/stack and /proc/<pid>/syscall show what a process waits for");
+        report.Ok(what, "/proc/<pid>/stack and /proc/<pid>/syscall show where a process waits");
         return;
     }
     report.Limited(what, why, remedy);

@@ -1,4 +1,4 @@
-// Whether the kernel shows what other processes wait for, for orlim-agent check.
+// Check for orlim-agent check: whether the kernel shows where other processes wait.
 #pragma once
 
 #include <optional>
@@ -8,25 +8,24 @@
 
 namespace Host {
 
-// What /proc shows of a process that is asleep in the read of a pipe.
+// The files in /proc of a process that sleeps in the read of a pipe.
 struct SleepingRead {
     std::string stack;
-    int stackError = 0;  // errno of the read of stack
-    std::string call;    // its file "syscall"
+    int stackError = 0;  // errno of reading stack
+    std::string call;    // text of /proc/<pid>/syscall
     int callError = 0;
-    int descriptor = -1;  // that it reads from
+    int descriptor = -1;  // the descriptor that the process reads from
 };
 
-// Why the module cannot see from this what the process waits for: the rest of a sentence that begins with "because".
-// Empty if it can.
+// Why the module cannot see from this where the process waits: completes a sentence that begins with "because". Empty
+// if it can.
 std::string WhyWaitIsHidden(const SleepingRead& seen);
 
-// What to do about it, as a sentence.
+// The remedy, as a sentence without its full stop.
 std::string RemedyForHiddenWait(const SleepingRead& seen);
 
-// Starts a process that reads from a pipe, awaits that it is asleep and looks at it; it is gone on return. Empty, with
-// error, if it cannot be started or does not fall asleep within a second. Not while another thread waits for child
-// processes of its own by any id.
+// Starts a process that reads from a pipe, waits until it sleeps, reads its files and ends it. Empty, with error, if it
+// cannot be started or does not sleep within a second. No other thread may wait for any child process meanwhile.
 std::optional<SleepingRead> TrySleepingRead(std::string& error);
 
 void CheckKernelWaits(CheckReport& report);

@@ -1,4 +1,4 @@
-// The lines that orlim-agent check prints, and what the host lacks for the detections.
+// The lines that orlim-agent check prints, and the facilities that this host lacks.
 #pragma once
 
 #include <string>
@@ -8,17 +8,17 @@
 
 namespace Host {
 
-// Each of the first three calls adds one line, whatever bytes its arguments bring. A remedy is a sentence that says
-// what to do. For one thread.
+// Ok, Limited and Missing add one line each; their arguments may contain any bytes. A remedy is a sentence without its
+// full stop. For one thread.
 class CheckReport {
 public:
     void Ok(const std::string& what, const std::string& detail);
-    // Detection works, but not all of it.
+    // Some detections do not work, or miss some processes or files.
     void Limited(const std::string& what, const std::string& finding, const std::string& remedy);
-    // Without it there is no detection worth the name.
+    // Detection as a whole does not work.
     void Missing(const std::string& what, const std::string& finding, const std::string& remedy);
 
-    // Notes what makes detections blind; reason as in Lack.
+    // Records a missing facility, which makes detections blind. reason as in Lack.
     void Lacks(Facility facility, const std::string& reason);
     bool IsLacking(Facility facility) const;
 
@@ -34,7 +34,7 @@ private:
     bool somethingMissing_ = false;
 };
 
-// One line for each detection that is on and blind, or one that none is.
+// One line for each detection that is on and blind, or a line that no detection is blind.
 std::string BlindLines(const CheckReport& report, const AgentConfig& config);
 
 }  // namespace Host

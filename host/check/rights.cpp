@@ -23,15 +23,17 @@ struct Right {
 };
 
 constexpr Right rights[] = {
-    {"CAP_SYS_PTRACE", CAP_SYS_PTRACE, true, "the programs and open files of other users' processes cannot be seen"},
+    {"CAP_SYS_PTRACE", CAP_SYS_PTRACE, true,
+     "the agent cannot inspect programs and open files of other users' "
+     "processes"},
     {"CAP_DAC_READ_SEARCH", CAP_DAC_READ_SEARCH, false,
-     "the open files of other users' processes, and programs and shells in directories closed to this user, cannot be "
-     "examined"},
-    {"CAP_NET_ADMIN", CAP_NET_ADMIN, false, "kernels before 6.6 do not report new processes then"},
-    {"CAP_SYS_ADMIN", CAP_SYS_ADMIN, false, "neither /proc/<pid>/stack nor fanotify can be used"},
+     "the agent cannot inspect open files of other users' processes, nor programs and shells in directories that are "
+     "closed to this user"},
+    {"CAP_NET_ADMIN", CAP_NET_ADMIN, false, "kernels before 6.6 do not report new processes to the agent"},
+    {"CAP_SYS_ADMIN", CAP_SYS_ADMIN, false, "the agent can use neither /proc/<pid>/stack nor fanotify"},
 };
 
-// Kinds of capability that a trial cannot stand for: no process of another user may be there to be tried.
+// Capabilities that cannot be tested by trying: at this moment there may be no process of another user to try it on.
 struct Sight {
     unsigned int number;
     Facility facility;
@@ -40,9 +42,9 @@ struct Sight {
 
 constexpr Sight sights[] = {
     {CAP_SYS_PTRACE, Facility::processes,
-     "CAP_SYS_PTRACE is missing, and the agent may not look into processes of other users or with more rights"},
+     "CAP_SYS_PTRACE is missing, which is needed to inspect processes of other users or with more rights"},
     {CAP_DAC_READ_SEARCH, Facility::descriptors,
-     "CAP_DAC_READ_SEARCH is missing, and /proc/<pid>/fd of other users' processes is closed"},
+     "CAP_DAC_READ_SEARCH is missing, which is needed to open /proc/<pid>/fd of other users' processes"},
 };
 
 bool Has(uint64_t capabilities, unsigned int number) {
@@ -60,7 +62,7 @@ uint64_t OwnCapabilities() {
 }
 
 struct DescriptorAccess {
-    size_t processes = 0;  // with a program, which kernel threads have not
+    size_t processes = 0;  // without kernel threads, which have no program
     size_t refused = 0;
 };
 
@@ -68,7 +70,7 @@ bool IsRefused(int error) {
     return error == EACCES || error == EPERM;
 }
 
-// False if the system refuses the links of the process's descriptors. A process that goes meanwhile refuses nothing.
+// False if the system denies access to the links of the process's descriptors. True for a process that has exited.
 bool CanReadDescriptors(const std::string& process) {
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir((process + "/fd").c_str()), ::closedir);
     if (directory == nullptr) {
@@ -130,8 +132,8 @@ void CheckUser(CheckReport& report) {
     } else {
         report.Limited(
             "user",
-            "user id " + std::to_string(user) + " is not root; only what the capabilities below allow can be seen",
-            "Run the agent as root, or see to each of them");
+            "user id " + std::to_string(user) + " is not root; the agent has only the capabilities listed below",
+            "Run the agent as root, or grant it all of them");
     }
 }
 
@@ -139,7 +141,7 @@ void LogMissingCapabilities() {
     const uint64_t capabilities = OwnCapabilities();
     for (const Right& right : rights) {
         if (!IsGranted(capabilities, right.number)) {
-            LogWarning("%s is missing: %s", right.name, right.cost);
+            LogWarning("%s is missing: %s; run the agent as root or grant the capability", right.name, right.cost);
         }
     }
 }
@@ -167,13 +169,13 @@ void CheckCapabilities(CheckReport& report) {
 void CheckOthersDescriptors(CheckReport& report) {
     const char* const what = "open files of processes";
     const DescriptorAccess access = TryDescriptors();
-    const std::string finding = "cannot be read of " + std::to_string(access.refused) + " of " +
-                                std::to_string(access.processes) + " processes";
+    const std::string finding =
+        "not readable for " + std::to_string(access.refused) + " of " + std::to_string(access.processes) + " processes";
     if (access.refused == 0) {
-        report.Ok(what, "can be read of all " + std::to_string(access.processes) + " processes");
+        report.Ok(what, "readable for all " + std::to_string(access.processes) + " processes");
     } else if (HasCapability(CAP_SYS_PTRACE)) {
         report.Limited(what, finding + "; reverse shells among them are not found",
-                       "See to the capabilities above; where they are in effect, the system protects these processes");
+                       "Grant the capabilities above; if they are in effect, the system protects these processes");
     } else {
         report.Missing(what, finding + "; reverse shells among them are not found",
                        "Run the agent with CAP_SYS_PTRACE and CAP_DAC_READ_SEARCH");

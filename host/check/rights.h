@@ -1,4 +1,4 @@
-// What the agent may do on this host. The Check functions add their lines to the report of orlim-agent check.
+// Checks for orlim-agent check: the agent's user and capabilities. The Check functions add their lines to the report.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace Host {
 
-// Value of CapEff in the text of /proc/<pid>/status, 0 if there is none.
+// The value of CapEff in the text of /proc/<pid>/status; 0 if there is none.
 uint64_t EffectiveCapabilities(const std::string& status);
 
-// Whether the capability with this number is in effect for this process.
+// True if the capability with this number is in effect for this process.
 bool HasCapability(unsigned int number);
 
-// One warning in the log for each capability that is not in effect, with what that costs.
+// Logs one warning for each capability that is not in effect, with the consequence.
 void LogMissingCapabilities();
 
 void CheckUser(CheckReport& report);

@@ -32,8 +32,8 @@ bool IsShellProgram(const std::string& path) {
 void CheckShellList(const std::string& file, std::set<std::string>& resolved, CheckReport& report) {
     std::set<std::string> listed;
     if (!TavUtils::FileOperation::ParseShellsFile(listed, file)) {
-        report.Limited(file, "cannot be read; shells listed there are unknown to the agent",
-                       "Write the absolute paths of shells into it, one a line, if it should list any");
+        report.Limited(file, "cannot be read; the agent does not know the shells that it lists",
+                       "Make it readable, or create it with the absolute paths of shells, one per line");
         return;
     }
     std::set<std::string> present;
@@ -44,7 +44,7 @@ void CheckShellList(const std::string& file, std::set<std::string>& resolved, Ch
     resolved.insert(present.begin(), present.end());
     std::string detail = present.empty() ? "lists no shell that exists" : "lists " + Joined(present);
     if (!absent.empty()) {
-        detail += "; passed over because they do not exist: " + Joined(absent);
+        detail += "; ignored because they do not exist: " + Joined(absent);
     }
     report.Ok(file, detail);
 }
@@ -57,7 +57,8 @@ void CheckModule(const std::optional<std::string>& named, CheckReport& report) {
     if (!path.empty() && Module::Load(path, error)) {
         report.Ok("module", path + " can be loaded and has its four entries");
     } else {
-        report.Missing("module", error, "Install it, or name it with --module");
+        report.Missing("module", error.substr(0, error.find_last_not_of('.') + 1),
+                       "Without it the agent does not start");
         report.Lacks(Facility::module, "the module cannot be loaded");
     }
 }
@@ -65,10 +66,10 @@ void CheckModule(const std::optional<std::string>& named, CheckReport& report) {
 void CheckLocation(CheckReport& report) {
     const std::string reason = WhySearchIsOff();
     if (reason.empty()) {
-        report.Ok(Published::locationVariable, "is not set");
+        report.Ok(Published::locationVariable, "not set");
     } else {
-        report.Limited(Published::locationVariable, "is set in the environment",
-                       "Unset it to search for reverse shells");
+        report.Limited(Published::locationVariable,
+                       "set in the environment; the agent does not search for reverse shells", "Unset it");
         report.Lacks(Facility::location, reason);
     }
 }
@@ -80,10 +81,10 @@ std::set<std::string> CheckShellLists(const std::string& listFolder, const std::
     CheckShellList(shellsFile, resolved, report);
     if (resolved.empty()) {
         report.Missing("shells", "neither list names a shell that exists, so the module does not start",
-                       "Write the absolute path of one into " + shellsFile);
-        report.Lacks(Facility::module, "no shell is listed, so that the module does not start");
+                       "Add the absolute path of an existing shell to " + shellsFile);
+        report.Lacks(Facility::module, "no listed shell exists, so the module does not start");
     } else {
-        report.Ok("shells", std::to_string(resolved.size()) + " to look after");
+        report.Ok("shells", std::to_string(resolved.size()) + " found");
     }
     return resolved;
 }
@@ -100,12 +101,12 @@ void CheckShellFlags(const std::set<std::string>& shells, CheckReport& report) {
         }
     }
     if (failed.empty()) {
-        report.Ok("file flags", "can be read of all shells");
+        report.Ok("file flags", "readable for all shells");
     } else {
-        const std::string finding = "cannot be read of " + Joined(failed) + ": " + ErrorText(lastError);
-        report.Limited("file flags", finding + "; a change of them is not noticed",
+        const std::string finding = "not readable for " + Joined(failed) + ": " + ErrorText(lastError);
+        report.Limited("file flags", finding + "; changes of them are not reported",
                        "Keep the shells on a file system that has flags, such as ext4, xfs or btrfs");
-        report.Lacks(Facility::fileFlags, "file flags " + finding);
+        report.Lacks(Facility::fileFlags, "file flags are " + finding);
     }
 }
 

@@ -13,20 +13,20 @@
 namespace Host {
 namespace {
 
-// The configuration to go on with: the defaults stand in for one that is wrong.
+// The configuration for the other checks; the defaults if the given one is invalid.
 AgentConfig CheckConfig(const std::optional<std::string>& file, bool& valid, CheckReport& report) {
     std::string error;
     const std::optional<AgentConfig> config = LoadConfig(file, error);
     valid = config.has_value();
     if (!valid) {
         report.Missing("configuration", error + " The agent does not start with it",
-                       "The lines below go by the defaults");
-        report.Lacks(Facility::module, "the configuration is wrong, and the agent does not start with it");
+                       "The lines below assume the default configuration");
+        report.Lacks(Facility::module, "the configuration is invalid and the agent does not start with it");
         return {};
     }
-    report.Ok("configuration", file ? *file : "none named, the defaults hold");
+    report.Ok("configuration", file ? *file : "no file given, using the defaults");
     for (const std::string& warning : config->warnings) {
-        report.Limited("configuration", warning, "Correct it, or take it out");
+        report.Limited("configuration", warning, "Correct it or remove it");
     }
     return *config;
 }
@@ -38,7 +38,7 @@ int CheckCommand(const Options& options) {
     CheckReport report;
     bool configValid = false;
     const AgentConfig config = CheckConfig(options.configFile, configValid, report);
-    // Before anything that may start a thread, since it forks.
+    // First, because it forks: loading the module may start threads.
     CheckHost(config, report);
     CheckModule(options.moduleFile, report);
     WriteAll(STDOUT_FILENO, report.Text() + BlindLines(report, config));

@@ -5,7 +5,8 @@
 
 namespace Host {
 
-// Prints what this host lacks and returns the exit status. On the main thread.
+// Prints the facilities that this host has and lacks, and the blind detections. Returns the exit status. Main thread
+// only.
 int CheckCommand(const Options& options);
 
 }  // namespace Host

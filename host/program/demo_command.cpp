@@ -18,8 +18,8 @@ int DemoCommand(const std::vector<std::string>& arguments) {
     }
     words.push_back(nullptr);
     ::execv(program.c_str(), words.data());
-    PrintMessage("the demonstration cannot be started: " + program + ": " + ErrorText(errno) +
-                 ". Install orlim-demo beside the agent.");
+    PrintMessage("cannot start the demonstration " + program + ": " + ErrorText(errno) +
+                 ". Install orlim-demo in the same directory as orlim-agent.");
     return EXIT_FAILED;
 }
 

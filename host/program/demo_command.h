@@ -1,4 +1,4 @@
-// The demonstration: a program of its own, of which the agent holds nothing but the name.
+// orlim-agent demo. The demonstration is a separate program; the agent only knows its name.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace Host {
 
-// Becomes orlim-demo, which stands in the agent's directory, with these arguments. Returns an exit status only if that
-// program cannot be started, which is explained on standard error.
+// Replaces this process by orlim-demo from the agent's directory, with these arguments. If that fails, writes the
+// reason to standard error and returns the exit status.
 int DemoCommand(const std::vector<std::string>& arguments);
 
 }  // namespace Host

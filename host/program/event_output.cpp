@@ -39,7 +39,7 @@ bool EventOutput::Stop() {
     }
     running_ = false;
     if (!AgentLibrary::Get().stopEvents(drainPatience)) {
-        LogError("the queued events could not be written within %lld seconds; they are lost",
+        LogError("the sinks did not accept the queued events within %lld seconds, the events are lost",
                  static_cast<long long>(drainPatience.count()));
         return false;
     }

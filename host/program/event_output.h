@@ -1,4 +1,4 @@
-// The way of the events out of the process: the event queue and the sinks behind it.
+// Delivers events: the event queue and its sinks.
 #pragma once
 
 #include <cstdint>
@@ -9,22 +9,22 @@
 
 namespace Host {
 
-// One at a time, because there is one event queue. Operations for one thread.
+// At most one object at a time, because the process has one event queue. For one thread.
 class EventOutput {
 public:
     ~EventOutput();
 
     void Start(const std::vector<SinkSpec>& sinks);
 
-    // Changes the sinks, or opens their files anew, without waiting for it.
+    // Change the sinks, or reopen their files. Neither waits until it is done.
     void SetSinks(const std::vector<SinkSpec>& sinks);
     void Reopen();
 
-    // Writes what is queued and closes the sinks. False if that took longer than ten seconds; then a thread is still
-    // writing, and the process must leave without running anything's end.
+    // Writes the queued events and closes the sinks. False if that takes longer than ten seconds. A thread is then
+    // still writing, and the process must end with _exit, without destructors.
     bool Stop();
 
-    // Events that some sink could not write; known once Stop has returned true.
+    // The number of events that a sink could not write. Valid after Stop has returned true.
     uint64_t Lost() const { return lost_; }
 
 private:

@@ -20,7 +20,7 @@ constexpr const char* clearLine = "\r\033[K";
 
 void ShowStep(const std::string& step) {
     if (::isatty(STDERR_FILENO) == 1) {
-        WriteAll(STDERR_FILENO, clearLine + (step.empty() ? "" : "asking the module: " + step + " ..."));
+        WriteAll(STDERR_FILENO, clearLine + (step.empty() ? "" : "testing: " + step + " ..."));
     }
 }
 
@@ -28,7 +28,7 @@ bool Print(const std::string& text) {
     if (WriteAll(STDOUT_FILENO, text).error == 0) {
         return true;
     }
-    PrintMessage("standard output cannot be written to");
+    PrintMessage("cannot write to standard output");
     return false;
 }
 
@@ -36,7 +36,7 @@ bool PrintWiring(const Options& options) {
     const std::optional<WiredProcess> wiring = TraceWiring(options.pid, ReadHostProcesses(), ReadConnections());
     if (!wiring) {
         const std::string reason = WhyNotExplained(options.pid);
-        PrintMessage(reason.empty() ? "process " + std::to_string(options.pid) + " cannot be looked at" : reason);
+        PrintMessage(reason.empty() ? "process " + std::to_string(options.pid) + " cannot be inspected" : reason);
         return false;
     }
     return Print(options.dot ? WiringDot(*wiring) : WiringText(*wiring));

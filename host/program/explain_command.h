@@ -5,8 +5,7 @@
 
 namespace Host {
 
-// Prints how a process is wired and what each detection makes of it, and returns the exit status. On
-// the main thread.
+// Prints the wiring of a process and the verdict of each detection. Returns the exit status. Main thread only.
 int ExplainCommand(const Options& options);
 
 }  // namespace Host

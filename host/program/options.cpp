@@ -77,7 +77,7 @@ Command CommandOf(const CLI::App& app) {
     return commands.at(app.get_subcommands().front()->get_name());
 }
 
-// The library says of a misspelt command only that one is missing.
+// For a misspelt command CLI11 only reports that a command is missing.
 std::string UsageError(const CLI::App& app, const CLI::ParseError& error) {
     if (!app.get_subcommands().empty()) {
         return error.what();
@@ -89,7 +89,7 @@ std::string UsageError(const CLI::App& app, const CLI::ParseError& error) {
     return rest.front() + " is not a command; the commands are run, scan, check, explain and demo";
 }
 
-// Help and version arrive as errors of status 0.
+// CLI11 reports --help and --version as errors with status 0.
 ParsedOptions HelpOrUsageError(const CLI::App& app, const CLI::ParseError& error) {
     ParsedOptions parsed;
     std::ostringstream output;
@@ -126,7 +126,7 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
         AddModuleOption(*command, options);
     }
     AddExplainOptions(*explain, options);
-    // orlim-demo reads its own options, --help among them.
+    // orlim-demo parses its own options, including --help.
     demo->set_help_flag();
     demo->prefix_command();
     try {

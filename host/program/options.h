@@ -13,13 +13,12 @@ struct Options {
     Command command = Command::run;
     std::optional<std::string> configFile;
     std::optional<std::string> moduleFile;
-    int pid = 0;                             // to explain
-    bool dot = false;                        // the graph of it alone
-    std::vector<std::string> demoArguments;  // as they stand; orlim-demo reads them
+    int pid = 0;                             // explain: the process
+    bool dot = false;                        // explain: print only the wiring, as a graph
+    std::vector<std::string> demoArguments;  // passed to orlim-demo unchanged
 };
 
-// Either options, or the status to leave with and what to print before: output on standard output, error on standard
-// error.
+// Either options, or the exit status and the texts to print first: output to standard output, error to standard error.
 struct ParsedOptions {
     std::optional<Options> options;
     int exitStatus = 0;

@@ -48,8 +48,8 @@ int Main(int argc, const char* const* argv) {
     try {
         return Execute(*parsed.options);
     } catch (const std::exception& error) {
-        // Such as a thread or memory that the system refuses.
-        PrintMessage(std::string("cannot go on: ") + error.what());
+        // For example, the system refuses a thread or memory.
+        PrintMessage(std::string("exiting on an unexpected error: ") + error.what());
         return EXIT_FAILED;
     }
 }

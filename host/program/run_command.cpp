@@ -18,13 +18,13 @@
 namespace Host {
 namespace {
 
-// Kernels set to "always" give the stack of a thread pages of 2 MiB where it uses a few KiB. This holds for memory that
-// is touched from now on. Where the kernel refuses, nothing changes.
+// If transparent huge pages are set to "always", the kernel backs each thread stack with a 2 MiB page, of which a few
+// KiB are used. Affects memory that is touched from now on. A failure is harmless.
 void DisableHugePages() {
     ::prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0);
 }
 
-// Serves signals until one asks for the end. False if detection is down for good.
+// Handles signals until SIGTERM or SIGINT. False if a reload failed and the module no longer runs.
 bool ServeSignals(const Options& options, Supervisor& supervisor, EventOutput& output) {
     for (;;) {
         const int number = WaitForControlSignal();
@@ -36,7 +36,7 @@ bool ServeSignals(const Options& options, Supervisor& supervisor, EventOutput& o
         std::string error;
         const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
         if (!config) {
-            LogError("the configuration in force stays, because the new one is wrong: %s", error.c_str());
+            LogError("keeping the current configuration, the new one is invalid: %s", error.c_str());
             continue;
         }
         if (!supervisor.Replace(*config)) {

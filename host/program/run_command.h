@@ -5,7 +5,8 @@
 
 namespace Host {
 
-// Watches until SIGTERM or SIGINT and returns the exit status. On the main thread, before any other has been started.
+// Watches this host until SIGTERM or SIGINT and returns the exit status. On the main thread, before any other thread is
+// started.
 int RunCommand(const Options& options);
 
 }  // namespace Host

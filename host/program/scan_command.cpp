@@ -26,8 +26,8 @@ bool ScanOnce(const AgentConfig& config, const ModuleEntries& module) {
     supervisor.Stop();
     if (!scanned) {
         PrintMessage(
-            "nothing was scanned: the module has not scheduled its scan. Look at module.reverseShell in the "
-            "configuration, and run orlim-agent check.");
+            "no scan was done: the module did not schedule one. Check module.reverseShell in the configuration, and "
+            "run orlim-agent check.");
     }
     return scanned;
 }
@@ -40,7 +40,7 @@ void Summarise(const EventQueueCounters& counters, uint64_t lost) {
         summary += ", " + std::to_string(dropped) + " more were dropped; raise events.perMinuteLimit to see them";
     }
     if (lost != 0) {
-        summary += "; " + std::to_string(lost) + " could not be written, see the lines before";
+        summary += "; " + std::to_string(lost) + " could not be written, see the lines above";
     }
     PrintMessage(summary);
 }
@@ -52,8 +52,8 @@ int ScanCommand(const Options& options) {
     const std::optional<AgentConfig> config = LoadConfig(options.configFile, error);
     if (config && !config->reverseShellText) {
         error = *options.configFile +
-                ": module.reverseShell: found nothing, expected an object, because a scan looks " +
-                "for reverse shells. Add \"reverseShell\": {} to \"module\", or leave \"module\" away.";
+                ": module.reverseShell: expected an object, found nothing; a scan looks for reverse shells only. " +
+                "Add \"reverseShell\": {} to \"module\", or omit \"module\".";
     }
     if (!error.empty()) {
         PrintMessage(error);
@@ -61,7 +61,7 @@ int ScanCommand(const Options& options) {
     }
     const std::string reason = WhySearchIsOff();
     if (!reason.empty()) {
-        PrintMessage("nothing can be scanned: " + reason + ". Unset it: env -u " + Published::locationVariable +
+        PrintMessage("cannot scan: " + reason + ". Unset it: env -u " + Published::locationVariable +
                      " orlim-agent scan");
         return EXIT_FAILED;
     }

@@ -5,7 +5,7 @@
 
 namespace Host {
 
-// Looks for reverse shells once and returns the exit status. On the main thread.
+// Looks for reverse shells once and returns the exit status. Main thread only.
 int ScanCommand(const Options& options);
 
 }  // namespace Host

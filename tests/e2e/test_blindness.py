@@ -1,5 +1,5 @@
-"""What the agent says of itself on a host that does not grant it everything: which detections are blind, and why. And
-that those which it does not name find what they are there for all the same."""
+"""On a host that lacks a right or a facility the agent names the blind detections with the reason, and all other
+detections work."""
 
 import contextlib
 import dataclasses
@@ -38,11 +38,11 @@ def without(*capabilities):
 
 
 def after(script, *unshare):
-    """The program, behind a script that has a namespace to itself."""
+    """A wrapper that runs the script in a new namespace and then the program."""
     return ("unshare", *unshare, "sh", "-ec", f'{script}; exec "$@"', "sh")
 
 
-# A new instance: an option of a mounted /proc is one for all that see it.
+# Mounts a new instance of /proc: changing an option of the mounted one would affect the whole host.
 HIDING = "mount -t proc -o hidepid=2 proc /proc"
 OWN_PID_NAMESPACE = ("unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
 
@@ -51,7 +51,7 @@ OWN_PID_NAMESPACE = ("unshare", "--pid", "--fork", "--kill-child", "--mount-proc
 class Lack:
     wrapper: tuple
     blind: set
-    because: str = ""  # stands in every reason
+    because: str = ""  # part of every reason
     status: int = 0
     environment: dict = dataclasses.field(default_factory=dict)
     module: dict = dataclasses.field(default_factory=lambda: {"abnormalShell": {}, "reverseShell": {}})
@@ -64,10 +64,10 @@ LACKS = {
     "CAP_DAC_READ_SEARCH": Lack(
         without("dac_read_search", "dac_override"), REVERSE_SHELLS, "CAP_DAC_READ_SEARCH is missing"
     ),
-    "CAP_DAC_READ_SEARCH, which another right includes": Lack(without("dac_read_search"), set()),
+    "CAP_DAC_READ_SEARCH, but not CAP_DAC_OVERRIDE": Lack(without("dac_read_search"), set()),
     "processes outside a PID namespace": Lack(OWN_PID_NAMESPACE, {COPY, *REVERSE_SHELLS}, "PID namespace"),
     "process events in a PID namespace": Lack(
-        ("unshare", "--pid", "--fork", "--kill-child"), OF_PROCESS_EVENTS, "no process events into a PID namespace"
+        ("unshare", "--pid", "--fork", "--kill-child"), OF_PROCESS_EVENTS, "only to the initial PID namespace"
     ),
     "rights of a user namespace": Lack(("unshare", "-Ur"), {COPY, FLAGS, *REVERSE_SHELLS}),
     "connections outside a network namespace": Lack(("unshare", "--net"), {COPY, *REVERSE_SHELLS}, "network namespace"),
@@ -84,13 +84,13 @@ LACKS = {
     "AGENT_LOCATION unset": Lack(
         (), REVERSE_SHELLS, "AGENT_LOCATION is set", environment={PUBLISHED.locationVariable: "1"}
     ),
-    "CAP_SYS_ADMIN, for shell files alone": Lack(without("sys_admin"), {FLAGS}, module={"abnormalShell": {}}),
-    "CAP_SYS_ADMIN, for reverse shells alone": Lack(without("sys_admin"), WAITS, module={"reverseShell": {}}),
+    "CAP_SYS_ADMIN, only shell files on": Lack(without("sys_admin"), {FLAGS}, module={"abnormalShell": {}}),
+    "CAP_SYS_ADMIN, only reverse shells on": Lack(without("sys_admin"), WAITS, module={"reverseShell": {}}),
 }
 
 
 def waits_are_shown():
-    """Whether this host's kernel shows what a process waits for, by a look of our own."""
+    """True if this host's kernel shows where a process waits, tested without the agent."""
     reader = subprocess.Popen(["cat"], stdin=subprocess.PIPE)
     try:
         process = pathlib.Path(f"/proc/{reader.pid}")
@@ -103,13 +103,13 @@ def waits_are_shown():
 
 @pytest.fixture(scope="module")
 def always_blind():
-    """What is blind on this host whatever the agent is granted."""
+    """The detections that are blind on this host even with all rights."""
     return set() if waits_are_shown() else WAITS
 
 
 @pytest.fixture(params=list(LACKS.values()), ids=list(LACKS))
 def lack(request, tmp_path):
-    """With the arguments and options to run the agent with."""
+    """The case, and the arguments and options for the agent."""
     case = request.param
     done = subprocess.run([*case.wrapper, "true"], capture_output=True, text=True)
     if done.returncode != 0:
@@ -119,7 +119,7 @@ def lack(request, tmp_path):
 
 
 def run_wrapped(wrapper, *arguments, **options):
-    """Exit status and standard output of the agent, started by the wrapper."""
+    """Runs the agent with the wrapper; returns its exit status and standard output."""
     command = [*wrapper, PROGRAM, *arguments]
     done = run_to_end(*command[1:], program=command[0], **options)
     return done.returncode, done.stdout.decode()
@@ -142,7 +142,7 @@ def assert_blind(lines, case, always_blind):
         assert case.because in lines[name]
 
 
-def test_check_names_what_is_blind_and_why(lack, always_blind):
+def test_check_lists_blind_detections_with_reasons(lack, always_blind):
     case, arguments, options = lack
     status, text = check(case.wrapper, *arguments, **options)
     assert_blind(blind_lines(text), case, always_blind)
@@ -164,7 +164,7 @@ def test_run_logs_each_blind_detection_once(lack, always_blind):
 
 @pytest.fixture(scope="module")
 def shell_of_nobody(attacker):
-    """A reverse shell that the agent's own user does not own, and its mark in events."""
+    """A reverse shell of another user than the agent's; yields the text that identifies it in events."""
     as_nobody = ("setpriv", "--reuid", str(NOBODY), "--clear-groups", "--inh-caps", "-all")
     arguments = ("bash", "-s", "blindness")
     process = Process(ON_LINE, run=(shutil.which("setpriv"), *as_nobody, *arguments), becomes=arguments)
@@ -173,16 +173,16 @@ def shell_of_nobody(attacker):
         yield f'"pid":{stage.pid},'
 
 
-def test_period_scan_finds_unless_it_is_named(lack, shell_of_nobody):
+def test_period_scan_finds_a_shell_unless_it_is_blind(lack, shell_of_nobody):
     case, arguments, options = lack
     if case.environment or "reverseShell" not in case.module:
-        pytest.skip("a scan is refused there")
+        pytest.skip("orlim-agent refuses a scan in this case")
     status, events = run_wrapped(case.wrapper, "scan", *arguments, **options)
     assert status == 0
     assert (shell_of_nobody in events) == (PERIOD_SCAN not in case.blind)
 
 
-def test_check_has_a_remedy_for_all_that_is_not_in_order():
+def test_check_gives_a_remedy_in_every_line_that_is_not_ok():
     text = check(without("sys_admin", "sys_ptrace", "net_admin"))[1]
     lines = [line for line in text.splitlines() if line.startswith(("LIMITED", "MISSING"))]
     assert lines
@@ -190,19 +190,19 @@ def test_check_has_a_remedy_for_all_that_is_not_in_order():
         assert re.search(r"\. [A-Z][^.]+", line), line
 
 
-def test_check_without_the_flags_ioctl_names_shell_and_detection(tmp_path, always_blind):
+def test_check_names_shell_and_detection_if_flags_are_unreadable(tmp_path, always_blind):
     shell = tmp_path / "volume" / "sh"
     shell.parent.mkdir()
     (tmp_path / "default_shells").write_text(f"{shell}\n")
     config = write_config(tmp_path, {"settings": {"TAVORIN_ETC": str(tmp_path)}})
-    # ramfs has no flags; it is gone with the namespace.
+    # ramfs has no flags. The mount disappears with the namespace.
     wrapper = after(f"mount -t ramfs none {shell.parent}; cp /bin/sh {shell}", "--mount")
     lines = blind_lines(check(wrapper, "--config", config)[1])
     assert set(lines) == {FLAGS, *always_blind}
     assert str(shell) in lines[FLAGS]
 
 
-def test_check_needs_the_shells_for_every_detection(tmp_path):
+def test_check_reports_all_detections_blind_without_shells(tmp_path):
     config = write_config(tmp_path, {"settings": {"TAVORIN_ETC": str(tmp_path)}})
     wrapper = after("mount --bind /dev/null /etc/shells", "--mount")
     status, text = check(wrapper, "--config", config)
@@ -211,7 +211,7 @@ def test_check_needs_the_shells_for_every_detection(tmp_path):
 
 
 def watched_shell(directory):
-    """A shell that no other file is like, in the list of the folder."""
+    """A shell whose content no other file has, listed in the directory's default_shells."""
     shell = directory / "watched"
     shell.write_bytes(pathlib.Path(os.path.realpath("/bin/sh")).read_bytes() + b"\nblindness")
     shell.chmod(0o755)
@@ -221,7 +221,7 @@ def watched_shell(directory):
 
 
 def kinds_of(agent, shell):
-    """What the events about the shell are about: the attribute's type, or else the operation."""
+    """The kind of each event about the shell: the type of the attribute, or otherwise the operation."""
     contents = [event["eventContent"] for event in agent.events() if event["eventType"] == "abnormal-shell"]
     return [
         content["attribute"][0]["type"] if "attribute" in content else content["operationType"]
@@ -239,7 +239,7 @@ def wait_for_kind(agent, shell, kind):
 
 
 @contextlib.contextmanager
-def copy_at_work(shell):
+def running_copy(shell):
     copy = shell.with_suffix(".copy")
     shutil.copy2(shell, copy)
     child = subprocess.Popen(["other", "-s"], executable=copy, stdin=subprocess.PIPE)
@@ -262,8 +262,8 @@ def immutable(shell):
         set_flags(shell, 0)
 
 
-def test_without_stacks_and_fanotify_everything_else_finds(attacker, open_directory):
-    """And nothing of what is named blind does."""
+def test_without_stacks_and_fanotify_all_other_detections_work(attacker, open_directory):
+    """The detections that are listed as blind report nothing."""
     site = Site(attacker, open_directory)
     shell = watched_shell(open_directory)
     config = {"settings": {"TAVORIN_ETC": str(open_directory)}, "events": {"perMinuteLimit": 0}}
@@ -274,10 +274,10 @@ def test_without_stacks_and_fanotify_everything_else_finds(attacker, open_direct
             campaign.order(attacks)
             on_terminal, reading = (campaign.staged[name].pid for name in attacks)
             agent.wait_for_event(on_terminal, PASS_LIMIT, is_of_instant_scan)
-            with copy_at_work(shell):
+            with running_copy(shell):
                 wait_for_kind(agent, shell, "copy")
             agent.wait_for_event(reading, PASS_LIMIT, is_of_period_scan)
-            # One pass of the instant scan judges both, and this one first.
+            # The same pass of the instant scan has judged both processes, and this one first.
             assert not list(filter(is_of_instant_scan, events_about(agent, reading)))
         shell.chmod(0o700)
         wait_for_kind(agent, shell, "permission")
@@ -285,14 +285,14 @@ def test_without_stacks_and_fanotify_everything_else_finds(attacker, open_direct
         assert agent.end()[0] == 0
 
 
-def test_without_net_admin_copies_are_told_unless_they_are_named(open_directory):
-    """Linux 6.6 and later send process events to all; those before do not."""
+def test_without_net_admin_copies_are_reported_unless_listed_as_blind(open_directory):
+    """Linux 6.6 and later send process events to unprivileged processes; earlier versions do not."""
     shell = watched_shell(open_directory)
     config = write_config(open_directory, {"settings": {"TAVORIN_ETC": str(open_directory)}})
     named = COPY in blind_lines(check(without("net_admin"), "--config", config)[1])
     with Agent("--config", config, wrapper=without("net_admin")) as agent:
         agent.wait_until_started()
-        with copy_at_work(shell):
+        with running_copy(shell):
             if not named:
                 wait_for_kind(agent, shell, "copy")
             shell.chmod(0o700)
@@ -300,7 +300,7 @@ def test_without_net_admin_copies_are_told_unless_they_are_named(open_directory)
         assert ("copy" in kinds_of(agent, shell)) != named
 
 
-def test_in_a_pid_namespace_shell_files_are_watched_all_the_same(open_directory):
+def test_shell_files_are_watched_in_a_pid_namespace(open_directory):
     shell = watched_shell(open_directory)
     config = {"settings": {"TAVORIN_ETC": str(open_directory)}, "events": {"perMinuteLimit": 0}}
     with Agent("--config", write_config(open_directory, config), wrapper=OWN_PID_NAMESPACE) as agent:

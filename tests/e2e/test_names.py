@@ -1,4 +1,4 @@
-"""The names and limits of src/module/published.h in the documents, and the fixed texts of docs/names.md in the code."""
+"""The documents use the names and limits of src/module/published.h, and the code the fixed texts of docs/names.md."""
 
 import re
 
@@ -47,7 +47,7 @@ def test_readme_names_the_detections():
     assert [row[0] for row in rows("README.md", "Detection")] == DETECTIONS
 
 
-def test_operations_list_each_form_that_may_be_blind():
+def test_operations_lists_each_form_that_may_be_blind():
     named = [name for row in rows("docs/operations.md", "Name in `blind:` lines") for name in quoted(row[0])]
     assert named == FORMS
 
@@ -69,7 +69,7 @@ def test_configuration_has_the_environment_variables():
     assert named == {PUBLISHED.pathVariable, PUBLISHED.locationVariable}
 
 
-def test_names_has_what_is_fixed():
+def test_names_lists_all_fixed_names():
     fixed = {row[0]: quoted(row[1]) for row in rows("docs/names.md", "Kind")}
     for kind, names in FIXED.items():
         assert fixed[kind] == names, kind
@@ -77,7 +77,7 @@ def test_names_has_what_is_fixed():
         assert f"**{detection}**" in text_of("docs/names.md").replace("\n", " ")
 
 
-def test_odd_spellings_stand_in_the_module():
+def test_odd_spellings_occur_in_the_module():
     sources = [*REPOSITORY.glob("src/*/*.cpp"), *REPOSITORY.glob("src/*/*.h")]
     code = "\n".join(source.read_text(encoding="utf-8") for source in sources)
     if "Published" not in code.replace("namespace Published", ""):
@@ -88,7 +88,7 @@ def test_odd_spellings_stand_in_the_module():
         assert spelling in code, spelling
 
 
-def test_each_published_text_stands_in_the_header_alone():
+def test_each_published_text_occurs_only_in_the_header():
     sources = [file for room in ("src", "host", "demo") for file in REPOSITORY.glob(f"{room}/**/*.[ch]*")]
     if not any(source.is_relative_to(REPOSITORY / "host") for source in sources):
         pytest.skip("the sources are not on this machine")

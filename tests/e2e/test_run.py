@@ -1,5 +1,5 @@
-"""The agent over time: passes, signals, sinks. A pass comes 20 seconds after the start and then every 30 seconds, so
-all agents are started at once and each test looks at its own."""
+"""The running agent: passes, signals, sinks. The first pass comes 20 seconds after the start and the next ones every 30
+seconds, so all agents are started at once and each test inspects its own."""
 
 import contextlib
 import os
@@ -27,7 +27,7 @@ REVERSE_SHELL = {"reverseShell": {"detectInterval": 30}}
 
 
 class Host:
-    """What the tests of this file share: shells that are staged one by one, and a directory for files."""
+    """Shared by the tests of this file: stages shells, starts agents and provides a directory."""
 
     def __init__(self, attacker, directory, cleanup):
         self._attacker = attacker
@@ -82,7 +82,7 @@ def listed_shell(host):
 
 @pytest.fixture(scope="module")
 def reconfigured(host, early_shell, listed_shell):
-    """An agent that gets another configuration by SIGHUP before its first pass."""
+    """An agent that reloads another configuration before its first pass."""
     agent = host.start_agent("reconfigured", {"module": REVERSE_SHELL})
     assert " detail " not in agent.log()
     config = {
@@ -98,7 +98,7 @@ def reconfigured(host, early_shell, listed_shell):
 
 @pytest.fixture(scope="module")
 def loaded(host, early_shell):
-    """An agent on a host that is busy starting processes, with many shells to report."""
+    """An agent on a host that keeps starting processes, with many shells to report."""
     stages = [early_shell, *(host.stage_shell(f"loaded{i}") for i in range(STARTED_SHELLS_UNDER_LOAD))]
     churn = subprocess.Popen(
         [sys.executable, pathlib.Path(__file__).with_name("churn.py")],
@@ -114,7 +114,7 @@ def loaded(host, early_shell):
 
 @pytest.fixture(scope="module")
 def between_shell(host, steady, reconfigured, early_shell):
-    """A shell that is not there in the first pass, and so tells of the second one."""
+    """A shell that starts after the first pass; its event marks the second pass."""
     for agent in (steady, reconfigured):
         agent.wait_for_event(early_shell.pid, FIRST_PASS_LIMIT)
     return host.stage_shell("between")
@@ -122,7 +122,7 @@ def between_shell(host, steady, reconfigured, early_shell):
 
 @pytest.fixture(scope="module", autouse=True)
 def all_started(steady, late_shell, unread, reconfigured, loaded):
-    """So that the agents' first passes come together, and the tests need not wait for one after the other."""
+    """Starts all agents at once, so that their first passes come together."""
 
 
 def events_in(file):
@@ -135,14 +135,14 @@ def pids_in(file):
     return [event["eventContent"]["pid"] for event in events_in(file)]
 
 
-def test_agent_is_given_no_huge_pages(steady):
+def test_agent_disables_huge_pages(steady):
     status = pathlib.Path(f"/proc/{steady.pid}/status").read_text(encoding="utf-8")
     assert re.search(r"^THP_enabled:\t0$", status, re.MULTILINE)
 
 
-def test_sigterm_amid_a_pass_under_load_ends_in_order_and_loses_nothing(loaded):
+def test_sigterm_during_a_pass_under_load_shuts_down_in_order_and_loses_nothing(loaded):
     agent, stages = loaded
-    # The first line that a pass writes; it has still to walk over all processes then.
+    # The first line that a pass logs, before it reads the processes.
     agent.wait_for_log(r"Details of netStat", FIRST_PASS_LIMIT)
     status, seconds = agent.end()
     assert status == 0
@@ -162,7 +162,7 @@ def test_shell_from_after_the_start_is_found_in_the_first_pass(steady, late_shel
     assert steady.wait_for_event(late_shell.pid, FIRST_PASS_LIMIT) == late_shell.expected_content()
 
 
-def test_closed_standard_output_is_told_and_does_not_end_the_agent(host, unread, early_shell):
+def test_closed_standard_output_is_logged_and_does_not_end_the_agent(host, unread, early_shell):
     file = host.directory / "unread.events"
     wait_until(lambda: early_shell.pid in pids_in(file), "the event is in the file", FIRST_PASS_LIMIT)
     unread.wait_for_log("cannot write events to standard output: Broken pipe")
@@ -171,7 +171,7 @@ def test_closed_standard_output_is_told_and_does_not_end_the_agent(host, unread,
     assert (status, seconds < scaled(END_LIMIT)) == (0, True)
 
 
-def test_sighup_puts_a_changed_configuration_in_force(host, reconfigured, early_shell, listed_shell):
+def test_sighup_reloads_the_configuration(host, reconfigured, early_shell, listed_shell):
     reconfigured.wait_for_event(early_shell.pid, FIRST_PASS_LIMIT)
     file = host.directory / "events"
     wait_until(lambda: early_shell.pid in pids_in(file), "the event is in the new sink")
@@ -179,11 +179,11 @@ def test_sighup_puts_a_changed_configuration_in_force(host, reconfigured, early_
     assert reconfigured.contents(listed_shell.pid) == []
 
 
-def test_file_sink_is_closed_to_others(host, reconfigured):
+def test_file_of_a_sink_is_not_readable_for_others(host, reconfigured):
     assert stat.S_IMODE((host.directory / "events").stat().st_mode) == 0o640
 
 
-def test_sighup_with_a_broken_configuration_opens_files_anew_and_changes_nothing_else(
+def test_sighup_with_an_invalid_configuration_only_reopens_files(
     host, reconfigured, early_shell, listed_shell, between_shell
 ):
     file = host.directory / "events"
@@ -192,9 +192,10 @@ def test_sighup_with_a_broken_configuration_opens_files_anew_and_changes_nothing
     broken = write_config(host.directory, '{"module": {},\n "events": {"perMinuteLimit": -1}}', "reconfigured.json")
     reconfigured.send_signal(signal.SIGHUP)
     reconfigured.wait_for_log(
-        rf"the configuration in force stays.*{re.escape(str(broken))}: events\.perMinuteLimit: found -1"
+        r"keeping the current configuration, the new one is invalid: "
+        rf"{re.escape(str(broken))}: events\.perMinuteLimit: expected .*, found -1\."
     )
-    wait_until(file.exists, "the renamed file has a successor")
+    wait_until(file.exists, "the sink has created a new file")
 
     reconfigured.wait_for_event(between_shell.pid, NEXT_PASS_LIMIT)
     status, _ = reconfigured.end()
@@ -204,9 +205,9 @@ def test_sighup_with_a_broken_configuration_opens_files_anew_and_changes_nothing
     assert reconfigured.contents(listed_shell.pid) == []
 
 
-def test_shell_that_stays_is_reported_once(steady, early_shell, late_shell, between_shell):
+def test_shell_that_keeps_running_is_reported_once(steady, early_shell, late_shell, between_shell):
     steady.wait_for_event(between_shell.pid, NEXT_PASS_LIMIT)
-    # The end waits until the pass is over, so that all has been judged again.
+    # The shutdown waits for the end of the pass, so all shells have been judged twice.
     assert steady.end()[0] == 0
     for stage in (early_shell, late_shell):
         seen = rf"Details of netStat\.\[localIp=[^]]*, localPort={stage.local_port()}, "
@@ -215,35 +216,35 @@ def test_shell_that_stays_is_reported_once(steady, early_shell, late_shell, betw
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT], ids=["SIGTERM", "SIGINT"])
-def test_agent_ends_quickly_and_in_order(host, number):
+def test_agent_shuts_down_quickly_and_in_order(host, number):
     agent = host.start_agent(f"ended{number}", {})
     status, seconds = agent.end(number)
     assert (status, seconds < scaled(END_LIMIT)) == (0, True)
     assert re.search(IN_ORDER, agent.log())
 
 
-def test_file_that_cannot_be_written_is_told_and_does_not_end_the_agent(host):
+def test_unwritable_file_is_logged_and_does_not_end_the_agent(host):
     missing = host.directory / "missing/events"
     config = {"events": {"sinks": [{"type": "file", "path": str(missing)}, {"type": "stdout"}]}}
     agent = host.start_agent("unwritable", config)
     agent.wait_for_log(rf"cannot write events to {re.escape(str(missing))}: No such file or directory")
     missing.parent.mkdir()
     agent.send_signal(signal.SIGHUP)
-    wait_until(missing.exists, "the file is opened when its directory is there")
+    wait_until(missing.exists, "the sink opens the file once the directory exists")
     assert agent.end()[0] == 0
 
 
-@pytest.mark.parametrize("make, told", [(os.mkdir, "Is a directory"), (os.mkfifo, "it is not a regular file")])
-def test_something_else_in_place_of_a_file_is_told_and_does_not_end_the_agent(host, tmp_path, make, told):
+@pytest.mark.parametrize("make, reason", [(os.mkdir, "Is a directory"), (os.mkfifo, "it is not a regular file")])
+def test_path_that_is_not_a_file_is_logged_and_does_not_end_the_agent(host, tmp_path, make, reason):
     make(tmp_path / "events")
     config = {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}, {"type": "stdout"}]}}
     agent = host.start_agent(make.__name__, config)
-    agent.wait_for_log(rf"cannot write events to {re.escape(str(tmp_path / 'events'))}: {told}")
+    agent.wait_for_log(rf"cannot write events to {re.escape(str(tmp_path / 'events'))}: {reason}")
     assert agent.end()[0] == 0
 
 
-def test_reader_that_does_not_read_holds_the_end_up_for_a_while_only(attacker):
-    """A pipe takes less than the three long events."""
+def test_reader_that_does_not_read_delays_the_exit_by_ten_seconds_at_most(attacker):
+    """The pipe cannot hold the three long events."""
     names = [f"shell{i}" for i in range(3)]
     processes = {name: shell(name + "x" * 100_000, {0: "line", 1: "line"}) for name in names}
     read, write = os.pipe()
@@ -254,4 +255,4 @@ def test_reader_that_does_not_read_holds_the_end_up_for_a_while_only(attacker):
         os.close(read)
         os.close(write)
     assert done.returncode == 1
-    assert "could not be written within 10 seconds; they are lost" in done.stderr.decode()
+    assert "did not accept the queued events within 10 seconds, the events are lost" in done.stderr.decode()

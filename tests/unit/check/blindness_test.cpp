@@ -30,11 +30,11 @@ std::vector<std::string> NamesOf(const std::vector<BlindDetection>& detections) 
     return names;
 }
 
-TEST(Blindness, NothingLackingBlindsNothing) {
+TEST(Blindness, ReportsNoDetectionIfNothingIsLacking) {
     EXPECT_THAT(BlindDetections({}, AgentConfig{}), IsEmpty());
 }
 
-TEST(Blindness, EachFacilityBlindsWhatStandsOnIt) {
+TEST(Blindness, EachMissingFacilityBlindsTheDetectionsThatNeedIt) {
     const std::vector<std::string> reverseShells = {period,     onSocket, relay,        descendant,
                                                     unixStream, terminal, shortCommands};
     std::vector<std::string> all = reverseShells;
@@ -62,7 +62,7 @@ TEST(Blindness, EachFacilityBlindsWhatStandsOnIt) {
     }
 }
 
-TEST(Blindness, AllReasonsAreToldInTheirOrder) {
+TEST(Blindness, GivesAllReasonsInOrder) {
     const auto blind = BlindDetections(
         {{Facility::fileFlags, "the first"}, {Facility::inotify, "another"}, {Facility::fanotify, "the second"}},
         AgentConfig{});
@@ -71,7 +71,7 @@ TEST(Blindness, AllReasonsAreToldInTheirOrder) {
     EXPECT_EQ(blind[1].reason, "the first; and the second");
 }
 
-TEST(Blindness, WhatIsSwitchedOffIsNotBlind) {
+TEST(Blindness, OmitsDetectionsThatAreOff) {
     const std::vector<Lack> lacks = {{Facility::processes, "x"}};
     AgentConfig config;
     config.reverseShellText.reset();

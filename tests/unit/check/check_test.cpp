@@ -24,7 +24,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-TEST(CheckReport, OneLineACall) {
+TEST(CheckReport, AddsOneLinePerCall) {
     CheckReport report;
     report.Ok("a", "b\nc");
     report.Limited("d", "e", "Do this");
@@ -34,7 +34,7 @@ TEST(CheckReport, OneLineACall) {
     EXPECT_EQ(report.Text(), "OK      a: b\\nc\nLIMITED d: e. Do this\nMISSING f: g. Do that\n");
 }
 
-TEST(CheckReport, LackIsKeptApartFromTheLines) {
+TEST(CheckReport, LackAddsNoLine) {
     CheckReport report;
     report.Lacks(Facility::inotify, "x");
     EXPECT_EQ(report.Text(), "");
@@ -43,7 +43,7 @@ TEST(CheckReport, LackIsKeptApartFromTheLines) {
     EXPECT_FALSE(report.IsLacking(Facility::fanotify));
 }
 
-TEST(CheckReport, BlindDetectionsAreOneLineEach) {
+TEST(CheckReport, ListsOneBlindDetectionPerLine) {
     CheckReport report;
     EXPECT_EQ(BlindLines(report, AgentConfig{}), "no detection is blind\n");
     report.Lacks(Facility::fanotify, "a\nb");
@@ -53,12 +53,12 @@ TEST(CheckReport, BlindDetectionsAreOneLineEach) {
               "blind: shell file protection, flags: because a\\nb\n");
 }
 
-TEST(CheckRights, CapabilitiesAreReadFromStatus) {
+TEST(CheckRights, ReadsCapabilitiesFromStatus) {
     EXPECT_EQ(EffectiveCapabilities("Name:\tx\nCapPrm:\t00ff\nCapEff:\t000001ffffffffff\n"), 0x1ffffffffffU);
     EXPECT_EQ(EffectiveCapabilities("Name:\tCapEff: ff\n"), 0U);
 }
 
-TEST(CheckShells, ListedShellsAreLookedUp) {
+TEST(CheckShells, ReturnsListedShellsThatExist) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("default_shells"), "# none\n/nowhere/sh\n");
     WriteFile(directory.Path("shells"), "/bin/sh\n");
@@ -67,14 +67,14 @@ TEST(CheckShells, ListedShellsAreLookedUp) {
     EXPECT_EQ(shells, std::set<std::string>{"/bin/sh"});
     EXPECT_FALSE(report.SomethingMissing());
     EXPECT_EQ(report.Text(), "OK      " + directory.Path("default_shells") +
-                                 ": lists no shell that exists; passed over because they do not exist: /nowhere/sh\n"
+                                 ": lists no shell that exists; ignored because they do not exist: /nowhere/sh\n"
                                  "OK      " +
                                  directory.Path("shells") +
                                  ": lists /bin/sh\n"
-                                 "OK      shells: 1 to look after\n");
+                                 "OK      shells: 1 found\n");
 }
 
-TEST(CheckShells, NoShellAtAllIsEssential) {
+TEST(CheckShells, ReportsMissingIfNoListedShellExists) {
     const TemporaryDirectory directory;
     CheckReport report;
     EXPECT_TRUE(CheckShellLists(directory.Path(), directory.Path("shells"), report).empty());
@@ -82,22 +82,23 @@ TEST(CheckShells, NoShellAtAllIsEssential) {
     EXPECT_THAT(report.Text(), HasSubstr("MISSING shells: neither list names a shell that exists"));
 }
 
-TEST(CheckShells, FlagsThatCannotBeReadAreNamed) {
+TEST(CheckShells, NamesShellsWithoutReadableFlags) {
     CheckReport report;
     CheckShellFlags({"/dev/null"}, report);
-    EXPECT_THAT(report.Text(), StartsWith("LIMITED file flags: cannot be read of /dev/null: "));
+    EXPECT_THAT(report.Text(), StartsWith("LIMITED file flags: not readable for /dev/null: "));
     EXPECT_TRUE(report.IsLacking(Facility::fileFlags));
 }
 
-TEST(CheckModule, AbsentModuleIsEssential) {
+TEST(CheckModule, ReportsMissingIfThereIsNoModule) {
     CheckReport report;
     CheckModule("/nowhere/x.so", report);
     EXPECT_TRUE(report.SomethingMissing());
-    EXPECT_THAT(report.Text(), StartsWith("MISSING module: module /nowhere/x.so cannot be found"));
+    EXPECT_THAT(report.Text(), StartsWith("MISSING module: cannot find the module /nowhere/x.so: "));
+    EXPECT_THAT(report.Text(), HasSubstr(" with --module FILE. Without it the agent does not start\n"));
     EXPECT_TRUE(report.IsLacking(Facility::module));
 }
 
-TEST(CheckLocation, VariableKeepsTheSearchOff) {
+TEST(CheckLocation, ReportsTheVariableThatTurnsTheSearchOff) {
     ::setenv(Published::locationVariable, "", 1);
     CheckReport report;
     CheckLocation(report);
@@ -108,7 +109,7 @@ TEST(CheckLocation, VariableKeepsTheSearchOff) {
     EXPECT_TRUE(without.Lacking().empty());
 }
 
-TEST(CheckKernel, EachProbeGivesOneLineOfItsName) {
+TEST(CheckKernel, EachCheckAddsOneLineWithItsName) {
     const struct {
         void (*check)(CheckReport&);
         const char* line;
@@ -130,15 +131,15 @@ TEST(CheckKernel, EachProbeGivesOneLineOfItsName) {
     }
 }
 
-TEST(CheckKernel, NamespaceWithoutProcessEventsIsNotAskedForThem) {
+TEST(CheckKernel, DoesNotRequestProcessEventsInANamespaceWithoutThem) {
     CheckReport report;
     report.Lacks(Facility::processEvents, "x");
     CheckProcessEvents(report);
-    EXPECT_THAT(report.Text(), StartsWith("LIMITED process events: not asked for"));
+    EXPECT_THAT(report.Text(), StartsWith("LIMITED process events: not tried"));
     EXPECT_EQ(report.Lacking().size(), 1U);
 }
 
-// No descriptor can be had while the object lives.
+// While an object exists, this process cannot open descriptors.
 class NoDescriptors {
 public:
     NoDescriptors() {
@@ -154,7 +155,7 @@ private:
     rlimit before_{};
 };
 
-TEST(CheckKernel, FacilityThatCannotBeHadIsLacking) {
+TEST(CheckKernel, ReportsAFacilityThatFailsAsLacking) {
     const struct {
         void (*check)(CheckReport&);
         Facility facility;
@@ -172,14 +173,14 @@ TEST(CheckKernel, FacilityThatCannotBeHadIsLacking) {
             row.check(report);
         }
         EXPECT_TRUE(report.IsLacking(row.facility)) << report.Text();
-        // An emulator that does not know a facility says so first.
+        // An emulator may not implement the facility; it then returns another error first.
         if (!runsEmulated) {
             EXPECT_THAT(report.Text(), HasSubstr("Too many open files"));
         }
     }
 }
 
-TEST(CheckKernel, WaitProbeLeavesNoChildBehind) {
+TEST(CheckKernel, CheckOfWaitsLeavesNoChildProcess) {
     CheckReport report;
     CheckKernelWaits(report);
     errno = 0;
@@ -187,7 +188,7 @@ TEST(CheckKernel, WaitProbeLeavesNoChildBehind) {
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST(CheckRights, UserWithoutRightsLacksThem) {
+TEST(CheckRights, ReportsMissingRightsOfAnUnprivilegedUser) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root, to become another user in a child";
     }
@@ -197,19 +198,19 @@ TEST(CheckRights, UserWithoutRightsLacksThem) {
         const bool changed = ::setuid(65534) == 0;
         CheckCapabilities(report);
         CheckOthersDescriptors(report);
-        const bool told =
+        const bool reported =
             report.Text().find("MISSING CAP_SYS_PTRACE") != std::string::npos &&
             report.Text().find("LIMITED CAP_NET_ADMIN") != std::string::npos &&
-            report.Text().find("MISSING open files of processes: cannot be read of ") != std::string::npos &&
+            report.Text().find("MISSING open files of processes: not readable for ") != std::string::npos &&
             report.IsLacking(Facility::processes) && report.IsLacking(Facility::descriptors);
-        ::_exit(changed && told ? 0 : 1);
+        ::_exit(changed && reported ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
-TEST(CheckCommand, WrongConfigurationGivesTwoAndTheOtherLines) {
+TEST(CheckCommand, ReturnsTwoAndPrintsAllLinesIfTheConfigurationIsInvalid) {
     const TemporaryDirectory directory;
     WriteFile(directory.Path("c"), "{\"log\":7}");
     Options options;
@@ -219,12 +220,13 @@ TEST(CheckCommand, WrongConfigurationGivesTwoAndTheOtherLines) {
     const int status = CheckCommand(options);
     const std::string text = testing::internal::GetCapturedStdout();
     EXPECT_EQ(status, 2);
-    EXPECT_THAT(text, HasSubstr("\nblind: period scan: because the configuration is wrong"));
-    EXPECT_THAT(text, StartsWith("MISSING configuration: " + directory.Path("c") + ": log: found 7"));
+    EXPECT_THAT(text, HasSubstr("\nblind: period scan: because the configuration is invalid"));
+    EXPECT_THAT(text,
+                StartsWith("MISSING configuration: " + directory.Path("c") + ": log: expected an object, found 7."));
     EXPECT_THAT(text, HasSubstr("process events: "));
 }
 
-TEST(CheckCommand, MissingModuleGivesOne) {
+TEST(CheckCommand, ReturnsOneIfTheModuleIsMissing) {
     Options options;
     options.command = Command::check;
     options.moduleFile = "/nowhere/x.so";

@@ -9,7 +9,7 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(CheckConfinement, HidepidIsReadFromTheMountThatCounts) {
+TEST(CheckConfinement, ReadsHidepidFromTheLastMountOfProc) {
     const struct {
         const char* mounts;
         const char* option;
@@ -26,7 +26,7 @@ TEST(CheckConfinement, HidepidIsReadFromTheMountThatCounts) {
     }
 }
 
-TEST(CheckConfinement, NamespacesOtherThanTheFirstAreTold) {
+TEST(CheckConfinement, RecognisesNamespacesOtherThanTheInitialOne) {
     const struct {
         const char* target;
         bool later;
@@ -39,7 +39,7 @@ TEST(CheckConfinement, NamespacesOtherThanTheFirstAreTold) {
     }
 }
 
-TEST(CheckConfinement, YamaHidesWaitsFromItsThirdLevelOn) {
+TEST(CheckConfinement, YamaHidesWaitsFromScopeThreeOn) {
     const struct {
         const char* scope;
         bool lacking;
@@ -49,7 +49,7 @@ TEST(CheckConfinement, YamaHidesWaitsFromItsThirdLevelOn) {
         {"0\n", false, "OK      Yama: kernel.yama.ptrace_scope is 0\n"},
         {"1\n", false, "OK      Yama: kernel.yama.ptrace_scope is 1, which CAP_SYS_PTRACE overrides\n"},
         {"2\n", false, "OK      Yama: kernel.yama.ptrace_scope is 2, which CAP_SYS_PTRACE overrides\n"},
-        {"3\n", true, "LIMITED Yama: kernel.yama.ptrace_scope is 3, which closes /proc/<pid>/stack"},
+        {"3\n", true, "LIMITED Yama: kernel.yama.ptrace_scope is 3, which makes /proc/<pid>/stack"},
     };
     for (const auto& row : rows) {
         CheckReport report;
@@ -59,10 +59,10 @@ TEST(CheckConfinement, YamaHidesWaitsFromItsThirdLevelOn) {
     }
 }
 
-TEST(CheckConfinement, LockdownIsToldAndBlindsNothing) {
+TEST(CheckConfinement, ReportsLockdownButNoLack) {
     const struct {
         const char* modes;
-        const char* told;
+        const char* line;
     } rows[] = {
         {"", "lockdown: not in this kernel"},
         {"none integrity", "lockdown: not in this kernel"},
@@ -72,7 +72,7 @@ TEST(CheckConfinement, LockdownIsToldAndBlindsNothing) {
     for (const auto& row : rows) {
         CheckReport report;
         ReportLockdown(row.modes, report);
-        EXPECT_THAT(report.Text(), HasSubstr(row.told));
+        EXPECT_THAT(report.Text(), HasSubstr(row.line));
         EXPECT_TRUE(report.Lacking().empty()) << row.modes;
     }
 }

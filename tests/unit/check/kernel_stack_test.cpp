@@ -18,7 +18,7 @@ SleepingRead Seen(const char* stack, int stackError, const char* call, int callE
     return {stack, stackError, call, callError, 5};
 }
 
-TEST(CheckStack, WaitIsShownWhereStackAndCallTellIt) {
+TEST(CheckStack, AcceptsAStackAndACallThatShowTheRead) {
     const struct {
         const char* stack;
         const char* call;
@@ -34,7 +34,7 @@ TEST(CheckStack, WaitIsShownWhereStackAndCallTellIt) {
     }
 }
 
-TEST(CheckStack, HiddenWaitIsToldWithItsCauseAndARemedy) {
+TEST(CheckStack, ExplainsAHiddenWaitWithCauseAndRemedy) {
     const struct {
         SleepingRead seen;
         const char* why;
@@ -44,12 +44,13 @@ TEST(CheckStack, HiddenWaitIsToldWithItsCauseAndARemedy) {
         {Seen("", EPERM, "", 0), "/proc/<pid>/stack cannot be read: Operation not permitted", "ptrace_scope below 3"},
         {Seen("", ENOENT, "", 0), "/proc/<pid>/stack cannot be read: No such file", "CONFIG_STACKTRACE"},
         {Seen("", 0, readCall, 0), "/proc/<pid>/stack of another process is empty", "without CONFIG_SMP"},
-        {Seen("[<0>] 0xffffffff8136c2aa\n", 0, readCall, 0), "addresses in place of names", "CONFIG_KALLSYMS"},
-        {Seen("[<0>] do_wait+0x1/0x2\n", 0, readCall, 0), "shows no read of a pipe", "Report it"},
+        {Seen("[<0>] 0xffffffff8136c2aa\n", 0, readCall, 0), "addresses instead of function names", "CONFIG_KALLSYMS"},
+        {Seen("[<0>] do_wait+0x1/0x2\n", 0, readCall, 0), "does not show a process waiting in a pipe read",
+         "Report this"},
         {Seen(pipeStack, 0, "", EPERM), "/proc/<pid>/syscall cannot be read", "CAP_SYS_PTRACE"},
         {Seen(pipeStack, 0, "", ENOENT), "/proc/<pid>/syscall cannot be read", "ARCH_TRACEHOOK"},
-        {Seen(pipeStack, 0, "running\n", 0), "/proc/<pid>/syscall does not show", "Report it"},
-        {Seen(pipeStack, 0, "0 0x6 0x0\n", 0), "/proc/<pid>/syscall does not show", "Report it"},
+        {Seen(pipeStack, 0, "running\n", 0), "/proc/<pid>/syscall does not show", "Report this"},
+        {Seen(pipeStack, 0, "0 0x6 0x0\n", 0), "/proc/<pid>/syscall does not show", "Report this"},
     };
     for (const auto& row : rows) {
         EXPECT_THAT(WhyWaitIsHidden(row.seen), HasSubstr(row.why));
@@ -57,13 +58,13 @@ TEST(CheckStack, HiddenWaitIsToldWithItsCauseAndARemedy) {
     }
 }
 
-TEST(CheckStack, TrialLooksAtAProcessAsleep) {
+TEST(CheckStack, TestReadsTheFilesOfASleepingProcess) {
     std::string error;
     const std::optional<SleepingRead> seen = TrySleepingRead(error);
     ASSERT_TRUE(seen) << error;
     EXPECT_THAT(error, IsEmpty());
     EXPECT_GE(seen->descriptor, 0);
-    // What it shows depends on this host's kernel and rights.
+    // Whether they show the wait depends on this host's kernel and rights.
     if (seen->callError == 0) {
         EXPECT_EQ(seen->call.find("running"), std::string::npos);
     }

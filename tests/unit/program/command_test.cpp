@@ -25,7 +25,7 @@ using testing::HasSubstr;
 
 class CommandTest : public testing::Test {
 protected:
-    // A run changes the thread's signal mask.
+    // RunCommand changes the thread's signal mask.
     void SetUp() override { pthread_sigmask(SIG_SETMASK, nullptr, &before_); }
     void TearDown() override {
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
@@ -53,36 +53,36 @@ private:
     sigset_t before_{};
 };
 
-TEST_F(CommandTest, WrongConfigurationGivesTwo) {
+TEST_F(CommandTest, ReturnsTwoIfTheConfigurationIsInvalid) {
     for (const auto command : {RunCommand, ScanCommand}) {
         EXPECT_EQ(ErrorsOf(command, WithConfig("{\"log\":7}"), 2),
                   "orlim-agent: " + directory_.Path("c") +
-                      ": log: found 7, expected an object. Write {...}; leave it away for the default.\n");
+                      ": log: expected an object, found 7. Write {...}, or omit the key for the default.\n");
     }
 }
 
-TEST_F(CommandTest, AbsentModuleGivesOne) {
+TEST_F(CommandTest, ReturnsOneIfTheModuleIsMissing) {
     for (const auto command : {RunCommand, ScanCommand}) {
-        EXPECT_THAT(ErrorsOf(command, WithConfig("{}"), 1), HasSubstr("module /nowhere/x.so cannot be found"));
+        EXPECT_THAT(ErrorsOf(command, WithConfig("{}"), 1), HasSubstr("cannot find the module /nowhere/x.so"));
     }
 }
 
-TEST_F(CommandTest, ScanNeedsTheReverseShellSection) {
+TEST_F(CommandTest, ScanRequiresTheReverseShellSection) {
     EXPECT_THAT(ErrorsOf(ScanCommand, WithConfig("{\"module\":{\"abnormalShell\":{}}}"), 2),
-                HasSubstr("module.reverseShell: found nothing, expected an object"));
+                HasSubstr("module.reverseShell: expected an object, found nothing"));
 }
 
-TEST_F(CommandTest, ScanRefusesAnEnvironmentThatKeepsItOff) {
+TEST_F(CommandTest, ScanFailsIfTheEnvironmentTurnsTheSearchOff) {
     ::setenv(Published::locationVariable, "", 1);
     EXPECT_THAT(ErrorsOf(ScanCommand, WithConfig("{}"), 1), HasSubstr("AGENT_LOCATION is set"));
 }
 
-TEST_F(CommandTest, WarningsOfTheConfigurationAreLogged) {
+TEST_F(CommandTest, LogsTheWarningsOfTheConfiguration) {
     EXPECT_THAT(ErrorsOf(ScanCommand, WithConfig("{\"module\":{\"reverseShell\":{\"detectInterval\":1}}}"), 1),
-                HasSubstr("configuration: module.reverseShell.detectInterval: found 1, expected"));
+                HasSubstr("configuration: module.reverseShell.detectInterval: expected a whole number of seconds"));
 }
 
-TEST_F(CommandTest, ConfigurationInForceReplacesSettingsAndLevel) {
+TEST_F(CommandTest, ApplyingAConfigurationReplacesSettingsAndLogLevel) {
     AgentConfig config;
     config.settings = {{"A", "1"}};
     ApplyToProcess(config, LOG_LEVEL_LIFECYCLE);
@@ -100,7 +100,7 @@ TEST_F(CommandTest, ConfigurationInForceReplacesSettingsAndLevel) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(CommandTest, BlockedSignalWaitsUntilItIsTaken) {
+TEST_F(CommandTest, ReturnsBlockedControlSignals) {
     BlockControlSignals();
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         ASSERT_EQ(::raise(number), 0);
@@ -108,7 +108,7 @@ TEST_F(CommandTest, BlockedSignalWaitsUntilItIsTaken) {
     }
 }
 
-TEST_F(CommandTest, EventsReachTheSinksAndFollowTheirChange) {
+TEST_F(CommandTest, WritesEventsToTheCurrentSinks) {
     const std::string first = directory_.Path("first");
     const std::string second = directory_.Path("second");
     EventOutput output;

@@ -18,7 +18,7 @@ ParsedOptions Parse(std::initializer_list<const char*> arguments) {
     return ParseOptions(static_cast<int>(argv.size()), argv.data());
 }
 
-TEST(Options, CommandsAndFilesAreTaken) {
+TEST(Options, ReadsCommandsAndFiles) {
     const struct {
         std::initializer_list<const char*> arguments;
         Command command;
@@ -38,7 +38,7 @@ TEST(Options, CommandsAndFilesAreTaken) {
     }
 }
 
-TEST(Options, ExplainTakesAProcess) {
+TEST(Options, ExplainRequiresAProcess) {
     const ParsedOptions plain = Parse({"explain", "4711"});
     ASSERT_TRUE(plain.options) << plain.error;
     EXPECT_EQ(plain.options->command, Command::explain);
@@ -51,7 +51,7 @@ TEST(Options, ExplainTakesAProcess) {
     EXPECT_TRUE(full.options->dot);
 }
 
-TEST(Options, DemoHandsItsArgumentsOnAsTheyStand) {
+TEST(Options, DemoPassesItsArgumentsOnUnchanged) {
     const ParsedOptions plain = Parse({"demo"});
     ASSERT_TRUE(plain.options) << plain.error;
     EXPECT_EQ(plain.options->command, Command::demo);
@@ -62,7 +62,7 @@ TEST(Options, DemoHandsItsArgumentsOnAsTheyStand) {
               (std::vector<std::string>{"--only", "a", "--json", "--only=b", "--help", "walk"}));
 }
 
-TEST(Options, WrongUseLeavesWithTwoAndAHint) {
+TEST(Options, WrongUseExitsWithTwoAndAHint) {
     const struct {
         std::initializer_list<const char*> arguments;
         const char* error;
@@ -87,7 +87,7 @@ TEST(Options, WrongUseLeavesWithTwoAndAHint) {
     }
 }
 
-TEST(Options, HelpTellsExamplesSignalsAndStatus) {
+TEST(Options, HelpListsExamplesSignalsAndExitStatus) {
     const ParsedOptions parsed = Parse({"--help"});
     EXPECT_FALSE(parsed.options);
     EXPECT_EQ(parsed.exitStatus, 0);
@@ -97,14 +97,14 @@ TEST(Options, HelpTellsExamplesSignalsAndStatus) {
     }
 }
 
-TEST(Options, CommandHasHelpOfItsOwn) {
+TEST(Options, EachCommandHasItsOwnHelp) {
     const ParsedOptions parsed = Parse({"scan", "--help"});
     EXPECT_EQ(parsed.exitStatus, 0);
     EXPECT_THAT(parsed.output, HasSubstr("--config FILE"));
     EXPECT_THAT(parsed.output, HasSubstr("--module FILE"));
 }
 
-TEST(Options, VersionIsPrinted) {
+TEST(Options, PrintsTheVersion) {
     const ParsedOptions parsed = Parse({"--version"});
     EXPECT_FALSE(parsed.options);
     EXPECT_EQ(parsed.exitStatus, 0);
