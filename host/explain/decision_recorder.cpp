@@ -5,7 +5,7 @@
 namespace Host {
 namespace {
 
-// Of this thread: the program has others, which do not run the module.
+// Per thread: other threads of the program do not run the module.
 thread_local const std::function<void(const Decision&)>* currentListener = nullptr;
 thread_local std::map<Trace::Test, long long> limits;
 

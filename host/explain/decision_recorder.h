@@ -1,4 +1,4 @@
-// The recording side of the module's trace: in this program, in place of the module's own empty definitions.
+// Records the module's decisions: defines the functions of frame/trace.h, which are empty in the module that ships.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,7 @@
 
 namespace Host {
 
-// One test of the module, as it went; see Trace::Facts.
+// One test of the module with its outcome; see Trace::Facts.
 struct Decision {
     Trace::Test test = {};
     int pid = 0;
@@ -20,8 +20,8 @@ struct Decision {
     std::string text;  // any bytes
 };
 
-// Runs work, which calls the module, and hands each decision to listener at the moment when it falls. The listener must
-// not call the module. Decisions of other threads and outside of work are not recorded. One call at a time.
+// Runs work, which calls the module, and passes each decision to listener at once. listener must not call the module.
+// Decisions of other threads or outside work are not recorded. One call at a time.
 void RecordDecisions(const std::function<void()>& work, const std::function<void(const Decision&)>& listener);
 
 }  // namespace Host

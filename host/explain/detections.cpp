@@ -15,7 +15,7 @@
 namespace Host {
 namespace {
 
-// More than any person's patience, so that no number and no distance that the module asks for is missed.
+// Large enough to meet any number of commands and any interval that the module requires.
 constexpr int standInCommands = 100;
 constexpr unsigned long long standInDistanceNs = 60ULL * 1000 * 1000 * 1000;
 
@@ -34,11 +34,11 @@ void Conclude(bool reported, const std::string& verdict, Judgement& judgement) {
     if (reported) {
         judgement.verdict = verdict;
     } else if (!judgement.IsRefused()) {
-        judgement.Add({Mark::no, "the module could not look at it to the end: it has gone, or does not show itself"});
+        judgement.Add({Mark::no, "the module could not finish inspecting it: it has exited or cannot be read"});
     }
 }
 
-// Commands that an hour from now a person has begun to type. Their pids are nobody's.
+// Records commands that a person starts to type an hour from now. Their pids are negative, so no process has them.
 void RecordStandIns(int pid) {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -50,7 +50,7 @@ void RecordStandIns(int pid) {
     }
 }
 
-// What a stand-in itself passes says nothing of the process.
+// Tests of a stand-in command itself do not concern the process.
 bool IsOfStandIn(const Decision& decision) {
     return decision.pid < 0 && decision.other == 0 && decision.inode == 0;
 }
@@ -80,7 +80,7 @@ Judgement JudgeByShortCommands(const Scene& scene) {
                 AddAll(reasons, judgement);
             }
         });
-    Conclude(!pass.events.empty() || pass.repeated, "once its short commands have ended", judgement);
+    Conclude(!pass.events.empty() || pass.repeated, "as soon as its short commands have ended", judgement);
     return judgement;
 }
 
@@ -96,11 +96,11 @@ Judgement JudgeByShellFile(const Scene& scene) {
     const PassResult pass = RunPass(scene, exec, [&](const Decision& decision, const std::vector<Reason>& reasons) {
         AddAll(reasons, judgement);
         if (decision.test == Trace::Test::isShellFile && decision.outcome) {
-            judgement.verdict = "only a change of the file";
+            judgement.verdict = "only changes of its file";
         }
     });
     const bool reported = !pass.events.empty();
-    Conclude(reported, reported ? "at its exec, as a copy of " + pass.events.front().path : "", judgement);
+    Conclude(reported, reported ? "when it is executed, as a copy of " + pass.events.front().path : "", judgement);
     return judgement;
 }
 

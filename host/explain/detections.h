@@ -1,6 +1,7 @@
-// What each detection makes of a process. Each runs the module's own task once, with its own pauses, and needs a
-// ModuleInProcess. A running agent has more to go by: it sees processes come and go. Here the process, its parent and
-// those that share its pipes have just been active, every socket is new, and the process has started short commands.
+// The verdict of each detection on a process. Each function runs the module's own task once, with its pauses, and
+// requires a ModuleInProcess. Unlike a running agent, it has not seen processes start and end. It therefore assumes
+// that the process, its parent and the holders of its pipes have just been active, that every socket is new, and that
+// the process has started short commands.
 #pragma once
 
 #include <vector>
@@ -12,13 +13,13 @@ namespace Host {
 
 Judgement JudgeByPeriodScan(const Scene& scene);
 
-// One judgement for each wiring that the scan knows.
+// One judgement per wiring that the scan knows.
 std::vector<Judgement> JudgeByInstantScan(const Scene& scene);
 
-// The process stands as the one that starts commands.
+// Judges the process as one that starts short commands.
 Judgement JudgeByShortCommands(const Scene& scene);
 
-// As at the exec of the process's program.
+// Judges the process as if it had just executed its program.
 Judgement JudgeByShellFile(const Scene& scene);
 
 }  // namespace Host

@@ -18,7 +18,7 @@ namespace {
 
 // PF_KTHREAD of include/linux/sched.h, as field 9 of /proc/<pid>/stat shows it (proc_pid_stat(5)).
 constexpr unsigned long kernelThreadFlag = 0x00200000;
-constexpr int fieldsBeforeFlags = 6;  // behind the state
+constexpr int fieldsBeforeFlags = 6;  // after the state
 
 struct Stat {
     std::string state;
@@ -28,7 +28,7 @@ struct Stat {
 Stat ReadStat(const std::string& process) {
     int error = 0;
     const std::string text = ReadSmallFile(process + "/stat", error);
-    const size_t name = text.rfind(')');  // the name may hold any byte
+    const size_t name = text.rfind(')');  // the name may contain any bytes
     std::istringstream fields(name == std::string::npos ? "" : text.substr(name + 1));
     Stat stat;
     fields >> stat.state;
@@ -51,7 +51,7 @@ int ThreadGroup(const std::string& process) {
     return 0;
 }
 
-// errno of the first thing that the process does not show, 0 if it shows all.
+// The errno of the first file that cannot be read, 0 if all can.
 int WhatIsRefused(const std::string& process) {
     char target[1];
     if (::readlink((process + "/exe").c_str(), target, sizeof(target)) < 0) {
@@ -63,19 +63,20 @@ int WhatIsRefused(const std::string& process) {
 
 std::string RefusalText(const std::string& name, const std::string& process, int error) {
     if (error != EACCES && error != EPERM) {
-        return name + " cannot be looked at: " + ErrorText(error);
+        return name + " cannot be inspected: " + ErrorText(error);
     }
     struct stat status {};
     std::string owner;
     if (::stat(process.c_str(), &status) == 0) {
         owner = ", which belongs to " + TavUtils::UserInfo::GetUserNameByUid(status.st_uid) + ",";
     }
-    const std::string refused = name + owner + " does not show its program and descriptors to ";
+    const std::string refused =
+        name + owner + " cannot be inspected: its program and descriptors are not readable for ";
     if (::geteuid() == 0) {
-        return refused + "root here: the system protects it, or CAP_SYS_PTRACE is missing";
+        return refused + "root here. The system protects the process, or CAP_SYS_PTRACE is missing";
     }
     return refused + "user " + TavUtils::UserInfo::GetUserNameByUid(::geteuid()) +
-           ". Run this as root, with CAP_SYS_PTRACE";
+           ". Run orlim-agent explain as root, with CAP_SYS_PTRACE";
 }
 
 }  // namespace
@@ -89,15 +90,15 @@ std::string WhyNotExplained(int pid) {
     }
     const Stat stat = ReadStat(process);
     if ((stat.flags & kernelThreadFlag) != 0) {
-        return name + " is a thread of the kernel: it has no program and no descriptors, and no detection looks at it";
+        return name + " is a kernel thread: it has no program and no descriptors, and no detection inspects it";
     }
     if (stat.state == "Z" || stat.state == "X") {
-        return name + " has ended and only waits to be collected by its parent: nothing can be told of it any more";
+        return name + " has exited and waits for its parent to collect it; there is nothing left to inspect";
     }
     const int group = ThreadGroup(process);
     if (group != 0 && group != pid) {
-        return std::to_string(pid) + " is a thread of process " + std::to_string(group) +
-               ". Name that: orlim-agent explain " + std::to_string(group);
+        return std::to_string(pid) + " is a thread of process " + std::to_string(group) + ". Run orlim-agent explain " +
+               std::to_string(group);
     }
     const int refused = WhatIsRefused(process);
     return refused == 0 ? "" : RefusalText(name, process, refused);

@@ -11,11 +11,11 @@
 namespace Host {
 namespace {
 
-// What is off reports nothing, whatever its tests say.
+// A detection that is off reports nothing, whatever its tests find.
 void ApplySwitch(bool on, const std::string& why, Judgement& judgement) {
     if (!on) {
         judgement.reported = false;
-        judgement.verdict = "because it is off";
+        judgement.verdict = "because this detection is off";
         judgement.reasons.insert(judgement.reasons.begin(), {Mark::no, why});
     }
 }
@@ -34,7 +34,7 @@ std::vector<Judgement> ExplainProcess(int pid, const std::string& configuration,
     progress("processes");
     const Scene scene = ReadScene(pid);
     if (!scene.processes.contains(pid)) {
-        throw std::runtime_error("process " + std::to_string(pid) + " has ended meanwhile");
+        throw std::runtime_error("process " + std::to_string(pid) + " has exited");
     }
     progress(Published::periodScan);
     std::vector<Judgement> judgements{JudgeByPeriodScan(scene)};

@@ -9,12 +9,12 @@
 
 namespace Host {
 
-// Called before each step with its name.
+// Called with the name of each step before it starts.
 using ExplainProgress = std::function<void(const std::string& step)>;
 
-// Asks the module's own code, at its own pace: some seconds. configuration is what StartModule takes. Throws
-// std::runtime_error if the module would not start, or if the process has gone. On the main thread; nothing of the
-// module may run in this process.
+// Runs the module's own code with its pauses, which takes a few seconds. configuration is the argument of StartModule.
+// Throws std::runtime_error if the module would not start or the process has exited. Main thread only; the module must
+// not run in this process.
 std::vector<Judgement> ExplainProcess(int pid, const std::string& configuration, const ExplainProgress& progress);
 
 }  // namespace Host

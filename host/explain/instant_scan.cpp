@@ -15,14 +15,14 @@ using Trace::Test;
 
 constexpr size_t mostSharers = 20;
 
-// By which a judgement is headed, one for each wiring.
+// The heading of the judgement of each wiring.
 constexpr const char* wirings[] = {
     Published::instantScanOnSocket,    Published::instantScanByRelay,    Published::instantScanByDescendant,
     Published::instantScanByRawSocket, Published::instantScanOnTerminal,
 };
 enum Wiring : size_t { socketWait, relayPipe, descendantPipe, unixStream, parentTerminal };
 
-// The wirings for which a test is asked; nothing if it is asked for those of the test before.
+// The wirings to which a test belongs; nothing if it belongs to the wirings of the test before it.
 std::optional<std::set<Wiring>> WiringsOf(Test test) {
     switch (test) {
         case Test::waitsOnSocket:
@@ -56,7 +56,7 @@ public:
     }
 
     void Take(const Decision& decision, const std::vector<Reason>& reasons) {
-        // No stage looks at a process that is claimed: what follows is about its alarm.
+        // No stage tests a process after it is claimed; later tests belong to its alarm.
         if (const auto asked = WiringsOf(decision.test); asked && !claimed_) {
             current_ = *asked;
         }
@@ -73,10 +73,10 @@ public:
             Judgement& judgement = judgements_[wiring];
             if (claimed_ && *current_.begin() == wiring) {
                 judgement.reported = reported;
-                judgement.verdict = reported ? connection : "though it finds it";
+                judgement.verdict = reported ? connection : "although it recognises the wiring";
             } else if (!judgement.IsRefused()) {
-                judgement.Add({Mark::no, claimed_ ? "the process is claimed already: " + ClaimName()
-                                                  : "it is not asked for, by what was seen before"});
+                judgement.Add({Mark::no, claimed_ ? "not tested, the scan has already recognised: " + ClaimName()
+                                                  : "not tested, an earlier test ruled it out"});
             }
         }
         return std::move(judgements_);

@@ -1,4 +1,4 @@
-// What one detection makes of a process, and for which reasons.
+// The verdict of one detection on a process, with its reasons.
 #pragma once
 
 #include <algorithm>
@@ -9,9 +9,9 @@
 namespace Host {
 
 enum class Mark {
-    ok,    // passed: this speaks for a report
-    no,    // failed: this alone keeps a report away
-    note,  // what cannot be told from here
+    ok,    // passed: supports a report
+    no,    // failed: prevents a report
+    note,  // a condition that cannot be tested here
 };
 
 struct Reason {
@@ -23,10 +23,10 @@ struct Reason {
 struct Judgement {
     std::string detection;
     bool reported = false;
-    std::string verdict;  // behind "would report it" or "would not report it"; may be empty, any bytes
+    std::string verdict;  // follows "would report it" or "would not report it"; may be empty, any bytes
     std::vector<Reason> reasons;
 
-    // Adds the reason unless it has been given already.
+    // Adds the reason unless its text is already there.
     void Add(Reason reason) {
         const auto given = [&reason](const Reason& each) { return each.text == reason.text; };
         if (std::none_of(reasons.begin(), reasons.end(), given)) {

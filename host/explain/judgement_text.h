@@ -1,4 +1,4 @@
-// Judgements as people read them.
+// Judgements as text.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace Host {
 
-// A line that sums up, then a block of lines for each judgement. Everything is made printable, and long lines are cut.
+// A line with the summary, then a block of lines per judgement. Control characters are escaped and long lines are cut.
 // Any thread.
 std::string JudgementText(const std::vector<Judgement>& judgements);
 

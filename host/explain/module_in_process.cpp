@@ -15,14 +15,14 @@ namespace Host {
 ModuleInProcess::ModuleInProcess(const std::string& configuration) {
     if (!LearnHostShells()) {
         throw std::runtime_error(
-            "no shell of this host is known, so the module does not start either. See orlim-agent check");
+            "none of the listed shells exists, so the module would not start. Run orlim-agent check");
     }
     InitShellsHashSize(shellPaths);
     if (!ReadConfiguration(configuration.c_str())) {
-        throw std::runtime_error("the module does not take the configuration");
+        throw std::runtime_error("the module rejects the configuration. Run orlim-agent check with the same --config");
     }
     if (!socketTableLock.Init() || !pidMapLock.Init() || !tmpProcLock.Init()) {
-        throw std::runtime_error("the system refuses a lock");
+        throw std::runtime_error("the system refuses a lock that the module needs");
     }
     moduleRunning.store(1);
 }

@@ -1,16 +1,16 @@
-// The module's rooms, linked into this process and made ready to be asked.
+// The module's code, linked into this process and initialised.
 #pragma once
 
 #include <string>
 
 namespace Host {
 
-// Puts the rooms into the state in which a start leaves them: the host's shells and ssh daemon, the baseline, what the
-// configuration says, the locks and the run flag. Starts no task and listens to nothing. One object at a time.
+// Initialises the module as a start does: the host's shells and ssh daemon, the baseline, the configuration, the locks
+// and the run flag. Starts no task and subscribes to no events. One object at a time.
 class ModuleInProcess {
 public:
-    // configuration is what StartModule takes. Throws std::runtime_error if no shell of the host is known or the system
-    // refuses a lock.
+    // configuration is the argument of StartModule. Throws std::runtime_error if no listed shell exists, the
+    // configuration is invalid or the system refuses a lock.
     explicit ModuleInProcess(const std::string& configuration);
     ~ModuleInProcess();
     ModuleInProcess(const ModuleInProcess&) = delete;

@@ -39,7 +39,7 @@ std::vector<OwnEvent> EventsOf(const std::function<void()>& work) {
     work();
     library.startEvents([&texts](std::string_view text) { texts.emplace_back(text); }, {});
     if (!library.stopEvents(patience)) {
-        throw std::runtime_error("the queue of events does not empty");
+        throw std::runtime_error("the event queue did not drain within 10 seconds");
     }
     std::vector<OwnEvent> events;
     events.reserve(texts.size());

@@ -1,4 +1,4 @@
-// What the module's code reports when it runs in this process, caught before any sink.
+// Captures the events that the module's code pushes in this process, before any sink.
 #pragma once
 
 #include <functional>
@@ -14,8 +14,8 @@ struct OwnEvent {
     std::string path;        // of the shell
 };
 
-// Runs work and returns the events that it has pushed. The process must not have started its queue for sinks. Throws
-// std::runtime_error if the queue does not empty within seconds. One call at a time.
+// Runs work and returns the events that it has pushed. The event queue must not be running. Throws std::runtime_error
+// if the queue does not drain within ten seconds. One call at a time.
 std::vector<OwnEvent> EventsOf(const std::function<void()>& work);
 
 }  // namespace Host

@@ -29,7 +29,7 @@ std::vector<Reason> ReasonWriter::Take(const Decision& decision) {
     return Finish({speaksFor ? Mark::ok : Mark::no, text});
 }
 
-// The last look at a socket counts: the module may look twice, and reads its table again in between.
+// The last test of a socket counts: the module may test it twice, and reads its table again in between.
 void ReasonWriter::TakeSocket(const Decision& decision, const std::string& text, bool speaksFor) {
     socketReasons_.erase(decision.inode);
     if (!speaksFor) {
@@ -49,7 +49,7 @@ std::vector<Reason> ReasonWriter::TakeWriter(const Decision& decision, const std
     return {};
 }
 
-// Ends what the parts before the reason were about.
+// Completes the test that the recorded parts belong to, and forgets them.
 std::vector<Reason> ReasonWriter::Finish(Reason reason) {
     std::vector<Reason> reasons;
     const bool passed = reason.mark == Mark::ok;
@@ -79,7 +79,7 @@ std::string ReasonWriter::Why(const Decision& decision, Role role) const {
                writerReasons_[i].second;
     }
     if (why.empty()) {
-        return "no other process that is looked at writes " + pipe;
+        return "no other process in this pass writes " + pipe;
     }
     return writerReasons_.size() > mostWritersNamed ? why + "; and more" : why;
 }

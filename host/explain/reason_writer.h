@@ -1,4 +1,4 @@
-// From the module's decisions to reasons.
+// Turns the module's decisions into reasons.
 #pragma once
 
 #include <map>
@@ -13,14 +13,14 @@
 
 namespace Host {
 
-// Takes the decisions of one pass in their order. Some tests are parts of a later one: whether a socket counts, whether
-// a process feeds a pipe. Where such a part speaks against an alarm, the later test gives it as its reason.
+// Takes the decisions of one pass in order. Some tests are parts of a later one, such as whether a socket counts or
+// whether a process feeds a pipe. If such a part speaks against an alarm, the later test gives it as its reason.
 class ReasonWriter {
 public:
-    // scene has to outlive the writer.
+    // scene must outlive the writer.
     explicit ReasonWriter(const Scene& scene) : scene_(scene) {}
 
-    // What the decision adds to an explanation: mostly one reason, or none.
+    // The reasons that the decision adds to an explanation: usually one or none.
     std::vector<Reason> Take(const Decision& decision);
 
 private:
@@ -30,9 +30,9 @@ private:
     std::string Why(const Decision& decision, Role role) const;
 
     const Scene& scene_;
-    std::map<unsigned long, std::string> socketReasons_;      // against a socket, by inode
-    std::vector<std::pair<int, std::string>> writerReasons_;  // against a process, by pid
-    std::string note_;                                        // on the socket that counts
+    std::map<unsigned long, std::string> socketReasons_;      // why a socket does not count, by inode
+    std::vector<std::pair<int, std::string>> writerReasons_;  // why a process does not feed the pipe, by pid
+    std::string note_;                                        // about the socket that counts
 };
 
 }  // namespace Host

@@ -21,7 +21,7 @@ PassResult RunPass(const Scene& scene, const std::function<void()>& work, const 
     PassResult result;
     ReasonWriter writer(scene);
     const auto take = [&](const Decision& decision) {
-        // Decisions about other processes too: they end what the parts before them were about.
+        // Decisions about other processes too: they also complete the parts recorded before them.
         const std::vector<Reason> reasons = writer.Take(decision);
         if (decision.pid == scene.pid || decision.pid <= 0) {
             result.repeated = result.repeated || (TextOf(decision.test).role == Role::repeat && decision.outcome);

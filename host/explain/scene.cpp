@@ -79,7 +79,7 @@ std::string ObjectText(const Scene& scene, unsigned long inode) {
 std::string WaitText(int pid) {
     const std::string process = "/proc/" + std::to_string(pid);
     if (FirstLine(process + "/stack").empty()) {
-        return "its kernel stack cannot be read, or is empty as that of a process that runs";
+        return "its kernel stack is unreadable, or empty because it is running";
     }
     const std::string function = FirstLine(process + "/wchan");
     return function.empty() || function == "0" ? "it does not wait" : "it waits in " + function;

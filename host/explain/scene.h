@@ -1,4 +1,4 @@
-// The process in question and what is around it, for the names of things in an explanation.
+// The process to explain, with all processes and connections of the host, to name them in an explanation.
 #pragma once
 
 #include <map>
@@ -16,29 +16,28 @@ struct Scene {
     std::map<unsigned long, Connection> connections;
 };
 
-// Reads it all at this moment. Any thread.
+// Reads the current state. Any thread.
 Scene ReadScene(int pid);
 
-// The process, its parent, and others that have one of its pipes open, at most so many.
+// The process, its parent, and at most mostSharers other processes that have one of its pipes open.
 std::vector<int> ProcessesAround(const Scene& scene, size_t mostSharers);
 
-// Such as "bash (4711)". Any bytes.
+// For example "bash (4711)". Any bytes.
 std::string NameOf(const Scene& scene, int pid);
 
-// A socket with its two ends, such as "socket 1234 (tcp 203.0.113.1:999 - 203.0.113.2:4444)".
+// A socket with its two ends, for example "socket 1234 (tcp 203.0.113.1:999 - 203.0.113.2:4444)".
 std::string SocketText(const Scene& scene, unsigned long inode);
 
-// The same of a pipe or socket that the process holds.
+// The same for a pipe or socket that the process holds.
 std::string ObjectText(const Scene& scene, unsigned long inode);
 
-// Where the process waits at this moment, such as "it waits in do_wait", or that the kernel does not show it. Any
-// thread.
+// Where the process waits now, for example "it waits in do_wait", or that the kernel does not show it. Any thread.
 std::string WaitText(int pid);
 
-// For how long the process has run, in words.
+// How long the process has been running, for example "12 s".
 std::string AgeText(int pid);
 
-// True if the process's connections are not those that the agent reads.
+// True if the process is in another network namespace, whose connections the agent does not read.
 bool IsInOtherNetwork(int pid);
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// The module's tests in words.
+// The text of each of the module's tests.
 #pragma once
 
 #include "frame/trace.h"
@@ -9,27 +9,27 @@ namespace Host {
 
 // The place of a test in an explanation.
 enum class Role {
-    test,    // a line of its own
-    socket,  // of a socket: why another test, which follows, does not take it
-    writer,  // of a process that writes a pipe, likewise
-    need,    // of what cannot be seen now: a note where it is met
-    repeat,  // whether the alarm is raised already: a note where it is
-    claim,   // the end of a wiring's tests
+    test,    // a separate line
+    socket,  // of a socket: on failure, the reason for a later test
+    writer,  // of a process that writes a pipe: on failure, the reason for a later test
+    need,    // of a condition that cannot be observed here: a note if it is met
+    repeat,  // whether the alarm is already raised: a note if it is
+    claim,   // the last test of a wiring
 };
 
 struct TestText {
     Trace::Test test;
     Role role;
-    bool wanted;      // the outcome that speaks for an alarm
-    const char* yes;  // said of this outcome, and of the other; nothing is said where it is null
-    const char* no;
+    bool wanted;      // the outcome that supports an alarm
+    const char* yes;  // text for the wanted outcome; null for none
+    const char* no;   // text for the other outcome; null for none
 };
 
 // Any thread.
 const TestText& TextOf(Trace::Test test);
 
-// The text with the decision's values in the place of {count} and the like, and why in that of {why}; empty for null.
-// Reads where the process waits at this moment if the text has it. Any bytes. Any thread.
+// Replaces {count} and the like by the decision's values, and {why} by why; empty if text is null. {wait} reads where
+// the process waits now. Any bytes. Any thread.
 std::string Fill(const char* text, const Decision& decision, const Scene& scene, const std::string& why);
 
 }  // namespace Host

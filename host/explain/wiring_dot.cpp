@@ -44,7 +44,7 @@ private:
 
     void AddProcess(const WiredProcess& process) {
         if (process.toldAbove) {
-            return;  // its node is there already
+            return;  // the graph already has its node
         }
         text_ += "  " + ProcessNode(process) + " [shape=box,label=" + Quoted(ProcessLabel(process)) + "];\n";
         for (const Wire& wire : process.wires) {

@@ -1,4 +1,4 @@
-// The words for the parts of a wiring.
+// Labels for the parts of a wiring.
 #pragma once
 
 #include <string>
@@ -7,16 +7,16 @@
 
 namespace Host {
 
-// Such as "bash (4711)"; printable.
+// For example "bash (4711)"; printable.
 std::string ProcessLabel(const WiredProcess& process);
 
-// The command line, printable and cut to about a terminal's width.
+// The command line, printable and cut to about the width of a terminal.
 std::string CommandLabel(const WiredProcess& process);
 
-// Such as "0,1" for the descriptors.
+// The descriptor numbers, for example "0,1".
 std::string NumbersLabel(const std::vector<int>& numbers);
 
-// What the descriptors hold: "socket:[1234]", with the connection's two ends where it has any; printable.
+// The object behind the descriptors, for example "socket:[1234]", with the two ends of a connection; printable.
 std::string ObjectLabel(const Wire& wire);
 
 }  // namespace Host

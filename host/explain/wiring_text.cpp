@@ -7,7 +7,7 @@ namespace {
 
 void AppendProcess(const WiredProcess& process, const std::string& indent, std::string& text);
 
-// The branch drawn before an entry, and the indent of what hangs from it.
+// The branch drawn before an entry, and the indent of the lines below it.
 struct Branch {
     std::string head;
     std::string below;
@@ -23,7 +23,7 @@ void AppendSharers(const Wire& wire, const std::string& indent, std::string& tex
         const Branch branch = BranchOf(indent, i + 1 == wire.sharers.size() && wire.untold == 0);
         text += branch.head + (sharer.otherEnd ? "other end: " : "also ") + NumbersLabel(sharer.numbers) + " of " +
                 ProcessLabel(sharer);
-        text += sharer.toldAbove ? ", told above\n" : "  " + CommandLabel(sharer) + "\n";
+        text += sharer.toldAbove ? ", see above\n" : "  " + CommandLabel(sharer) + "\n";
         AppendProcess(sharer, branch.below, text);
     }
     if (wire.untold != 0) {
@@ -31,13 +31,13 @@ void AppendSharers(const Wire& wire, const std::string& indent, std::string& tex
     }
 }
 
-// What hangs below a process.
+// Adds the lines below a process.
 void AppendProcess(const WiredProcess& process, const std::string& indent, std::string& text) {
     for (size_t i = 0; i < process.wires.size(); ++i) {
         const Wire& wire = process.wires[i];
         const Branch branch = BranchOf(indent, i + 1 == process.wires.size());
         text += branch.head + NumbersLabel(wire.numbers) + "  " + ObjectLabel(wire) +
-                (wire.toldAt == 0 ? "" : ", shared as told at " + std::to_string(wire.toldAt)) + "\n";
+                (wire.toldAt == 0 ? "" : ", shared, see process " + std::to_string(wire.toldAt)) + "\n";
         AppendSharers(wire, branch.below, text);
     }
 }

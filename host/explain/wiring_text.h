@@ -1,4 +1,4 @@
-// A wiring as people read it.
+// A wiring as text or as a graph.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace Host {
 
-// A tree of lines, each ended by a newline. Names and command lines are made printable and cut. Any thread.
+// A tree of lines, each with a newline. Names and command lines are escaped and cut. Any thread.
 std::string WiringText(const WiredProcess& process);
 
-// The same as a graph for Graphviz's dot. Any thread.
+// The same as a graph for Graphviz. Any thread.
 std::string WiringDot(const WiredProcess& process);
 
 }  // namespace Host

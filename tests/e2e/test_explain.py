@@ -1,4 +1,4 @@
-"""What the agent explains of a process: its wiring, and by which tests it is or is not reported."""
+"""orlim-agent explain: the wiring of a process, and the tests for which each detection does or does not report it."""
 
 import os
 import re
@@ -44,9 +44,9 @@ class Explanation:
         assert list(self.verdicts) == DETECTIONS
 
     def reports(self, detection):
-        said = self.verdicts[detection]
-        assert said.startswith(("would report it", "would not report it")), said
-        return said.startswith("would report it")
+        verdict = self.verdicts[detection]
+        assert verdict.startswith(("would report it", "would not report it")), verdict
+        return verdict.startswith("would report it")
 
     def refusals(self, detection):
         return [text for mark, text in self.tests[detection] if mark == "no"]
@@ -58,58 +58,58 @@ def line_text(stage):
 
 def test_shell_on_a_connection_is_explained_as_reported(attacker):
     with reverse_shell(attacker, shell("explained", ON_LINE)) as stage:
-        said = Explanation(stage.pid)
-        assert re.search(rf"0,1,2  socket:\[\d+\]  tcp {line_text(stage)}  FOREIGN", said.wiring)
+        explained = Explanation(stage.pid)
+        assert re.search(rf"0,1,2  socket:\[\d+\]  tcp {line_text(stage)}  FOREIGN", explained.wiring)
         for detection in (PERIOD_SCAN, SOCKET_WAIT):
-            assert said.verdicts[detection] == f"would report it, with the connection {line_text(stage)}"
-            assert said.refusals(detection) == []
-        assert said.reporters == f"{PERIOD_SCAN}; {SOCKET_WAIT}"
-        assert said.refusals(PUBLISHED.shellFileCopy)
+            assert explained.verdicts[detection] == f"would report it, with the connection {line_text(stage)}"
+            assert explained.refusals(detection) == []
+        assert explained.reporters == f"{PERIOD_SCAN}; {SOCKET_WAIT}"
+        assert explained.refusals(PUBLISHED.shellFileCopy)
         assert Scan().contents(stage.pid) == [stage.expected_content()]
 
 
 def test_shell_on_a_terminal_is_explained_as_silent_with_reasons(attacker):
-    # A foreign connection elsewhere, so that there is something that could be found.
+    # A foreign connection elsewhere on the host; without one the period scan stops early.
     witness = reverse_shell(attacker, shell("witness", ON_LINE))
     with witness, Stage({"terminal": terminal()}, {"shell": shell("typed", ON_TERMINAL)}) as stage:
-        said = Explanation(stage.pid)
-        assert said.reporters == ""
-        assert not any(said.reports(detection) for detection in DETECTIONS)
-        assert all(said.refusals(detection) for detection in DETECTIONS[:-1])
-        assert said.refusals(PERIOD_SCAN) == ["neither descriptor 0 nor descriptor 1 holds a pipe or a socket"]
-        assert re.search(r"0,1,2  /dev/pts/\d+\n.*other end: ", said.wiring)
+        explained = Explanation(stage.pid)
+        assert explained.reporters == ""
+        assert not any(explained.reports(detection) for detection in DETECTIONS)
+        assert all(explained.refusals(detection) for detection in DETECTIONS[:-1])
+        assert explained.refusals(PERIOD_SCAN) == ["neither descriptor 0 nor descriptor 1 holds a pipe or a socket"]
+        assert re.search(r"0,1,2  /dev/pts/\d+\n.*other end: ", explained.wiring)
         assert Scan().contents(stage.pid) == []
 
 
 def test_terminal_of_a_connected_parent_is_explained_as_reported(attacker):
-    """The stagehand is the parent, and holds both the terminal's other side and the connection."""
+    """The stagehand is the parent. It holds the other side of the terminal and the connection."""
     channels = {"terminal": terminal(), "line": tcp(attacker.tcp)}
     with Stage(channels, {"shell": shell("held", ON_TERMINAL)}) as stage:
-        said = Explanation(stage.pid)
-        assert said.reporters == HELD_TERMINAL
-        assert said.refusals(HELD_TERMINAL) == []
-        assert f"{line_text(stage)}  FOREIGN" in said.wiring
+        explained = Explanation(stage.pid)
+        assert explained.reporters == HELD_TERMINAL
+        assert explained.refusals(HELD_TERMINAL) == []
+        assert f"{line_text(stage)}  FOREIGN" in explained.wiring
 
 
 def test_pipe_of_a_reading_relay_is_explained_as_reported(attacker):
     channels = {"in": pipe(), "line": tcp(attacker.tcp)}
     relay = Process({0: "line", 1: "in.write"}, run=("/bin/cat", "cat"))
     with Stage(channels, {"shell": shell("fed", {0: "in.read"}), "relay": relay}) as stage:
-        said = Explanation(stage.pid)
-        assert said.reporters == f"{PERIOD_SCAN}; {RELAY_PIPE}"
-        assert said.refusals(RELAY_PIPE) == []
+        explained = Explanation(stage.pid)
+        assert explained.reporters == f"{PERIOD_SCAN}; {RELAY_PIPE}"
+        assert explained.refusals(RELAY_PIPE) == []
 
 
-def test_idle_relay_is_told_with_its_connection(attacker):
-    """It waits for no input, so the instant scan passes it over."""
+def test_idle_relay_is_shown_with_its_connection(attacker):
+    """The relay does not wait for input, so the instant scan does not recognise it."""
     channels = {"in": pipe(), "line": tcp(attacker.tcp)}
     processes = {"shell": shell("relayed", {0: "in.read"}), "relay": companion({0: "line", 1: "in.write"})}
     with Stage(channels, processes) as stage:
-        said = Explanation(stage.pid)
-        assert re.search(rf"also 1 of \S+ \({stage.pids['relay']}\)", said.wiring)
-        assert f"{line_text(stage)}  FOREIGN" in said.wiring
-        assert said.reporters == PERIOD_SCAN
-        (reason,) = said.refusals(RELAY_PIPE)
+        explained = Explanation(stage.pid)
+        assert re.search(rf"also 1 of \S+ \({stage.pids['relay']}\)", explained.wiring)
+        assert f"{line_text(stage)}  FOREIGN" in explained.wiring
+        assert explained.reporters == PERIOD_SCAN
+        (reason,) = explained.refusals(RELAY_PIPE)
         assert f"({stage.pids['relay']}) writes pipe" in reason
         assert "does not wait for input from an internet socket" in reason
 
@@ -117,15 +117,15 @@ def test_idle_relay_is_told_with_its_connection(attacker):
 def test_explanation_agrees_with_a_whitelist(attacker, tmp_path):
     config = write_config(tmp_path, {"module": {"reverseShell": {"whitelist": ["bash -s listed"]}}})
     with reverse_shell(attacker, shell("listed", ON_LINE)) as stage:
-        said = Explanation(stage.pid, "--config", config)
-        assert said.reporters == ""
-        assert "a pattern of the whitelist matches its command line" in said.refusals(PERIOD_SCAN)
-        assert any("whitelist" in reason for reason in said.refusals(SOCKET_WAIT))
-        assert "the configuration does not have module.abnormalShell" in said.refusals(DETECTIONS[-1])
+        explained = Explanation(stage.pid, "--config", config)
+        assert explained.reporters == ""
+        assert "a whitelist pattern matches its command line" in explained.refusals(PERIOD_SCAN)
+        assert any("whitelist" in reason for reason in explained.refusals(SOCKET_WAIT))
+        assert "the configuration does not have module.abnormalShell" in explained.refusals(DETECTIONS[-1])
 
 
 def parse_dot(text):
-    """Labels of the nodes by name, and the edges; the text has to be a graph in every line."""
+    """The labels of the nodes by name, and the edges. Fails unless every line is part of a graph."""
     quoted = r'"((?:[^"\\]|\\.)*)"'
     lines = text.split("\n")
     assert lines[:2] == ["graph wiring {", "  rankdir=LR;"]
@@ -162,16 +162,18 @@ def kernel_thread():
         return name.read() == "kthreadd\n"
 
 
-def test_process_that_cannot_be_explained_is_refused(tmp_path):
+def test_explain_refuses_a_missing_process_and_a_kernel_thread(tmp_path):
     assert_refused(run_to_end("explain", "2147483647"), 1, "there is no process 2147483647")
     config = write_config(tmp_path, '{"log": 7}')
-    assert_refused(run_to_end("explain", str(os.getpid()), "--config", config), 2, str(config), "log: found 7")
+    assert_refused(
+        run_to_end("explain", str(os.getpid()), "--config", config), 2, str(config), "log: expected an object, found 7"
+    )
     if kernel_thread():
-        assert_refused(run_to_end("explain", "2"), 1, "thread of the kernel")
+        assert_refused(run_to_end("explain", "2"), 1, "is a kernel thread")
 
 
 @pytest.mark.parametrize("arguments", [[], ["--dot"]], ids=["text", "dot"])
-def test_process_of_another_user_is_refused_without_rights(copied_program, arguments):  # noqa: F811
+def test_explain_refuses_a_process_of_another_user_without_rights(copied_program, arguments):  # noqa: F811
     done = run_to_end(
         *("explain", str(os.getpid()), *arguments), program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[]
     )

@@ -27,7 +27,7 @@ protected:
     const TemporaryDirectory directory_;
 };
 
-TEST_F(Detections, ShellItselfIsNoCopy) {
+TEST_F(Detections, DoesNotReportAShellAsItsOwnCopy) {
     const ChildProcess child("/bin/bash", {"bash"});
     const Judgement judgement = JudgeByShellFile(ReadScene(child.Pid()));
     EXPECT_FALSE(judgement.reported);
@@ -35,7 +35,7 @@ TEST_F(Detections, ShellItselfIsNoCopy) {
     EXPECT_THAT(judgement.reasons[0].text, HasSubstr("is one of the host's shells: "));
 }
 
-TEST_F(Detections, CopyUnderAnotherNameIsReportedWithTheShell) {
+TEST_F(Detections, ReportsACopyUnderAnotherNameWithTheShell) {
     std::filesystem::copy_file("/bin/bash", directory_.Path("updater"));
     const ChildProcess child(directory_.Path("updater"), {"updater"});
     const Judgement judgement = JudgeByShellFile(ReadScene(child.Pid()));
@@ -46,14 +46,15 @@ TEST_F(Detections, CopyUnderAnotherNameIsReportedWithTheShell) {
     }
 }
 
-TEST_F(Detections, OtherProgramFailsByItsSizeOrItsContent) {
+TEST_F(Detections, RefusesAnotherProgramBySizeOrContent) {
     std::filesystem::copy_file("/bin/bash", directory_.Path("altered"));
     std::fstream(directory_.Path("altered"), std::ios::in | std::ios::out | std::ios::ate).seekp(-1, std::ios::end)
         << '?';
     const struct {
         std::string program;
         const char* refusal;
-    } rows[] = {{"/bin/cat", "no shell is as long as it is"}, {directory_.Path("altered"), "the content of no shell"}};
+    } rows[] = {{"/bin/cat", "not have the size of a shell"},
+                {directory_.Path("altered"), "not have the content of a shell"}};
     for (const auto& row : rows) {
         const ChildProcess child(row.program, {"x"});
         const Judgement judgement = JudgeByShellFile(ReadScene(child.Pid()));
@@ -79,7 +80,7 @@ std::vector<std::string> TextsOf(const Judgement& judgement, Mark mark) {
     return texts;
 }
 
-TEST_F(Detections, ShellOnAConnectionIsReportedWithTheLimitsOfTheModule) {
+TEST_F(Detections, ReportsAShellOnAConnectionWithTheLimitsOfTheModule) {
     const StagedShell shell;
     if (!shell.Waits()) {
         GTEST_SKIP() << "the kernel does not show where a process waits";
@@ -89,18 +90,18 @@ TEST_F(Detections, ShellOnAConnectionIsReportedWithTheLimitsOfTheModule) {
     EXPECT_TRUE(judgement.reported);
     EXPECT_THAT(judgement.verdict, HasSubstr("with the connection 127.0.0.1:"));
     EXPECT_THAT(TextsOf(judgement, Mark::no), IsEmpty());
-    EXPECT_THAT(TextsOf(judgement, Mark::ok), Contains(HasSubstr("descriptors, 401 at most")));
+    EXPECT_THAT(TextsOf(judgement, Mark::ok), Contains(HasSubstr("descriptors, at most 401 are allowed")));
     EXPECT_THAT(TextsOf(judgement, Mark::ok), Contains(HasSubstr("it waits for input from socket ")));
     EXPECT_THAT(TextsOf(judgement, Mark::ok), Not(Contains(HasSubstr("socket 0 "))));
-    EXPECT_THAT(TextsOf(judgement, Mark::note), Contains(HasSubstr("first seen at most 3 s before the look")));
+    EXPECT_THAT(TextsOf(judgement, Mark::note), Contains(HasSubstr("only within 3 s after it has first seen it")));
     for (size_t other = 1; other < judgements.size(); ++other) {
         EXPECT_FALSE(judgements[other].reported);
         EXPECT_THAT(TextsOf(judgements[other], Mark::no),
-                    ElementsAre("the process is claimed already: " + judgement.detection));
+                    ElementsAre("not tested, the scan has already recognised: " + judgement.detection));
     }
 }
 
-TEST_F(Detections, AlarmThatIsRaisedAlreadyCountsAsOne) {
+TEST_F(Detections, CountsARepeatedAlarmAsAReport) {
     const StagedShell shell;
     if (!shell.Waits()) {
         GTEST_SKIP() << "the kernel does not show where a process waits";
@@ -108,32 +109,32 @@ TEST_F(Detections, AlarmThatIsRaisedAlreadyCountsAsOne) {
     const Scene scene = ReadScene(shell.Pid());
     ASSERT_TRUE(JudgeByInstantScan(scene).at(0).reported);
     const Judgement again = JudgeByInstantScan(scene).at(0);
-    EXPECT_THAT(TextsOf(again, Mark::note), Contains(HasSubstr("raised above already")));
+    EXPECT_THAT(TextsOf(again, Mark::note), Contains(HasSubstr("already raised above")));
     EXPECT_THAT(TextsOf(again, Mark::no), IsEmpty());
     EXPECT_TRUE(again.reported);
 }
 
-TEST_F(Detections, ShortCommandsNameWhatTheModuleAsksOfThem) {
+TEST_F(Detections, ShortCommandWatcherListsItsRequirementsAsNotes) {
     const ChildProcess child("/bin/cat", {"cat"});
     const Judgement judgement = JudgeByShortCommands(ReadScene(child.Pid()));
     EXPECT_FALSE(judgement.reported);
-    EXPECT_THAT(TextsOf(judgement, Mark::note),
-                ElementsAre(HasSubstr("at least 200 ms after the process"),
-                            HasSubstr("at least 200 ms after the one before"), HasSubstr("it takes 2 short commands")));
+    EXPECT_THAT(TextsOf(judgement, Mark::note), ElementsAre(HasSubstr("at least 200 ms after the process"),
+                                                            HasSubstr("at least 200 ms after the previous one"),
+                                                            HasSubstr("it must start at least 2 short commands")));
     EXPECT_THAT(TextsOf(judgement, Mark::no),
                 ElementsAre(HasSubstr("it does not wait for input from an internet socket")));
 }
 
-TEST_F(Detections, PeriodScanNamesTheProgramsThatItLooksAt) {
+TEST_F(Detections, PeriodScanNamesTheProgramsThatItInspects) {
     const ChildProcess child("/bin/cat", {"cat"});
     const StagedShell connection;
     const Judgement judgement = JudgeByPeriodScan(ReadScene(child.Pid()));
     EXPECT_FALSE(judgement.reported);
     EXPECT_THAT(TextsOf(judgement, Mark::no),
-                ElementsAre("its program file is called cat, and only bash and sh are looked at"));
+                ElementsAre("its program file is called cat; only bash and sh are inspected"));
 }
 
-TEST(ModuleInProcess, ConfigurationThatIsNoneIsRefused) {
+TEST(ModuleInProcess, RefusesAnInvalidConfiguration) {
     EXPECT_THROW(ModuleInProcess("no JSON"), std::runtime_error);
 }
 

@@ -18,22 +18,22 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(ExplainSubject, RunningProcessCanBeExplained) {
+TEST(ExplainSubject, AcceptsARunningProcess) {
     const ServiceTests::ChildProcess child("/bin/cat", {"cat"});
     EXPECT_EQ(WhyNotExplained(child.Pid()), "");
 }
 
-TEST(ExplainSubject, AbsentProcessIsTold) {
+TEST(ExplainSubject, ReportsThatAProcessDoesNotExist) {
     EXPECT_THAT(WhyNotExplained(0x7FFFFFFF), StartsWith("there is no process 2147483647"));
 }
 
-TEST(ExplainSubject, EndedProcessIsTold) {
+TEST(ExplainSubject, ReportsThatAProcessHasExited) {
     ServiceTests::ChildProcess child("/bin/cat", {"cat"});
     child.End();
-    EXPECT_THAT(WhyNotExplained(child.Pid()), HasSubstr("has ended and only waits to be collected"));
+    EXPECT_THAT(WhyNotExplained(child.Pid()), HasSubstr("has exited and waits for its parent to collect it"));
 }
 
-TEST(ExplainSubject, ThreadNamesItsProcess) {
+TEST(ExplainSubject, NamesTheProcessOfAThread) {
     std::atomic<int> id{0};
     std::atomic<bool> done{false};
     std::thread thread([&] {
@@ -48,11 +48,11 @@ TEST(ExplainSubject, ThreadNamesItsProcess) {
     thread.join();
 }
 
-TEST(ExplainSubject, KernelThreadIsTold) {
+TEST(ExplainSubject, ReportsAKernelThread) {
     if (FileText("/proc/2/comm") != "kthreadd\n") {
-        GTEST_SKIP() << "no kernel thread is seen in this pid namespace";
+        GTEST_SKIP() << "needs the initial pid namespace, to see a kernel thread";
     }
-    EXPECT_THAT(WhyNotExplained(2), HasSubstr("is a thread of the kernel"));
+    EXPECT_THAT(WhyNotExplained(2), HasSubstr("is a kernel thread"));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(JudgementText, SaysWhoReportsAndForWhichReasons) {
+TEST(JudgementText, ListsReportingDetectionsAndAllReasons) {
     Judgement first{.detection = "first", .reported = true, .verdict = "with a", .reasons = {}};
     first.Add({Mark::ok, "yes"});
     first.Add({Mark::note, "unknown"});
@@ -28,12 +28,12 @@ TEST(JudgementText, SaysWhoReportsAndForWhichReasons) {
               "  no    refused\n");
 }
 
-TEST(JudgementText, SaysThatNobodyReports) {
+TEST(JudgementText, SaysThatNoDetectionReports) {
     EXPECT_THAT(JudgementText({{.detection = "d", .reported = false, .verdict = {}, .reasons = {}}}),
                 StartsWith("No detection would report it.\n"));
 }
 
-TEST(JudgementText, HostileBytesAreEscapedAndCut) {
+TEST(JudgementText, EscapesAndCutsHostileBytes) {
     Judgement judgement{.detection = "d", .reported = false, .verdict = "\033[2J\n", .reasons = {}};
     judgement.Add({Mark::no, "name\r\xFF" + std::string(10000, 'x')});
     const std::string text = JudgementText({judgement});
@@ -43,7 +43,7 @@ TEST(JudgementText, HostileBytesAreEscapedAndCut) {
     EXPECT_LT(text.size(), 1000U);
 }
 
-TEST(Judgement, GivesAReasonOnce) {
+TEST(Judgement, AddsAReasonOnlyOnce) {
     Judgement judgement;
     for (const char* const text : {"a", "b", "a"}) {
         judgement.Add({Mark::ok, text});
@@ -52,7 +52,7 @@ TEST(Judgement, GivesAReasonOnce) {
     EXPECT_EQ(judgement.reasons[1].text, "b");
 }
 
-TEST(Judgement, IsRefusedByOneReasonAgainst) {
+TEST(Judgement, OneFailedTestRefuses) {
     Judgement judgement;
     judgement.Add({Mark::ok, "for"});
     judgement.Add({Mark::note, "unknown"});

@@ -21,7 +21,7 @@ WiredProcess RelayedShell() {
     return *TraceWiring(10, processes, {{9, Foreign()}});
 }
 
-TEST(WiringText, TreeGrowsFromTheShellToTheConnection) {
+TEST(WiringText, DrawsATreeFromTheShellToTheConnection) {
     EXPECT_EQ(WiringText(RelayedShell()),
               "bash (10)  bash -x\n"
               "├─ 0  pipe:[1]\n"
@@ -29,12 +29,12 @@ TEST(WiringText, TreeGrowsFromTheShellToTheConnection) {
               "│  │  ├─ 0  socket:[9]  tcp 10.0.0.1:5 - 10.0.0.2:4444  FOREIGN\n"
               "│  │  └─ 2  pipe:[4]\n"
               "│  │     └─ also 0 of logger (12)  logger -x\n"
-              "│  │        └─ 1  pipe:[1], shared as told at 10\n"
-              "│  └─ also 1 of logger (12), told above\n"
+              "│  │        └─ 1  pipe:[1], shared, see process 10\n"
+              "│  └─ also 1 of logger (12), see above\n"
               "└─ 1,2  /dev/null\n");
 }
 
-TEST(WiringDot, EveryHolderOfAnObjectIsJoinedToItOnce) {
+TEST(WiringDot, JoinsEveryHolderToItsObjectOnce) {
     EXPECT_EQ(WiringDot(RelayedShell()),
               "graph wiring {\n"
               "  rankdir=LR;\n"
@@ -55,7 +55,7 @@ TEST(WiringDot, EveryHolderOfAnObjectIsJoinedToItOnce) {
               "}\n");
 }
 
-TEST(WiringDot, SharersThatAreNotToldAreCounted) {
+TEST(WiringDot, CountsTheSharersThatItOmits) {
     Processes processes;
     for (int pid = 10; pid < 30; ++pid) {
         AddProcess(processes, pid, "idle", {Pipe(0, 1)});
@@ -63,7 +63,7 @@ TEST(WiringDot, SharersThatAreNotToldAreCounted) {
     EXPECT_THAT(WiringDot(*TraceWiring(10, processes, {})), HasSubstr("label=\"and 11 more\""));
 }
 
-// Names, arguments and link texts that would do harm on a terminal or end a quoted text.
+// For names, arguments and link texts: bytes that would control a terminal or end a quoted string.
 const std::string hostile = "a\"];x\\\033[2J\n\r\xC2\x9B\xFF\x7F\t" + std::string(5000, 'y');
 
 WiredProcess HostileProcess() {
@@ -80,7 +80,7 @@ bool HasControlBytes(const std::string& text) {
            });
 }
 
-TEST(WiringText, HostileBytesAreEscapedAndCut) {
+TEST(WiringText, EscapesAndCutsHostileBytes) {
     const std::string text = WiringText(HostileProcess());
     EXPECT_FALSE(HasControlBytes(text)) << text;
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4) << text;
@@ -88,7 +88,7 @@ TEST(WiringText, HostileBytesAreEscapedAndCut) {
     EXPECT_THAT(text, HasSubstr("\\x1B[2J\\n\\r\\xC2\\x9B\\xFF\\x7F\\t"));
 }
 
-TEST(WiringDot, HostileBytesDoNotLeaveTheirQuotes) {
+TEST(WiringDot, KeepsHostileBytesInsideTheirQuotes) {
     const std::string dot = WiringDot(HostileProcess());
     EXPECT_FALSE(HasControlBytes(dot)) << dot;
     EXPECT_THAT(dot, HasSubstr("label=\"a\\\"];x\\\\\\\\x1B[2J"));
