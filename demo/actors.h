@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 namespace Host {
 

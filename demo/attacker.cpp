@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "demo/network.h"
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 #include "host/base/descriptor.h"
 
 namespace Host {

@@ -8,7 +8,7 @@
 #include "demo/apart.h"
 #include "demo/demo.h"
 #include "demo/report.h"
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 #include "host/base/console.h"
 #include "host/base/descriptor.h"
 #include "host/base/signals.h"

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 namespace Host {
 

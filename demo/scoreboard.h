@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "demo/finding.h"
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 namespace Host {
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 namespace Host {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 namespace Host {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "demo/attacker.h"
+#include "demo/scenarios.h"
 #include "demo/stage_acts.h"
-#include "demo/wirings.h"
 #include "host/base/descriptor.h"
 
 namespace Host {

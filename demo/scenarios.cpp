@@ -1,4 +1,4 @@
-#include "demo/wirings.h"
+#include "demo/scenarios.h"
 
 #include <algorithm>
 
