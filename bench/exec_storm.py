@@ -11,33 +11,14 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "e2e"))
 
+import tables  # noqa: E402
 from attacker import Attacker  # noqa: E402
 from children import end_child  # noqa: E402
 from stage import BASH, ON_LINE, Process, reverse_shell  # noqa: E402
 
-# Commands a second, bytes of a command's line, milliseconds that a command lives beyond its start.
-STORMS = tuple((rate, length, 0) for length in (20, 2000) for rate in (100, 500, 2000)) + (
-    (100, 20, 100),
-    (100, 2000, 100),
-)
 FIRST_PASS_SECONDS = 22  # the period scan's first pass is over then, and the next one is a day away
 STORM_SECONDS = 10  # before the attack; the storm goes on until the attack is reported
 PATIENCE_SECONDS = 45  # from the attack on
-
-# Each age is the greatest that an event had when the callback was called that works on forks, or on execs.
-COLUMNS = (
-    ("rate", "exec/s", "{:d}"),
-    ("length", "bytes", "{:d}"),
-    ("alive", "alive ms", "{:d}"),
-    ("achieved", "achieved", "{:.0f}"),
-    ("queued", "queued", "{:d}"),
-    ("forkAge", "fork age s", "{:.2f}"),
-    ("execAge", "exec age s", "{:.2f}"),
-    ("cpu", "CPU", "{:.0%}"),
-    ("delay", "attack found after s", "{}"),
-    ("overflowed", "overflowed", "{:d}"),
-    ("kernelLosses", "kernel losses", "{:d}"),
-)
 
 
 class Watch:
@@ -145,6 +126,6 @@ def measure(build, attacker, rate, length, alive):
 def measure_all(build):
     attacker = Attacker()
     try:
-        return [measure(build, attacker, *storm) for storm in STORMS]
+        return [measure(build, attacker, *storm) for storm in tables.STORMS]
     finally:
         attacker.close()

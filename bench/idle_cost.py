@@ -28,6 +28,7 @@ FEWEST_TICKS = 100
 START_LIMIT_SECONDS = 60
 END_LIMIT_SECONDS = 60
 MINUTE = 60
+COUNT_TITLE = "processes and kernel threads"
 
 
 def fields_of(text):
@@ -107,6 +108,17 @@ def figures_of_pass(measured):
     return {f"{what}: {title}, ms": f"{measured[key]:.1f}" for key, title in keys.items()}
 
 
+def titles(minutes):
+    """The titles of all figures of a run, in their order."""
+    nothing = Sample({name: 0 for name in (*MEMORY, *MAPPED)}, 0, 0, 0, {})
+    passes = [{"processes": PROCESSES, "shells": shells, "wallMs": 0, "pausedMs": 0, "cpuMs": 0} for shells in (0, 1)]
+    return [
+        COUNT_TITLE,
+        *figures_of([nothing] * (minutes + 1)),
+        *(title for one in passes for title in figures_of_pass(one)),
+    ]
+
+
 def count_of_processes():
     return sum(name.isdigit() for name in os.listdir("/proc"))
 
@@ -179,7 +191,7 @@ def main():
         with running_agent(build, arguments.config, pathlib.Path(folder)) as pid:
             samples = watch(pid, arguments.minutes)
             processes = count_of_processes()
-    figures = {"processes and kernel threads": str(processes), **figures_of(samples)}
+    figures = {COUNT_TITLE: str(processes), **figures_of(samples)}
     for measured in passes:
         figures |= figures_of_pass(measured)
     for title, value in figures.items():

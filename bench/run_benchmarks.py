@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Runs the benchmarks and prints their tables.
+"""Runs the benchmarks and prints their tables. Called by ./dev bench.
 
-Each pass is measured in a pid and a network namespace of its own, so that the host that it sees is the staged one.
+Each pass is measured in a PID and a network namespace, so that the host that it sees is the staged one.
 """
 
 import argparse
@@ -12,40 +12,13 @@ import subprocess
 import sys
 
 import exec_storm
+import generated
+import tables
+from tables import COMPARED_CONNECTIONS, COMPARED_PROCESSES, CONNECTIONS, DESCRIPTORS, TABLES
 
 ADDRESS = "192.0.2.1"
 PASSES = 5
-PROCESSES = (100, 1000, 5000)
-CONNECTIONS = (100, 1000, 10000)
-DESCRIPTORS = (10, 200)
 RUNS = 9
-
-PASS_COLUMNS = (
-    ("processes", "processes", "{:d}"),
-    ("connections", "connections", "{:d}"),
-    ("shells", "shells", "{:d}"),
-    ("wallMs", "wall ms", "{:.1f}"),
-    ("pausedMs", "pauses ms", "{:.1f}"),
-    ("ownMs", "ours ms", "{:.1f}"),
-    ("share", "ours of pass", "{:.1%}"),
-    ("cpuMs", "CPU ms", "{:.1f}"),
-    ("peakMiB", "peak MiB", "{:.1f}"),
-)
-REFRESH_COLUMNS = (
-    ("sockets", "sockets", "{:d}"),
-    ("pausedMs", "pauses ms", "{:.1f}"),
-    ("cpuMs", "CPU ms", "{:.2f}"),
-    ("sleptCpuMs", "CPU ms with sleeps", "{:.1f}"),
-    ("share", "CPU of refresh", "{:.1%}"),
-    ("peakMiB", "peak MiB", "{:.1f}"),
-)
-SNAPSHOT_COLUMNS = (
-    ("descriptors", "descriptors", "{:d}"),
-    ("pausedMs", "pauses ms", "{:.1f}"),
-    ("cpuMs", "CPU ms", "{:.2f}"),
-    ("sleptCpuMs", "CPU ms with sleeps", "{:.1f}"),
-    ("share", "CPU of snapshot", "{:.1%}"),
-)
 
 
 def run_in_own_host(build, program, *arguments):
@@ -78,73 +51,73 @@ def measure_inspection(build, *arguments):
     return result
 
 
-def print_table(columns, rows):
-    cells = [[title for _, title, _ in columns]]
-    cells += [[form.format(row[key]) for key, _, form in columns] for row in rows]
-    widths = [max(len(line[i]) for line in cells) for i in range(len(columns))]
-    for number, line in enumerate(cells):
-        print("| " + " | ".join(cell.rjust(width) for cell, width in zip(line, widths)) + " |")
-        if number == 0:
-            print("|" + "|".join("-" * (width + 1) + ":" for width in widths) + "|")
+def passes(build):
+    return {"passes": [measure_pass(build, *size) for size in TABLES["passes"].keys]}
 
 
-def measure_passes(build):
-    rows = [
-        measure_pass(build, processes, connections, shells)
-        for shells in (0, 1)
-        for processes in PROCESSES
-        for connections in CONNECTIONS
-    ]
-    print("One pass of the period scan. With a shell, every process is a sibling of it and joins the graph.\n")
-    print_table(PASS_COLUMNS, rows)
+def alternatives(build):
+    size = (COMPARED_PROCESSES, COMPARED_CONNECTIONS, 1)
+    rows = [measure_pass(build, *size) | {"program": tables.PASS, "shows": "reverse shells"}]
+    for name, (shows, command) in tables.ALTERNATIVES.items():
+        result = run_in_own_host(build, "command_cost", *size, PASSES, ADDRESS, *command)
+        rows.append(result | {"program": name, "shows": shows})
+    return {"alternatives": rows}
 
 
-def measure_inspections(build):
-    print("\nOne refresh of the socket table\n")
-    print_table(
-        REFRESH_COLUMNS, [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS) for sockets in CONNECTIONS]
-    )
-    print("\nOne snapshot of a process\n")
-    print_table(
-        SNAPSHOT_COLUMNS, [measure_inspection(build, "snapshot", descriptors, RUNS) for descriptors in DESCRIPTORS]
-    )
-    shell = run_in_own_host(build, "inspect_cost", "shell", RUNS)
-    print(
-        f"\nIs a file a shell: {shell['missMs'] * 1000:.2f} µs where its size tells, {shell['hitMs']:.2f} ms where "
-        "1 MiB is read"
-    )
+def inspection(build):
+    question = run_in_own_host(build, "inspect_cost", "shell", RUNS)
+    return {
+        "refreshes": [measure_inspection(build, "sockets", sockets, RUNS, ADDRESS) for sockets in CONNECTIONS],
+        "snapshots": [measure_inspection(build, "snapshot", descriptors, RUNS) for descriptors in DESCRIPTORS],
+        "shell-question": [
+            {"file": tables.OTHER_SIZE, "cpuMs": question["missMs"]},
+            {"file": tables.SAME_SIZE, "cpuMs": question["hitMs"]},
+        ],
+    }
 
 
-def measure_storms(build):
-    rows = exec_storm.measure_all(build)
-    print(f"\nA storm of short commands; queue, ages and CPU time of its first {exec_storm.STORM_SECONDS} seconds.\n")
-    print_table(exec_storm.COLUMNS, rows)
+def storms(build):
+    return {"storms": exec_storm.measure_all(build)}
 
 
-def measure_services(build):
-    print("\nServices\n", flush=True)
-    subprocess.run([str(build / "bin" / "services_bench")], check=True, timeout=600)
+def services(build):
+    command = [build / "bin/services_bench", "--benchmark_format=json"]
+    done = subprocess.run(command, check=True, capture_output=True, text=True, timeout=600)
+    return {"services": service_rows(json.loads(done.stdout)["benchmarks"])}
+
+
+def service_rows(measured):
+    """Three significant digits, in the unit that the benchmark chose."""
+    times = {each["name"]: f"{each['real_time']:.3g} {each['time_unit'].replace('us', 'µs')}" for each in measured}
+    return [{"service": title, "time": times[name]} for name, title in tables.SERVICES.items()]
 
 
 PARTS = {
-    "passes": measure_passes,
-    "inspection": measure_inspections,
-    "storms": measure_storms,
-    "services": measure_services,
+    "passes": passes,
+    "alternatives": alternatives,
+    "inspection": inspection,
+    "storms": storms,
+    "services": services,
 }
+# Tables that stand in the README too.
+IN_README = {"alternatives"}
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the release build")
-    parser.add_argument("--only", choices=PARTS, help="this part alone")
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__)
+    parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--only", choices=PARTS, help="measure only this part")
+    parser.add_argument("--write", action="store_true", help="also write the tables of docs/performance.md and README")
     arguments = parser.parse_args()
     if os.geteuid() != 0:
-        sys.exit("run_benchmarks: needs root, for namespaces of its own")
+        sys.exit("./dev bench: needs root, because it creates namespaces")
     build = arguments.build.resolve()
-    for name, measure in PARTS.items():
-        if arguments.only in (None, name):
-            measure(build)
+    for part in [arguments.only] if arguments.only else PARTS:
+        for name, rows in PARTS[part](build).items():
+            print(f"{name}\n\n{TABLES[name].markdown(rows)}\n", flush=True)
+            if arguments.write:
+                documents = [generated.PERFORMANCE] + ([generated.README] if name in IN_README else [])
+                tables.write(name, rows, documents)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
-"""Where the checks are."""
+"""Where the checks, and the tables that they compare, are."""
 
 import pathlib
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / folder) for folder in ("tools", "tools/kernels", "bench")]

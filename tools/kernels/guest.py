@@ -138,6 +138,8 @@ def disk_of(content):
 def tested_disk(build, folder, name):
     """The disk with the agent, the module, the tests and, where it is built, the benchmark of a pass."""
     content = new_content(folder, name, "tests/e2e", "src/module", "docs/schema", "bench", "packaging")
+    (content / "tools").mkdir()
+    shutil.copy(REPOSITORY / "tools/generated.py", content / "tools")
     (content / "build/bin").mkdir(parents=True)
     (content / "build/lib").mkdir()
     for program in filter(pathlib.Path.exists, (build / f"bin/{name}" for name in PROGRAMS)):

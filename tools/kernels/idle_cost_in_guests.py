@@ -2,15 +2,20 @@
 """Measures on kernels in an emulator what the agent costs on an idle host. Called by ./dev bench idle."""
 
 import argparse
+import pathlib
 import sys
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 
 import boots
 import cost
 import cost_boots
+import generated
 
 LIMIT_SECONDS = 400
 KERNELS = ("armhf-6.1", "amd64-6.1")
 MINUTES = 60
+TABLE, COMMAND = "idle", "./dev bench idle --write"
 
 
 def arguments():
@@ -21,12 +26,15 @@ def arguments():
     parser.add_argument("--minutes", type=int, default=MINUTES, metavar="N", help=minutes_help)
     limit_help = "until a kernel's emulator is killed, these minutes left out (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
-    parser.add_argument("--markdown", action="store_true", help="the table for a document")
+    write_help = "also write the table of docs/performance.md; needs all kernels and minutes"
+    parser.add_argument("--write", action="store_true", help=write_help)
     parser.add_argument("--presets", action="store_true", help="list the presets that the run needs, and run none")
     parsed = parser.parse_args()
     boots.check_names(parser, parsed.names)
     if parsed.minutes < 1:
         parser.error("--minutes takes a number from 1 on")
+    if parsed.write and (parsed.names or parsed.minutes != MINUTES):
+        parser.error("--write takes neither names nor --minutes: the table has all of them")
     return parsed
 
 
@@ -42,8 +50,12 @@ def main():
     except boots.FAILURES as error:
         boots.say(str(error))
         return 1
-    print(cost.markdown(columns) if chosen.markdown else cost.text(columns))
-    return 0 if all(columns.values()) else 1
+    print(cost.text(columns))
+    complete = all(columns.values())
+    if chosen.write and complete:
+        text = f"{generated.this_machine()}\n\n{cost.markdown(columns)}"
+        generated.write_table(generated.PERFORMANCE, TABLE, COMMAND, text)
+    return 0 if complete else 1
 
 
 if __name__ == "__main__":

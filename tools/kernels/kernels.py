@@ -3,13 +3,18 @@
 
 import argparse
 import functools
+import pathlib
 import sys
 
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
+
 import boots
+import generated
 import sources
 import table
 
 LIMIT_SECONDS = 400
+TABLE, COMMAND = "kernels", "./dev kernels --write"
 
 
 def arguments():
@@ -21,12 +26,15 @@ def arguments():
     parser.add_argument("--attempts", type=int, default=1, metavar="N", help=attempts_help)
     limit_help = "until a kernel's emulator is killed (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
-    parser.add_argument("--markdown", action="store_true", help="the table with a column a kernel")
+    write_help = "also write the table of docs/kernels.md; needs all kernels, and every result as expected"
+    parser.add_argument("--write", action="store_true", help=write_help)
     parser.add_argument("--presets", action="store_true", help="list the presets that the run needs, and run none")
     parsed = parser.parse_args()
     boots.check_names(parser, parsed.names)
     if parsed.attempts < 1:
         parser.error("--attempts takes a number from 1 on")
+    if parsed.write and parsed.names:
+        parser.error("--write takes no names: the table has all kernels")
     return parsed
 
 
@@ -35,8 +43,13 @@ def show_tests(names, chosen):
     for name in names:
         disks = functools.partial(boots.end_to_end_disks, name)
         rows += boots.run_up_to(chosen.attempts, name, lambda: boots.run_alone(name, name, chosen.limit, disks))
-    print(table.markdown(rows) if chosen.markdown else table.text(rows))
-    return 0 if table.is_good(rows) else 1
+    print(table.text(rows))
+    if not table.is_good(rows):
+        return 1
+    if chosen.write:
+        text = f"{generated.this_machine()} {table.releases(rows)}\n\n{table.markdown(rows)}"
+        generated.write_table(generated.KERNELS, TABLE, COMMAND, text)
+    return 0
 
 
 def main():

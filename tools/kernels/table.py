@@ -4,6 +4,8 @@ import dataclasses
 import re
 
 PASS, FAIL, BLIND, SKIP = "pass", "FAIL", "blind", "SKIP"
+BOOTS = "boots: "
+WHOLE_BOOT = "all, from power on to power off"
 HEADINGS = ("kernel", "test", "result", "seconds")
 
 
@@ -31,13 +33,13 @@ def result_of(outcome, reason):
 def rows_of(name, guest):
     """A guest that ends too early, or runs nothing, has a row that says so."""
     booted = bool(guest.release)
-    rows = [Row(name, f"boots: {guest.release}" if booted else "boots", PASS if booted else FAIL, guest.boot_seconds)]
+    rows = [Row(name, f"{BOOTS}{guest.release}" if booted else "boots", PASS if booted else FAIL, guest.boot_seconds)]
     for result in guest.results:
         row = Row(name, wording(result.test), result_of(result.outcome, result.reason), result.seconds, result.reason)
         rows.append(row)
     ended = guest.status == 0 and bool(guest.results)
     why = guest.failure or ("" if ended else f"the tests ended with {guest.status}")
-    rows.append(Row(name, "all, from power on to power off", PASS if ended else FAIL, guest.seconds, why))
+    rows.append(Row(name, WHOLE_BOOT, PASS if ended else FAIL, guest.seconds, why))
     return rows
 
 
@@ -56,8 +58,14 @@ def text(rows):
     return "\n".join(lines)
 
 
+def releases(rows):
+    """The release of each kernel that booted, as a sentence."""
+    booted = (f"{row.kernel} {row.test.removeprefix(BOOTS)}" for row in rows if row.test.startswith(BOOTS))
+    return f"The kernels: {', '.join(booted)}."
+
+
 def markdown(rows):
-    """A line a test and a column a kernel."""
+    """One line per test and one column per kernel."""
     kernels = list(dict.fromkeys(row.kernel for row in rows))
     cells: dict[str, dict[str, str]] = {}
     for row in rows:
