@@ -80,14 +80,16 @@ public:
     // abnormal socket; sock then holds the socket.
     int CheckPtmxRshell(int pid, SocketInfo& sock);
 
-    // Parts of a search over several processes, each given by its index in procs. No stage uses them.
+    // Unused, in unused_group_search.cpp: parts of a search over a group of processes, each given by its index in
+    // procs.
     //
-    // Ports on which these sockets listen.
+    // Adds the ports on which these sockets listen.
     void GetProcListenPort(const std::set<unsigned long>& sockets, std::set<unsigned long>& ports);
-    // Non-zero if one of the processes has an abnormal socket that it did not accept on a port of its own.
+    // Non-zero if one of the processes has an abnormal socket that it did not accept on a port of its own; sock then
+    // holds it.
     int GetForeignSock(const std::vector<unsigned int>& indexes, SocketInfo& sock);
-    // 1 if all the processes but one at most wait on a pipe; shellPid then holds the last waiting shell, if there is
-    // one.
+    // 1 if at most one of the processes does not wait on a pipe, otherwise 0. shellPid receives the last waiting shell,
+    // if there is one.
     int GetBashProcess(const std::vector<unsigned int>& indexes, int& shellPid) const;
 
     std::vector<ProcInfo> procs;  // snapshots of this pass
