@@ -16,7 +16,6 @@
 #include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
-#include "frame/run_state.h"
 #include "inspect/detect_shell_utils.h"
 
 static constexpr char logSource[] = "detect_shell";
@@ -74,9 +73,6 @@ static std::vector<std::string> ReadWords(long pid) {
         }
         memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
         Pause(blockPauseMicroseconds);
-        if (IsStopping()) {
-            break;
-        }
     }
     // A process may overwrite its arguments and leave the last one without a terminator. That one is not split.
     if (!word.empty()) {
