@@ -50,6 +50,14 @@ TEST_F(PtyShell, IsNotFoundUnderTheSshDaemon) {
     EXPECT_EQ(Log(), std::vector<std::string>{"sshd shell"});
 }
 
+TEST_F(PtyShell, HasItsParentCheckedForTheSshDaemonBeforeTheParentsSnapshot) {
+    AddTerminalShell(300, 200);
+    AddRelay(200);
+    sshdInodes = {InodeOf(folder.Path("relay"))};
+    EXPECT_EQ(Check({300}, {}), std::vector<int>{300});
+    EXPECT_EQ(Log(), std::vector<std::string>{"sshd shell"});
+}
+
 // The snapshot of the parent is still there, but its program cannot be read any more.
 TEST_F(PtyShell, IsNotFoundUnderAParentThatEndedAfterItsSnapshot) {
     AddTerminalShell(300, 200);
@@ -154,15 +162,20 @@ TEST_F(PtyShell, IsDroppedAfterAStop) {
     EXPECT_EQ(Log(), std::vector<std::string>{stopped});
 }
 
-TEST_F(PtyShell, HasASocketRecordOfItsOwnForEachShell) {
-    AddRelay(200);
-    Hold(200, 6, ForeignSocket());
-    AddTerminalShell(300, 200);
-    AddProcess(201, 100, folder.Path("relay"), "relay");
-    proc->AddDescriptor(201, 5, PseudoTerminal::Multiplexer());
-    AddTerminalShell(301, 201);
-    EXPECT_EQ(Check({300, 301}, {200, 201}), std::vector<int>{301});
-    EXPECT_EQ(foundPids.size(), foundSocks.size());
+TEST_F(PtyShell, IsReportedWithTheSocketOfItsOwnParent) {
+    std::vector<unsigned long> sockets;
+    for (const int relay : {200, 201, 202}) {
+        AddRelay(relay);
+        AddTerminalShell(relay + 100, relay);
+        if (relay != 201) {
+            const KernelObject socket = ForeignSocket();
+            Hold(relay, 6, socket);
+            sockets.push_back(socket.inode);
+        }
+    }
+    EXPECT_EQ(Check({300, 301, 302}, {200, 201, 202}), std::vector<int>{301});
+    EXPECT_EQ(foundPids, (std::vector<int>{300, 302}));
+    EXPECT_EQ(InodesOf(foundSocks), sockets);
 }
 
 }  // namespace

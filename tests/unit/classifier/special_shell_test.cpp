@@ -109,6 +109,23 @@ TEST_F(SpecialShell, IsNotFoundOnAPipeThatOnlyItWrites) {
     EXPECT_TRUE(Log().empty());
 }
 
+TEST_F(SpecialShell, IsNotFoundBehindARelayThatOnlyReadsItsPipe) {
+    AddPipeShell();
+    AddProcess(400, 200, tool, "reader");
+    Wait(400, ForeignSocket());
+    HoldPipe(400, 1, pipe, readOnly);
+    EXPECT_EQ(Check({200, 400}), left);
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(SpecialShell, IsNotFoundIfADescendantOnlyReadsItsPipe) {
+    AddPipeShell();
+    AddProcess(400, 300, tool, "reader");
+    HoldPipe(400, 0, pipe, readOnly);
+    EXPECT_EQ(Check({200, 400}), left);
+    EXPECT_TRUE(Log().empty());
+}
+
 TEST_F(SpecialShell, IsNotFoundIfTheRelayIsOutsideThePass) {
     AddPipeShell();
     AddRelay(400, ForeignSocket());
@@ -272,6 +289,22 @@ TEST_F(SpecialShell, IsNotFoundIfARejectedRelayHasARawSocket) {
     EXPECT_FALSE(HasLogged(foundByPipe));
 }
 
+TEST_F(SpecialShell, DoesNotInheritThePreviousShellsSocket) {
+    AddPipeShell();
+    AddRelay(400, ForeignSocket());
+    AddShell(301, 200);
+    pipe = objects.Pipe();
+    WaitOnPipe(301, pipe);
+    AddWriter(401, 301);
+    ReverseShell detector = Detector({200, 400, 401});
+    detector.bashPids = {300, 301};
+    detector.CheckMultiprocShell(foundPids, foundSocks);
+    detector.CheckSpecialShell();
+    EXPECT_EQ(detector.bashPids, claimed);
+    EXPECT_TRUE(HasLogged(FeederLine(401, 0)));
+    EXPECT_EQ(Content()["pid"], 300);
+}
+
 TEST_F(SpecialShell, IsFoundBehindADescendantOfSeveralGenerations) {
     AddPipeShell();
     AddProcess(400, 300, tool, "a");
@@ -329,6 +362,13 @@ TEST_F(SpecialShell, IsFoundOnAStreamIfItsParentHoldsARawSocket) {
     EXPECT_EQ(Log(), std::vector<std::string>{foundByStream});
     EXPECT_EQ(Content()["inode"], std::to_string(raw.inode));
     EXPECT_EQ(Content()["remotePort"], 4444);
+}
+
+TEST_F(SpecialShell, IsNotFoundOnAStreamIfItsParentIsOutsideThePass) {
+    AddStreamShell();
+    Hold(200, 4, SocketOf(RawSocket(0)));
+    EXPECT_EQ(Check({}), left);
+    EXPECT_TRUE(Log().empty());
 }
 
 TEST_F(SpecialShell, IsClaimedWithoutAnAlarmIfTheRawSocketHasNoPort) {
