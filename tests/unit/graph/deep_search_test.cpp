@@ -32,6 +32,28 @@ TEST_F(DeepSearch, ReportsTheShellsOwnForeignSocketBeforeAnyNeighbour) {
     EXPECT_EQ(detector.ipcInodes.count(3000), 1U) << "the neighbour is not visited";
 }
 
+TEST_F(DeepSearch, EndsAtTheFirstForeignSocket) {
+    const ProcPtr other = MakeProc();
+    Hold(shell, 0, Socket(2000));
+    Hold(shell, 1, Pipe(1000));
+    Hold(companion, 0, Pipe(1001));
+    Hold(companion, 1, Pipe(1002));
+    Hold(companion, 2, Socket(3000));
+    Hold(other, 1, Pipe(1001));
+    Hold(other, 2, Pipe(1003));
+    MakeForeign(2000);
+    MakeForeign(3000);
+    detector.pendingProcs = {shell, companion, other};
+
+    detector.DeepSearchReverseShell(shell);
+    EXPECT_TRUE(detector.ipcInodes.contains(1000)) << "no further descriptor of the same process";
+    EXPECT_EQ(detector.pendingProcs, (std::set<ProcPtr>{companion, other}));
+
+    detector.DeepSearchReverseShell(companion);
+    EXPECT_TRUE(detector.ipcInodes.contains(1003)) << "no further process";
+    EXPECT_EQ(detector.pendingProcs, std::set<ProcPtr>{other});
+}
+
 TEST_F(DeepSearch, ReportsTheShellWithItsCompanionsConnection) {
     Hold(shell, 0, Pipe(1000));
     Hold(companion, 1, Pipe(1000));
@@ -111,6 +133,24 @@ TEST_F(DeepSearch, VisitsTheNeighboursOfTheHighestDescriptorFirst) {
     detector.DeepSearchReverseShell(shell);
 
     EXPECT_EQ(Content()["remoteIp"], "192.0.2.40");
+}
+
+// The work list is a stack, and neighbours are pushed in the order of their set.
+TEST_F(DeepSearch, VisitsTheNeighbourWithTheHighestAddressFirst) {
+    Hold(shell, 0, Pipe(1000));
+    std::set<ProcPtr> neighbours;
+    for (unsigned int i = 0; i < 4; ++i) {
+        const ProcPtr neighbour = MakeProc();
+        neighbours.insert(neighbour);
+        Hold(neighbour, 1, Pipe(1000));
+        Hold(neighbour, 3, Socket(3000 + i));
+        MakeForeign(3000 + i, "192.0.2.3" + std::to_string(i));
+    }
+
+    detector.DeepSearchReverseShell(shell);
+
+    const unsigned long long first = (*neighbours.rbegin())->fds[3].inode;
+    EXPECT_EQ(Content()["remoteIp"], "192.0.2.3" + std::to_string(first - 3000));
 }
 
 TEST_F(DeepSearch, EndsInACycleOfTwoPipes) {

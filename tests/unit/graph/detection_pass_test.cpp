@@ -1,3 +1,5 @@
+#include <climits>
+
 #include "graph_fixture.h"
 #include "tests/support/event_json.h"
 
@@ -63,6 +65,15 @@ TEST_F(DetectionPass, PausesAfterTheConnectionsAndAfterTheScan) {
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<nanoseconds>{milliseconds(50), milliseconds(50)}));
 }
 
+TEST_F(DetectionPass, ScansProcessesBetweenItsPauses) {
+    HaveConnection(5000);
+    AddShell(10005, 1, {{0, "/dev/null"}});
+    std::vector<size_t> candidates;
+    TimeRecorder::AtEachPause([this, &candidates](size_t) { candidates.push_back(detector.bashProcs.size()); });
+    detector.DetectRoutine({});
+    EXPECT_EQ(candidates, (std::vector<size_t>{0, 1}));
+}
+
 TEST_F(DetectionPass, ReportsAShellOnAForeignSocketWithoutASearch) {
     HaveConnection(5000);
     AddShell(10010, 900, {{0, Socket(5000)}, {1, Socket(5000)}});
@@ -88,6 +99,41 @@ TEST_F(DetectionPass, SearchesForAForeignSocketOnDescriptorOneAlone) {
     detector.DetectRoutine({});
     EXPECT_EQ(PeerOf(10020), "192.0.2.2");
     EXPECT_FALSE(detector.childProcs.contains(901)) << "the search adds the siblings first";
+}
+
+// A socket with this number counts as none: it marks a descriptor without pipe or socket.
+constexpr char invalidSocket[] = "socket:[18446744073709551615]";
+
+// The search adds the siblings to the graph, the direct case does not.
+TEST_F(DetectionPass, SearchesUnlessBothInputAndOutputAreSockets) {
+    HaveConnection(5000);
+    HaveConnection(ULONG_MAX);
+    const std::map<int, std::string> wirings[] = {
+        {{0, Socket(5000)}, {1, Pipe(7000)}},    {{0, Pipe(5000)}, {1, Socket(5000)}},
+        {{0, Socket(5000)}, {1, "/dev/null"}},   {{0, Socket(5000)}},
+        {{0, Socket(5000)}, {1, invalidSocket}}, {{1, Socket(5000)}},
+        {{0, invalidSocket}, {1, Socket(5000)}},
+    };
+    int pid = 10022;
+    for (const auto& wiring : wirings) {
+        SCOPED_TRACE(pid);
+        ReverseShellDetector once;
+        AddShell(pid, pid - 1, wiring);
+        AddOther(pid + 1, pid - 1, {});
+        once.DetectRoutine({});
+        EXPECT_FALSE(once.childProcs.contains(pid - 1));
+        EXPECT_TRUE(ReportedPids().contains(pid));
+        std::filesystem::remove_all(proc->Folder() / std::to_string(pid));
+        pid += 1000;
+    }
+}
+
+// Numbers of pipes and sockets may coincide: a pipe never counts as the socket with its number.
+TEST_F(DetectionPass, DoesNotReportAPipeWithTheInodeOfAForeignSocket) {
+    HaveConnection(5000);
+    AddShell(10028, 915, {{0, Pipe(5000)}, {1, Socket(5001)}});
+    detector.DetectRoutine({});
+    EXPECT_TRUE(Fake::TheAgent().events.empty());
 }
 
 TEST_F(DetectionPass, SkipsAShellOnATerminalWithSocketsOnOtherDescriptors) {
