@@ -88,6 +88,7 @@ protected:
         // The time of the last refresh outlives a test.
         static int test = 0;
         TimeRecorder::Advance(seconds(++test * 10000));
+        HaveTcp({.inode = "7"});
     }
 
     // What the next refresh finds.
@@ -96,6 +97,7 @@ protected:
     // What is known already.
     static void Know(const SocketInfo& info) { socketTable[info.inode] = info; }
 
+    // A refresh pauses per line, and SetUp writes one.
     static bool HasRefreshed() { return !TimeRecorder::Pauses().empty(); }
 
     bool refreshed = false;
@@ -242,6 +244,7 @@ TEST_F(SocketTable, IsRefreshedAtOnceUnlessTheLastOneEndedExactlyOneSecondAgo) {
         int secondsLater;
         PauseList pauses;
     } cases[] = {{0, {}}, {1, {seconds(2)}}, {2, {}}, {3, {}}, {1, {seconds(2)}}, {-1, {}}, {100, {}}};
+    std::filesystem::remove(proc->Folder() / "net/tcp");
     RefreshSocketTable();
     for (const auto& row : cases) {
         TimeRecorder::Advance(seconds(row.secondsLater));
