@@ -9,16 +9,16 @@
 
 namespace {
 
-TEST(ModuleLock, IsReadyAfterEveryInitUntilDestroyed) {
+TEST(ModuleLock, CanBeTakenAfterInitAndAgainAfterDestroyAndInit) {
     ModuleLock lock;
     for (int start = 0; start < 3; ++start) {
         ASSERT_TRUE(lock.Init());
-        ASSERT_TRUE(lock.Init()) << "a second start finds the lock as it is";
+        ASSERT_TRUE(lock.Init()) << "a second start";
         const std::lock_guard<ModuleLock> guard(lock);
     }
     lock.Destroy();
     lock.Destroy();
-    EXPECT_TRUE(lock.Init()) << "a stop is followed by a start";
+    EXPECT_TRUE(lock.Init()) << "a start after a stop";
     lock.Destroy();
 }
 
@@ -41,7 +41,7 @@ TEST(ModuleLock, StaysHeldThroughASecondInit) {
     lock.Destroy();
 }
 
-TEST(ModuleLock, SaysWhenTheSystemRefusesTheMutex) {
+TEST(ModuleLock, ReportsThatTheSystemRefusesTheMutex) {
     ModuleLock lock;
     FailingCalls::FailMutexInit(1);
     EXPECT_FALSE(lock.Init());

@@ -16,7 +16,7 @@ protected:
     void SetUp() override { TimeRecorder::Reset(); }
 };
 
-TEST_F(Pacing, SleepsTheLengthThatIsAskedFor) {
+TEST_F(Pacing, SleepsForTheGivenTime) {
     for (const unsigned int length : {0U, 1U, 500U, 10000U, 999999U, 1000000U, 2500000U}) {
         TimeRecorder::Reset();
         Pause(length);
@@ -24,7 +24,7 @@ TEST_F(Pacing, SleepsTheLengthThatIsAskedFor) {
     }
 }
 
-TEST_F(Pacing, SleepsOnForTheRemainderAfterASignal) {
+TEST_F(Pacing, SleepsForTheRemainderAfterASignal) {
     TimeRecorder::InterruptNext(microseconds(300));
     TimeRecorder::InterruptNext(microseconds(100));
     Pause(500);

@@ -21,7 +21,7 @@ uint64_t NowMs() {
 
 constexpr TaskTiming timing{.type = TavUtils::TASK_REPEAT, .delayMs = 20000, .periodMs = 90000};
 
-TEST(RepeatTask, IsRegisteredWithAConditionThatIsZeroBesidesItsThreeFields) {
+TEST(RepeatTask, IsRegisteredWithThreeFieldsSetAndTheOthersZero) {
     Fake::ResetAgent();
     TavUtils::RepeatTask task;
     const uint64_t before = NowMs();
@@ -53,7 +53,7 @@ TEST(RepeatTask, IsReplacedByARepeatedStart) {
     EXPECT_EQ(Fake::TheAgent().tasks.size(), 1U);
 }
 
-TEST(RepeatTask, IsWaitedForAndForgottenOnceAtTheEnd) {
+TEST(RepeatTask, IsPausedAndUnregisteredOnceByRepeatedStops) {
     Fake::ResetAgent();
     TavUtils::RepeatTask task;
     StartTask(task, timing, Entry, "some task");
@@ -64,7 +64,7 @@ TEST(RepeatTask, IsWaitedForAndForgottenOnceAtTheEnd) {
               (std::vector<std::string>{"register some task", "pause some task", "unregister some task"}));
 }
 
-TEST(RepeatTask, KeepsNoIdWhenTheAgentRefusesIt) {
+TEST(RepeatTask, HasNoIdIfTheAgentRefusesIt) {
     Fake::ResetAgent();
     Fake::TheAgent().refusedTasks = {"some task"};
     TavUtils::RepeatTask task;

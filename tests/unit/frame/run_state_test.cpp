@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(RunState, LetsLoopsGoOnWhileTheModuleRuns) {
+TEST(RunState, NeedStopIsFalseWhileTheModuleRuns) {
     Fake::ResetAgent();
     moduleRunning = 1;
     EXPECT_FALSE(NeedStop());
@@ -14,7 +14,7 @@ TEST(RunState, LetsLoopsGoOnWhileTheModuleRuns) {
     moduleRunning = 0;
 }
 
-TEST(RunState, TellsLoopsToLeaveAndWritesALineEachTime) {
+TEST(RunState, NeedStopIsTrueAndLogsEachTimeOtherwise) {
     Fake::ResetAgent();
     moduleRunning = 0;
     EXPECT_TRUE(NeedStop());

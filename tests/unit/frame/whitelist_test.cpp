@@ -40,7 +40,7 @@ TEST_F(Whitelist, MatchesAnEntryThatIsThePrefixOfACommandLine) {
     }
 }
 
-TEST_F(Whitelist, MatchesNothingWhenItIsEmptyButSleepsAllTheSame) {
+TEST_F(Whitelist, MatchesNothingIfEmptyButSleeps) {
     EXPECT_FALSE(IsCmdInIgnoreList("bash"));
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>{milliseconds(10)});
 }
@@ -57,7 +57,7 @@ TEST_F(Whitelist, SleepsAfterEachEntryThatDoesNotMatch) {
               (std::vector<nanoseconds>{milliseconds(10), microseconds(500), microseconds(500), microseconds(500)}));
 }
 
-TEST_F(Whitelist, StaysWholeForAReaderWhileItIsReplaced) {
+TEST_F(Whitelist, KeepsTheReadersCopyWhenReplaced) {
     ReplaceWhitelist({"old"});
     const auto taken = CurrentWhitelist();
     ReplaceWhitelist({"new"});
