@@ -20,8 +20,8 @@ protected:
     }
 };
 
-TEST_F(Configuration, TakesAnIntervalFromThirtySecondsToADay) {
-    // 0 for a value that is ignored.
+TEST_F(Configuration, AcceptsAnIntervalFromThirtySecondsToADay) {
+    // accepted is 0 for a value that is ignored.
     const struct {
         const char* value;
         int accepted;
@@ -49,7 +49,7 @@ TEST_F(Configuration, KeepsTheLastAcceptedIntervalAcrossAStop) {
     EXPECT_EQ(detectInterval, 45);
 }
 
-TEST_F(Configuration, TakesUpToFiftyDistinctWhitelistStrings) {
+TEST_F(Configuration, AcceptsUpToFiftyDistinctWhitelistStrings) {
     const struct {
         int strings;
         int distinct;
@@ -70,7 +70,7 @@ TEST_F(Configuration, KeepsTheFirstStringsOfAWhitelistThatIsTooLong) {
     EXPECT_FALSE(CurrentWhitelist()->contains("entry50"));
 }
 
-TEST_F(Configuration, EmptiesTheWhitelistForAValueThatIsNoArrayOrMissing) {
+TEST_F(Configuration, EmptiesTheWhitelistIfTheValueIsMissingOrNotAnArray) {
     for (const char* reverse : {R"({"whitelist":"bash"})", R"({"whitelist":null})", R"({"whitelist":{"a":1}})", "{}"}) {
         ReplaceWhitelist({"left from before"});
         EXPECT_EQ(Start(std::string(R"({"reverseShell":)") + reverse + "}"), 1) << reverse;
@@ -78,7 +78,7 @@ TEST_F(Configuration, EmptiesTheWhitelistForAValueThatIsNoArrayOrMissing) {
     }
 }
 
-TEST_F(Configuration, LeavesIntervalAndWhitelistWhenTheReverseShellFunctionIsNotAskedFor) {
+TEST_F(Configuration, KeepsIntervalAndWhitelistIfTheReverseShellFunctionIsNotEnabled) {
     ReplaceWhitelist({"left from before"});
     detectInterval = 45;
     EXPECT_EQ(Start(R"({"abnormalShell":{}})"), 1);
@@ -86,14 +86,14 @@ TEST_F(Configuration, LeavesIntervalAndWhitelistWhenTheReverseShellFunctionIsNot
     EXPECT_EQ(detectInterval, 45);
 }
 
-TEST_F(Configuration, TurnsAFunctionOnByTheKeyAlone) {
+TEST_F(Configuration, EnablesAFunctionByItsKeyWhateverTheValue) {
     EXPECT_EQ(Start(R"({"abnormalShell":false,"reverseShell":null})"), 1);
     EXPECT_TRUE(abnormalShellEnabled);
     EXPECT_TRUE(reverseShellEnabled);
     EXPECT_NE(Fake::TheAgent().FindTask(periodTask), nullptr);
 }
 
-TEST_F(Configuration, DoesNotReadTheReverseShellSectionWhereTheEnvironmentForbidsTheFunction) {
+TEST_F(Configuration, IgnoresTheReverseShellSectionIfTheEnvironmentForbidsTheFunction) {
     for (const char* location : {"somewhere", ""}) {
         Fake::TheAgent().environment[Published::locationVariable] = location;
         ReplaceWhitelist({"left from before"});
@@ -106,7 +106,7 @@ TEST_F(Configuration, DoesNotReadTheReverseShellSectionWhereTheEnvironmentForbid
     }
 }
 
-TEST_F(Configuration, IsRefusedWhenItIsNoJsonAndNothingChanges) {
+TEST_F(Configuration, ChangesNothingIfItIsNotJson) {
     ASSERT_EQ(Start(R"({"reverseShell":{}})"), 1);
     TakeStatuses();
     Fake::TheAgent().journal.clear();

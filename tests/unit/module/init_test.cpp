@@ -15,7 +15,7 @@ protected:
         SetSetting(Published::folderSetting, etc->Path());
     }
 
-    // Makes an executable file and lists it.
+    // Creates a file and lists it as a shell.
     std::string AddShell(const std::string& name) {
         const std::string path = etc->Write(name, "#!/bin/true\n");
         shells += path + "\n";
@@ -41,13 +41,13 @@ TEST_F(InitEntry, CollectsListedShellsBothAsListedAndResolved) {
     EXPECT_FALSE(shellPaths.contains(""));
 }
 
-TEST_F(InitEntry, TakesTheFirstBaselineOfTheShells) {
+TEST_F(InitEntry, RecordsTheBaselineOfTheShells) {
     AddShell("own-shell");
     EXPECT_EQ(InitModule(), 1);
     EXPECT_TRUE(IsShellByHash(etc->Write("copy", "#!/bin/true\n")));
 }
 
-TEST_F(InitEntry, ReadsTheHostsOwnListBesidesTheAgents) {
+TEST_F(InitEntry, ReadsTheHostsListAndTheAgents) {
     const std::string own = AddShell("own-shell");
     EXPECT_EQ(InitModule(), 1);
     EXPECT_TRUE(shellPaths.contains(own));
@@ -56,7 +56,7 @@ TEST_F(InitEntry, ReadsTheHostsOwnListBesidesTheAgents) {
     }
 }
 
-TEST_F(InitEntry, ReportsBothFunctionsAsStoppedAndLogsItsSuccess) {
+TEST_F(InitEntry, ReportsBothFunctionsAsStoppedAndLogsSuccess) {
     AddShell("own-shell");
     EXPECT_EQ(InitModule(), 1);
     EXPECT_EQ(TakeStatuses(), (std::vector<Fake::StatusReport>{{tampering, false, ""}, {reverseShell, false, ""}}));
@@ -72,7 +72,7 @@ TEST_F(InitEntry, StartsNothing) {
     EXPECT_EQ(moduleRunning, 0);
 }
 
-TEST_F(InitEntry, TakesAMissingSettingForAnEmptyDirectory) {
+TEST_F(InitEntry, TreatsAMissingSettingAsAnEmptyDirectory) {
     Fake::ResetAgent();
     if (access("/etc/shells", R_OK) != 0) {
         GTEST_SKIP() << "needs a readable /etc/shells";
@@ -80,10 +80,10 @@ TEST_F(InitEntry, TakesAMissingSettingForAnEmptyDirectory) {
     EXPECT_EQ(InitModule(), 1);
     TavUtils::Config& config = TavUtils::Config::GetInstance();
     const std::lock_guard<TavUtils::Config> guard(config);
-    EXPECT_TRUE(config.GetConfigMap<std::string>().empty()) << "reading a setting creates none";
+    EXPECT_TRUE(config.GetConfigMap<std::string>().empty()) << "reading a setting must not create it";
 }
 
-TEST_F(InitEntry, FailsWithoutAWordWhenMemoryRunsOut) {
+TEST_F(InitEntry, FailsSilentlyIfMemoryRunsOut) {
     AddShell("own-shell");
     shellPaths = {"/left/from/before"};
     FailingCalls::FailAllocation(1);
@@ -128,7 +128,7 @@ TEST_F(InitEntry, FindsNoSshServerWithoutPath) {
     EXPECT_TRUE(sshdInodes.empty());
 }
 
-TEST_F(InitEntry, MayRunAgainAndForgetsWhatItFoundBefore) {
+TEST_F(InitEntry, ReplacesEarlierResultsWhenRunAgain) {
     const std::string gone = AddShell("short-lived");
     EXPECT_EQ(InitModule(), 1);
     EXPECT_TRUE(shellPaths.contains(gone));
@@ -138,8 +138,8 @@ TEST_F(InitEntry, MayRunAgainAndForgetsWhatItFoundBefore) {
     EXPECT_FALSE(shellPaths.contains(gone));
 }
 
-// Needs a host whose own list names no shell, which a mount of the test's own makes.
-TEST_F(InitEntry, FailsWithoutAWordWhenNoShellResolves) {
+// Mounts a file over /etc/shells, so that the host's list has no existing shell.
+TEST_F(InitEntry, FailsSilentlyIfNoShellResolves) {
     if (!MayMount()) {
         GTEST_SKIP() << "needs the right to mount over /etc/shells (root)";
     }

@@ -15,7 +15,7 @@ uint64_t NowMs() {
 
 constexpr char bothFunctions[] = R"({"abnormalShell":{},"reverseShell":{}})";
 
-TEST_F(Lifecycle, StartsWithNothingAskedFor) {
+TEST_F(Lifecycle, StartsWithAnEmptyConfiguration) {
     EXPECT_EQ(StartModule("{}"), 1);
     EXPECT_TRUE(Fake::TheAgent().statuses.empty());
     EXPECT_TRUE(Fake::TheAgent().tasks.empty());
@@ -87,7 +87,7 @@ TEST_F(Lifecycle, StartsTheCommandWatcherBeforeTheScansAndStopsItBetweenThem) {
     EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
 }
 
-TEST_F(Lifecycle, StartsWithoutACommandWatcherThatIsRefused) {
+TEST_F(Lifecycle, StartsIfTheCommandWatcherIsRefused) {
     shellPaths = {"/bin/sh"};
     Fake::TheAgent().refusedTasks = {watcherTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
@@ -96,7 +96,7 @@ TEST_F(Lifecycle, StartsWithoutACommandWatcherThatIsRefused) {
     EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
 }
 
-TEST_F(Lifecycle, HandsANullCodeOn) {
+TEST_F(Lifecycle, PassesANullCodeOn) {
     StartModule(bothFunctions);
     TakeStatuses();
     StopModule(nullptr);
@@ -119,7 +119,7 @@ TEST_F(Lifecycle, ReplacesBothTasksAndAddsTheCallbackAgainOnASecondStart) {
     EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
 }
 
-TEST_F(Lifecycle, StopsNothingThatWasNotAskedFor) {
+TEST_F(Lifecycle, StopsOnlyEnabledFunctions) {
     StartModule("{}");
     Fake::TheAgent().journal.clear();
     StopModule("0000");
@@ -134,7 +134,7 @@ TEST_F(Lifecycle, DeinitOnlyLogs) {
     EXPECT_EQ(moduleRunning, 1);
 }
 
-TEST_F(Lifecycle, SurvivesARefusedSocketTableLock) {
+TEST_F(Lifecycle, FailsIfTheSocketTableLockIsRefused) {
     FailingCalls::FailMutexInit(1);
     EXPECT_EQ(StartModule(bothFunctions), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
@@ -144,7 +144,7 @@ TEST_F(Lifecycle, SurvivesARefusedSocketTableLock) {
     EXPECT_EQ(moduleRunning, 0);
 }
 
-TEST_F(Lifecycle, SurvivesARefusedIntakeLock) {
+TEST_F(Lifecycle, FailsIfTheIntakeLockIsRefused) {
     FailingCalls::FailMutexInit(2);
     EXPECT_EQ(StartModule(bothFunctions), 0);
     EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_ERROR),
@@ -155,7 +155,7 @@ TEST_F(Lifecycle, SurvivesARefusedIntakeLock) {
     EXPECT_EQ(moduleRunning, 0);
 }
 
-TEST_F(Lifecycle, SurvivesARefusedFirstTask) {
+TEST_F(Lifecycle, FailsIfTheFirstTaskIsRefused) {
     Fake::TheAgent().refusedTasks = {instantTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
@@ -167,7 +167,7 @@ TEST_F(Lifecycle, SurvivesARefusedFirstTask) {
     EXPECT_EQ(moduleRunning, 0);
 }
 
-TEST_F(Lifecycle, SurvivesARefusedSecondTask) {
+TEST_F(Lifecycle, FailsIfTheSecondTaskIsRefused) {
     Fake::TheAgent().refusedTasks = {periodTask};
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
     EXPECT_EQ(Fake::TheAgent().journal,
@@ -185,15 +185,15 @@ TEST_F(Lifecycle, KeepsTheIntakeLockForTheCallbackOfAnEarlierStart) {
     EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
     ASSERT_EQ(Fake::TheAgent().callbacks.size(), 1U);
     FailingCalls::FailMutexInit(1);
-    EXPECT_TRUE(pidMapLock.Init()) << "it has not been taken down";
+    EXPECT_TRUE(pidMapLock.Init()) << "still initialised";
     FailingCalls::FailMutexInit(0);
     StopModule("0000");
     EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
     FailingCalls::FailMutexInit(1);
-    EXPECT_FALSE(pidMapLock.Init()) << "it goes with the callback";
+    EXPECT_FALSE(pidMapLock.Init()) << "destroyed with the callback";
 }
 
-TEST_F(Lifecycle, TakesBothLocksDownWhenATaskIsRefused) {
+TEST_F(Lifecycle, DestroysBothLocksIfATaskIsRefused) {
     for (const char* task : {instantTask, periodTask}) {
         Fake::TheAgent().refusedTasks = {task};
         EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0);
@@ -204,7 +204,7 @@ TEST_F(Lifecycle, TakesBothLocksDownWhenATaskIsRefused) {
     }
 }
 
-TEST_F(Lifecycle, StopsInFullAfterAFailedStart) {
+TEST_F(Lifecycle, StopsCompletelyAfterAFailedStart) {
     Fake::TheAgent().refusedTasks = {periodTask};
     StartModule(R"({"reverseShell":{}})");
     TakeStatuses();

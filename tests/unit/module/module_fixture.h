@@ -1,4 +1,4 @@
-// What the tests of the entries share: a fresh scripted agent and a module that is stopped at the end.
+// Fixture for tests of the entries: a fresh fake agent, and a stop of the module at the end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -61,7 +61,7 @@ protected:
         config.GetConfigMap<std::string>()[key] = value;
     }
 
-    // A line of the agent's journal about a task or a function, such as "register TASK" or "status FUNCTION on".
+    // Builds a line of the fake agent's journal, such as "register TASK" or "status FUNCTION on".
     static std::string Line(const std::string& verb, const std::string& name, const std::string& state = "") {
         return verb + " " + name + (state.empty() ? "" : " " + state);
     }

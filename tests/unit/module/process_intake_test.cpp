@@ -12,7 +12,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// No process of a host has numbers like these, and so not the test itself.
+// Above the kernel's largest pid, so that no process of the host has them.
 constexpr int child = 5000003;
 constexpr int forker = 5000002;
 constexpr int grandparent = 5000001;
@@ -48,13 +48,13 @@ protected:
         return pids;
     }
 
-    // One tick of the task, as the agent runs it.
+    // Runs the task once, as the agent does.
     static void Tick() { EXPECT_EQ(CheckNetlinkProcsTask(nullptr), nullptr); }
 
-    // A pass was made, whatever it found.
+    // True if a pass has run.
     static bool HasJudged() { return HasLogged("separate start"); }
 
-    // Shells that a pass has met: the first stage asks what each waits for.
+    // A shell that the first stage finds.
     void AddSocketShell(int pid, int ppid) {
         AddShell(pid, ppid);
         Hold(pid, 0, ForeignSocket());
@@ -73,7 +73,7 @@ TEST_F(ProcessIntake, NotesTheProcessThatForksAndItsParent) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ProcessIntake, StartsTheQuietTimeOfBothOver) {
+TEST_F(ProcessIntake, RestartsTheQuietTimeOfBoth) {
     AddTool(forker, grandparent);
     intakeMap = {{grandparent, 5}, {forker, Now() + 1000}};
     Report(forker);
@@ -99,10 +99,10 @@ TEST_F(ProcessIntake, DoesNotNoteTheAgentItself) {
     Report(getpid());
     EXPECT_TRUE(intakeMap.empty());
     EXPECT_EQ(Log(), std::vector<std::string>{"Match current process.[pid=" + own + "]"});
-    EXPECT_TRUE(TimeRecorder::Pauses().empty()) << "its parent is not even read";
+    EXPECT_TRUE(TimeRecorder::Pauses().empty()) << "its parent is not read";
 }
 
-TEST_F(ProcessIntake, DoesNotNoteChildrenOfInitAndOfTheKernelAndTheDead) {
+TEST_F(ProcessIntake, DoesNotNoteChildrenOfInitAndOfTheKernelAndEndedProcesses) {
     AddTool(forker, 1);
     AddTool(grandparent, 0);
     Report(forker);
@@ -148,7 +148,7 @@ TEST_F(ProcessIntake, DoesNotJudgeAProcessThatForksEveryTwoSecondsNorItsParent) 
     EXPECT_EQ(NotedPids(), (std::vector<int>{grandparent, forker}));
     TimeRecorder::Advance(seconds(3));
     Tick();
-    EXPECT_TRUE(HasJudged()) << "until it stops";
+    EXPECT_TRUE(HasJudged()) << "after it has stopped forking";
     EXPECT_TRUE(intakeMap.empty());
 }
 
@@ -165,7 +165,7 @@ TEST_F(ProcessIntake, KeepsAnEntryFromTheFutureUntilTheClockHasPassedIt) {
     EXPECT_TRUE(HasJudged());
 }
 
-TEST_F(ProcessIntake, TakesOnlyTheEntriesThatAreRipe) {
+TEST_F(ProcessIntake, TakesOnlyEntriesThatHaveBeenQuietForThreeSeconds) {
     AddShell(forker, grandparent);
     intakeMap = {{grandparent, Now() - 2}, {forker, Now() - 3}, {child, Now()}};
     Tick();
@@ -175,21 +175,21 @@ TEST_F(ProcessIntake, TakesOnlyTheEntriesThatAreRipe) {
 TEST_F(ProcessIntake, TakesEntriesLeftFromAnEarlierStart) {
     AddShell(forker, grandparent);
     intakeMap[forker] = 1;
-    intakeMap[child] = 1;  // gone in the meantime
+    intakeMap[child] = 1;  // has ended meanwhile
     Tick();
     EXPECT_TRUE(intakeMap.empty());
     EXPECT_TRUE(HasJudged());
 }
 
-TEST_F(ProcessIntake, DropsAProcessThatExitsBeforeItIsRipeWithoutAMessage) {
+TEST_F(ProcessIntake, DropsAProcessThatExitsEarlySilently) {
     intakeMap[forker] = 1;
     Tick();
     EXPECT_TRUE(intakeMap.empty());
     EXPECT_TRUE(Log().empty());
-    EXPECT_TRUE(TimeRecorder::Pauses().empty()) << "neither its command line nor an exemption is asked for";
+    EXPECT_TRUE(TimeRecorder::Pauses().empty()) << "neither command line nor whitelist are read";
 }
 
-TEST_F(ProcessIntake, DropsAnExemptProcess) {
+TEST_F(ProcessIntake, DropsAWhitelistedProcess) {
     AddShell(forker, grandparent, "bash /opt/backup.sh");
     intakeMap[forker] = 1;
     ReplaceWhitelist({"bash /opt/"});
@@ -198,7 +198,7 @@ TEST_F(ProcessIntake, DropsAnExemptProcess) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ProcessIntake, JudgesAProcessWithoutACommandLineUnlessTheEmptyPrefixIsExempt) {
+TEST_F(ProcessIntake, JudgesAProcessWithoutACommandLineUnlessTheEmptyPrefixIsWhitelisted) {
     proc->Add({.pid = forker, .ppid = grandparent, .exe = shell, .cmdline = ""});
     intakeMap[forker] = 1;
     Tick();
@@ -210,17 +210,18 @@ TEST_F(ProcessIntake, JudgesAProcessWithoutACommandLineUnlessTheEmptyPrefixIsExe
     EXPECT_FALSE(HasJudged());
 }
 
-TEST_F(ProcessIntake, WeedsAtTenMillisecondsACandidateAndHalfOneAnEntry) {
+TEST_F(ProcessIntake, SleepsTenMillisecondsPerCandidateAndHalfAMillisecondPerEntry) {
     AddTool(forker, grandparent, "");
     intakeMap[forker] = 1;
     ReplaceWhitelist({"one", "two"});
     Tick();
-    // A command line of one byte costs 1 ms for its block and half a millisecond for the byte; the last is the pass's.
+    // Reading a command line of one byte takes 1 ms for the block and 0.5 ms for the byte. The last pause is the
+    // pass's.
     EXPECT_EQ(TimeRecorder::Pauses(), (PauseList{milliseconds(1), microseconds(500), milliseconds(10),
                                                  microseconds(500), microseconds(500), microseconds(500)}));
 }
 
-TEST_F(ProcessIntake, JudgesTheCandidatesInTheirOrder) {
+TEST_F(ProcessIntake, JudgesTheCandidatesInOrderOfTheirPids) {
     AddSocketShell(child, grandparent);
     AddSocketShell(forker, grandparent);
     intakeMap = {{child, 1}, {outsider, 1}, {forker, 1}};
@@ -231,7 +232,7 @@ TEST_F(ProcessIntake, JudgesTheCandidatesInTheirOrder) {
               (std::vector<std::string>{"found type 1 rshell.[pid=5000002]", "found type 1 rshell.[pid=5000003]"}));
 }
 
-// Weeding takes time, here ten seconds for a command line of 20,000 bytes: what counts is when it has ended.
+// The selection takes ten seconds for a command line of 20,000 bytes. The age counts from its end.
 class SocketAge : public ProcessIntake {
 protected:
     bool CountsWhenSeen(long secondsIntoTheWeeding) {
@@ -244,7 +245,7 @@ protected:
     }
 };
 
-TEST_F(SocketAge, MayBeThreeSecondsWhenTheWeedingHasEnded) {
+TEST_F(SocketAge, MayBeThreeSecondsAtTheEndOfTheSelection) {
     EXPECT_TRUE(CountsWhenSeen(7));
 }
 
@@ -252,7 +253,7 @@ TEST_F(SocketAge, MayNotBeMoreThanThreeSeconds) {
     EXPECT_FALSE(CountsWhenSeen(6));
 }
 
-TEST_F(ProcessIntake, JudgesByATableOfSocketsThatIsReadAgainForAnUnknownOne) {
+TEST_F(ProcessIntake, ReadsTheSocketTableAgainForAnUnknownSocket) {
     AddShell(forker, grandparent);
     const KernelObject socket = objects.Socket();
     Hold(forker, 0, socket);
@@ -265,7 +266,7 @@ TEST_F(ProcessIntake, JudgesByATableOfSocketsThatIsReadAgainForAnUnknownOne) {
     EXPECT_TRUE(HasLogged("found type 1 rshell.[pid=5000002]"));
 }
 
-TEST_F(ProcessIntake, LeavesTheWeedingAtAStop) {
+TEST_F(ProcessIntake, EndsTheSelectionAtAStop) {
     AddShell(forker, grandparent);
     AddShell(child, grandparent);
     intakeMap = {{forker, 1}, {child, 1}};
@@ -273,11 +274,11 @@ TEST_F(ProcessIntake, LeavesTheWeedingAtAStop) {
     Tick();
     EXPECT_EQ(Log(), std::vector<std::string>{"thread was stopped by StopModule run.[run=0]"});
     const auto exemptions = std::ranges::count(TimeRecorder::Pauses(), milliseconds(10));
-    EXPECT_EQ(exemptions, 1) << "the second candidate is not looked at";
+    EXPECT_EQ(exemptions, 1) << "the second candidate is not examined";
 }
 
-// The lock is free while files are read: were it held, the second thread's event would wait for the first's scan.
-TEST_F(ProcessIntake, HoldsItsLockOverTheMapAlone) {
+// If the lock were held while files are read, an event would wait for the task's scan.
+TEST_F(ProcessIntake, HoldsItsLockForMapOperationsOnly) {
     AddShell(forker, grandparent);
     intakeMap[forker] = 1;
     size_t noted = 0;
@@ -330,8 +331,8 @@ TEST_F(ReverseShellCheck, RaisesNoAlarmWithoutAFinding) {
     EXPECT_TRUE(Events().empty());
 }
 
-// The third stage raises its alarm itself and hands back no socket; the shell must not be reported a second time.
-TEST_F(ReverseShellCheck, RaisesNoSecondAlarmForWhatAStageReportedItself) {
+// The third stage raises its alarm itself and returns no socket. The shell must not be reported a second time.
+TEST_F(ReverseShellCheck, RaisesNoSecondAlarmForAShellThatAStageHasReported) {
     const KernelObject pipe = objects.Pipe();
     AddShell(forker, grandparent);
     HoldPipe(forker, 0, pipe, readOnly);
@@ -344,7 +345,7 @@ TEST_F(ReverseShellCheck, RaisesNoSecondAlarmForWhatAStageReportedItself) {
     EXPECT_EQ(ReportedPids(), std::vector<int>{forker});
 }
 
-TEST_F(ReverseShellCheck, HoldsTheSecondOfTwoShellsOnOneSocketBack) {
+TEST_F(ReverseShellCheck, ReportsOnlyTheFirstOfTwoShellsOnOneSocket) {
     AddSocketShell(forker, grandparent);
     AddShell(child, grandparent);
     proc->AddDescriptor(child, 0, std::filesystem::read_symlink(proc->Folder() / std::to_string(forker) / "fd" / "0"));
@@ -354,7 +355,7 @@ TEST_F(ReverseShellCheck, HoldsTheSecondOfTwoShellsOnOneSocketBack) {
     EXPECT_EQ(ReportedPids(), std::vector<int>{forker});
 }
 
-TEST_F(ReverseShellCheck, RaisesNoAlarmForAShellWithoutASocketNorForASocketWithoutAShell) {
+TEST_F(ReverseShellCheck, RaisesAlarmsUpToTheShorterList) {
     AddShell(forker, grandparent);
     AddShell(child, grandparent);
     RaiseAlarms({forker, child}, {});
@@ -367,10 +368,10 @@ TEST_F(ReverseShellCheck, RaisesNoAlarmForAShellWithoutASocketNorForASocketWitho
     EXPECT_EQ(ReportedPids(), (std::vector<int>{forker, child}));
 }
 
-TEST_F(ReverseShellCheck, SleepsAMillisecondBeforeEachAlarmAlsoTheFirst) {
+TEST_F(ReverseShellCheck, SleepsAMillisecondBeforeEachAlarm) {
     AddShell(forker, grandparent);
     AddShell(child, grandparent);
-    // An alarm for a connection of the host to itself ends at its first step, without a pause of its own.
+    // An alarm for a connection of the host to itself ends at its first step, without a pause.
     RaiseAlarms({forker, child}, {LoopbackConnection(51), LoopbackConnection(52)});
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, milliseconds(1)));
 
@@ -380,7 +381,7 @@ TEST_F(ReverseShellCheck, SleepsAMillisecondBeforeEachAlarmAlsoTheFirst) {
     EXPECT_EQ(Events().size(), 1U);
 }
 
-TEST_F(ReverseShellCheck, TakesTheShellsOfTheHostAndTheLimitOfThePass) {
+TEST_F(ReverseShellCheck, PassesTheHostsShellsAndTheLimitOn) {
     AddShell(forker, grandparent);
     CheckReverseShell({forker}, 0, false);
     EXPECT_TRUE(HasLogged("get all proc info end.[edgeNum=0 max=10000]"));
@@ -390,7 +391,7 @@ TEST_F(ReverseShellCheck, TakesTheShellsOfTheHostAndTheLimitOfThePass) {
     EXPECT_EQ(Log(), std::vector<std::string>{"separate start"});
 }
 
-TEST_F(ReverseShellCheck, HandsOnSinceWhenSocketsCountAndWhetherTheTableIsFresh) {
+TEST_F(ReverseShellCheck, PassesTheSocketTimeAndTheFlagOn) {
     AddSocketShell(forker, grandparent);
     const std::map<unsigned long, SocketInfo> table = socketTable;
     const long seen = table.begin()->second.firstSeen;
