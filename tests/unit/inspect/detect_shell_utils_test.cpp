@@ -17,7 +17,7 @@ protected:
     const TemporaryDirectory folder;
 };
 
-TEST_F(OpenFile, GivesADescriptorForReadingThatNoProgramInherits) {
+TEST_F(OpenFile, ReturnsAReadOnlyDescriptorThatIsClosedOnExec) {
     const int fd = DetectShellUtil::OpenFileFd(folder.Write("file", "text"));
     ASSERT_GE(fd, 0);
     char text[8] = {};
@@ -28,7 +28,7 @@ TEST_F(OpenFile, GivesADescriptorForReadingThatNoProgramInherits) {
     close(fd);
 }
 
-TEST_F(OpenFile, GivesAStreamForReading) {
+TEST_F(OpenFile, ReturnsAStreamForReading) {
     FILE* stream = DetectShellUtil::OpenFile(folder.Write("file", "text"));
     ASSERT_NE(stream, nullptr);
     char text[8] = {};
@@ -43,7 +43,7 @@ TEST_F(OpenFile, FollowsLinks) {
     EXPECT_EQ(DetectShellUtil::ReadFileContent(folder.Path("link")), "text");
 }
 
-TEST_F(OpenFile, RefusesWhatDoesNotResolve) {
+TEST_F(OpenFile, RefusesAPathThatDoesNotResolve) {
     ASSERT_EQ(symlink("nowhere", folder.Path("dangling").c_str()), 0);
     ASSERT_EQ(symlink("loop", folder.Path("loop").c_str()), 0);
     for (const std::string& path : {folder.Path("missing"), folder.Path("dangling"), folder.Path("loop"), ""s}) {
@@ -53,7 +53,7 @@ TEST_F(OpenFile, RefusesWhatDoesNotResolve) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(OpenFile, IsNotHeldByAFifoThatNobodyWritesTo) {
+TEST_F(OpenFile, DoesNotBlockOnAFifo) {
     ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
     EXPECT_EQ(DetectShellUtil::ReadFileContent(folder.Path("fifo")), "");
 }
@@ -118,7 +118,7 @@ TEST_F(ReadFileContent, JoinsBlocksThatEndInAnyOtherByte) {
     EXPECT_EQ(Read(std::string(3 * blockSize, 'z')), std::string(3 * blockSize, 'z'));
 }
 
-TEST_F(ReadFileContent, SleepsOneMillisecondABlockAndHalfAMillisecondAByte) {
+TEST_F(ReadFileContent, SleepsOneMillisecondPerBlockAndHalfAMillisecondPerByte) {
     for (const size_t size : {size_t{1}, size_t{200}, blockSize}) {
         const std::string path = folder.Write("file", std::string(size, 'a'));
         TimeRecorder::Reset();
@@ -133,7 +133,7 @@ TEST_F(ReadFileContent, SleepsForEachBlockOfALongFile) {
     EXPECT_EQ(TimeRecorder::Pauses(), block + block + Repeated(1, milliseconds(1)) + Repeated(7, halfMillisecond));
 }
 
-TEST_F(ReadFileContent, CostsNothingWhereThereIsNothingToRead) {
+TEST_F(ReadFileContent, DoesNotSleepIfThereIsNothingToRead) {
     EXPECT_EQ(Read(""), "");
     EXPECT_EQ(DetectShellUtil::ReadFileContent(folder.Path("missing")), "");
     EXPECT_EQ(DetectShellUtil::ReadFileContent(folder.Path()), "") << "a directory opens and cannot be read";
@@ -141,7 +141,7 @@ TEST_F(ReadFileContent, CostsNothingWhereThereIsNothingToRead) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ReadFileContent, GivesNothingWithoutMemory) {
+TEST_F(ReadFileContent, ReturnsNothingWithoutMemory) {
     const std::string path = folder.Write("file", "text");
     FailingCalls::FailAllocation(1);
     EXPECT_EQ(DetectShellUtil::ReadFileContent(path), "");
@@ -161,7 +161,7 @@ protected:
     const TemporaryDirectory folder;
 };
 
-TEST_F(ParseFromFile, PicksFromTheFirstLineThatBeginsWithTheKey) {
+TEST_F(ParseFromFile, ScansTheFirstLineThatBeginsWithTheKey) {
     const struct {
         std::string content;
         std::string key;
@@ -189,14 +189,14 @@ TEST_F(ParseFromFile, PicksFromTheFirstLineThatBeginsWithTheKey) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ParseFromFile, PicksWhatTheFormatSays) {
+TEST_F(ParseFromFile, AppliesTheFormat) {
     EXPECT_EQ(Parse("Uid:\t1\t2\t3\n", "Uid:", "%*s%*s%s"), "2");
     EXPECT_EQ(Parse("Uid:\t1\n", "Uid:", "Uid:%s"), "1");
     EXPECT_EQ(Parse("Uid:\t1\n", "Uid:", "Gid:%s"), "");
     EXPECT_EQ(Parse("    \n", " ", "%s"), "") << "the line ends before the first conversion";
 }
 
-TEST_F(ParseFromFile, NeedsAllThreeTexts) {
+TEST_F(ParseFromFile, NeedsAllThreeArguments) {
     const std::string path = folder.Write("file", "key value\n");
     EXPECT_EQ(DetectShellUtil::ParseFromFile("", "key", "%*s%s"), "");
     EXPECT_EQ(DetectShellUtil::ParseFromFile(path, "", "%*s%s"), "");
@@ -205,7 +205,7 @@ TEST_F(ParseFromFile, NeedsAllThreeTexts) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ParseFromFile, SleepsHalfAMillisecondALineUpToTheMatch) {
+TEST_F(ParseFromFile, SleepsHalfAMillisecondPerLineUpToTheMatch) {
     const struct {
         std::string content;
         size_t lines;
@@ -218,7 +218,7 @@ TEST_F(ParseFromFile, SleepsHalfAMillisecondALineUpToTheMatch) {
     }
 }
 
-TEST_F(ParseFromFile, TakesAnOverlongLineInPieces) {
+TEST_F(ParseFromFile, SplitsAnOverlongLine) {
     const std::string piece(1023, 'x');
     EXPECT_EQ(Parse(piece + piece + "key value\n", "key"), "value");
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(3, halfMillisecond));
@@ -226,7 +226,7 @@ TEST_F(ParseFromFile, TakesAnOverlongLineInPieces) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(3, halfMillisecond));
 }
 
-TEST_F(ParseFromFile, GivesTheLongestValueThatALineHolds) {
+TEST_F(ParseFromFile, ReturnsTheLongestValueThatFitsInALine) {
     const std::string value(1023 - 4, 'v');
     EXPECT_EQ(Parse("key " + value + "more\n", "key"), value);
 }

@@ -1,4 +1,4 @@
-// A process of the test's own making that sleeps in the kernel as the test wants it, and the ends of what it waits on.
+// A child process of the test that blocks in a chosen system call, and helpers for its descriptors.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ inline unsigned long InodeOfDescriptor(int fd) {
     return static_cast<unsigned long>(info.st_ino);
 }
 
-// Closed at the end.
+// Closes its descriptor on destruction.
 class OwnedDescriptor {
 public:
     OwnedDescriptor() = default;
@@ -44,7 +44,7 @@ private:
     int fd_ = -1;
 };
 
-// True as soon as condition is; false after ten seconds. Waits in real time.
+// Waits, in real time, until condition is true. Returns false after ten seconds.
 inline bool AwaitInRealTime(const std::function<bool()>& condition) {
     for (int round = 0; round < 10000; ++round) {
         if (condition()) {
@@ -55,7 +55,7 @@ inline bool AwaitInRealTime(const std::function<bool()>& condition) {
     return false;
 }
 
-// A child that runs body; ended and collected with the object, and ended by the kernel if the test dies before.
+// A child process that runs body. The destructor kills it and reaps it; the kernel kills it if the test dies first.
 class ForkedProcess {
 public:
     explicit ForkedProcess(const std::function<void()>& body) : pid_(fork()) {

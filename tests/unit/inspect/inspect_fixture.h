@@ -1,4 +1,5 @@
-// What the tests of the readers share: a fresh scripted agent, recorded time, a started module, and no descriptor lost.
+// Fixture for tests of the readers: a fresh fake agent, recorded time, a started module, and a check for leaked
+// descriptors.
 #pragma once
 
 #include <fcntl.h>
@@ -57,7 +58,7 @@ protected:
         EXPECT_EQ(OpenDescriptors(), descriptors_) << "a descriptor was left open";
     }
 
-    // The module is stopped while it sleeps for the nth time from now.
+    // Stops the module during its nth sleep from now.
     static void StopAtPause(size_t nth) {
         TimeRecorder::AtEachPause([nth](size_t number) {
             if (number == nth) {
@@ -68,7 +69,7 @@ protected:
 
     static std::vector<Fake::LogLine> Log() { return Fake::TheAgent().log; }
 
-    // Exactly one line was logged, and it is this one.
+    // Expects that this line was logged and no other.
     static void ExpectLogged(LogLevel level, const std::string& source, const std::string& text) {
         ASSERT_EQ(Log().size(), 1U);
         EXPECT_EQ(Log()[0].channel, "NormalLog");
@@ -89,7 +90,7 @@ private:
     int descriptors_ = 0;
 };
 
-// The same with a built tree over /proc.
+// As above, with a built tree mounted over /proc.
 class ProcInspectTest : public InspectTest {
 protected:
     void SetUp() override {

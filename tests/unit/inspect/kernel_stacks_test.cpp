@@ -1,4 +1,4 @@
-// The waits that matter, as the stacks of several kernels show them. The same question has to find each.
+// Waits as the stacks of several kernels show them. The same function name must match all stacks of a wait.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -14,8 +14,8 @@ constexpr int pid = 4242;
 
 struct Stack {
     const char* kernel;
-    const char* function;  // as the module asks; nothing asked finds the others
-    size_t depth;          // of the first line that answers, from 1
+    const char* function;  // the name that matches; the others must not
+    size_t depth;          // number of the first matching line, from 1
     const char* text;
 };
 
@@ -161,7 +161,7 @@ size_t LinesOf(const std::string& text) {
 
 class KernelStacks : public ProcInspectTest {
 protected:
-    // The descriptor count and descriptor 1 at once, so that either reading of the first argument leads somewhere.
+    // The first argument is 1: a valid descriptor, and the descriptor count of a select on descriptor 0.
     void Replay(const Stack& stack) {
         proc->AddFile(pid, "stack", stack.text);
         proc->AddFile(pid, "syscall", "0 0x1 0x7ffd57dbc710 0x0 0x0 0x0 0x0 0x7ffd57dbc630 0x7fb0c9d1c954\n");
@@ -177,7 +177,7 @@ protected:
     }
 };
 
-TEST_F(KernelStacks, AnswerTheQuestionForTheirWaitAlone) {
+TEST_F(KernelStacks, MatchTheirWaitOnly) {
     for (const Stack& stack : stacks) {
         Replay(stack);
         for (const std::string function : functions) {
@@ -189,7 +189,7 @@ TEST_F(KernelStacks, AnswerTheQuestionForTheirWaitAlone) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(KernelStacks, AreWalkedOnceAndNoFurtherThanTheAnswer) {
+TEST_F(KernelStacks, AreReadOnceUpToTheMatch) {
     for (const Stack& stack : stacks) {
         Replay(stack);
         for (const std::string function : functions) {

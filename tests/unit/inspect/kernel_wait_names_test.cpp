@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(KernelWaitNames, KnowEveryNameOfAWait) {
+TEST(KernelWaitNames, IncludeEveryNameOfAWait) {
     const struct {
         const char* function;
         const char* name;
@@ -21,7 +21,7 @@ TEST(KernelWaitNames, KnowEveryNameOfAWait) {
     }
 }
 
-TEST(KernelWaitNames, AreWholeNames) {
+TEST(KernelWaitNames, MatchWholeNamesOnly) {
     const struct {
         const char* function;
         const char* name;
@@ -43,7 +43,7 @@ TEST(KernelWaitNames, AreWholeNames) {
     }
 }
 
-TEST(KernelWaitNames, AreAskedForByTheOldestNameAlone) {
+TEST(KernelWaitNames, MatchForTheOldestNameOnly) {
     EXPECT_FALSE(IsNameOfWait("anon_pipe_read", "pipe_read"));
     EXPECT_FALSE(IsNameOfWait("tcp_recvmsg", "inet_recvmsg"));
 }

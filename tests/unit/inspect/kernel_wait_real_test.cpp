@@ -1,4 +1,4 @@
-// Real processes, put to sleep in the ways that matter, as the kernel of this host shows them.
+// Real processes that block in a system call, as the kernel of this host shows them.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -71,8 +71,8 @@ Address Loopback(int family) {
     return address;
 }
 
-// A socket on the loopback address and a port of the kernel's choice, which address receives. Without IPv6 on this host
-// the descriptor is -1.
+// Returns a socket on the loopback address and a port that the kernel chooses; address receives both. The descriptor is
+// -1 if the host does not have IPv6.
 OwnedDescriptor BindToLoopback(int family, int type, int protocol, Address& address) {
     address = Loopback(family);
     OwnedDescriptor bound(socket(family, type | SOCK_CLOEXEC, protocol));
@@ -131,7 +131,7 @@ protected:
         TimeRecorder::UseRealTime();
     }
 
-    // Of all questions the one of this name is answered with the descriptor's inode, and no other; with no name none.
+    // Expects that only the question with this name is true, with the descriptor's inode; none if the name is empty.
     static void ExpectAnswer(const ForkedProcess& child, const std::string& name, int fd) {
         for (const Question& question : questions) {
             unsigned long inode = untouched;
@@ -152,7 +152,7 @@ protected:
         ExpectAnswer(child, name, fd);
     }
 
-    // The child has the descriptor as its standard input and watches the first count descriptors.
+    // The child has the descriptor as its first count descriptors and watches these.
     static void ExpectWhileSelecting(const Ends& ends, int count, const std::string& name) {
         const int fd = ends.reading.Get();
         const ForkedProcess child([fd, count] {
@@ -169,19 +169,19 @@ protected:
     }
 };
 
-TEST_F(RealWait, InAReadOfAPipe) {
+TEST_F(RealWait, InAReadOfAPipeIsFound) {
     ExpectWhileReading(MakePipe(), "ReadingFromPipe");
 }
 
-TEST_F(RealWait, InAReadOfAFifo) {
+TEST_F(RealWait, InAReadOfAFifoIsFound) {
     ExpectWhileReading(MakeFifo(), "ReadingFromPipe");
 }
 
-TEST_F(RealWait, InAReadOfATcpSocket) {
+TEST_F(RealWait, InAReadOfATcpSocketIsFound) {
     ExpectWhileReading(MakeTcp(AF_INET), "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfATcpSocketOverIpv6) {
+TEST_F(RealWait, InAReadOfATcpSocketOverIpv6IsFound) {
     const Ends ends = MakeTcp(AF_INET6);
     if (ends.reading.Get() < 0) {
         GTEST_SKIP() << "needs IPv6 on the loopback interface";
@@ -189,11 +189,11 @@ TEST_F(RealWait, InAReadOfATcpSocketOverIpv6) {
     ExpectWhileReading(ends, "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfAUdpSocket) {
+TEST_F(RealWait, InAReadOfAUdpSocketIsFound) {
     ExpectWhileReading(MakeUdp(AF_INET), "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfAUdpSocketOverIpv6) {
+TEST_F(RealWait, InAReadOfAUdpSocketOverIpv6IsFound) {
     const Ends ends = MakeUdp(AF_INET6);
     if (ends.reading.Get() < 0) {
         GTEST_SKIP() << "needs IPv6 on the loopback interface";
@@ -201,11 +201,11 @@ TEST_F(RealWait, InAReadOfAUdpSocketOverIpv6) {
     ExpectWhileReading(ends, "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfARawSocket) {
+TEST_F(RealWait, InAReadOfARawSocketIsFound) {
     ExpectWhileReading(MakeRaw(AF_INET), "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfARawSocketOverIpv6) {
+TEST_F(RealWait, InAReadOfARawSocketOverIpv6IsFound) {
     const Ends ends = MakeRaw(AF_INET6);
     if (ends.reading.Get() < 0) {
         GTEST_SKIP() << "needs IPv6";
@@ -213,19 +213,19 @@ TEST_F(RealWait, InAReadOfARawSocketOverIpv6) {
     ExpectWhileReading(ends, "ReadingFromSock");
 }
 
-TEST_F(RealWait, InAReadOfAUnixStream) {
+TEST_F(RealWait, InAReadOfAUnixStreamIsFound) {
     ExpectWhileReading(MakeUnixPair(SOCK_STREAM), "ReadingFromUnixSock");
 }
 
-TEST_F(RealWait, InAReadOfAUnixDatagramSocketIsNone) {
+TEST_F(RealWait, InAReadOfAUnixDatagramSocketIsNotFound) {
     ExpectWhileReading(MakeUnixPair(SOCK_DGRAM), "");
 }
 
-TEST_F(RealWait, InAReadOfATerminalIsNone) {
+TEST_F(RealWait, InAReadOfATerminalIsNotFound) {
     ExpectWhileReading(MakeTerminal(), "");
 }
 
-TEST_F(RealWait, InASelectOnStandardInput) {
+TEST_F(RealWait, InASelectOnStandardInputIsFound) {
     ExpectWhileSelecting(MakePipe(), 1, "SelectFromPipe");
     ExpectWhileSelecting(MakeFifo(), 1, "SelectFromPipe");
     ExpectWhileSelecting(MakeTcp(AF_INET), 1, "SelectFromSock");
@@ -233,16 +233,16 @@ TEST_F(RealWait, InASelectOnStandardInput) {
     ExpectWhileSelecting(MakeUnixPair(SOCK_STREAM), 1, "SelectFromSock");
 }
 
-TEST_F(RealWait, InASelectOnATerminalIsNone) {
+TEST_F(RealWait, InASelectOnATerminalIsNotFound) {
     ExpectWhileSelecting(MakeTerminal(), 1, "");
 }
 
-TEST_F(RealWait, InASelectOnThreeDescriptorsIsNone) {
+TEST_F(RealWait, InASelectOnThreeDescriptorsIsNotFound) {
     ExpectWhileSelecting(MakePipe(), 3, "");
     ExpectWhileSelecting(MakeTcp(AF_INET), 3, "");
 }
 
-TEST_F(RealWait, OfAProcessThatHasEndedIsNone) {
+TEST_F(RealWait, OfAProcessThatHasEndedIsNotFound) {
     const Ends pipe = MakePipe();
     const ForkedProcess child([] {});
     ASSERT_TRUE(AwaitInRealTime(
@@ -250,7 +250,7 @@ TEST_F(RealWait, OfAProcessThatHasEndedIsNone) {
     ExpectAnswer(child, "", pipe.reading.Get());
 }
 
-TEST(RealScript, IsFoundBehindTheDescriptorWhereBashKeepsIt) {
+TEST(RealScript, IsFoundAtTheDescriptorWhereBashKeepsIt) {
     if (access("/bin/bash", X_OK) != 0) {
         GTEST_SKIP() << "needs /bin/bash";
     }

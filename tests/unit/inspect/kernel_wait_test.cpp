@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 constexpr long pid = 4242;
 constexpr unsigned long untouched = 99;
 
-TEST(StackFrame, IsTheFunctionInALineOfTwoPieces) {
+TEST(StackFrame, MatchesALineOfTwoPiecesWithTheFunction) {
     const struct {
         const char* line;
         const char* function;
@@ -35,7 +35,7 @@ TEST(StackFrame, IsTheFunctionInALineOfTwoPieces) {
     }
 }
 
-TEST(StackFrame, IsNothingElse) {
+TEST(StackFrame, DoesNotMatchOtherLines) {
     const struct {
         std::string line;
         const char* function;
@@ -88,7 +88,7 @@ TEST(BlockedDescriptor, IsTheFirstArgumentOfARead) {
     }
 }
 
-TEST(BlockedDescriptor, IsZeroForASelectThatWatchesNothingElse) {
+TEST(BlockedDescriptor, IsZeroForASelectOnDescriptorZeroOnly) {
     EXPECT_EQ(BlockedDescriptor("270 0x1 0x7ffd57dbc710 0x0", "do_select"), 0UL);
     EXPECT_EQ(BlockedDescriptor("270 0xdeadbeef00000001 0x7ffd57dbc710 0x0", "do_select"), 0UL);
     for (const char* line : {"270 0x0 0x0", "270 0x2 0x7ffd", "270 0x3 0x7ffd", "270 0x11 0x7ffd", "running", "270",
@@ -97,7 +97,7 @@ TEST(BlockedDescriptor, IsZeroForASelectThatWatchesNothingElse) {
     }
 }
 
-TEST(BlockedDescriptor, IsNoneInAnEmptyLine) {
+TEST(BlockedDescriptor, IsMissingInAnEmptyLine) {
     for (const char* function : {"pipe_read", "do_select"}) {
         EXPECT_EQ(BlockedDescriptor("", function), std::nullopt);
         EXPECT_EQ(BlockedDescriptor("  \t", function), std::nullopt);
@@ -122,7 +122,7 @@ protected:
         folder.Write("file", "");
     }
 
-    // The process sleeps in this call, its stack being "frame" below one other line; fd leads to a file of the folder.
+    // Blocks the process in this call, with frame in the second line of its stack. fd refers to a file of the folder.
     void Block(const std::string& frame, const std::string& call, int fd, const std::string& file) {
         proc->AddFile(pid, "stack",
                       "[<0>] schedule+0x1/0x2\n[<0>] " + frame + "+0x1d4/0x2f0\n[<0>] ksys_read+0x1/0x2\n");
@@ -163,7 +163,7 @@ const Question questions[] = {
     {"ReadingFromUnixSock", ReadingFromUnixSock, "unix_stream_recvmsg", "socket"},
 };
 
-TEST_F(KernelWait, IsAnsweredByTheFunctionAndTheKindOfFileTogether) {
+TEST_F(KernelWait, NeedsTheFunctionAndTheKindOfFile) {
     for (const char* function : {"pipe_read", "inet_recvmsg", "unix_stream_recvmsg", "do_select", "n_tty_read"}) {
         for (const char* file : {"fifo", "socket", "file"}) {
             const bool select = function == "do_select"s;
@@ -180,7 +180,7 @@ TEST_F(KernelWait, IsAnsweredByTheFunctionAndTheKindOfFileTogether) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(KernelWait, IsAnsweredWithoutTheInodeToo) {
+TEST_F(KernelWait, IsFoundWithoutTheInode) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     EXPECT_TRUE(ReadingFromPipe(pid));
     EXPECT_FALSE(SelectFromPipe(pid));
@@ -191,7 +191,7 @@ TEST_F(KernelWait, IsAnsweredWithoutTheInodeToo) {
     EXPECT_FALSE(ReadingFromPipe(pid));
 }
 
-TEST_F(KernelWait, GivesTheStatOfTheDescriptor) {
+TEST_F(KernelWait, ReturnsTheStatOfTheDescriptor) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "file");
     struct stat info {};
     EXPECT_TRUE(GetBlockedFdStat(pid, "pipe_read", &info));
@@ -199,7 +199,7 @@ TEST_F(KernelWait, GivesTheStatOfTheDescriptor) {
     EXPECT_TRUE(S_ISREG(info.st_mode));
 }
 
-TEST_F(KernelWait, TakesAnyFunctionForASocket) {
+TEST_F(KernelWait, AcceptsAnyFunctionForASocket) {
     Block("unix_dgram_recvmsg", "45 0x3 0x7ffd\n", 3, "socket");
     unsigned long inode = untouched;
     EXPECT_FALSE(GetBlockedSockStat("inet_recvmsg", pid, inode));
@@ -208,7 +208,7 @@ TEST_F(KernelWait, TakesAnyFunctionForASocket) {
     EXPECT_EQ(inode, InodeOf("socket"));
 }
 
-TEST_F(KernelWait, InASelectOnThreeDescriptorsIsNone) {
+TEST_F(KernelWait, InASelectOnThreeDescriptorsIsNotFound) {
     Block("do_select", "270 0x3 0x7ffd\n", 0, "socket");
     proc->AddDescriptor(pid, 3, folder.Path("socket"));
     unsigned long inode = untouched;
@@ -226,31 +226,31 @@ TEST_F(KernelWait, OfARunningProcessIsOnDescriptorZero) {
     EXPECT_FALSE(SelectFromSock(pid, inode));
 }
 
-TEST_F(KernelWait, IsUnknownWithoutAReadableCall) {
+TEST_F(KernelWait, IsNotFoundWithoutAReadableCall) {
     Block("pipe_read", "", 0, "fifo");
     EXPECT_FALSE(ReadingFromPipe(pid)) << "empty file";
     Block("pipe_read", "\n", 0, "fifo");
     EXPECT_FALSE(ReadingFromPipe(pid)) << "empty line";
     Block("pipe_read", std::string(5000, '0') + "\n", 0, "fifo");
-    EXPECT_FALSE(ReadingFromPipe(pid)) << "a line that the buffer does not hold";
+    EXPECT_FALSE(ReadingFromPipe(pid)) << "a line that does not fit in the buffer";
     std::filesystem::remove(proc->Folder() / std::to_string(pid) / "syscall");
     EXPECT_FALSE(ReadingFromPipe(pid)) << "no file";
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(KernelWait, TakesACallWithoutNewline) {
+TEST_F(KernelWait, IsFoundInACallWithoutNewline) {
     Block("pipe_read", "0 0x3 0x7ffd", 3, "fifo");
     EXPECT_TRUE(ReadingFromPipe(pid));
 }
 
-TEST_F(KernelWait, IsUnknownWhenTheDescriptorHasClosed) {
+TEST_F(KernelWait, IsNotFoundIfTheDescriptorWasClosed) {
     for (const char* call : {"0 0x4 0x7ffd\n", "0 0xffffffffffffffff\n", "0 -1\n"}) {
         Block("pipe_read", call, 3, "fifo");
         EXPECT_FALSE(ReadingFromPipe(pid)) << call;
     }
 }
 
-TEST_F(KernelWait, IsUnknownWithoutAReadableStack) {
+TEST_F(KernelWait, IsNotFoundWithoutAReadableStack) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     for (const std::string& stack : {""s, "\n"s, "\n\n\n"s, std::string(100, '\0') + "\n", std::string(5000, '\xff')}) {
         proc->AddFile(pid, "stack", stack);
@@ -279,7 +279,7 @@ TEST_F(KernelWait, IsFoundAtAnyDepth) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(101, halfMillisecond) + Repeated(1, milliseconds(5)));
 }
 
-TEST_F(KernelWait, EndsAtALineThatTheBufferDoesNotHold) {
+TEST_F(KernelWait, StopsAtALineThatDoesNotFitInTheBuffer) {
     const std::string frame = "[<0>] pipe_read+0x1d4/0x2f0\n";
     Block("", "0 0x3 0x7ffd\n", 3, "fifo");
     proc->AddFile(pid, "stack", std::string(4094, 'x') + "\n" + frame);
@@ -289,26 +289,26 @@ TEST_F(KernelWait, EndsAtALineThatTheBufferDoesNotHold) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(KernelWait, DoesNotCountALineThatTheFileEndsIn) {
+TEST_F(KernelWait, IgnoresALastLineWithoutNewline) {
     Block("", "0 0x3 0x7ffd\n", 3, "fifo");
     proc->AddFile(pid, "stack", "[<0>] schedule+0x1/0x2\n[<0>] pipe_read+0x1d4/0x2f0");
     EXPECT_FALSE(IsBlockedIn("pipe_read"));
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, halfMillisecond));
 }
 
-TEST_F(KernelWait, SleepsHalfAMillisecondALineUpToTheMatchAndFiveBetweenTheStages) {
+TEST_F(KernelWait, SleepsHalfAMillisecondPerLineUpToTheMatchAndFiveBetweenTheStages) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     EXPECT_TRUE(IsBlockedIn("pipe_read"));
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(2, halfMillisecond) + Repeated(1, milliseconds(5)));
 }
 
-TEST_F(KernelWait, SleepsForTheWholeStackWhereTheFunctionIsNotOnIt) {
+TEST_F(KernelWait, SleepsForTheWholeStackWithoutAMatch) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     EXPECT_FALSE(IsBlockedIn("inet_recvmsg"));
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(3, halfMillisecond));
 }
 
-TEST_F(KernelWait, LogsWhenThereIsNoMemoryForTheStack) {
+TEST_F(KernelWait, LogsIfThereIsNoMemoryForTheStack) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     FailingCalls::FailAllocation(1);
     EXPECT_FALSE(IsBlockedIn("pipe_read"));
@@ -316,7 +316,7 @@ TEST_F(KernelWait, LogsWhenThereIsNoMemoryForTheStack) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(KernelWait, LogsWhenThereIsNoMemoryForTheCall) {
+TEST_F(KernelWait, LogsIfThereIsNoMemoryForTheCall) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     FailingCalls::FailAllocation(2);
     EXPECT_FALSE(IsBlockedIn("pipe_read"));

@@ -16,7 +16,7 @@ constexpr milliseconds twentiethPause{1};
 
 class ProcDirectory : public InspectTest {
 protected:
-    // Makes files 0 to count - 1.
+    // Creates files 0 to count - 1.
     static void Fill(const TemporaryDirectory& folder, int count) {
         for (int i = 0; i < count; ++i) {
             WriteFile(folder.Path(std::to_string(i)), "");
@@ -33,7 +33,7 @@ protected:
 
     std::vector<std::string> Scan(bool limit) const { return Scan(folder, limit); }
 
-    // In the directory's own order.
+    // In the directory's order.
     static std::vector<std::string> Entries(const TemporaryDirectory& folder) {
         std::vector<std::string> names;
         DIR* directory = opendir(folder.Path().c_str());
@@ -49,7 +49,7 @@ protected:
 
     std::vector<std::string> Entries() const { return Entries(folder); }
 
-    // What a full walk over count entries with limit sleeps.
+    // The pauses of a full walk over count entries with limit.
     static PauseList WalkOf(size_t count) {
         PauseList pauses;
         for (size_t entry = 1; entry <= count; ++entry) {
@@ -64,13 +64,13 @@ protected:
     const TemporaryDirectory folder;
 };
 
-TEST_F(ProcDirectory, HandsOverEveryEntryInTheDirectorysOrder) {
+TEST_F(ProcDirectory, PassesEveryEntryInTheDirectorysOrder) {
     Fill(50);
     EXPECT_EQ(Scan(true), Entries());
     EXPECT_EQ(Scan(false), Entries());
 }
 
-TEST_F(ProcDirectory, LeavesOutTheDotEntriesAlone) {
+TEST_F(ProcDirectory, SkipsOnlyTheDotEntries) {
     for (const char* name : {"...", ".a", "..b", "a.", " ", "\n", "\xff\x01", "%s%n"}) {
         WriteFile(folder.Path(name), "");
     }
@@ -79,7 +79,7 @@ TEST_F(ProcDirectory, LeavesOutTheDotEntriesAlone) {
     EXPECT_EQ(Entries().size(), 9U);
 }
 
-TEST_F(ProcDirectory, CannotBeAFileOrNothing) {
+TEST_F(ProcDirectory, FailsForAFileOrAMissingDirectory) {
     std::vector<std::string> names;
     EXPECT_EQ(ScanDir(nullptr, CollectDirEntry, names, true), -1);
     EXPECT_EQ(ScanDir(folder.Path("missing").c_str(), CollectDirEntry, names, true), -1);
@@ -89,26 +89,26 @@ TEST_F(ProcDirectory, CannotBeAFileOrNothing) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcDirectory, CostsNothingWhenEmpty) {
+TEST_F(ProcDirectory, DoesNotSleepIfEmpty) {
     EXPECT_TRUE(Scan(true).empty());
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcDirectory, SleepsFiveMillisecondsAnEntryAndOneMoreForEachTwentieth) {
+TEST_F(ProcDirectory, SleepsFiveMillisecondsPerEntryAndOneMorePerTwentieth) {
     Fill(45);
     Scan(true);
     EXPECT_EQ(TimeRecorder::Pauses(), WalkOf(45));
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), twentiethPause), 2U);
 }
 
-TEST_F(ProcDirectory, SleepsBothForEachEntryThatIsNotCounted) {
+TEST_F(ProcDirectory, SleepsBothPerEntryWithoutLimit) {
     Fill(3);
     Scan(false);
     const PauseList entry = {entryPause, twentiethPause};
     EXPECT_EQ(TimeRecorder::Pauses(), entry + entry + entry);
 }
 
-TEST_F(ProcDirectory, IsLeftWhenTheCallbackSaysSo) {
+TEST_F(ProcDirectory, EndsIfTheCallbackSaysSo) {
     Fill(40);
     const DirEntryCallback takeTwenty = [](const char*, const char* name, std::vector<std::string>& out) {
         out.emplace_back(name);
@@ -120,7 +120,7 @@ TEST_F(ProcDirectory, IsLeftWhenTheCallbackSaysSo) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(20, entryPause)) << "no further sleep after the entry that ended it";
 }
 
-TEST_F(ProcDirectory, TellsTheCallbackWhereItIs) {
+TEST_F(ProcDirectory, PassesTheDirectoryToTheCallback) {
     Fill(1);
     const DirEntryCallback takePlace = [](const char* dir, const char* name, std::vector<std::string>& out) {
         out.push_back(std::string(dir) + "/" + name);
@@ -131,7 +131,7 @@ TEST_F(ProcDirectory, TellsTheCallbackWhereItIs) {
     EXPECT_EQ(places, std::vector<std::string>{folder.Path("0")});
 }
 
-TEST_F(ProcDirectory, IsLeftWhenTheModuleStops) {
+TEST_F(ProcDirectory, EndsIfTheModuleStops) {
     Fill(10);
     StopAtPause(3);
     EXPECT_EQ(Scan(true).size(), 2U);
@@ -158,7 +158,7 @@ TEST_F(ProcDirectory, DoesNotCountWithoutLimit) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(ProcDirectory, EndsAtAnEntryThatTheCallbackRefusesOrThatAStopPrecedes) {
+TEST_F(ProcDirectory, EndsIfTheCallbackRefusesAnEntryOrTheModuleStops) {
     dirent entry{};
     entry.d_name[0] = 'x';
     const DirEntryCallback refuse = [](const char*, const char*, std::vector<std::string>&) { return -1; };
@@ -178,7 +178,7 @@ TEST_F(ProcDirectory, CollectsNames) {
     EXPECT_EQ(names, (std::vector<std::string>{"before", "name"}));
 }
 
-// One directory of 10002 entries for all, since it takes its time to make.
+// The tests share one directory of 10002 entries, because creating it takes long.
 class CrowdedDirectory : public ProcDirectory {
 protected:
     static void SetUpTestSuite() {
@@ -191,7 +191,7 @@ protected:
     static inline std::unique_ptr<TemporaryDirectory> crowd;
 };
 
-TEST_F(CrowdedDirectory, IsLeftAtTheEntryBeyondTenThousandAndOne) {
+TEST_F(CrowdedDirectory, EndsAfterTenThousandAndOneEntries) {
     std::vector<std::string> expected = Entries(*crowd);
     ASSERT_EQ(expected.size(), 10002U);
     expected.pop_back();
@@ -201,12 +201,12 @@ TEST_F(CrowdedDirectory, IsLeftAtTheEntryBeyondTenThousandAndOne) {
                  "Directory files exceed.[maxFileNum=10000 dir_path=" + crowd->Path() + "]");
 }
 
-TEST_F(CrowdedDirectory, IsWalkedToItsEndWithoutLimit) {
+TEST_F(CrowdedDirectory, IsReadCompletelyWithoutLimit) {
     EXPECT_EQ(Scan(*crowd, false), Entries(*crowd));
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(CrowdedDirectory, IsWalkedToItsEndWhenItHoldsTenThousandAndOneEntries) {
+TEST_F(CrowdedDirectory, IsReadCompletelyIfItHasTenThousandAndOneEntries) {
     std::filesystem::remove(crowd->Path("10001"));
     EXPECT_EQ(Scan(*crowd, true), Entries(*crowd));
     EXPECT_EQ(Entries(*crowd).size(), 10001U);

@@ -12,7 +12,7 @@ using std::chrono::milliseconds;
 
 constexpr int pid = 4242;
 
-// Lines of the tree's status files up to that of the parent.
+// Number of the line with the parent's pid in the tree's status files.
 constexpr size_t statusLinesToParent = 7;
 
 class ProcessReaders : public ProcInspectTest {
@@ -25,7 +25,7 @@ protected:
     }
 };
 
-// A stat line of this start and the fields from the third to the fifty-second, each its own number.
+// A stat line with this start and the fields 3 to 52, each with its number as the value.
 std::string StatLine(const std::string& start, int lastField = 52) {
     std::string line = start;
     for (int field = 3; field <= lastField; ++field) {
@@ -34,31 +34,31 @@ std::string StatLine(const std::string& start, int lastField = 52) {
     return line + "\n";
 }
 
-TEST_F(ProcessReaders, JoinTheArgumentsByBlanks) {
+TEST_F(ProcessReaders, JoinArgumentsByBlanks) {
     proc->AddFile(pid, "cmdline", "bash\0-c\0id; ls\0"s);
     EXPECT_EQ(DetectShellUtil::GetProcCmdline(pid), "bash -c id; ls");
 }
 
-TEST_F(ProcessReaders, GiveNoCommandLineForAKernelThread) {
+TEST_F(ProcessReaders, ReturnNoCommandLineForAKernelThread) {
     proc->AddFile(pid, "cmdline", "");
     EXPECT_EQ(DetectShellUtil::GetProcCmdline(pid), "");
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcessReaders, SleepForEachByteOfTheCommandLine) {
+TEST_F(ProcessReaders, SleepPerByteOfTheCommandLine) {
     proc->AddFile(pid, "cmdline", std::string(200, 'a'));
     DetectShellUtil::GetProcCmdline(pid);
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, milliseconds(1)) + Repeated(200, halfMillisecond));
 }
 
-TEST_F(ProcessReaders, GiveTheTargetsOfLinksAsTheyStand) {
+TEST_F(ProcessReaders, ReturnLinkTargetsUnresolved) {
     std::filesystem::create_symlink("/some where\n\xff", proc->Folder() / "4242/cwd");
     EXPECT_EQ(DetectShellUtil::GetProcExe(pid), "/usr/bin/bash");
     EXPECT_EQ(DetectShellUtil::GetProcCwd(pid), "/some where\n\xff");
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcessReaders, FailQuietlyForAProcessThatIsNotThere) {
+TEST_F(ProcessReaders, FailSilentlyForAMissingProcess) {
     for (const int gone : {4243, 0, -1, INT_MAX, INT_MIN}) {
         EXPECT_FALSE(DetectShellUtil::IsProcExist(gone)) << gone;
         EXPECT_EQ(DetectShellUtil::GetProcCmdline(gone), "") << gone;
@@ -74,12 +74,12 @@ TEST_F(ProcessReaders, FailQuietlyForAProcessThatIsNotThere) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcessReaders, SeeAProcessThatIsThere) {
+TEST_F(ProcessReaders, FindAnExistingProcess) {
     EXPECT_TRUE(DetectShellUtil::IsProcExist(pid));
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
-TEST_F(ProcessReaders, FindTheScriptBehindDescriptor255) {
+TEST_F(ProcessReaders, FindTheScriptAtDescriptor255) {
     const TemporaryDirectory folder;
     const std::string script = folder.Write("script", "id\n");
     proc->AddDescriptor(pid, 255, script);
@@ -91,7 +91,7 @@ TEST_F(ProcessReaders, FindNoScriptWithoutDescriptor255) {
     EXPECT_EQ(DetectShellUtil::GetScriptFilePath(pid), "");
 }
 
-TEST_F(ProcessReaders, FindNoScriptInAnythingButARegularFile) {
+TEST_F(ProcessReaders, FindNoScriptIfItIsNotARegularFile) {
     const TemporaryDirectory folder;
     int other = 5000;
     for (const std::string& target : {"/dev/null"s, folder.Path(), folder.Path("script (deleted)"), "pipe:[77]"s}) {
@@ -101,12 +101,12 @@ TEST_F(ProcessReaders, FindNoScriptInAnythingButARegularFile) {
     }
 }
 
-TEST_F(ProcessReaders, GiveTheParent) {
+TEST_F(ProcessReaders, ReturnTheParent) {
     EXPECT_EQ(DetectShellUtil::GetProcPpid(pid), 77);
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(statusLinesToParent, halfMillisecond));
 }
 
-TEST_F(ProcessReaders, GiveTheParentWhateverTheStatusFileHolds) {
+TEST_F(ProcessReaders, ReturnTheParentForAnyStatusFile) {
     const struct {
         std::string status;
         int ppid;
@@ -128,7 +128,7 @@ TEST_F(ProcessReaders, GiveTheParentWhateverTheStatusFileHolds) {
     }
 }
 
-TEST_F(ProcessReaders, HoldTheBytesWrittenAtTheGreatestInt) {
+TEST_F(ProcessReaders, LimitTheBytesWrittenToAnInt) {
     const struct {
         std::string io;
         int written;
@@ -153,7 +153,7 @@ TEST_F(ProcessReaders, HoldTheBytesWrittenAtTheGreatestInt) {
     }
 }
 
-TEST_F(ProcessReaders, SleepForEachLineUpToTheBytesWritten) {
+TEST_F(ProcessReaders, SleepPerLineUpToTheBytesWritten) {
     proc->AddFile(pid, "io", "rchar: 1\nwchar: 200\nsyscr: 3\n");
     DetectShellUtil::ParseWriteCharsNum(pid);
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(2, halfMillisecond));
@@ -196,7 +196,7 @@ TEST_F(ProcessReaders, LogAStatFileThatCannotBeRead) {
     ExpectLogged(LOG_LEVEL_ERROR, "detect_shell_utils", "read stat failed\n");
 }
 
-TEST_F(ProcessReaders, LogWhenThereIsNoMemoryForStat) {
+TEST_F(ProcessReaders, LogIfThereIsNoMemoryForStat) {
     proc->AddFile(pid, "stat", StatLine("1 (bash)"));
     FailingCalls::FailAllocation(1);
     EXPECT_EQ(DetectShellUtil::GetProcStartJiff(pid), 0U);
@@ -204,7 +204,7 @@ TEST_F(ProcessReaders, LogWhenThereIsNoMemoryForStat) {
     EXPECT_EQ(DetectShellUtil::GetProcStartJiff(pid), 22U);
 }
 
-TEST_F(ProcessReaders, GiveTheStartInMilliseconds) {
+TEST_F(ProcessReaders, ReturnTheStartInMilliseconds) {
     const unsigned long long hz = static_cast<unsigned long long>(sysconf(_SC_CLK_TCK));
     proc->AddFile(pid, "stat", StatLine("1 (bash)", 21).substr(0, StatLine("1 (bash)", 21).size() - 1) + " 123457 23");
     EXPECT_EQ(DetectShellUtil::GetProcUpMs(pid), 123457000ULL / hz);
@@ -255,7 +255,7 @@ TEST(TicksToMilliseconds, DoesNotOverflow) {
 
 class ThisHostsProcesses : public InspectTest {};
 
-TEST_F(ThisHostsProcesses, AreReadAsTheyAre) {
+TEST_F(ThisHostsProcesses, AreReadCorrectly) {
     EXPECT_TRUE(DetectShellUtil::IsProcExist(getpid()));
     EXPECT_EQ(DetectShellUtil::GetProcPpid(getpid()), getppid());
     EXPECT_EQ(DetectShellUtil::GetProcPpid(1), 0);
@@ -264,9 +264,9 @@ TEST_F(ThisHostsProcesses, AreReadAsTheyAre) {
     EXPECT_GT(DetectShellUtil::ParseWriteCharsNum(getpid()), 0) << "this program has written its own output";
 }
 
-TEST_F(ThisHostsProcesses, HaveTheStartTimeThatStandsBehindTheirName) {
+TEST_F(ThisHostsProcesses, HaveTheStartTimeFromStat) {
     const std::string stat = FileText("/proc/self/stat");
-    // Behind the name's closing bracket stands the third field.
+    // The third field follows the closing bracket of the name.
     const char* field = stat.c_str() + stat.rfind(')') + 1;
     for (int i = 3; i < 22; ++i) {
         field = std::strchr(field + 1, ' ');

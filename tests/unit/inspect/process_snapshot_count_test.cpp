@@ -1,4 +1,4 @@
-// The count of descriptors that paces all snapshots together begins when the module is loaded.
+// The count of descriptors of all snapshots starts at 0 when the module is loaded.
 #include <unistd.h>
 
 #include "inspect/process_snapshot.h"
@@ -25,7 +25,7 @@ protected:
         return CountOf(TimeRecorder::Pauses(), manyDescriptorsPause);
     }
 
-    // In a program that has just begun; 0 if the pause came with the two hundredth descriptor and no other.
+    // Runs in a new program. Returns 0 if the pause comes at the two hundredth descriptor only.
     int RunInFreshProgram() {
         AddDescriptors(0, 99);
         const size_t withNinetyNine = ManyDescriptorsPauses();
@@ -40,7 +40,7 @@ protected:
     }
 };
 
-TEST_F(ProcessSnapshotCount, BeginsAtZero) {
+TEST_F(ProcessSnapshotCount, StartsAtZero) {
     if (runsEmulated) {
         GTEST_SKIP() << startsNoProgram;
     }

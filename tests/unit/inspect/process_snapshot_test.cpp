@@ -26,8 +26,8 @@ constexpr milliseconds entryPause{5};
 constexpr milliseconds descriptorPause{1};
 constexpr microseconds manyDescriptorsPause{400};
 
-// What stands before the descriptors: the step after exe, the lines of the status file up to the parent, the command
-// line, the step after that.
+// The pauses before the descriptors: after exe, per line of the status file up to the parent's pid, for the command
+// line, and after it.
 PauseList PausesBeforeDescriptors(size_t commandLineBytes) {
     PauseList pauses = Repeated(1, stepPause) + Repeated(7, halfMillisecond);
     if (commandLineBytes > 0) {
@@ -67,7 +67,7 @@ protected:
         return folder.Path(name);
     }
 
-    // Descriptor fd on the pipe, with this text behind "flags:".
+    // Opens the pipe as descriptor fd, with these flags in fdinfo.
     void HoldPipe(int fd, const std::string& fifo, const std::string& flags) {
         proc->AddDescriptor(pid, fd, fifo);
         proc->AddFile(pid, "fdinfo/" + std::to_string(fd), "pos:\t0\nflags:\t" + flags + "\nmnt_id:\t15\n");
@@ -83,7 +83,7 @@ protected:
     const TemporaryDirectory folder;
 };
 
-TEST_F(ProcessSnapshot, TellsWhatTheProcessRuns) {
+TEST_F(ProcessSnapshot, HasTheProgramOfTheProcess) {
     AddProcess(77, "bash\0-i\0"s);
     const ProcInfo info = Snapshot();
     EXPECT_EQ(info.pid, pid);
@@ -103,7 +103,7 @@ TEST_F(ProcessSnapshot, OfAProcessWithoutDescriptorsHasEmptySets) {
     EXPECT_FALSE(info.hasPts);
 }
 
-TEST_F(ProcessSnapshot, IsTakenWhereDescriptorsCannotBeRead) {
+TEST_F(ProcessSnapshot, IsTakenIfDescriptorsCannotBeRead) {
     proc->Add({.pid = pid, .ppid = 77, .exe = "/usr/bin/bash", .hasDescriptors = false});
     EXPECT_TRUE(Snapshot().sockets.empty());
     EXPECT_EQ(TimeRecorder::Pauses(), PausesBeforeDescriptors(0));
@@ -136,7 +136,7 @@ TEST_F(ProcessSnapshot, IsTakenOfAChildOfInit) {
     EXPECT_EQ(Snapshot().ppid, 1);
 }
 
-TEST_F(ProcessSnapshot, SleepsBeforeItsDescriptorsInTwoStepsAndByTheCommandLine) {
+TEST_F(ProcessSnapshot, SleepsTwiceAndPerByteOfTheCommandLineBeforeTheDescriptors) {
     AddProcess(77, std::string(200, 'a'));
     Snapshot();
     EXPECT_EQ(TimeRecorder::Pauses(), PausesBeforeDescriptors(200));
@@ -177,7 +177,7 @@ TEST_F(ProcessSnapshot, PutsAPipeIntoTheSetsOfAllItsDescriptors) {
     EXPECT_EQ(info.writePipes, Inodes{InodeOf(fifo)});
 }
 
-TEST_F(ProcessSnapshot, PassesOverAPipeWhoseModeCannotBeRead) {
+TEST_F(ProcessSnapshot, SkipsAPipeIfItsModeCannotBeRead) {
     AddProcess();
     proc->AddDescriptor(pid, 3, MakeFifo("fifo"));
     const ProcInfo info = Snapshot();
@@ -187,7 +187,7 @@ TEST_F(ProcessSnapshot, PassesOverAPipeWhoseModeCannotBeRead) {
     EXPECT_TRUE(Snapshot().readPipes.empty());
 }
 
-TEST_F(ProcessSnapshot, GathersSockets) {
+TEST_F(ProcessSnapshot, CollectsSockets) {
     AddProcess();
     MakeSocket(folder.Path("one"));
     MakeSocket(folder.Path("two"));
@@ -199,8 +199,8 @@ TEST_F(ProcessSnapshot, GathersSockets) {
     EXPECT_TRUE(info.readPipes.empty());
 }
 
-// Two file systems that number their files alike, each from its start.
-TEST_F(ProcessSnapshot, TellsASocketFromAPipeOfTheSameInode) {
+// Two file systems that number their files in the same way.
+TEST_F(ProcessSnapshot, DistinguishesASocketFromAPipeWithTheSameInode) {
     AddProcess();
     for (const char* name : {"one", "two"}) {
         std::filesystem::create_directory(folder.Path(name));
@@ -224,7 +224,7 @@ TEST_F(ProcessSnapshot, TellsASocketFromAPipeOfTheSameInode) {
     EXPECT_EQ(both.sockets, Inodes{inode});
 }
 
-TEST_F(ProcessSnapshot, KnowsTheTerminalsOfThePtyKind) {
+TEST_F(ProcessSnapshot, RecognisesPtyDevices) {
     const struct {
         unsigned int major;
         unsigned int minor;
@@ -252,14 +252,14 @@ TEST_F(ProcessSnapshot, KnowsTheTerminalsOfThePtyKind) {
     }
 }
 
-TEST_F(ProcessSnapshot, TakesABlockDeviceForNoTerminal) {
+TEST_F(ProcessSnapshot, DoesNotTakeABlockDeviceForAPty) {
     AddProcess();
     ASSERT_EQ(mknod(folder.Path("disk").c_str(), S_IFBLK | 0600, makedev(136, 0)), 0);
     proc->AddDescriptor(pid, 3, folder.Path("disk"));
     EXPECT_FALSE(Snapshot().hasPts);
 }
 
-TEST_F(ProcessSnapshot, ClearsTheTerminalsOfTheRecordAndAddsToItsSets) {
+TEST_F(ProcessSnapshot, ClearsTheFlagsAndAddsToTheSets) {
     AddProcess();
     ProcInfo info;
     info.hasPtmx = true;
@@ -273,7 +273,7 @@ TEST_F(ProcessSnapshot, ClearsTheTerminalsOfTheRecordAndAddsToItsSets) {
     EXPECT_EQ(info.reserved, "kept");
 }
 
-TEST_F(ProcessSnapshot, PassesOverOtherFilesAndWhatCannotBeLookedAt) {
+TEST_F(ProcessSnapshot, SkipsOtherFilesAndThoseWithoutStat) {
     AddProcess();
     proc->AddDescriptor(pid, 0, folder.Write("file", ""));
     proc->AddDescriptor(pid, 1, folder.Path());
@@ -283,7 +283,7 @@ TEST_F(ProcessSnapshot, PassesOverOtherFilesAndWhatCannotBeLookedAt) {
     const ProcInfo info = Snapshot();
     EXPECT_TRUE(info.readPipes.empty());
     EXPECT_TRUE(info.sockets.empty());
-    EXPECT_EQ(CountOf(TimeRecorder::Pauses(), descriptorPause), 2U) << "one for each that could be looked at";
+    EXPECT_EQ(CountOf(TimeRecorder::Pauses(), descriptorPause), 2U) << "one per descriptor with a stat";
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), entryPause), 5U);
     EXPECT_TRUE(Log().empty());
 }
@@ -293,7 +293,7 @@ PauseList Without(PauseList pauses, std::chrono::nanoseconds length) {
     return pauses;
 }
 
-TEST_F(ProcessSnapshot, SleepsForEachDescriptorInTheWalkAndInTheLook) {
+TEST_F(ProcessSnapshot, SleepsPerDescriptorInBothLoops) {
     AddProcess();
     for (int fd = 0; fd < 20; ++fd) {
         proc->AddDescriptor(pid, fd, "/dev/null");
@@ -304,7 +304,7 @@ TEST_F(ProcessSnapshot, SleepsForEachDescriptorInTheWalkAndInTheLook) {
                   Repeated(20, descriptorPause));
 }
 
-TEST_F(ProcessSnapshot, SleepsForTheLinesOfAPipesModeToo) {
+TEST_F(ProcessSnapshot, SleepsPerLineOfAPipesMode) {
     AddProcess();
     HoldPipe(3, MakeFifo("fifo"), "00");
     Snapshot();
@@ -322,7 +322,7 @@ TEST_F(ProcessSnapshot, SleepsAfterEachTwoHundredDescriptorsOfAllSnapshots) {
     for (int i = 0; i < 4; ++i) {
         Snapshot();
         PauseList pauses = TimeRecorder::Pauses();
-        // Of a walk over 150 entries: 7 steps of 1 ms before the looks begin.
+        // The walk over 150 entries has 7 further pauses of 1 ms.
         ASSERT_EQ(CountOf(pauses, milliseconds(1)), 150U + 7U);
         pauses.erase(pauses.begin(), std::find(pauses.rbegin(), pauses.rend(), entryPause).base());
         looks = looks + pauses;
@@ -336,9 +336,9 @@ TEST_F(ProcessSnapshot, SleepsAfterEachTwoHundredDescriptorsOfAllSnapshots) {
     EXPECT_EQ(third - second, 201);
 }
 
-TEST_F(ProcessSnapshot, LooksAtTenThousandAndOneDescriptors) {
+TEST_F(ProcessSnapshot, ExaminesTenThousandAndOneDescriptors) {
     AddProcess();
-    // Many entries are made fastest in memory; the mount goes with the tree.
+    // Creating many entries is fastest in memory. The mount is removed with the tree.
     ASSERT_EQ(mount("tmpfs", "/proc/4242/fd", "tmpfs", 0, nullptr), 0);
     for (int fd = 0; fd < 10002; ++fd) {
         std::filesystem::create_symlink("/dev/null", "/proc/4242/fd/" + std::to_string(fd));
@@ -349,7 +349,7 @@ TEST_F(ProcessSnapshot, LooksAtTenThousandAndOneDescriptors) {
     ExpectLogged(LOG_LEVEL_DETAIL, "detect_shell", "Directory files exceed.[maxFileNum=10000 dir_path=/proc/4242/fd]");
 }
 
-TEST_F(ProcessSnapshot, IsPartialWhenTheModuleStopsDuringTheLooks) {
+TEST_F(ProcessSnapshot, IsIncompleteIfTheModuleStopsMeanwhile) {
     AddProcess();
     for (int fd = 0; fd < 3; ++fd) {
         MakeSocket(folder.Path(std::to_string(fd)));
@@ -365,7 +365,7 @@ TEST_F(ProcessSnapshot, IsPartialWhenTheModuleStopsDuringTheLooks) {
     ExpectLogged(LOG_LEVEL_DETAIL, "detect_shell", "thread was stopped by StopModule run.[run=0]");
 }
 
-TEST_F(ProcessSnapshot, HasNoDescriptorsWhenTheModuleStopsBeforeTheWalk) {
+TEST_F(ProcessSnapshot, HasNoDescriptorsIfTheModuleHasStopped) {
     AddProcess();
     MakeSocket(folder.Path("socket"));
     proc->AddDescriptor(pid, 3, folder.Path("socket"));
@@ -376,7 +376,7 @@ TEST_F(ProcessSnapshot, HasNoDescriptorsWhenTheModuleStopsBeforeTheWalk) {
     EXPECT_TRUE(info.sockets.empty());
 }
 
-TEST_F(ProcessSnapshot, IsPartialWhenTheProcessEndsMeanwhile) {
+TEST_F(ProcessSnapshot, IsIncompleteIfTheProcessEndsMeanwhile) {
     AddProcess();
     MakeSocket(folder.Path("socket"));
     proc->AddDescriptor(pid, 3, folder.Path("socket"));
@@ -394,7 +394,7 @@ TEST_F(ProcessSnapshot, IsPartialWhenTheProcessEndsMeanwhile) {
 
 class ThisHostsSnapshot : public InspectTest {};
 
-TEST_F(ThisHostsSnapshot, HoldsThisProcessesDescriptors) {
+TEST_F(ThisHostsSnapshot, HasTheDescriptorsOfThisProcess) {
     int pipe[2];
     ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
     const int sock = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

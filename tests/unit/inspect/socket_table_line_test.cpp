@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(SocketTableLine, TellsASocket) {
+TEST_F(SocketTableLine, IsParsedIntoASocket) {
     const SocketInfo info = Parse(TableLine{}.Text());
     EXPECT_EQ(info.type, tcpTable);
     EXPECT_EQ(info.inode, 5000UL);
@@ -35,7 +35,7 @@ TEST_F(SocketTableLine, TellsASocket) {
     EXPECT_EQ(info.firstSeen, 0);
 }
 
-TEST_F(SocketTableLine, IsReadAlikeInAllTablesOfThatForm) {
+TEST_F(SocketTableLine, IsParsedTheSameInTablesOneToSeven) {
     for (int type = 1; type <= 7; ++type) {
         const SocketInfo info = Parse(TableLine{.state = 2}.Text(), type);
         EXPECT_EQ(info.type, type);
@@ -44,7 +44,7 @@ TEST_F(SocketTableLine, IsReadAlikeInAllTablesOfThatForm) {
     }
 }
 
-TEST_F(SocketTableLine, HasTheKernelsFormInEveryTable) {
+TEST_F(SocketTableLine, IsParsedInTheKernelsFormat) {
     const struct {
         int type;
         const char* line;
@@ -75,7 +75,7 @@ TEST_F(SocketTableLine, HasTheKernelsFormInEveryTable) {
     }
 }
 
-TEST_F(SocketTableLine, HoldsTheLargestValues) {
+TEST_F(SocketTableLine, IsParsedWithTheLargestValues) {
     const SocketInfo info = Parse(TableLine{.local = "255.255.255.255",
                                             .localPort = 65535,
                                             .remote = "255.255.255.254",
@@ -90,7 +90,7 @@ TEST_F(SocketTableLine, HoldsTheLargestValues) {
     EXPECT_EQ(info.inode, 4294967295UL);
 }
 
-TEST_F(SocketTableLine, IsPassedOverWhenItTellsNoSocket) {
+TEST_F(SocketTableLine, IsSkippedIfItHasNoSocket) {
     const std::string good = TableLine{}.Text();
     const std::string lines[] = {
         "",
@@ -120,7 +120,7 @@ TEST_F(SocketTableLine, IsPassedOverWhenItTellsNoSocket) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SocketTableLine, SleepsNot) {
+TEST_F(SocketTableLine, IsParsedWithoutPauses) {
     Parse(TableLine{}.Text());
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
@@ -143,7 +143,7 @@ TEST_F(SocketTableLine, ReducesAnIpv6AddressToItsLast32Bits) {
         {"fe80::a:b", LastWordOf("::a:b")},
         {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 0xFFFFFFFFUL},
         {"::1", LastWordOf("::1")},
-        // Of these nothing is left, yet they are not the unspecified address.
+        // Their last 32 bits are 0, but they are not the unspecified address.
         {"2001:db8::", 1},
         {"2001:db8:1:2:3:4::", 1},
         {"0:0:1::", 1},
@@ -186,7 +186,7 @@ const char* const ipv6Addresses[] = {
     "2001:db8::0:0:1:0:0",
 };
 
-TEST_F(SocketTableLine, NeverTakesTwoIpv6AddressesForOne) {
+TEST_F(SocketTableLine, DistinguishesAllIpv6Addresses) {
     for (const std::string one : ipv6Addresses) {
         for (const std::string other : ipv6Addresses) {
             const SocketInfo info = ParseIpv6(one, other);
@@ -197,8 +197,8 @@ TEST_F(SocketTableLine, NeverTakesTwoIpv6AddressesForOne) {
     }
 }
 
-TEST_F(SocketTableLine, TellsAddressesApartByTheLocalOne) {
-    // The peer is what an event shows, so it stays what it is.
+TEST_F(SocketTableLine, ChangesTheLocalAddressToDistinguishThem) {
+    // An event shows the peer, so the peer's address is not changed.
     EXPECT_EQ(ParseIpv6("2001:db8::a:b", "fe80::a:b").remoteIp, LastWordOf("::a:b"));
     EXPECT_EQ(ParseIpv6("2001:db8::a:b", "fe80::a:b").localIp, 1UL);
     const std::string one =
@@ -227,14 +227,14 @@ protected:
     static constexpr int sctpTable = 8;
 };
 
-TEST_F(SctpTableLine, TellsAnAssociation) {
+TEST_F(SctpTableLine, IsParsedIntoAnAssociation) {
     const SocketInfo info = Parse(SctpLine("12345"), sctpTable);
     EXPECT_EQ(info.type, sctpTable);
     EXPECT_EQ(info.inode, 12345UL);
     EXPECT_EQ(info.state, stateOfOtherTables);
     EXPECT_EQ(info.localIp, Ipv4("10.0.0.1"));
     EXPECT_EQ(info.localPort, 40000);
-    EXPECT_EQ(info.remoteIp, Ipv4("10.0.0.9")) << "the one that is marked as primary";
+    EXPECT_EQ(info.remoteIp, Ipv4("10.0.0.9")) << "the address marked as primary";
     EXPECT_EQ(info.remotePort, 5000);
     EXPECT_EQ(info.firstSeen, 0);
     EXPECT_TRUE(Log().empty());
@@ -246,7 +246,7 @@ TEST_F(SctpTableLine, HasTheFirstLocalAndTheMarkedRemoteAddress) {
     EXPECT_EQ(info.remoteIp, Ipv4("10.0.0.9"));
 }
 
-TEST_F(SctpTableLine, IsPassedOverWithALogLineForAnAddressThatIsNotIpv4) {
+TEST_F(SctpTableLine, IsSkippedWithALogLineIfAnAddressIsNotIpv4) {
     for (const char* addresses : {"2001:db8::1 <-> *10.0.0.9", "10.0.0.1 <-> *2001:db8::9", "*10.0.0.1 <-> *10.0.0.9",
                                   "10.0.0.256 <-> *10.0.0.9", "10.0.0.1 <-> *\xff\x01", "x <-> *y"}) {
         Fake::ResetAgent();
@@ -255,7 +255,7 @@ TEST_F(SctpTableLine, IsPassedOverWithALogLineForAnAddressThatIsNotIpv4) {
     }
 }
 
-TEST_F(SctpTableLine, IsPassedOverWhenItTellsNoAssociation) {
+TEST_F(SctpTableLine, IsSkippedIfItHasNoAssociation) {
     const std::string lines[] = {
         sctpHeader,
         SctpLine("0"),
@@ -272,12 +272,12 @@ TEST_F(SctpTableLine, IsPassedOverWhenItTellsNoAssociation) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SctpTableLine, FitsAsLongAsALineMayBe) {
+TEST_F(SctpTableLine, MayBeAsLongAsTheBuffer) {
     EXPECT_EQ(ParseSocketLine("1 2 3 4 5 6 7 8 9 10 5 1 2 " + std::string(990, '7') + " *1", sctpTable), std::nullopt);
     ExpectLogged(LOG_LEVEL_DETAIL, "detect_shell", "get hex addr failed.\n");
 }
 
-TEST(SockState, IsThatOfTcpAlone) {
+TEST(SockState, IsSetForTcpOnly) {
     for (int type = 0; type <= 9; ++type) {
         SocketInfo info;
         ModifySockStateByType(info, type, 7);

@@ -71,7 +71,7 @@ TEST_F(SocketTableReader, ReadsEveryTable) {
     }
 }
 
-TEST_F(SocketTableReader, SleepsForEachLineTableAndEntry) {
+TEST_F(SocketTableReader, SleepsPerLineTableAndEntry) {
     HaveOneInEach();
     ReadSocketTables({});
     PauseList expected;
@@ -81,7 +81,7 @@ TEST_F(SocketTableReader, SleepsForEachLineTableAndEntry) {
     EXPECT_EQ(TimeRecorder::Pauses(), expected + Repeated(8, entryPause));
 }
 
-TEST_F(SocketTableReader, SleepsForKnownEntriesAndUselessLinesAlike) {
+TEST_F(SocketTableReader, SleepsForKnownEntriesAndLinesWithoutASocketToo) {
     Have(1, tableHeader + LineFor(1, "0") + LineFor(1, "100") + "\n");
     ReadSocketTables({});
     const SocketMap known = socketTable;
@@ -90,15 +90,15 @@ TEST_F(SocketTableReader, SleepsForKnownEntriesAndUselessLinesAlike) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(4, linePause) + Repeated(1, tablePause) + Repeated(1, entryPause));
 }
 
-TEST_F(SocketTableReader, PassesOverTablesThatThisKernelHasNot) {
+TEST_F(SocketTableReader, SkipsTablesThatTheKernelDoesNotHave) {
     Have(7, LineFor(7, "700"));
     ReadSocketTables({});
     EXPECT_EQ(socketTable.size(), 1U);
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, linePause) + Repeated(1, tablePause) + Repeated(1, entryPause))
-        << "only for what opens";
+        << "only for the table that opens";
 }
 
-TEST_F(SocketTableReader, ReadsOnWithoutSctp) {
+TEST_F(SocketTableReader, ReadsTheOtherTablesWithoutSctp) {
     HaveOneInEach();
     std::filesystem::remove_all(proc->Folder() / "net/sctp");
     ReadSocketTables({});
@@ -106,7 +106,7 @@ TEST_F(SocketTableReader, ReadsOnWithoutSctp) {
     EXPECT_FALSE(socketTable.contains(800));
 }
 
-TEST_F(SocketTableReader, LeavesNothingOfTheTableBefore) {
+TEST_F(SocketTableReader, KeepsNothingOfTheOldTable) {
     socketTable[5] = {.inode = 5};
     ReadSocketTables({});
     EXPECT_TRUE(socketTable.empty());
@@ -114,7 +114,7 @@ TEST_F(SocketTableReader, LeavesNothingOfTheTableBefore) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SocketTableReader, LogsANewSocketWhenItIsFoundAndWhenItIsStamped) {
+TEST_F(SocketTableReader, LogsANewSocketWhenItIsFoundAndWhenItGetsItsTime) {
     Have(1, LineFor(1, "200") + LineFor(1, "100"));
     ReadSocketTables({});
     const std::string one = LogOf(socketTable[200]);
@@ -125,7 +125,7 @@ TEST_F(SocketTableReader, LogsANewSocketWhenItIsFoundAndWhenItIsStamped) {
     EXPECT_EQ(Log()[0].channel, "NormalLog");
 }
 
-TEST_F(SocketTableReader, StampsNewSocketsWithTheEndOfTheRead) {
+TEST_F(SocketTableReader, SetsTheTimeOfNewSocketsToTheEndOfTheRead) {
     std::string text;
     for (int i = 1; i <= 6000; ++i) {
         text += LineFor(1, std::to_string(i));
@@ -134,7 +134,7 @@ TEST_F(SocketTableReader, StampsNewSocketsWithTheEndOfTheRead) {
     Have(2, LineFor(2, "7000"));
     const time_t start = time(nullptr);
     ReadSocketTables({});
-    // 6001 lines of 5 ms; the pauses of the entries, more than another second, come after the stamp.
+    // 6001 lines of 5 ms. The pauses of the entries, more than a second, come after the time is taken.
     ASSERT_EQ(socketTable.size(), 6001U);
     for (const auto& [inode, info] : socketTable) {
         ASSERT_EQ(info.firstSeen, start + 30) << inode;
@@ -142,7 +142,7 @@ TEST_F(SocketTableReader, StampsNewSocketsWithTheEndOfTheRead) {
     EXPECT_EQ(time(nullptr), start + 31);
 }
 
-TEST_F(SocketTableReader, KeepsTheTimeOfASocketThatIsAsItWas) {
+TEST_F(SocketTableReader, KeepsTheTimeOfAnUnchangedSocket) {
     HaveOneInEach();
     ReadSocketTables({});
     const SocketMap known = socketTable;
@@ -157,7 +157,7 @@ TEST_F(SocketTableReader, KeepsTheTimeOfASocketThatIsAsItWas) {
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(SocketTableReader, TakesASocketThatChangedForANewOne) {
+TEST_F(SocketTableReader, TreatsAChangedSocketAsNew) {
     const TableLine before{.state = 2};
     const struct {
         const char* what;
@@ -189,7 +189,7 @@ TEST_F(SocketTableReader, TakesASocketThatChangedForANewOne) {
     }
 }
 
-TEST_F(SocketTableReader, KeepsAnEntryThatMovedToAnotherTableAsItWas) {
+TEST_F(SocketTableReader, KeepsAnEntryThatMovedToAnotherTable) {
     Have(2, LineFor(2, "5000"));
     ReadSocketTables({});
     const SocketMap known = socketTable;
@@ -199,7 +199,7 @@ TEST_F(SocketTableReader, KeepsAnEntryThatMovedToAnotherTableAsItWas) {
     EXPECT_EQ(socketTable.at(5000).type, 2);
 }
 
-TEST_F(SocketTableReader, ComparesWithWhatItIsGivenAlone) {
+TEST_F(SocketTableReader, ComparesWithItsArgumentOnly) {
     Have(1, LineFor(1, "100"));
     ReadSocketTables({});
     TimeRecorder::Advance(seconds(100));
@@ -208,7 +208,7 @@ TEST_F(SocketTableReader, ComparesWithWhatItIsGivenAlone) {
     EXPECT_EQ(socketTable.at(100).firstSeen, now);
 }
 
-TEST_F(SocketTableReader, HasTheLastOfTwoLinesWithOneInode) {
+TEST_F(SocketTableReader, KeepsTheLastOfTwoLinesWithOneInode) {
     Have(1, LineFor(1, "100"));
     Have(2, LineFor(2, "100"));
     ReadSocketTables({});
@@ -216,14 +216,14 @@ TEST_F(SocketTableReader, HasTheLastOfTwoLinesWithOneInode) {
     EXPECT_EQ(socketTable.at(100).type, 2);
 }
 
-TEST_F(SocketTableReader, TakesAnOverlongLineInPieces) {
+TEST_F(SocketTableReader, SplitsAnOverlongLine) {
     Have(1, std::string(1023, ' ') + LineFor(1, "100") + LineFor(1, "200"));
     ReadSocketTables({});
     EXPECT_EQ(socketTable.size(), 2U);
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), linePause), 3U);
 }
 
-TEST_F(SocketTableReader, PassesOverHostileLines) {
+TEST_F(SocketTableReader, SkipsHostileLines) {
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
         bytes += static_cast<char>(byte);
@@ -235,7 +235,7 @@ TEST_F(SocketTableReader, PassesOverHostileLines) {
     EXPECT_TRUE(socketTable.contains(100));
 }
 
-TEST_F(SocketTableReader, TakesFiftyThousandAndOneSocketsAndOneMoreFromEachLaterTable) {
+TEST_F(SocketTableReader, StoresFiftyThousandAndOneSocketsAndOneMoreFromEachLaterTable) {
     std::string text = tableHeader;
     for (int i = 1; i <= 50010; ++i) {
         text += LineFor(1, std::to_string(100000 + i));
@@ -258,7 +258,7 @@ TEST_F(SocketTableReader, TakesFiftyThousandAndOneSocketsAndOneMoreFromEachLater
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), entryPause), 50008U);
 }
 
-TEST_F(SocketTableReader, TakesFiftyThousandSocketsAndAllOfTheNextTableUpToTheOneBeyond) {
+TEST_F(SocketTableReader, StoresTheFiftyThousandAndFirstSocketFromALaterTable) {
     std::string text;
     for (int i = 1; i <= 50000; ++i) {
         text += LineFor(1, std::to_string(100000 + i));
@@ -272,13 +272,13 @@ TEST_F(SocketTableReader, TakesFiftyThousandSocketsAndAllOfTheNextTableUpToTheOn
     EXPECT_FALSE(socketTable.contains(3));
 }
 
-TEST_F(SocketTableReader, KeepsWhatItHasWhenTheModuleStops) {
+TEST_F(SocketTableReader, InstallsAnIncompleteTableIfTheModuleStops) {
     HaveOneInEach();
     Have(1, LineFor(1, "100") + LineFor(1, "101") + LineFor(1, "102") + LineFor(1, "103"));
     const time_t start = time(nullptr);
     StopAtPause(2);
     ReadSocketTables({});
-    ASSERT_EQ(socketTable.size(), 2U) << "the line during whose pause the stop came still counts";
+    ASSERT_EQ(socketTable.size(), 2U) << "the line during whose pause the stop came is stored";
     EXPECT_TRUE(socketTable.contains(101));
     EXPECT_EQ(socketTable.at(100).firstSeen, start);
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(2, linePause) + Repeated(8, tablePause) + Repeated(2, entryPause))
@@ -288,7 +288,7 @@ TEST_F(SocketTableReader, KeepsWhatItHasWhenTheModuleStops) {
         << "and left at its first line";
 }
 
-TEST_F(SocketTableReader, InstallsAnEmptyTableWhenTheModuleHasStopped) {
+TEST_F(SocketTableReader, InstallsAnEmptyTableIfTheModuleHasStopped) {
     HaveOneInEach();
     socketTable[5] = {.inode = 5};
     moduleRunning = 0;

@@ -1,4 +1,4 @@
-// Real sockets of every table, in a network namespace of the test's own, where no others are.
+// Real sockets of every table, in a new network namespace without other sockets.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// The calling thread's network is a new one with nothing but loopback, until the object goes.
+// Moves the calling thread to a new network namespace with only loopback, until destruction.
 class OwnNetwork {
 public:
     OwnNetwork() : before_(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
@@ -41,9 +41,9 @@ public:
 
     bool Entered() const { return entered_; }
 
-    // Gives loopback a further IPv6 address, which the kernel takes a moment to check; false on a host without IPv6.
+    // Adds an IPv6 address to loopback and waits until the kernel has checked it. Returns false on a host without IPv6.
     static bool AddIpv6Address(const char* text) {
-        struct {  // struct in6_ifreq of linux/ipv6.h, which does not go with netinet/in.h everywhere
+        struct {  // struct in6_ifreq of linux/ipv6.h, a header that conflicts with netinet/in.h on some hosts
             in6_addr address;
             uint32_t prefixLength;
             int interface;
@@ -134,7 +134,7 @@ protected:
 
     void TearDown() override { network.reset(); }
 
-    // Bound to local and connected to remote, where there is one.
+    // Returns a socket bound to local and connected to remote.
     static OwnedDescriptor Connect(const Kind& kind, int localPort, int remotePort) {
         OwnedDescriptor made(socket(kind.family, kind.type | SOCK_CLOEXEC, kind.protocol));
         if (made.Get() < 0) {
@@ -224,7 +224,7 @@ TEST_F(RealSockets, OfEveryDatagramTableAreFoundByInode) {
     EXPECT_EQ(socketTable.size(), made.size());
     for (const auto& [kind, descriptor] : made) {
         SCOPED_TRACE(kind->name);
-        // A raw socket has its protocol's number in place of a local port and none in place of the peer's.
+        // A raw socket has its protocol's number as the local port, and 0 as the remote port.
         const bool raw = kind->type == SOCK_RAW;
         ExpectSocket(descriptor, {.type = kind->table,
                                   .state = stateOfOtherTables,
@@ -263,7 +263,7 @@ TEST_F(RealSockets, OfTcpOverIpv6AreFoundByInode) {
     EXPECT_TRUE(IsAbnormalSocket(LookUp(made.client)));
 }
 
-TEST_F(RealSockets, OfTcpOverIpv6AreToldApartWhereOnlyTheFirstBitsOfTheirAddressesDiffer) {
+TEST_F(RealSockets, OfTcpOverIpv6AreDistinguishedIfOnlyTheFirstBitsOfTheirAddressesDiffer) {
     if (!hasIpv6) {
         GTEST_SKIP() << "this kernel has no IPv6";
     }
@@ -293,7 +293,7 @@ TEST_F(RealSockets, OfIpv6ToAMappedIpv4AddressHaveThatAddress) {
     ExpectConnection(made, tcp6Table, Ipv4("127.0.0.1"), Ipv4("127.0.0.2"));
 }
 
-TEST_F(RealSockets, AreStampedWithTheHostsTimeAndKeepIt) {
+TEST_F(RealSockets, GetTheHostsTimeAndKeepIt) {
     const Connection made = ConnectTcp(AF_INET, "127.0.0.1", "127.0.0.2");
     const time_t before = time(nullptr);
     RefreshSocketTable();
@@ -304,7 +304,7 @@ TEST_F(RealSockets, AreStampedWithTheHostsTimeAndKeepIt) {
     EXPECT_EQ(LookUp(made.client).firstSeen, firstSeen);
 }
 
-TEST_F(RealSockets, WithoutAnOwnerAreLeftOut) {
+TEST_F(RealSockets, WithoutAnOwnerAreSkipped) {
     {
         Connection made = ConnectTcp(AF_INET, "127.0.0.1", "127.0.0.2");
         made.client = OwnedDescriptor();
@@ -317,7 +317,7 @@ TEST_F(RealSockets, WithoutAnOwnerAreLeftOut) {
     EXPECT_TRUE(socketTable.empty());
 }
 
-TEST_F(RealSockets, AreGoneFromTheTableOnceClosed) {
+TEST_F(RealSockets, AreRemovedFromTheTableAfterTheyWereClosed) {
     unsigned long inode = 0;
     {
         const Connection made = ConnectTcp(AF_INET, "127.0.0.1", "127.0.0.2");

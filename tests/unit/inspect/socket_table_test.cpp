@@ -30,7 +30,7 @@ SocketInfo With(const SocketInfo& base, unsigned int state) {
     return info;
 }
 
-TEST(AbnormalSocket, IsAnySocketThatIsNoTcp) {
+TEST(AbnormalSocket, IsAnySocketThatIsNotTcp) {
     for (const int type : {2, 3, 5, 6, 7, 8}) {
         EXPECT_TRUE(IsAbnormalSocket({.type = type, .state = stateOfOtherTables})) << type;
         EXPECT_TRUE(IsAbnormalSocket({.type = type, .state = 10, .localIp = 1, .remoteIp = 1, .localPort = 22}))
@@ -38,7 +38,7 @@ TEST(AbnormalSocket, IsAnySocketThatIsNoTcp) {
     }
 }
 
-TEST(AbnormalSocket, IsATcpSocketOnItsWayToAnotherAddress) {
+TEST(AbnormalSocket, IsATcpSocketConnectedOrConnectingToAnotherAddress) {
     for (const int type : {tcpTable, tcp6Table}) {
         for (unsigned int state = 0; state <= 12; ++state) {
             SocketInfo info = With(abnormal, state);
@@ -48,7 +48,7 @@ TEST(AbnormalSocket, IsATcpSocketOnItsWayToAnotherAddress) {
     }
 }
 
-TEST(AbnormalSocket, IsNoneWithoutAPeerOrToItsOwnAddressOrOnTheSshPort) {
+TEST(AbnormalSocket, IsNoneWithoutAPeerOrWithItsOwnAddressAsPeerOrOnTheSshPort) {
     for (const int type : {tcpTable, tcp6Table}) {
         SocketInfo info = abnormal;
         info.type = type;
@@ -57,7 +57,7 @@ TEST(AbnormalSocket, IsNoneWithoutAPeerOrToItsOwnAddressOrOnTheSshPort) {
         EXPECT_FALSE(IsAbnormalSocket(info)) << "no peer";
         info = abnormal;
         info.localIp = info.remoteIp;
-        EXPECT_FALSE(IsAbnormalSocket(info)) << "stays on its address";
+        EXPECT_FALSE(IsAbnormalSocket(info)) << "its own address";
         info = abnormal;
         info.localPort = 22;
         EXPECT_FALSE(IsAbnormalSocket(info)) << "SSH service";
@@ -85,16 +85,16 @@ class SocketTable : public ProcInspectTest {
 protected:
     void SetUp() override {
         ProcInspectTest::SetUp();
-        // The time of the last refresh outlives a test.
+        // The time of the last refresh is kept from test to test.
         static int test = 0;
         TimeRecorder::Advance(seconds(++test * 10000));
         HaveTcp({.inode = "7"});
     }
 
-    // What the next refresh finds.
+    // Sets the table that the next refresh reads.
     void HaveTcp(const TableLine& line) { proc->AddFile("net/tcp", line.Text()); }
 
-    // What is known already.
+    // Adds a known socket.
     static void Know(const SocketInfo& info) { socketTable[info.inode] = info; }
 
     // A refresh pauses per line, and SetUp writes one.
@@ -104,20 +104,20 @@ protected:
     SocketInfo info{.type = 77};
 };
 
-TEST_F(SocketTable, GivesACopyOfAnEntry) {
+TEST_F(SocketTable, ReturnsACopyOfAnEntry) {
     Know(abnormal);
     EXPECT_TRUE(FindSocketByInode(inode, info));
     EXPECT_EQ(info.remotePort, 4444);
     EXPECT_EQ(info.firstSeen, since);
 }
 
-TEST_F(SocketTable, LeavesTheRecordAloneWhenThereIsNoEntry) {
+TEST_F(SocketTable, LeavesTheRecordUnchangedIfThereIsNoEntry) {
     EXPECT_FALSE(FindSocketByInode(inode, info));
     EXPECT_EQ(info.type, 77);
     EXPECT_FALSE(HasRefreshed());
 }
 
-TEST_F(SocketTable, KnowsAListeningSocketWithoutARefresh) {
+TEST_F(SocketTable, FindsAListeningSocketWithoutARefresh) {
     Know(With(abnormal, tcpListen));
     EXPECT_TRUE(IsListenInodeByFlag(inode, info, refreshed));
     EXPECT_EQ(info.state, tcpListen);
@@ -125,7 +125,7 @@ TEST_F(SocketTable, KnowsAListeningSocketWithoutARefresh) {
     EXPECT_FALSE(HasRefreshed());
 }
 
-TEST_F(SocketTable, KnowsThatAnEstablishedSocketDoesNotListenWithoutARefresh) {
+TEST_F(SocketTable, DoesNotRefreshToSeeWhetherAnEstablishedSocketListens) {
     Know(abnormal);
     HaveTcp({.state = tcpListen});
     EXPECT_FALSE(IsListenInodeByFlag(inode, info, refreshed));
@@ -148,7 +148,7 @@ TEST_F(SocketTable, RefreshesOnceForASocketInAnotherState) {
     }
 }
 
-TEST_F(SocketTable, FindsThatASocketStillDoesNotListen) {
+TEST_F(SocketTable, ReportsThatASocketStillDoesNotListen) {
     Know(With(abnormal, 8));
     HaveTcp({.state = 8});
     EXPECT_FALSE(IsListenInodeByFlag(inode, info, refreshed));
@@ -185,7 +185,7 @@ TEST_F(SocketTable, RefreshesOnceForAnUnknownSocket) {
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), linePause), 2U);
 }
 
-TEST_F(SocketTable, KnowsAnAbnormalSocketOfThatTimeWithoutARefresh) {
+TEST_F(SocketTable, FindsAnAbnormalSocketWithoutARefresh) {
     Know(abnormal);
     EXPECT_TRUE(IsAbnormalInodeByFlag(inode, info, since, refreshed));
     EXPECT_TRUE(IsAbnormalInodeByFlag(inode, info, since - 1, refreshed));
@@ -195,7 +195,7 @@ TEST_F(SocketTable, KnowsAnAbnormalSocketOfThatTimeWithoutARefresh) {
     EXPECT_FALSE(HasRefreshed());
 }
 
-TEST_F(SocketTable, KnowsThatAnEstablishedSocketIsTooOldWithoutARefresh) {
+TEST_F(SocketTable, DoesNotRefreshForAnEstablishedSocketThatIsTooOld) {
     Know(abnormal);
     HaveTcp({});
     EXPECT_FALSE(IsAbnormalInodeByFlag(inode, info, since + 1, refreshed));
@@ -203,7 +203,7 @@ TEST_F(SocketTable, KnowsThatAnEstablishedSocketIsTooOldWithoutARefresh) {
     EXPECT_FALSE(HasRefreshed());
 }
 
-TEST_F(SocketTable, KnowsThatAnEstablishedSocketOfSshIsNoneWithoutARefresh) {
+TEST_F(SocketTable, DoesNotRefreshForAnEstablishedSocketOfSsh) {
     SocketInfo ssh = abnormal;
     ssh.localPort = 22;
     Know(ssh);
@@ -215,7 +215,7 @@ TEST_F(SocketTable, KnowsThatAnEstablishedSocketOfSshIsNoneWithoutARefresh) {
 TEST_F(SocketTable, RefreshesForAConnectingSocketThatIsTooOld) {
     Know(With(abnormal, tcpSynSent));
     HaveTcp({});
-    EXPECT_TRUE(IsAbnormalInodeByFlag(inode, info, since + 1, refreshed)) << "established, it is new again";
+    EXPECT_TRUE(IsAbnormalInodeByFlag(inode, info, since + 1, refreshed)) << "new again after it was established";
     EXPECT_TRUE(refreshed);
     EXPECT_EQ(info.state, tcpEstablished);
     EXPECT_GT(info.firstSeen, since);
@@ -233,13 +233,13 @@ TEST_F(SocketTable, FindsAnUnknownAbnormalSocket) {
     EXPECT_FALSE(refreshed);
 }
 
-TEST_F(SocketTable, FindsAnUnknownSocketThatIsTooOldForTheQuestion) {
+TEST_F(SocketTable, DoesNotFindAnUnknownSocketThatIsTooOld) {
     HaveTcp({});
     EXPECT_FALSE(IsAbnormalInodeByFlag(inode, info, static_cast<long>(time(nullptr)) + 1, refreshed));
     EXPECT_TRUE(refreshed);
 }
 
-TEST_F(SocketTable, IsRefreshedAtOnceUnlessTheLastOneEndedExactlyOneSecondAgo) {
+TEST_F(SocketTable, IsRefreshedImmediatelyUnlessTheLastRefreshEndedExactlyOneSecondAgo) {
     const struct {
         int secondsLater;
         PauseList pauses;
@@ -256,7 +256,7 @@ TEST_F(SocketTable, IsRefreshedAtOnceUnlessTheLastOneEndedExactlyOneSecondAgo) {
     }
 }
 
-TEST_F(SocketTable, CountsThatSecondFromTheEndOfTheLastRefresh) {
+TEST_F(SocketTable, CountsTheSecondFromTheEndOfTheLastRefresh) {
     std::string text;
     for (int line = 0; line < 200; ++line) {
         text += tableHeader;
@@ -265,20 +265,20 @@ TEST_F(SocketTable, CountsThatSecondFromTheEndOfTheLastRefresh) {
     RefreshSocketTable();
     EXPECT_EQ(TimeRecorder::Slept(), seconds(1) + milliseconds(1));
     RefreshSocketTable();
-    EXPECT_EQ(CountOf(TimeRecorder::Pauses(), seconds(2)), 0U) << "it began one second ago, but ended just now";
+    EXPECT_EQ(CountOf(TimeRecorder::Pauses(), seconds(2)), 0U) << "it began one second ago but ended just now";
     TimeRecorder::Advance(seconds(1));
     RefreshSocketTable();
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), seconds(2)), 1U);
 }
 
-TEST_F(SocketTable, SleepsForEachLineTableAndEntryOfARefresh) {
+TEST_F(SocketTable, SleepsPerLineTableAndEntryOfARefresh) {
     proc->AddFile("net/tcp", tableHeader + TableLine{}.Text());
     RefreshSocketTable();
     EXPECT_EQ(TimeRecorder::Pauses(),
               Repeated(2, linePause) + Repeated(1, milliseconds(1)) + Repeated(1, std::chrono::microseconds(200)));
 }
 
-TEST_F(SocketTable, ComparesARefreshWithTheOneBefore) {
+TEST_F(SocketTable, ComparesARefreshWithThePreviousOne) {
     HaveTcp({.state = tcpSynSent});
     RefreshSocketTable();
     const time_t first = time(nullptr);
@@ -303,7 +303,7 @@ TEST_F(SocketTable, ComparesARefreshWithTheOneBefore) {
     TimeRecorder::Advance(seconds(10));
     RefreshSocketTable();
     ASSERT_TRUE(FindSocketByInode(inode, info));
-    EXPECT_EQ(info.firstSeen, first + 30) << "another one under its inode";
+    EXPECT_EQ(info.firstSeen, first + 30) << "another socket with this inode";
 }
 
 TEST_F(SocketTable, OutlivesAStopOfTheModule) {

@@ -1,4 +1,4 @@
-// Refreshes and look-ups that meet. The pauses of a refresh are where the others are let in.
+// Refreshes and look-ups at the same time. The other threads run during the pauses of a refresh.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ protected:
         realTasks_ = OwnedDescriptor();
     }
 
-    // True if that thread sleeps in the kernel, by the /proc under the tree.
+    // True if that thread sleeps in the kernel, read from the real /proc.
     bool Sleeps(pid_t thread) const {
         const OwnedDescriptor stat(
             openat(realTasks_.Get(), (std::to_string(thread) + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
@@ -46,12 +46,12 @@ private:
     OwnedDescriptor realTasks_;
 };
 
-TEST_F(SocketTableThreads, ALookUpIsAnsweredFromTheOldTableWhileARefreshReads) {
+TEST_F(SocketTableThreads, ALookUpUsesTheOldTableDuringARefresh) {
     socketTable[inode] = {.inode = inode, .state = tcpListen, .firstSeen = 7};
     socketTable[6000] = {.inode = 6000, .state = tcpListen};
     int answers = 0;
     TimeRecorder::AtEachPause([&answers](size_t) {
-        // In a thread of its own, which a lock that the refresh held would stop.
+        // In another thread, which would block if the refresh held the lock.
         std::packaged_task<bool()> lookUp([] {
             SocketInfo info;
             SocketInfo other;
@@ -62,7 +62,7 @@ TEST_F(SocketTableThreads, ALookUpIsAnsweredFromTheOldTableWhileARefreshReads) {
         const bool answered = answer.wait_for(seconds(10)) == std::future_status::ready;
         EXPECT_TRUE(answered) << "the look-up waits for the refresh";
         if (!answered) {
-            std::abort();  // the thread would not end
+            std::abort();  // the thread does not end
         }
         thread.join();
         EXPECT_TRUE(answer.get());
@@ -76,7 +76,7 @@ TEST_F(SocketTableThreads, ALookUpIsAnsweredFromTheOldTableWhileARefreshReads) {
     EXPECT_FALSE(FindSocketByInode(6000, info));
 }
 
-TEST_F(SocketTableThreads, ASecondRefreshReadsWhenTheFirstHasEnded) {
+TEST_F(SocketTableThreads, ASecondRefreshWaitsForTheFirst) {
     std::atomic<pid_t> second{0};
     std::atomic<bool> secondPaused{false};
     std::mutex orderLock;
@@ -105,10 +105,10 @@ TEST_F(SocketTableThreads, ASecondRefreshReadsWhenTheFirstHasEnded) {
     ASSERT_EQ(order.size(), 6U);
     EXPECT_TRUE(std::is_partitioned(order.begin(), order.end(), [&](pid_t thread) { return thread != second; }));
     EXPECT_EQ(std::count(order.begin(), order.end(), second), 3);
-    EXPECT_EQ(Log().size(), 2U) << "what the first has stored is no news to the second";
+    EXPECT_EQ(Log().size(), 2U) << "the sockets of the first refresh are not new to the second";
 }
 
-TEST_F(SocketTableThreads, ManyRefreshesAndLookUpsMeet) {
+TEST_F(SocketTableThreads, ManyRefreshesAndLookUpsRunAtOnce) {
     TableLine known;
     std::string text = TableLine{}.Text();
     for (int i = 0; i < 50; ++i) {

@@ -1,4 +1,4 @@
-// Lines of /proc/net as the kernel writes them.
+// Lines of /proc/net in the kernel's format.
 #pragma once
 
 #include <arpa/inet.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-// What the kernel keeps of an IPv4 address, which its tables print as a number.
+// The number that the kernel's tables print for an IPv4 address.
 inline unsigned long Ipv4(const std::string& text) {
     in_addr address{};
     EXPECT_EQ(inet_pton(AF_INET, text.c_str(), &address), 1) << text;
@@ -22,7 +22,7 @@ inline std::string HexWord(uint32_t word) {
     return text;
 }
 
-// The address as the tables print it: one word, or four of IPv6, each in the machine's byte order.
+// The address in the tables' format: one word, or four for IPv6, each in the machine's byte order.
 inline std::string AddressField(const std::string& text) {
     if (text.find(':') == std::string::npos) {
         return HexWord(static_cast<uint32_t>(Ipv4(text)));
@@ -34,7 +34,7 @@ inline std::string AddressField(const std::string& text) {
     return HexWord(words[0]) + HexWord(words[1]) + HexWord(words[2]) + HexWord(words[3]);
 }
 
-// The last word of an IPv6 address as the table's line has it.
+// The last word of an IPv6 address in the table's format.
 inline unsigned long LastWordOf(const std::string& text) {
     return std::stoul(AddressField(text).substr(24), nullptr, 16);
 }
