@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 from agent import PROGRAM, REPOSITORY, environment, run_to_end
-from test_manual import COMMANDS, options_told_by
+from test_manual import COMMANDS, options_of
 
 SCRIPT = REPOSITORY / "packaging/orlim-agent.bash-completion"
 # Does what readline does: it sets the words and calls the function that is registered for the program.
@@ -41,12 +41,12 @@ def wirings():
 
 
 def test_first_word_is_a_command_or_an_option_without_one():
-    assert offered("") == {*COMMANDS, *options_told_by()}
+    assert offered("") == {*COMMANDS, *options_of()}
 
 
 @pytest.mark.parametrize("command", COMMANDS)
 def test_options_are_those_of_the_help(command):
-    assert offered(command, "-") == options_told_by(command)
+    assert offered(command, "-") == options_of(command)
 
 
 BEGINNINGS = {
