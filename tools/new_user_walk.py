@@ -40,7 +40,7 @@ PLACEHOLDERS = {
 # What a command has to say, besides ending with status 0.
 SAYS = {
     "./dev agent scan": '"pid":{pid},',
-    "./dev agent demo": r"(\d+) of \1 wirings as expected",
+    "./dev agent demo": r"(\d+) of \1 \w+ as expected",
     "./dev agent explain PID": r"^bash \({pid}\)(?s:.*)FOREIGN(?s:.*)^It would be reported by: period scan",
     "./dev agent check": "^OK +module",
     "./dev install": "orlim-agent.8$",

@@ -37,10 +37,11 @@ OMITTED = "\033[2m...\033[0m"
 
 
 def scenarios() -> list[str]:
-    """The names of the demonstration's scenarios, as its source has them."""
-    names = re.findall(r'^ {8}\{"([a-z-]+)",', (ROOT / "demo/wirings.cpp").read_text("utf-8"), re.MULTILINE)
+    """The names of the demonstration's scenarios, from its source."""
+    sources = "\n".join(path.read_text("utf-8") for path in sorted((ROOT / "demo").glob("*.cpp")))
+    names = re.findall(r'^ {8}\{"([a-z]+-[a-z-]+)",', sources, re.MULTILINE)
     if not names:
-        raise LookupError("demo/wirings.cpp has no scenarios in the form that is known here")
+        raise LookupError("demo/*.cpp: found no table of scenarios")
     return names
 
 
