@@ -1,7 +1,7 @@
-// Starts short commands at a steady rate, one child process each, until its standard input ends. Prints one JSON object
-// then.
+// Starts short commands at a steady rate, each in a child process, until its standard input ends. Then prints one JSON
+// object.
 //
-// Usage: exec_storm COMMAND RATE LENGTH ALIVE, in commands a second, bytes of a command's line, and milliseconds that a
+// Usage: exec_storm COMMAND RATE LENGTH ALIVE, in commands per second, bytes per command line, and milliseconds that a
 // command lives
 
 #include <poll.h>
@@ -27,12 +27,12 @@ bool InputEnded() {
     return poll(&waiting, 1, 0) != 0;
 }
 
-// A process that starts commands late catches up, so that the rate is that of the whole run.
+// Catches up after a delay, so that the rate is that of the whole run.
 long StartCommands(const char* command, long rate, size_t length, const char* alive) {
     std::string name("cmd");
     std::string argument(length - std::min(length, name.size() + 2), 'A');
     std::array<char*, 3> arguments{name.data(), argument.data(), nullptr};
-    // Not as an argument: the length of the line is given.
+    // In the environment, because the length of the command line is given.
     std::string variable = std::string("STORM_ALIVE_MS=") + alive;
     std::array<char*, 2> environment{variable.data(), nullptr};
     const nanoseconds gap(1000000000L / rate);
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: exec_storm COMMAND RATE LENGTH ALIVE\n");
         return 2;
     }
-    // The kernel takes the ended commands away itself.
+    // The kernel then reaps the ended commands.
     signal(SIGCHLD, SIG_IGN);
     const auto began = steady_clock::now();
     const long started = StartCommands(argv[1], rate, strtoul(argv[3], nullptr, 10), argv[4]);

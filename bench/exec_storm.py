@@ -1,4 +1,4 @@
-"""What a storm of short commands does to the way of process events to the module, and to the detection of an attack."""
+"""Measures how a storm of short commands delays process events to the module, and the detection of an attack."""
 
 import contextlib
 import json
@@ -16,13 +16,13 @@ from attacker import Attacker  # noqa: E402
 from children import end_child  # noqa: E402
 from stage import BASH, ON_LINE, Process, reverse_shell  # noqa: E402
 
-FIRST_PASS_SECONDS = 22  # the period scan's first pass is over then, and the next one is a day away
+FIRST_PASS_SECONDS = 22  # after the first pass of the period scan; the next one is a day later
 STORM_SECONDS = 10  # before the attack; the storm goes on until the attack is reported
 PATIENCE_SECONDS = 45  # from the attack on
 
 
 class Watch:
-    """The module on the agent's services, in a process of its own."""
+    """The module on the agent's services, in a separate process."""
 
     def __init__(self, build):
         module = build / "lib" / "liborlim_detect-shell.so"
@@ -36,7 +36,7 @@ class Watch:
         )
         self._counters: queue.Queue = queue.Queue()
         self._changed = threading.Condition()
-        self._reported = {}  # pid to the moment
+        self._reported = {}  # time of the report by PID
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
 
@@ -56,7 +56,7 @@ class Watch:
         return self._counters.get(timeout=60)
 
     def wait_for_report(self, pid, deadline):
-        """The moment of the report; None if there is none until the deadline."""
+        """The time of the report; None if there is none before the deadline."""
         with self._changed:
             self._changed.wait_for(lambda: pid in self._reported, deadline - time.monotonic())
             return self._reported.get(pid)
@@ -76,7 +76,7 @@ class Storm:
         )
 
     def end(self):
-        """Commands a second, as it was in the end."""
+        """Ends the storm and returns the commands per second that it reached."""
         said = json.loads(self._child.communicate(timeout=60)[0])
         return said["started"] / said["seconds"]
 
@@ -85,7 +85,7 @@ class Storm:
 
 
 def greatest_age(callbacks, kind):
-    """Of the callback that works on events of the kind: it is the one that spends its time on them."""
+    """The greatest age in the callback for events of this kind, which is the one that spends its time on them."""
     other = {"fork": "exec", "exec": "fork"}[kind]
     return max(
         (each["greatestAge"] for each in callbacks if each[f"{kind}Seconds"] > each[f"{other}Seconds"]), default=0.0

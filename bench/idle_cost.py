@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""What the agent costs on a host that does nothing: memory, CPU time of a minute, and passes of the period scan.
+"""Measures the cost of the agent on an idle host: memory, CPU time per minute, and passes of the period scan.
 
-Runs an agent of its own on the host that it is started on. ./dev bench idle does that on other kernels.
+Starts an agent on this host. ./dev bench idle runs this program on other kernels.
 """
 
 import argparse
@@ -19,11 +19,11 @@ import run_benchmarks
 
 PROCESSES = 100
 CONNECTIONS = 100
-# Of this host, and yet foreign to the period scan.
+# An address of this host that is foreign to the period scan.
 PEER = "127.0.0.2"
 MEMORY = ("VmRSS", "RssAnon", "RssFile", "VmHWM")
 MAPPED = ("Pss", "AnonHugePages")
-# The kernel finds out by samples, a tick each, whose time it is. So few of them say nothing.
+# The kernel accounts ticks by sampling. A share of fewer ticks means nothing.
 FEWEST_TICKS = 100
 START_LIMIT_SECONDS = 60
 END_LIMIT_SECONDS = 60
@@ -32,7 +32,7 @@ COUNT_TITLE = "processes and kernel threads"
 
 
 def fields_of(text):
-    """The values by name of a file such as /proc/<pid>/status."""
+    """The values by name in a file such as /proc/<pid>/status."""
     return {name: value.strip() for name, _, value in (line.partition(":") for line in text.splitlines())}
 
 
@@ -53,14 +53,14 @@ def switches_of(fields):
 @dataclasses.dataclass(frozen=True)
 class Sample:
     memory: dict  # KiB by name
-    cpu_ns: int  # of all threads, those included that have ended
+    cpu_ns: int  # of all threads, ended ones included
     user_ticks: int
     system_ticks: int
     switches: dict  # context switches by thread
 
 
 def cpu_clock(pid):
-    """The clock of a process, as clock_getcpuclockid(3) makes it: CPUCLOCK_SCHED of the kernel's posix-timers.h."""
+    """The clock of a process, computed like clock_getcpuclockid(3); CPUCLOCK_SCHED in the kernel's posix-timers.h."""
     return ~pid << 3 | 2
 
 
@@ -85,7 +85,7 @@ def switches_between(before, after):
 
 
 def figures_of(samples):
-    """Title and value of each figure. samples are those of the start and of the end of each minute."""
+    """Title and value of each figure. samples has one sample from the start and one from the end of each minute."""
     minutes = len(samples) - 1
     first, last = samples[0], samples[-1]
     figures = {}
@@ -103,9 +103,9 @@ def figures_of(samples):
 
 
 def figures_of_pass(measured):
-    what = f"pass, {measured['processes']} processes{', siblings of a shell' if measured['shells'] else ''}"
+    name = f"pass, {measured['processes']} processes{', siblings of a shell' if measured['shells'] else ''}"
     keys = {"wallMs": "wall", "pausedMs": "pauses", "cpuMs": "CPU"}
-    return {f"{what}: {title}, ms": f"{measured[key]:.1f}" for key, title in keys.items()}
+    return {f"{name}: {title}, ms": f"{measured[key]:.1f}" for key, title in keys.items()}
 
 
 def titles(minutes):
@@ -125,7 +125,7 @@ def count_of_processes():
 
 @contextlib.contextmanager
 def staged_host():
-    """Sleeping processes, so that there are PROCESSES, and a connection, without which a pass ends before it looks."""
+    """Starts sleeping processes up to PROCESSES, and a connection, without which a pass would end at once."""
     with contextlib.ExitStack() as stack:
         listener = stack.enter_context(socket.create_server((PEER, 0)))
         stack.enter_context(socket.create_connection(listener.getsockname()))
@@ -138,7 +138,7 @@ def staged_host():
 
 @contextlib.contextmanager
 def running_agent(build, config, folder):
-    """The id of an agent that watches this host."""
+    """The PID of an agent that watches this host."""
     log = folder / "log"
     with open(log, "wb") as errors, open(folder / "events", "wb") as events:
         agent = subprocess.Popen(

@@ -1,6 +1,6 @@
-// What the readers of /proc cost besides the pauses that they owe: a refresh of the socket table, a snapshot of a
-// process, the question whether a file is a shell. Prints one JSON object with the median of the runs, in which the
-// pauses are counted and not slept, and the CPU time of one more run that does sleep: a pause has a price of its own.
+// Measures the readers of /proc without their pauses: a refresh of the socket table, a snapshot of a process, the
+// question whether a file is a shell. Prints one JSON object with the median of runs that count their pauses and do not
+// sleep, and the CPU time of one run that sleeps, because a pause itself costs CPU time.
 //
 // Usage: inspect_cost sockets CONNECTIONS RUNS ADDRESS
 //        inspect_cost snapshot DESCRIPTORS RUNS
@@ -31,7 +31,7 @@
 #include "tests/support/temporary_directory.h"
 #include "tests/support/wrapped_calls.h"
 
-// Sum of the pauses that the run asked for.
+// Sum of the pauses requested by the run.
 static long long pausedNs = 0;
 
 static bool sleepsInEarnest = false;
@@ -46,7 +46,7 @@ int __wrap_nanosleep(const timespec* asked, timespec* left) {
     return 0;
 }
 
-// What a refresh sleeps when it comes too soon after the last one is no part of it.
+// A refresh that follows the last one too soon sleeps first. That sleep is not part of its cost.
 unsigned int __wrap_sleep(unsigned int seconds) {
     static_cast<void>(seconds);
     return 0;
@@ -66,7 +66,7 @@ double CpuMs() {
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-// The median of the runs, each the mean of repeats calls, so that calls shorter than the clock's grain can be measured.
+// The median of the runs. Each run is the mean of repeats calls, because a call can be shorter than the clock's grain.
 Cost Measure(int runs, int repeats, const std::function<void()>& call) {
     std::vector<Cost> costs;
     call();  // brings everything into the caches
@@ -109,8 +109,8 @@ void MeasureSockets(int connections, int runs, const char* address) {
            cost.pausedMs, cost.cpuMs, sleptMs, static_cast<double>(usage.ru_maxrss) / 1024);
 }
 
-// A sleeping process with an even number of descriptors, every other one the end of a pipe: for those the snapshot
-// reads most. The others are /dev/null.
+// A sleeping process with an even number of descriptors. Every other one is the end of a pipe, for which the snapshot
+// reads most; the others are /dev/null.
 class DescriptorHolder {
 public:
     explicit DescriptorHolder(int descriptors) {
@@ -141,7 +141,7 @@ private:
         const int last = dup2(ready, descriptors);
         close_range(0, static_cast<unsigned int>(last) - 1, 0);
         closefrom(last + 1);
-        // All numbers below are free, and each call takes the lowest.
+        // All lower numbers are free, and each call takes the lowest one.
         for (int fd = 0; fd < descriptors; fd += 2) {
             int ends[2];
             if (pipe(ends) != 0 || ends[0] != fd || ends[1] != fd + 1) {
@@ -212,7 +212,7 @@ int MeasureWhatIsAsked(int count, char** arguments) {
 
 int main(int count, char** arguments) {
     try {
-        // A module that is being stopped leaves its loops.
+        // The loops of the module end unless it runs.
         moduleRunning = 1;
         return MeasureWhatIsAsked(count, arguments);
     } catch (const std::exception& error) {

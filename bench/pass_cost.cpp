@@ -1,4 +1,4 @@
-// What one pass of the period scan costs on a host of a chosen size. Prints one JSON object with the median pass.
+// Measures passes of the period scan on a staged host of a given size. Prints one JSON object with the median pass.
 //
 // Usage: pass_cost PROCESSES CONNECTIONS SHELLS PASSES ADDRESS
 
@@ -17,7 +17,7 @@
 #include "graph/reverse_shell_detector.h"
 #include "tests/support/wrapped_calls.h"
 
-// Sum of the pauses that the pass asked for.
+// Sum of the pauses requested by the pass.
 static long long pausedNs = 0;
 
 extern "C" {
@@ -65,7 +65,7 @@ int Measure(char** arguments) {
     const StagedHost::Size size{
         .processes = atoi(arguments[1]), .connections = atoi(arguments[2]), .shells = atoi(arguments[3])};
     const StagedHost host(size, arguments[5]);
-    // A shell needs a moment to reach its program.
+    // Until the shells have executed their program.
     usleep(300000);
     std::vector<Cost> passes;
     for (int i = 0; i < atoi(arguments[4]); ++i) {

@@ -1,4 +1,4 @@
-// What the agent's services cost on their own.
+// Measures single services of the agent.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>

@@ -1,5 +1,4 @@
-// The shortest of commands: linked statically, it has ended as soon as it has begun, or after the time that is asked
-// for.
+// A short command, statically linked. Ends at once, or after STORM_ALIVE_MS milliseconds.
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Prints the sizes of what ships, stripped, of the release build and of the one for 32-bit ARM.
+"""Prints the sizes of the stripped files that ship, for amd64 and 32-bit ARM.
 
 Called by ./dev bench sizes.
 """

@@ -78,7 +78,7 @@ void StagedHost::AddConnections(int count, const char* address) {
     Checked(bind(listener, generic, length), "bind");
     Checked(listen(listener, 16), "listen");
     Checked(getsockname(listener, generic, &length), "getsockname");
-    // Both ends of a connection stand in the table.
+    // The table lists both ends of a connection.
     for (int i = 0; i < count / 2; ++i) {
         const int client = Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
         descriptors_.push_back(client);

@@ -1,21 +1,21 @@
-// A host of a chosen size, made of sleeping processes and connections of this process's own.
+// A host of a given size, made of sleeping processes and of connections of this process.
 #pragma once
 
 #include <sys/types.h>
 
 #include <vector>
 
-// Makes the processes and connections when built and ends them when destroyed. Meant for a pid and a network namespace
-// of its own, where nothing else is to be found. Throws std::system_error where the system refuses one.
+// The constructor creates the processes and connections, the destructor ends them. Use it in a separate PID and network
+// namespace, which has nothing else. Throws std::system_error if the system refuses a process or a connection.
 class StagedHost {
 public:
     struct Size {
         int processes;    // asleep, children of this process
         int connections;  // lines of the TCP table with a foreign peer
-        int shells;       // of bash asleep on a pipe, children of this process too, so that all others are its siblings
+        int shells;       // bash asleep on a pipe, children of this process too: siblings of all others
     };
 
-    // address is one of this host that is not a loopback address.
+    // address belongs to this host and is not a loopback address.
     StagedHost(const Size& size, const char* address);
     ~StagedHost();
     StagedHost(const StagedHost&) = delete;

@@ -1,6 +1,6 @@
-// Runs the module on the agent's services and tells how process events reach the module's callbacks. Prints each event
-// that the module pushes; prints the counters, those of the callbacks since the last time, for each line of its
-// standard input. Ends with its input.
+// Runs the module on the agent's services and measures how process events reach the module's callbacks. Prints each
+// event that the module pushes, and the counters for each line of standard input. The counters of the callbacks cover
+// the time since the last line. Ends at the end of its input.
 //
 // Usage: storm_watch MODULE
 
@@ -26,7 +26,7 @@ namespace {
 
 using Callback = void (*)(proc_event*);
 
-// What is measured of one callback of the module.
+// Measurements of one callback of the module.
 struct Slot {
     std::atomic<Callback> callback = nullptr;
     std::atomic<uint64_t> calls = 0;
@@ -45,7 +45,7 @@ uint64_t NowNs() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000000ULL + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// A function of its own for each slot, because callbacks carry no context.
+// One function per slot, because callbacks carry no context.
 template <size_t number>
 void CallThrough(proc_event* event) {
     Slot& slot = slots[number];
@@ -94,7 +94,7 @@ void PrintEvent(std::string_view event) {
     fflush(stdout);
 }
 
-// The library's own function behind one of the two below, which take "this" as their first argument.
+// Calls the library's definition of one of the two functions below, which take "this" as their first argument.
 template <typename Result>
 Result Forward(const char* symbol, TavUtils::ProcessMonitor* monitor, Callback callback) {
     const auto next = reinterpret_cast<Result (*)(TavUtils::ProcessMonitor*, Callback)>(dlsym(RTLD_NEXT, symbol));
@@ -103,7 +103,7 @@ Result Forward(const char* symbol, TavUtils::ProcessMonitor* monitor, Callback c
 
 }  // namespace
 
-// The module finds these two before those of the library, so that its callbacks are measured as they are called.
+// The dynamic linker finds these two functions before those of the library, so that this program can time callbacks.
 namespace TavUtils {
 
 bool ProcessMonitor::AddProcessEventCallback(Callback callback) {
@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
     const auto deinit = reinterpret_cast<Published::DeinitEntry>(dlsym(library, Published::deinitEntry));
     Host::AgentLibrary::Get().setEventLimit(0);
     Host::AgentLibrary::Get().startEvents(PrintEvent, {});
-    // One pass of the period scan soon after the start, and none that could find the attack of the measurement.
+    // The period scan runs once soon after the start, and not again, so that it cannot find the attack.
     if (init() != 1 || start("{\"reverseShell\": {\"detectInterval\": 86400}}") != 1) {
         fprintf(stderr, "storm_watch: the module does not start\n");
         return 1;

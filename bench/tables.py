@@ -1,4 +1,4 @@
-"""The tables of docs/performance.md: what is measured, and how a measurement becomes a row."""
+"""The tables of docs/performance.md: the sizes to measure, and the columns for the results."""
 
 import dataclasses
 import pathlib
@@ -55,7 +55,7 @@ class Column:
 
 @dataclasses.dataclass(frozen=True)
 class Table:
-    """A table of a document. The first columns, as many as keys has per row, say what was measured."""
+    """A table of a document. The first columns, as many as keys has per row, identify the measurement."""
 
     columns: tuple[Column, ...]
     keys: tuple[tuple, ...]
