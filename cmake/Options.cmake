@@ -1,25 +1,25 @@
-# Flags that every target of the project is built with: warnings are errors, and what ships is hardened.
+# Flags of all targets: warnings are errors, and release builds are hardened.
 include(CheckPIESupported)
 check_pie_supported()
 
 add_library(orlim_options INTERFACE)
 target_include_directories(orlim_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
-# Files beyond 2 GiB, inodes beyond 32 bits and dates beyond 2038 exist on 32-bit hosts too: with a time_t of 4 bytes,
-# stat() fails for any file that somebody has dated 2040, which would hide a shell from the module. Debian 12 builds its
-# 32-bit libraries with that narrow time_t. None is handed across to them: no header of src/agent has one, and of what
-# is used, libstdc++'s and spdlog's clocks count in 64 bits of their own and struct tm, OpenSSL's digests, libmnl and
-# GoogleTest know none. What stays narrow is inside these libraries: std::filesystem's file_size() and last_write_time()
-# fail for such a file, so stat() is asked, and from 2038 on spdlog stamps the log's lines wrongly.
+# 32-bit hosts also have files beyond 2 GiB, inodes beyond 32 bits and dates beyond 2038. With a 4-byte time_t, stat()
+# fails for a file that somebody has dated 2040, which would hide a shell from the module. Debian 12 builds its 32-bit
+# libraries with that narrow time_t, so no time_t may cross the border to them. None does: the headers of src/agent have
+# none, the clocks of libstdc++ and spdlog count in 64 bits, and struct tm, OpenSSL's digests, libmnl and GoogleTest
+# have none. Inside these libraries time_t stays narrow: file_size() and last_write_time() of std::filesystem fail for
+# such a file, so the code uses stat(), and from 2038 on spdlog prints wrong times in the log.
 target_compile_definitions(orlim_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_compile_options(orlim_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
   -fstack-protector-strong)
-# clang counts changes of sign as conversions; gcc does not in C++.
+# In C++, clang warns about sign conversions with -Wconversion; gcc does not.
 target_compile_options(orlim_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
 target_link_options(orlim_options INTERFACE
   -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,-z,defs -Wl,--as-needed)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
-  # Notes that another release of the compiler passed some arguments of templates otherwise.
+  # Notes that an older compiler passed some template arguments in another way.
   target_compile_options(orlim_options INTERFACE -Wno-psabi)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|i.86")
@@ -34,6 +34,6 @@ if(ORLIM_SANITIZE)
     -fsanitize=${ORLIM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(orlim_options INTERFACE -fsanitize=${ORLIM_SANITIZE})
 else()
-  # Fortify needs an optimising build, and the sanitizers check the same and more.
+  # Fortify needs optimisation. The sanitizers check more than it does.
   target_compile_options(orlim_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()

@@ -1,5 +1,5 @@
-# The standard library's headers take most of the time that a source takes to compile. Reading them once saves two
-# fifths of it. Packages and clang compile without, so that no source lacks an include of its own.
+# The headers of the standard library take most of the compile time of a source. Precompiling them saves two fifths of
+# it. Packages and clang builds do not use them, so that a missing include shows.
 option(ORLIM_PRECOMPILE "Precompile the headers of the standard library" ON)
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   set(ORLIM_PRECOMPILE OFF)
@@ -9,14 +9,14 @@ set(ORLIM_PRECOMPILED_HEADERS
   <algorithm> <array> <atomic> <cerrno> <chrono> <condition_variable> <cstdint> <cstring> <filesystem> <functional>
   <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <unordered_map> <utility> <vector>)
 
-# gcc 12 no longer takes what is read that way for a system's header, and sees accesses past short strings in it that
-# there are not; the address sanitizer sees real ones.
+# gcc 12 does not treat precompiled headers as system headers and falsely warns about accesses past short strings. The
+# address sanitizer finds real ones.
 set(ORLIM_FALSE_ALARMS)
 if(ORLIM_PRECOMPILE)
   set(ORLIM_FALSE_ALARMS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
 
-# Code with the same options shares them: orlim_precompiled or, for hidden symbols, orlim_precompiled_hidden.
+# Targets with the same options share them: orlim_precompiled or, for hidden symbols, orlim_precompiled_hidden.
 if(ORLIM_PRECOMPILE)
   file(WRITE ${PROJECT_BINARY_DIR}/precompiled.cpp "")
   foreach(name orlim_precompiled orlim_precompiled_hidden)

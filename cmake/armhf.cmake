@@ -1,4 +1,4 @@
-# 32-bit ARM with hardware floating point: Debian's cross compiler, and the libraries of tools/armhf_sysroot.py.
+# 32-bit ARM with hardware floating point, by Debian's cross compiler and the libraries of tools/armhf_sysroot.py.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
@@ -6,7 +6,7 @@ set(CMAKE_STRIP arm-linux-gnueabihf-strip)
 
 get_filename_component(ORLIM_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-armhf ABSOLUTE)
 if(NOT EXISTS ${ORLIM_SYSROOT}/usr)
-  message(FATAL_ERROR "${ORLIM_SYSROOT} is not there: tools/armhf_sysroot.py makes it")
+  message(FATAL_ERROR "${ORLIM_SYSROOT} is missing: run tools/armhf_sysroot.py")
 endif()
 set(CMAKE_SYSROOT ${ORLIM_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
@@ -16,6 +16,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${ORLIM_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR} ${ORLIM_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${ORLIM_SYSROOT}/usr/share/pkgconfig)
 
-# Named here: a machine need not have told its kernel to start foreign programs by it. Its option -L, which would find
-# the libraries, would also lead a program that asks for / or /etc into the sysroot; tests name their loader instead.
+# Set here, because the machine may not have registered the emulator with its kernel. The option -L would find the
+# libraries, but it also redirects / and /etc to the sysroot. Tests name their loader instead.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static)
