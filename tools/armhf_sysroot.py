@@ -1,10 +1,9 @@
 #!/usr/bin/python3
-"""Makes the folder that 32-bit ARM programs are linked against and run in: Debian's armhf libraries, unpacked.
+"""Unpacks Debian's armhf libraries into the directory that 32-bit ARM programs are linked against and run in.
 
-They come through an apt with a state of its own, so that the machine's package lists and its dpkg stay as they are: a
-foreign architecture there would tie the machine's own upgrades to that architecture's. Where to fetch from is read from
-the machine's sources of Debian. Needs no root. Fetched packages are kept in the folder that ORLIM_CACHE names, or in
-build/cache. Nothing is fetched while the folder holds what it should.
+Uses apt with a separate state directory, so that the machine's package lists and its dpkg do not change: a foreign
+architecture there would tie the machine's own upgrades to it. Downloads from the machine's Debian sources into the
+directory that ORLIM_CACHE names, or build/cache. Needs no root. Does nothing while the directory is up to date.
 """
 
 import argparse
@@ -36,7 +35,7 @@ Dir::State "{state}";
 Dir::State::status "{state}/status";
 Dir::Etc::sourcelist "/dev/null";
 Dir::Etc::sourceparts "{state}/sources";
-// What the machine does after its own updates and installations is not for this one.
+// The hooks of the machine are for its own updates and installations.
 #clear APT::Update::Pre-Invoke;
 #clear APT::Update::Post-Invoke;
 #clear APT::Update::Post-Invoke-Success;
@@ -51,7 +50,7 @@ def fail(message):
 
 
 def wanted_packages():
-    """What the build and the tests find by its -dev packages."""
+    """The libraries that the build and the tests need, by their -dev packages."""
     lines = [line for name in LISTS for line in (ROOT / "tools/apt" / name).read_text(encoding="utf-8").splitlines()]
     listed = (line.split("#")[0].strip() for line in lines)
     return sorted(name for name in listed if name.endswith("-dev"))
@@ -70,7 +69,7 @@ def is_suite_of(release, suite):
 
 
 def fields_of(stanza):
-    """The fields in order, by name in lower case; a value keeps the lines that continue it."""
+    """The fields in order, by their names in lower case. A value includes its continuation lines."""
     fields: dict[str, str] = {}
     name = ""
     for line in stanza.splitlines():
@@ -86,7 +85,7 @@ def fields_of(stanza):
 
 
 def stanzas(text, release):
-    """Sources in the format of fields, those of the release, for any architecture."""
+    """The sources of the release in deb822 format, for any architecture."""
     for stanza in re.split(r"\n\s*\n", text):
         fields = fields_of(stanza)
         suites = [suite for suite in fields.get("suites", "").split() if is_suite_of(release, suite)]
@@ -99,7 +98,7 @@ def stanzas(text, release):
 
 
 def lines(text, release):
-    """Sources in the format of lines, those of the release, for any architecture."""
+    """The sources of the release in one-line format, for any architecture."""
     for line in text.splitlines():
         parts = re.fullmatch(r"\s*deb\s+(\[[^]]*\])?\s*(\S+)\s+(\S+)\s+([^#]*)(#.*)?", line)
         if parts and is_suite_of(release, parts[3]) and "main" in parts[4].split():
@@ -127,7 +126,7 @@ def apt(configuration, *arguments):
 
 
 def fetch(packages, cache):
-    """The package files of packages and of all that they need."""
+    """The files of the packages and of their dependencies."""
     state = cache / "armhf"
     archives = cache / "apt" / "archives"
     (state / "lists" / "partial").mkdir(parents=True, exist_ok=True)
@@ -138,7 +137,7 @@ def fetch(packages, cache):
     user = "root" if os.geteuid() == 0 else ""
     configuration.write_text(APT_CONFIGURATION.format(cache=cache, state=state, user=user), encoding="utf-8")
 
-    # A suite may be behind for one architecture for a while: what the others hold is enough, or fails below.
+    # One suite may be out of date for a while. The others suffice, or the installation below fails.
     update = apt(configuration, "update")
     fetched = apt(configuration, "install", "-y", "--download-only", *packages)
     if fetched.returncode != 0:
@@ -151,7 +150,7 @@ def fetch(packages, cache):
 
 
 def point_links_inside(folder):
-    """A link from the root would leave the folder."""
+    """Makes absolute links relative, because they would lead out of the directory."""
     for path in folder.rglob("*"):
         if path.is_symlink() and os.path.isabs(os.readlink(path)):
             inside = folder / os.readlink(path).lstrip("/")
@@ -161,7 +160,7 @@ def point_links_inside(folder):
 
 
 def describe_libraries(file, folder):
-    """Adds what the package tells of its libraries to that of all, where dpkg-shlibdeps -S looks for it."""
+    """Adds the library metadata of the package to the files in which dpkg-shlibdeps -S looks."""
     with tempfile.TemporaryDirectory() as control:
         subprocess.run(["dpkg-deb", "-e", str(file), control], check=True)
         for name in ("shlibs", "symbols"):
@@ -185,7 +184,7 @@ def unpack(files, folder):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Makes a folder of Debian's armhf libraries.")
+    parser = argparse.ArgumentParser(description="Unpacks Debian's armhf libraries.")
     parser.add_argument("folder", nargs="?", type=pathlib.Path, default=ROOT / "build" / "sysroot-armhf")
     folder = parser.parse_args().folder.absolute()
     cache = pathlib.Path(os.environ.get("ORLIM_CACHE") or ROOT / "build" / "cache").absolute()
@@ -204,7 +203,7 @@ def main():
     cache.mkdir(parents=True, exist_ok=True)
     with open(cache / "armhf.lock", "w", encoding="utf-8") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        print(f"armhf_sysroot: fetching {' '.join(packages)} and what they need", file=sys.stderr)
+        print(f"armhf_sysroot: fetching {' '.join(packages)} and their dependencies", file=sys.stderr)
         files = fetch(packages, cache)
         making = folder.with_name(folder.name + ".new")
         unpack(files, making)

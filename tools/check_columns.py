@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Reports lines of more than 120 columns in C++, Python, CMake and shell files: no formatter breaks a long comment."""
+"""Reports lines of more than 120 columns in C++, Python, CMake and shell files. Formatters do not wrap comments."""
 
 import pathlib
 import subprocess
@@ -18,12 +18,12 @@ PATTERNS = [
     "tools/*.sh",
     "tools/kernels/guest/*",
 ]
-# Texts that tests compare as they are.
+# Raw strings are compared verbatim by tests, so they may be longer.
 RAW_TEXT = 'R"'
 
 
 def check(text: str) -> list[int]:
-    """The numbers of the lines that are too long."""
+    """The numbers of lines that are too long."""
     lines = enumerate(text.splitlines(), 1)
     return [number for number, line in lines if len(line) > MOST_COLUMNS and RAW_TEXT not in line]
 

@@ -23,7 +23,7 @@ import sources
 import table as kernel_table
 import tables
 
-# The first columns of each row, which say what was measured.
+# The first cells of each row, which identify the measurement.
 Keys = list[list[str]]
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Holds the code to the direction of its includes: each room includes only rooms below it."""
+"""Checks the direction of includes: each room includes only rooms below it."""
 
 import pathlib
 import re
@@ -8,7 +8,7 @@ from collections.abc import Iterator
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
-# Room -> rooms that its files may include, besides its own.
+# Room -> other rooms that its files may include.
 LIBRARY = ["host/base", "host/text", "host/system"]
 SERVICES = [*LIBRARY, "host/tasks", "host/processes", "host/watch", "host/sinks", "host/metrics", "host/events"]
 
@@ -41,7 +41,7 @@ ALLOWED: dict[str, list[str]] = {
     "host/config": ["src/agent", *SERVICES],
     "host/detector": ["src/agent", *SERVICES, "host/config"],
     "host/check": ["src/agent", *SERVICES, "host/config", "host/detector"],
-    # explain runs the module's own code and records its decisions.
+    # explain runs the code of the module and records its decisions.
     "host/explain": [
         *("src/agent", "src/frame", "src/inspect", "src/wiring", "src/shellfile", "src/classifier", "src/graph"),
         *("src/wiringscan", "src/module", *SERVICES, "host/config"),
@@ -50,17 +50,17 @@ ALLOWED: dict[str, list[str]] = {
     "demo": ["src/agent", "src/wiring", *SERVICES, "host/config", "host/detector", "host/check", "host/explain"],
 }
 
-# The baseline of the shell files is all that the classifier may ask of its room.
+# The classifier may use only the baseline of the room shellfile.
 ONLY_HEADERS = {("src/classifier", "src/shellfile"): {"shell_baseline.h"}}
 
-# Names and limits alone, without includes of its own.
+# Only names and limits; it has no includes.
 FOR_ALL_ROOMS = {"module/published.h"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
 def room_of_include(name: str) -> str:
-    """The room that an include names: by path from the root for host/ and demo/, from src/ for the rest."""
+    """The room of an include. Paths of host/ and demo/ start at the root, the others at src/."""
     folder = pathlib.PurePosixPath(name).parent
     return str(folder) if name.startswith(("host/", "demo/")) else f"src/{folder}"
 
@@ -80,7 +80,7 @@ def violations(room: str, path: pathlib.Path, shown: pathlib.Path) -> Iterator[s
 
 
 def check(root: pathlib.Path) -> list[str]:
-    """A line for each include against the direction and for each source in a folder that is no room."""
+    """One line per include against the direction, and per source in a directory that is not a room."""
     found: list[str] = []
     for top in ("src", "host", "demo"):
         for path in sorted((root / top).rglob("*")):

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Holds src/, host/ and demo/ to their sizes: of a file, of a function, and of a room's share of all lines.
+"""Checks sizes in src/, host/ and demo/: of files, of functions, and of each room's share of all lines.
 
-Prints the shares. Functions are found by Universal Ctags.
+Prints the shares. Universal Ctags finds the functions.
 """
 
 import collections
@@ -52,7 +52,7 @@ def long_functions(root: pathlib.Path) -> list[str]:
 
 
 def shares(root: pathlib.Path) -> dict[str, float]:
-    """Percent of all lines by room, the largest first."""
+    """Percentage of all lines per room, largest first."""
     lines: collections.Counter[str] = collections.Counter()
     for path in sources(root):
         lines[str(path.relative_to(root).parent)] += lines_of(path)
@@ -60,7 +60,7 @@ def shares(root: pathlib.Path) -> dict[str, float]:
 
 
 def check(root: pathlib.Path) -> list[str]:
-    """A line for each file, function and room that is too large."""
+    """One line per file, function and room that is too large."""
     rooms = [
         f"{room}: {share:.1f} % of all lines, at most {MOST_PERCENT_OF_ROOM} %"
         for room, share in shares(root).items()

@@ -106,7 +106,7 @@ def hash_comments(text: str) -> Iterator[Comment]:
 
 
 def joined(comments: Iterable[Comment]) -> list[Comment]:
-    """Comments in adjacent lines as one, so that a sentence over several lines stays whole."""
+    """Merges comments in adjacent lines, so that a sentence over several lines stays whole."""
     blocks: list[Comment] = []
     last = -1
     for comment in sorted(comments, key=lambda comment: comment.line):

@@ -1,19 +1,19 @@
-# The sets of ./dev test, by the functions of ./dev.
+# The sets of ./dev test. Uses functions of ./dev.
 # shellcheck shell=bash
-# shellcheck disable=SC2154  # python is of ./dev
+# shellcheck disable=SC2154  # ./dev sets python
 
-# test_preset PRESET [LABEL TARGET]: all unit tests of the preset, or those with the label, which the target builds.
+# test_preset PRESET [LABEL TARGET]: runs all unit tests of the preset, or those with the label. TARGET builds these.
 test_preset() {
     build "$1" ${3:+"$3"}
     say "testing $1"
     ctest --preset "$1" ${2:+-L "$2"} >&2
 }
 
-# Two files side by side: they wait most of the time, but each scan also looks at the shells of the others.
+# Two files at a time. The tests mostly wait, but each scan also looks at the shells of the other file.
 test_end_to_end() {
     build release
     if [ "$(id -u)" != 0 ]; then
-        say "the end-to-end tests are skipped: they need root for network namespaces and the kernel's interfaces"
+        say "skipping the end-to-end tests: they need root for network namespaces and kernel interfaces"
         return 0
     fi
     say "testing end to end"
@@ -31,17 +31,17 @@ test_32bit() {
 test_arm() {
     local reason
     if ! reason=$(ensure_arm 2>&1); then
-        say "the tests of 32-bit ARM are skipped: ${reason#./dev: }"
+        say "skipping the tests of 32-bit ARM: ${reason#./dev: }"
         return 0
     fi
     test_preset armhf "$@"
 }
 
-# A kernel of each architecture. A boot that goes wrong is repeated once: emulators have faults of their own.
+# One kernel per architecture. A boot that fails is repeated once, because emulators have defects too.
 test_kernels() {
     local some=(amd64-6.1 armhf-6.1) reason
     if ! reason=$( (ensure_arm && ensure_packages kernels && kernels --fetch "${some[@]}") 2>&1); then
-        say "the tests on other kernels are skipped: ${reason#./dev: }"
+        say "skipping the tests on other kernels: ${reason#./dev: }"
         return 0
     fi
     (kernels --attempts 2 "${some[@]}")
@@ -57,7 +57,7 @@ test_set() {
         arm-full) test_arm ;;
         kernels) test_kernels ;;
         package) package --test ;;
-        *) fail "no test set '$1': see ./dev help" ;;
+        *) fail "unknown test set '$1', see ./dev help" ;;
     esac
 }
 

@@ -1,11 +1,11 @@
-"""The commands that README and docs/ show."""
+"""The commands in README and docs/."""
 
 import pathlib
 import re
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-# What a command begins with that stands outside of a block for the shell.
+# The beginning of a command in the text, outside of a block for the shell.
 COMMAND = re.compile(r"(?:\./dev|orlim-agent|cmake|git|apt-get|sudo) [a-z-]")
 
 
@@ -22,7 +22,7 @@ def blocks(language):
 
 
 def commands():
-    """Each command line once, as (document, command): those of the blocks in their order, then those in the text."""
+    """Each command once, as (document, command): first the commands of the blocks, in order, then those of the text."""
     found: dict[str, pathlib.Path] = {}
     for document, text in blocks("sh"):
         for line in text.splitlines():
@@ -35,5 +35,5 @@ def commands():
 
 
 def hidden_commands():
-    """Those in blocks that do not say that they are for the shell."""
+    """The commands in blocks that are not marked as shell."""
     return [line for _, text in blocks("") for line in text.splitlines() if COMMAND.match(line.strip())]

@@ -1,7 +1,7 @@
-"""A Debian 12 on which nothing is installed yet: a tree to work in, with the kernel's interfaces of this machine.
+"""A fresh Debian 12 in a directory tree, with the kernel interfaces of this machine.
 
-Mirror, proxies and name servers are those of this machine. What is mounted stays within the mount namespace of the
-caller, who has to be in one of its own.
+Mirror, proxies and name servers are those of this machine. The caller has to be in a private mount namespace, which
+contains all mounts.
 """
 
 import os
@@ -14,7 +14,7 @@ import tempfile
 RELEASE = "bookworm"
 INTERRUPTED = 130
 KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
-# What a login as root has.
+# The environment of a root login.
 ENVIRONMENT = {
     "HOME": "/root",
     "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
@@ -24,27 +24,27 @@ ENVIRONMENT = {
 
 
 def heed_signals():
-    """One that is told to end cleans up as one that is interrupted does.
+    """Makes SIGTERM raise KeyboardInterrupt, so that the program cleans up, and SIGINT too.
 
-    One in the background starts with interrupts ignored.
+    A program that a shell starts in the background ignores SIGINT at first.
     """
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, signal.default_int_handler)
 
 
 def in_mount_namespace(command, prefix):
-    """Has the command work in a new folder, whose name it gets as its last argument. The command's exit status.
+    """Runs the command with a new directory as its last argument and returns its exit status.
 
-    What the command mounts stays in a mount namespace of its own; when that is gone, the folder is removed.
+    The command runs in a private mount namespace. The directory is removed after that namespace has ended.
     """
     folder = tempfile.mkdtemp(prefix=prefix)
     entry = ["setpriv", "--pdeathsig", "INT", "unshare", "--mount", "--propagation", "private"]
-    # In a session of its own Ctrl-C does not reach it twice.
+    # In a separate session, so that Ctrl-C does not reach it twice.
     child = subprocess.Popen([*entry, *command, folder], start_new_session=True)
     try:
         return child.wait()
     except KeyboardInterrupt:
-        # Once is enough: what cleans up is not interrupted.
+        # Further signals must not interrupt the cleanup.
         for number in (signal.SIGINT, signal.SIGTERM):
             signal.signal(number, signal.SIG_IGN)
         child.send_signal(signal.SIGINT)
@@ -58,7 +58,7 @@ def output_of(*command):
 
 
 def debian_sources():
-    """What this machine takes the release from, as lines of a sources.list."""
+    """The sources of the release on this machine, as lines of a sources.list."""
     fields = "$(ORIGIN) $(REPO_URI) $(CODENAME)"
     targets = output_of("apt-get", "indextargets", "--format", fields, "Created-By: Packages")
     sources = []
@@ -96,7 +96,7 @@ class FreshDebian:
         self._write("etc/apt/apt.conf.d/90proxies", "\n".join(apt_proxies()))
         for file in ("etc/resolv.conf", "etc/hosts"):
             shutil.copy(f"/{file}", self.root / file)
-        # Packages must not start servers or set the kernel's parameters: both would be this machine's.
+        # Packages must not start servers or set kernel parameters, because both would affect this machine.
         self._write("usr/sbin/policy-rc.d", "#!/bin/sh\nexit 101")
         (self.root / "usr/sbin/policy-rc.d").chmod(0o755)
 
@@ -121,14 +121,14 @@ class FreshDebian:
         (self.root / file).write_text(text + "\n", encoding="utf-8")
 
     def mount(self):
-        """/proc of the same processes, /sys and /dev; of the latter two nothing can be created or removed."""
+        """Mounts /proc of this PID namespace, and /sys and /dev read-only."""
         subprocess.run(["mount", "-t", "proc", "proc", self.root / "proc"], check=True)
         for name in ("sys", "dev"):
             subprocess.run(["mount", "--rbind", f"/{name}", self.root / name], check=True)
             subprocess.run(["mount", "-o", "remount,bind,ro", self.root / name], check=True)
 
     def start(self, script, directory="/", **options):
-        """A shell in the tree that runs the script, in a session of its own. Does not outlive the caller."""
+        """A shell in the tree that runs the script in a separate session. Ends with the caller."""
         variables = [f"{name}={value}" for name, value in ENVIRONMENT.items()]
         entry = ["setpriv", "--pdeathsig", "KILL", "chroot", self.root, "env", "-i", "-C", directory, *variables]
         return subprocess.Popen(
@@ -136,14 +136,14 @@ class FreshDebian:
         )
 
     def processes(self):
-        """Those that have the tree for their root."""
+        """The PIDs of the processes whose root directory is the tree."""
         found = []
         for process in pathlib.Path("/proc").glob("[0-9]*"):
             try:
                 if os.readlink(process / "root") == str(self.root):
                     found.append(int(process.name))
             except OSError:
-                continue  # it has ended, or is the kernel's
+                continue  # it has ended, or is a kernel thread
         return found
 
     def end_processes(self):

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Makes a Debian package of what one of CMake's package presets has built, and has lintian judge it.
+"""Makes a Debian package from the build of a CMake package preset and checks it with lintian.
 
-debhelper does the work, by packaging/debian, in a folder of its own; the changelog that it needs is written here, from
-the version and the date of what is committed. Debug symbols stay in the build folder.
+debhelper does the work in a separate directory, controlled by packaging/debian. This script writes the changelog that
+debhelper needs, from the version and the date of the last commit. Debug symbols stay in the build directory.
 """
 
 import argparse
@@ -16,10 +16,10 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-REVISION = "0orlim1"  # lower than any that Debian itself would give
+REVISION = "0orlim1"  # lower than any revision by Debian
 CHANGELOG = """orlim ({version}) unstable; urgency=medium
 
-  * Release {release}; changelog.gz tells what has changed.
+  * Release {release}; changelog.gz lists the changes.
 
  -- {maintainer}  {date}
 """
@@ -38,12 +38,12 @@ def date_of_sources():
     if "SOURCE_DATE_EPOCH" in os.environ:
         return int(os.environ["SOURCE_DATE_EPOCH"])
     command = ["git", "-C", str(ROOT), "log", "-1", "--format=%ct"]
-    told = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
-    return int(told.stdout) if told.returncode == 0 else int(time.time())
+    shown = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    return int(shown.stdout) if shown.returncode == 0 else int(time.time())
 
 
 def stage(folder, release, date):
-    """The folder as debhelper expects it."""
+    """Creates the directory that debhelper expects."""
     shutil.rmtree(folder, ignore_errors=True)
     shutil.copytree(ROOT / "packaging/debian", folder / "debian")
     control = (folder / "debian/control").read_text(encoding="utf-8")
@@ -78,13 +78,13 @@ def make(folder, architecture, build, date):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("architecture", choices=("amd64", "armhf"))
-    parser.add_argument("build", type=pathlib.Path, help="folder that the preset has built into")
-    parser.add_argument("packages", type=pathlib.Path, help="folder that the packages go to")
+    parser.add_argument("build", type=pathlib.Path, help="build directory of the preset")
+    parser.add_argument("packages", type=pathlib.Path, help="directory for the packages")
     options = parser.parse_args()
     build, packages = options.build.absolute(), options.packages.absolute()
 
     date = date_of_sources()
-    # debhelper leaves packages beside the folder that it works in.
+    # debhelper leaves packages next to its working directory.
     work = packages / f"work-{options.architecture}"
     stage(work / "orlim", cached_by_cmake(build, "CMAKE_PROJECT_VERSION"), date)
     make(work / "orlim", options.architecture, build, date)

@@ -1,14 +1,14 @@
 #!/usr/bin/python3
-"""Makes a manual page of a document: its title becomes NAME, its tables become lists, lowdown does the rest."""
+"""Converts a document into a manual page. The title becomes NAME, tables become lists; lowdown does the rest."""
 
 import argparse
 import re
 import subprocess
 
-# Text in the fixed-width font, within a line and as a block, in what lowdown writes.
+# Text in the fixed-width font, inline and as a block, in the output of lowdown.
 LITERAL = re.compile(r"\\fC.*?\\fR|^\.EX$.*?^\.EE$", re.DOTALL | re.MULTILINE)
 
-# What the top of a page calls the manual's sections.
+# The names of the manual's sections at the top of a page.
 VOLUMES = {"5": "File Formats Manual", "8": "System Manager's Manual"}
 
 
@@ -17,17 +17,17 @@ def cells(row):
 
 
 def entry(header, row):
-    """A row of a table as a term and what is said of it: the last column, then the others by their names."""
+    """A row of a table as a term and its description: the last column, then the others with their names."""
     term, *others, meaning = row
     meaning = meaning[0].upper() + meaning[1:]
     if others:
-        told = "; ".join(f"{name.lower()}: {cell}" for name, cell in zip(header[1:], others))
-        meaning = f"{meaning}. {told[0].upper()}{told[1:]}."
+        rest = "; ".join(f"{name.lower()}: {cell}" for name, cell in zip(header[1:], others))
+        meaning = f"{meaning}. {rest[0].upper()}{rest[1:]}."
     return f"{term}\n: {meaning}\n"
 
 
 def tables_as_lists(text):
-    """A terminal is too narrow for tables whose cells hold sentences."""
+    """Replaces tables, whose cells hold sentences: a terminal is too narrow for them."""
 
     def as_list(match):
         header, _, *rows = [cells(line) for line in match[0].splitlines()]
@@ -37,7 +37,7 @@ def tables_as_lists(text):
 
 
 def as_page(text, name, summary, see_also):
-    """The document with the sections that a manual page has."""
+    """The document with the sections of a manual page."""
     title, body = text.split("\n", 1)
     if not title.startswith("# "):
         raise SystemExit(f"a document begins with its title, found: {title}")
@@ -49,7 +49,7 @@ def as_page(text, name, summary, see_also):
 
 
 def with_plain_hyphens(page):
-    """Whatever is typed has to survive being copied from the page, where a bare - may become a typographic one."""
+    """Escapes hyphens in code: groff may print a bare one as a typographic hyphen, and you could not copy the text."""
     return LITERAL.sub(lambda match: re.sub(r"(?<!\\)-", r"\\-", match[0]), page)
 
 

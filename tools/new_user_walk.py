@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Does on a fresh Debian 12 what README and docs/ say, command by command, and tells which does not hold.
+"""Runs every command of README and docs/ on a fresh Debian 12 and reports those that do not work as described.
 
-As root, with debootstrap and git. The fresh machine is a tree in a temporary folder, in which every process and the
-network of this machine are seen; the repository that it clones is what is committed here. Takes as long as the packages
-and the build take, and removes everything in the end.
+Needs root, debootstrap and git. The fresh Debian is a tree in a temporary directory with the processes and the network
+of this machine. It clones the last commit of this repository. Takes as long as packages and build take; removes
+everything at the end.
 """
 
 import argparse
@@ -31,13 +31,13 @@ BUILD_LIMIT = 3600
 FIND_LIMIT = 60
 END_LIMIT = 30
 
-# What stands for something else, and for what.
+# Placeholders in commands, and their values.
 PLACEHOLDERS = {
     r"<this repository>": lambda walk: REPOSITORY,
     r"\b(?:PID|4711)\b": lambda walk: str(walk.victim.pid),
     r"\bFILE\b": lambda walk: "/etc/orlim/orlim-agent.json",
 }
-# What a command has to say, besides ending with status 0.
+# The expected output of a command, besides exit status 0.
 SAYS = {
     "./dev agent scan": '"pid":{pid},',
     "./dev agent demo": r"(\d+) of \1 \w+ as expected",
@@ -47,7 +47,7 @@ SAYS = {
     "orlim-agent check": "^OK +module",
     "orlim-agent check --config FILE": "^OK +configuration: /etc/orlim/orlim-agent.json",
 }
-# What a command that says nothing has to write.
+# The file that a command without output has to write, and a text in it.
 WRITES = {
     "./dev agent explain PID --dot | dot -Tsvg > wiring.svg": ("wiring.svg", "</svg>"),
     "orlim-agent explain 4711 --dot | dot -Tsvg > 4711.svg": ("{pid}.svg", "</svg>"),
@@ -80,7 +80,7 @@ class Failure(Exception):
 
 
 def child_named(pid, name):
-    """The process of that name among the process and those that it has started, or None."""
+    """The process itself or its descendant with this name, or None."""
     try:
         if pathlib.Path(f"/proc/{pid}/comm").read_text().strip() == name:
             return pid
@@ -96,7 +96,7 @@ class Walk:
         self._output = folder / "output"
         self._log = folder / "log"
         self._directory = "/root"
-        self.victim = None  # a shell of the tree that somebody else commands
+        self.victim = None  # a shell of the tree that takes commands from another host
 
     def stage_attack(self, attacker):
         bash = self._tree.root / "usr/bin/bash"
@@ -110,7 +110,7 @@ class Walk:
             command = re.sub(pattern, value(self), command)
         if re.search(r"<[a-z ]+>|\b[A-Z]{3,}\b", command):
             raise Failure("holds a placeholder that this script does not know")
-        # The folder that a command ends in is where the next one begins, as in a terminal.
+        # The next command starts in the directory in which this one ends, as in a terminal.
         script = f"trap 'pwd > /tmp/walk-directory' EXIT; set -o pipefail\n{command}"
         with open(self._output, "wb") as output, open(self._log, "wb") as log:
             return self._tree.start(script, self._directory, stdout=output, stderr=log)
@@ -138,7 +138,7 @@ class Walk:
             time.sleep(0.1)
 
     def _watch(self, child):
-        """Waits until the shell is found, then does what Ctrl-C does."""
+        """Waits until the shell is found, then interrupts the agent as Ctrl-C does."""
         started = "the module was started"
         self._await(child, lambda: started in self._said(), started, BUILD_LIMIT)
         self._await(child, lambda: f'"pid":{self.victim.pid},' in self._said(), "a finding", FIND_LIMIT)
@@ -146,7 +146,7 @@ class Walk:
         self._end(child, END_LIMIT)
 
     def run(self, command):
-        """Does what the command says and judges what comes of it. Fails by Failure."""
+        """Runs the command and checks its result. Raises Failure."""
         child = self._start(command)
         try:
             if WATCHES.search(command):
@@ -166,13 +166,13 @@ class Walk:
                 raise Failure(f"does not write {text} into {file}")
 
     def check_configuration(self, text):
-        """Whether the agent takes a configuration that a document shows."""
+        """Checks that the agent accepts a configuration from a document."""
         (self._tree.root / "root/shown.json").write_text(text, encoding="utf-8")
         self.run("orlim-agent check --config /root/shown.json")
 
 
 def steps(walk):
-    """What is to be done, in the documents' order, as (document, what, function)."""
+    """All steps in the order of the documents, as (document, title, function)."""
     for document, command in documented_commands.commands():
         if command not in NOT_RUN:
             yield document, command, lambda command=command: walk.run(command)
@@ -181,7 +181,7 @@ def steps(walk):
 
 
 def check_tables():
-    """What is known of commands that no document shows any more is a mistake of this script."""
+    """Ends the program if a table above has a command that no document shows."""
     shown = {command for _, command in documented_commands.commands()}
     stale = sorted({*SAYS, *WRITES, *NOT_RUN} - shown)
     hidden = documented_commands.hidden_commands()
@@ -197,7 +197,7 @@ def fresh_tree(tree):
 
 
 def timed(what, function):
-    """Does it and tells how that went. Whether it went well."""
+    """Runs the function and prints its result and time. Returns whether it succeeded."""
     began = time.monotonic()
     result = "ok"
     try:
@@ -209,7 +209,7 @@ def timed(what, function):
 
 
 def walk_inside(folder):
-    """Everything that happens in the mount namespace. The exit status."""
+    """Runs inside the mount namespace. Returns the exit status."""
     tree = FreshDebian(folder / "tree")
     with contextlib.ExitStack() as stack:
         stack.callback(tree.end_processes)

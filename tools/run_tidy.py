@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Runs clang-tidy over every source that a preset of clang compiles, on all processors, and shows its findings.
+"""Runs clang-tidy on every source that a clang preset compiles, on all processors, and prints its diagnostics.
 
-Sources of one room of the agent are checked as one: clang-tidy visits every declaration of the headers anew for each
-source, which takes most of its time. Those of the module are checked one by one, because each names its log's source by
-the same constant. The analyser looks at src, host and demo alone: it has little to find in tests. Nor do the checks of
-performance look at tests: they are compiled often and run once.
+The sources of one room of the agent are checked as one source, because clang-tidy visits all declarations of the
+headers for each source, which takes most of its time. The sources of the module are checked one by one, because each
+defines the same constant for its log lines. The static analyser and the performance checks see only src, host and
+demo: tests are compiled often and run once.
 """
 
 import concurrent.futures
@@ -26,7 +26,7 @@ Entry = dict[str, str]
 
 
 def folder_of(build: pathlib.Path, file: pathlib.Path) -> str:
-    """The folder of this tree that the source belongs to: a merged one stands at the same place below the build."""
+    """The top directory of the source in this tree. A merged source has the same place below the build directory."""
     for base in (build, ROOT):
         if file.is_relative_to(base):
             return file.relative_to(base).parts[0]
@@ -34,7 +34,7 @@ def folder_of(build: pathlib.Path, file: pathlib.Path) -> str:
 
 
 def entries_of(build: pathlib.Path) -> list[Entry]:
-    """Each source of this tree once, however many programs it is part of; generated ones are left out."""
+    """Each source of this tree once, even if several programs contain it; without generated sources."""
     found: dict[str, Entry] = {}
     for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
         file = pathlib.Path(entry["directory"], entry["file"]).resolve()
@@ -45,7 +45,7 @@ def entries_of(build: pathlib.Path) -> list[Entry]:
 
 
 def merged_entries(build: pathlib.Path, entries: list[Entry]) -> list[Entry]:
-    """The entries with those that one target compiles the same way replaced by one that includes all of them."""
+    """The entries, but with one merged entry for all sources that a target compiles with the same flags."""
     folder = build / "tidy"
     folder.mkdir(exist_ok=True)
     rest: list[Entry] = []
@@ -73,7 +73,7 @@ def is_analysed(build: pathlib.Path, file: pathlib.Path) -> bool:
 
 
 def tidy(build: pathlib.Path, file: pathlib.Path) -> str:
-    """The findings of clang-tidy in the file; empty if there are none."""
+    """The diagnostics of clang-tidy for the file; empty if there are none."""
     checks = "-bugprone-suspicious-include" if file.is_relative_to(build) else ""
     if not is_analysed(build, file):
         checks += ",-clang-analyzer-*,-performance-*"

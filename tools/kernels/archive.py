@@ -1,6 +1,6 @@
-"""Debian packages of other suites and architectures, fetched by an apt with a state folder of its own.
+"""Downloads Debian packages of other suites and architectures.
 
-The machine's package lists, its dpkg and its architectures stay as they are.
+Uses apt with a separate state directory, so that the machine's package lists, dpkg and architectures do not change.
 """
 
 import os
@@ -10,16 +10,16 @@ import subprocess
 MIRROR_VARIABLE = "ORLIM_KERNELS_MIRROR"
 HOST_SUITE = "bookworm"
 APT_LIMIT_SECONDS = 900
-# What the machine does after its own updates and downloads is not for these.
+# The hooks of the machine are for its own updates and downloads.
 HOOKS = ("APT::Update::Pre-Invoke", "APT::Update::Post-Invoke", "APT::Update::Post-Invoke-Success", "DPkg::Post-Invoke")
 
 
 class FetchError(Exception):
-    """What could not be fetched, for the user to read."""
+    """Says for the user which packages could not be fetched, and why."""
 
 
 def mirror():
-    """The address of the archive that this machine takes its own packages from, or that the user names."""
+    """The address of the archive that the user names, or of the one that this machine uses."""
     if named := os.environ.get(MIRROR_VARIABLE):
         return named
     listing = subprocess.run(
@@ -36,7 +36,7 @@ def mirror():
 
 
 class Archive:
-    """One suite for one architecture. What has been fetched once is taken from the cache."""
+    """One suite for one architecture. Fetched packages stay in the cache."""
 
     def __init__(self, cache, suite, architecture):
         self.suite = suite
@@ -88,19 +88,19 @@ class Archive:
         (self._folder / "status").touch()
         (self._folder / "sources.list").write_text(f"deb {mirror()} {self.suite} main\n")
         try:
-            # A suite that the archive does not have, or has moved elsewhere, is an error and not a warning here.
+            # By default apt only warns if the archive does not have the suite.
             self._apt("apt-get", "-o", "APT::Update::Error-Mode=any", "update")
         except FetchError as error:
             raise FetchError(f"{error} (an archive that has it can be named in {MIRROR_VARIABLE})") from None
         self._listed.touch()
 
     def fetch(self, *packages, dependencies=True):
-        """The files of the packages and of all that they depend on."""
+        """The files of the packages and of all their dependencies."""
         self._ensure_lists()
         try:
             return self._fetch(packages, dependencies)
         except FetchError:
-            # The lists are from the first run, and the archive may have newer packages in place of those.
+            # The lists are from the first run. The archive may have replaced their packages with newer ones.
             self._listed.unlink()
             self._ensure_lists()
             return self._fetch(packages, dependencies)
@@ -114,7 +114,7 @@ class Archive:
         return [self._file(*one) for one in sorted(wanted)]
 
     def depended_on(self, package, pattern):
-        """The one package matching the pattern that a package without content of its own stands for."""
+        """The dependency of a metapackage that matches the pattern."""
         self._ensure_lists()
         text = self._apt("apt-cache", "show", "--no-all-versions", package)
         (depends,) = re.findall(r"^Depends: (.*)$", text, re.MULTILINE)
@@ -128,7 +128,7 @@ class Archive:
         return (package, *(re.search(rf"^{key}: (.*)$", text, re.MULTILINE)[1] for key in ("Version", "Architecture")))
 
     def _file(self, package, version, architecture):
-        # An epoch's colon is written as a file name can have it.
+        # apt escapes the colon of an epoch in file names.
         version = version.replace(":", "%3a")
         path = self._archives / f"{package}_{version}_{architecture}.deb"
         if not path.exists():

@@ -1,4 +1,4 @@
-"""Boots: kernels of the list, got ready and run in this repository's folder, one command at a time."""
+"""Prepares and boots kernels of the list, one command at a time per repository."""
 
 import contextlib
 import fcntl
@@ -16,21 +16,21 @@ from archive import HOST_SUITE, Archive, FetchError
 ROOT = guest.REPOSITORY
 FOLDER = ROOT / "build/kernels"
 CACHE_VARIABLE = "ORLIM_CACHE"
-# The preset that builds for an architecture.
+# The preset for each architecture.
 PRESETS = {"amd64": "release", "armhf": "armhf"}
-# What keeps a kernel from being got ready.
+# Errors that can occur while a kernel is prepared.
 FAILURES = (FetchError, RuntimeError, OSError)
 
 
 def check_names(parser, names):
-    """Ends the program with the parser's message where a kernel is not in the list."""
+    """Ends the program with a usage error if a kernel is not in the list."""
     unknown = [name for name in names if name not in sources.KERNELS]
     if unknown:
-        parser.error(f"no kernel is called {', '.join(unknown)}: {', '.join(sources.KERNELS)} are there")
+        parser.error(f"unknown kernel {', '.join(unknown)}, choose from {', '.join(sources.KERNELS)}")
 
 
 def presets_of(names):
-    """The presets that build what the kernels run, each once."""
+    """The presets for the architectures of the kernels, each once."""
     return list(dict.fromkeys(PRESETS[sources.KERNELS[name].architecture] for name in names))
 
 
@@ -45,7 +45,7 @@ def cache_folder():
 
 @contextlib.contextmanager
 def alone():
-    """While no other command boots anything in this repository."""
+    """Waits until no other command boots a kernel in this repository, and keeps others waiting."""
     FOLDER.mkdir(parents=True, exist_ok=True)
     cache_folder().mkdir(parents=True, exist_ok=True)
     with (FOLDER / "lock").open("w") as lock:
@@ -54,7 +54,7 @@ def alone():
 
 
 def fetch(names):
-    """Fetches what the kernels need. False, with a line that says why, if something of it cannot be had."""
+    """Downloads the packages for the kernels. Logs the reason and returns False if one is not available."""
     cache_folder().mkdir(parents=True, exist_ok=True)
     for name in names:
         kernel = sources.KERNELS[name]
@@ -74,7 +74,7 @@ def end_to_end_disks(name):
 
 
 def get_ready(kernel_name, name, make_disks):
-    """The kernel and its root disk and tested disk, which make_disks() gives, for a boot that has a name."""
+    """The bootable kernel, and the root disk and tested disk from make_disks(), for the boot with this name."""
     began = time.monotonic()
     say(f"{name}: getting it ready")
     bootable = sources.prepare(sources.KERNELS[kernel_name], cache_folder(), FOLDER / kernel_name)
@@ -84,18 +84,18 @@ def get_ready(kernel_name, name, make_disks):
 
 
 def run(kernel_name, name, limit, make_disks):
-    """The rows of one boot with tests."""
+    """Boots a kernel, runs the tests and returns the rows of the result."""
     bootable, (root, tested) = get_ready(kernel_name, name, make_disks)
     say(f"{name}: boots for at most {limit} s")
     log = FOLDER / f"{name}.log"
 
-    def tell(line):
+    def show_result(line):
         if line.startswith("RESULT\t"):
             say(f"{name}: " + " ".join(line.split("\t")[1:]).strip())
 
     board = machine.BOARDS[sources.KERNELS[kernel_name].architecture]
     try:
-        booted = machine.boot(board, bootable, [root, tested], log, limit, tell)
+        booted = machine.boot(board, bootable, [root, tested], log, limit, show_result)
     finally:
         tested.unlink()
     rows = table.rows_of(name, booted)
@@ -106,7 +106,7 @@ def run(kernel_name, name, limit, make_disks):
 
 
 def run_alone(kernel_name, name, *how):
-    """As run, when no other command boots; what cannot be got ready has a row that says so."""
+    """As run(), but waits for other commands, and returns a failed row if the kernel cannot be prepared."""
     with alone():
         try:
             return run(kernel_name, name, *how)
@@ -116,7 +116,7 @@ def run_alone(kernel_name, name, *how):
 
 
 def run_up_to(attempts, name, run_once):
-    """The rows of the first boot in which everything is as it should be, or of the last one."""
+    """Boots up to attempts times. Returns the rows of the first good boot, or of the last one."""
     for attempt in range(1, attempts + 1):
         if attempt > 1:
             say(f"{name}: not as it should be, hence attempt {attempt} of {attempts}")

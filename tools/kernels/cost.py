@@ -1,8 +1,8 @@
-"""What the agent costs, as bench/idle_cost.py tells it in guests: a line a figure and a column a guest."""
+"""The figures of bench/idle_cost.py from guests as a table: one line per figure, one column per guest."""
 
 
 def figures_of(lines):
-    """The values by title that a guest has told, among all else that its console says."""
+    """The values by title, found among the other lines of a guest's console."""
     fields = (line.split("\t") for line in lines)
     return {words[1]: words[2] for words in fields if len(words) == 3 and words[0] == "COST"}
 
@@ -14,7 +14,7 @@ def cells_of(columns):
 
 
 def text(columns):
-    """columns are the figures of each guest by its name."""
+    """The table for a terminal. columns has the figures of each guest by its name."""
     cells = cells_of(columns)
     widths = [max(map(len, column)) for column in zip(*cells)]
     lines = []

@@ -1,4 +1,4 @@
-"""Boots in which bench/idle_cost.py measures what the agent costs."""
+"""Boots guests in which bench/idle_cost.py measures the cost of the agent."""
 
 import concurrent.futures
 import dataclasses
@@ -11,11 +11,11 @@ import sources
 
 
 def measure(name, ready, minutes, limit, counted):
-    """The figures of one kernel."""
+    """The figures of one kernel; {} if the guest failed."""
     bootable, disks = ready
     board = machine.BOARDS[sources.KERNELS[name].architecture]
     if counted:
-        # More processors than one hang while they boot.
+        # With several processors the guest hangs during boot.
         board = dataclasses.replace(board, counted=True, processors=1)
     what = f"cost-{name}-counted" if counted else f"cost-{name}"
     log = boots.FOLDER / f"{what}.log"
@@ -29,7 +29,7 @@ def measure(name, ready, minutes, limit, counted):
 
 
 def measure_all(names, minutes, limit):
-    """The figures by guest: each kernel with a clock that counts instructions, then all at the same time without."""
+    """The figures by guest: first each kernel with a clock that counts instructions, then all at once by wall clock."""
     ready = {name: boots.get_ready(name, name, functools.partial(boots.end_to_end_disks, name)) for name in names}
     limit += minutes * 60
     try:

@@ -1,12 +1,12 @@
-"""What dpkg knows of packages that were unpacked by other means: that they are installed, and which files are theirs.
+"""Writes a dpkg database that lists unpacked packages as installed, with their files.
 
-Without their own scripts, so that they can be depended on, and neither upgraded nor removed.
+It has no maintainer scripts. Other packages can depend on these packages, but nobody can upgrade or remove them.
 """
 
 import re
 import subprocess
 
-FORMAT = "1\n"  # of the folder info: the files of a package that may be there for several architectures name its own
+FORMAT = "1\n"  # of the directory info: files of packages with "Multi-Arch: same" have the architecture in their names
 
 
 def output_of(*command):
@@ -14,13 +14,13 @@ def output_of(*command):
 
 
 def installed(control):
-    """A package's control file as an entry of dpkg's status."""
+    """The control file of a package as an entry of dpkg's status file."""
     name, rest = control.split("\n", 1)
     return f"{name}\nStatus: install ok installed\n{rest.rstrip()}\n"
 
 
 def listed(names):
-    """The names of an archive's content, from ./ on, as dpkg lists them."""
+    """The file names of an archive, which start with ./, in the form of dpkg's lists."""
     paths = (name.removeprefix(".").rstrip("/") for name in names.splitlines())
     return "".join(f"{path or '/.'}\n" for path in paths)
 

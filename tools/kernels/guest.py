@@ -1,4 +1,4 @@
-"""What a guest boots with: its root disk, the disk with what is tested, and the drivers that it needs for them."""
+"""The disks of a guest, one with Debian and one with the programs to test, and the drivers for them."""
 
 import hashlib
 import lzma
@@ -20,7 +20,7 @@ PACKAGES = (
     *("libc-bin", "libfmt9", "libgcc-s1", "libmnl0", "libspdlog1.10", "libssl3", "libstdc++6", "mawk", "mount"),
     *("netcat-openbsd", "procps", "python3", "python3-jsonschema", "python3-pytest", "sed", "socat", "util-linux"),
 )
-# What the packages' own installation would set up.
+# Links that the installation of the packages would create.
 LINKS = {"bin/sh": "dash", "usr/bin/awk": "mawk", "usr/bin/nc": "nc.openbsd", "etc/mtab": "../proc/self/mounts"}
 SHELLS = ("/bin/sh", "/bin/bash", "/bin/dash", "/usr/bin/bash", "/usr/bin/dash")
 MERGED_FOLDERS = ("bin", "sbin", "lib")
@@ -41,7 +41,7 @@ def run(*arguments, **options):
 
 
 def unpack(package, folder, *members):
-    """Packages that still name /bin go to /usr/bin, where the link leads."""
+    """Follows the link /bin to /usr/bin, for packages that contain /bin."""
     with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as archive:
         command = ["tar", "-x", "--keep-directory-symlink", "-C", folder, *members]
         subprocess.run(command, stdin=archive.stdout, check=True)
@@ -50,7 +50,7 @@ def unpack(package, folder, *members):
 
 
 def compile_python(folder, guest_folder, *names):
-    """What the guest has in guest_folder; compiling takes it minutes, and the result is the same on every machine."""
+    """Compiles Python files of the guest here, because the guest would need minutes for it."""
     options = ["-q", "-j", "0", "--invalidation-mode", "unchecked-hash", "-s", str(folder), "-p", guest_folder]
     run(sys.executable, "-m", "compileall", *options, *(str(folder / name) for name in names))
 
@@ -58,9 +58,9 @@ def compile_python(folder, guest_folder, *names):
 def make_disk(folder, file, label, mebibytes):
     partial = file.with_suffix(".partial")
     partial.unlink(missing_ok=True)
-    # Without a journal, which a guest that is thrown away has no use for.
+    # A guest that is thrown away needs no journal.
     options = ["-q", "-t", "ext4", "-O", "^has_journal", "-L", label, "-d", str(folder)]
-    # An ordinary user's PATH does not lead there.
+    # mke2fs is not on the PATH of an ordinary user.
     path = f"{os.environ['PATH']}:/usr/sbin:/sbin"
     run("mke2fs", *options, str(partial), f"{mebibytes}M", env={**os.environ, "PATH": path})
     partial.rename(file)
@@ -91,7 +91,7 @@ def set_up(root):
 
 
 def root_disk(archive, folder, packages=PACKAGES, name="root", known_to_dpkg=False):
-    """The disk with the user's programs, made anew when they have changed."""
+    """The disk with Debian; created again if the packages have changed."""
     files = archive.fetch(*packages)
     state = hashlib.sha256()
     for source in (__file__, dpkg_database.__file__):
@@ -117,7 +117,7 @@ def root_disk(archive, folder, packages=PACKAGES, name="root", known_to_dpkg=Fal
 
 
 def new_content(folder, name, *folders):
-    """What becomes of a tested disk: these folders of the repository, and the guest's own programs."""
+    """A directory for a tested disk, with these directories of the repository and the programs of the guest."""
     content = folder / f"tested-{name}"
     shutil.rmtree(content, ignore_errors=True)
     ignored = shutil.ignore_patterns("__pycache__")
@@ -136,7 +136,7 @@ def disk_of(content):
 
 
 def tested_disk(build, folder, name):
-    """The disk with the agent, the module, the tests and, where it is built, the benchmark of a pass."""
+    """The disk with the agent, the module, the tests and, if it is built, the benchmark of a pass."""
     content = new_content(folder, name, "tests/e2e", "src/module", "docs/schema", "bench", "packaging")
     (content / "tools").mkdir()
     shutil.copy(REPOSITORY / "tools/generated.py", content / "tools")
@@ -150,7 +150,7 @@ def tested_disk(build, folder, name):
 
 
 def packaged_disk(package, folder, name):
-    """The disk with a package and its tests."""
+    """The disk with a package and the tests for it."""
     content = new_content(folder, name, "tests/e2e", "src/module", "tests/package")
     (content / "tools").mkdir()
     shutil.copy(REPOSITORY / "tools/fresh_debian.py", content / "tools")
@@ -162,7 +162,7 @@ class Modules:
     """The loadable modules of an unpacked kernel package."""
 
     def __init__(self, folder):
-        # The kernel takes "-" and "_" in a module's name for the same.
+        # In the names of modules the kernel treats "-" and "_" alike.
         self._files = {path.name.split(".ko")[0].replace("-", "_"): path for path in folder.rglob("*.ko*")}
 
     def image(self, name):
@@ -170,14 +170,14 @@ class Modules:
         return lzma.decompress(data) if self._files[name].suffix == ".xz" else data
 
     def in_order(self, names):
-        """The files' contents by name, each behind those that it depends on. What is built in is left out."""
+        """The contents of the module files by name, each after its dependencies. Omits built-in modules."""
         ordered = {}
 
         def add(name):
             if name in ordered or name not in self._files:
                 return
             image = self.image(name)
-            # From the module's .modinfo section: terminated texts, one of which is the list.
+            # One of the zero-terminated texts in the section .modinfo is the list of dependencies.
             for needed in re.search(rb"\0depends=([^\0]*)\0", image)[1].decode().split(","):
                 add(needed.replace("-", "_"))
             ordered[name] = image
@@ -188,7 +188,10 @@ class Modules:
 
 
 def initial_file_system(modules, busybox, folder, file):
-    """Loads the drivers and changes over to the root disk. modules are their contents by name, in the order to load."""
+    """The initial file system, which loads the drivers and switches to the root disk.
+
+    modules has the contents of the drivers by name, in the order in which they are loaded.
+    """
     shutil.rmtree(folder, ignore_errors=True)
     for name in ("bin", "dev", "modules", "proc", "root"):
         (folder / name).mkdir(parents=True)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Measures on kernels in an emulator what the agent costs on an idle host. Called by ./dev bench idle."""
+"""Measures the cost of the agent on an idle host, on kernels in an emulator. Called by ./dev bench idle."""
 
 import argparse
 import pathlib
@@ -24,7 +24,7 @@ def arguments():
     parser.add_argument("names", nargs="*", metavar="NAME", help=names_help)
     minutes_help = "how long the agent watches an idle guest (%(default)s)"
     parser.add_argument("--minutes", type=int, default=MINUTES, metavar="N", help=minutes_help)
-    limit_help = "until a kernel's emulator is killed, these minutes left out (%(default)s)"
+    limit_help = "seconds until the emulator is killed, in addition to these minutes (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
     write_help = "also write the table of docs/performance.md; needs all kernels and minutes"
     parser.add_argument("--write", action="store_true", help=write_help)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs the end-to-end tests that suit every kernel on other kernels, in an emulator. Called by ./dev kernels."""
+"""Runs the end-to-end tests that depend on the kernel on other kernels, in an emulator. Called by ./dev kernels."""
 
 import argparse
 import functools
@@ -19,12 +19,12 @@ TABLE, COMMAND = "kernels", "./dev kernels --write"
 
 def arguments():
     parser = argparse.ArgumentParser(prog="./dev kernels", description=__doc__)
-    parser.add_argument("names", nargs="*", metavar="NAME", help="a kernel; without any, all of them")
+    parser.add_argument("names", nargs="*", metavar="NAME", help="a kernel; if omitted, all of them")
     parser.add_argument("--list", action="store_true", help="list the kernels, and run none")
     parser.add_argument("--fetch", action="store_true", help="download what the kernels need, and run none")
-    attempts_help = "how often a kernel is booted at most until all is as it should be (%(default)s)"
+    attempts_help = "boot a kernel up to N times until all results are as expected (%(default)s)"
     parser.add_argument("--attempts", type=int, default=1, metavar="N", help=attempts_help)
-    limit_help = "until a kernel's emulator is killed (%(default)s)"
+    limit_help = "seconds until the emulator is killed (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
     write_help = "also write the table of docs/kernels.md; needs all kernels, and every result as expected"
     parser.add_argument("--write", action="store_true", help=write_help)

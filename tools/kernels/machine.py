@@ -1,4 +1,4 @@
-"""Booting a kernel in an emulator, and reading what its guest says."""
+"""Boots a kernel in an emulator and reads the console of its guest."""
 
 import dataclasses
 import re
@@ -13,18 +13,18 @@ COLOURS = re.compile(rb"\x1b\[[0-9;?]*[A-Za-z]")
 
 @dataclasses.dataclass(frozen=True)
 class Board:
-    """The emulated machine that kernels of one architecture are booted on."""
+    """The emulated machine for the kernels of one architecture."""
 
     emulator: tuple
     console: str
     disk_device: str
     processors: int = 2
-    counted: bool = False  # its clock counts instructions, one a nanosecond, and leaves out the time without any
+    counted: bool = False  # the clock advances 1 ns per instruction and skips time without any
 
 
 BOARDS = {
-    # Without cmpxchg16b, for which kernels have another way: behind it qemu 7.2 now and then hands an interrupt flags
-    # that are none, and 6.12 panics while it boots.
+    # Without cmpxchg16b, which kernels can do without: after it qemu 7.2 sometimes passes invalid flags to an interrupt
+    # handler, and 6.12 panics during boot.
     "amd64": Board(("qemu-system-x86_64", "-M", "pc", "-cpu", "qemu64,-cx16"), "ttyS0", "virtio-blk-pci"),
     "armhf": Board(("qemu-system-arm", "-M", "virt", "-cpu", "cortex-a15"), "ttyAMA0", "virtio-blk-device"),
 }
@@ -39,13 +39,13 @@ class Result:
 
 
 class Guest:
-    """What one boot has led to."""
+    """The result of one boot."""
 
     def __init__(self):
         self.release = ""
         self.boot_seconds = 0.0
         self.results = []
-        self.status = None  # of the tests as a whole, None while they have not come to their end
+        self.status = None  # exit status of the tests, None until they end
         self.seconds = 0.0
         self.failure = ""
 
@@ -59,23 +59,23 @@ class Guest:
 
 
 def command(board, bootable, disks, variables=""):
-    """variables are NAME=VALUE words, which the guest's first program finds in its environment."""
+    """The command that boots the guest. variables are NAME=VALUE words for the environment of its first program."""
     pace = ("tcg,thread=single", "-icount", "shift=0,sleep=off", "-rtc", "clock=vm")
     arguments = [*board.emulator, "-accel", *(pace if board.counted else ("tcg,thread=multi",))]
     arguments += ["-smp", str(board.processors), "-m", str(MEMORY_MEBIBYTES)]
     arguments += ["-nodefaults", "-no-reboot", "-display", "none", "-serial", "stdio", "-monitor", "none"]
     for number, disk in enumerate(disks):
-        # What the guest writes goes with it.
+        # Writes of the guest are discarded at its end.
         arguments += ["-drive", f"if=none,id=disk{number},file={disk},format=raw,snapshot=on"]
         arguments += ["-device", f"{board.disk_device},drive=disk{number}"]
-    # The kernel's own lines must not come between those of the tests.
+    # Log lines of the kernel must not appear between the lines of the tests.
     options = f"console={board.console} panic=1 quiet loglevel=3 mitigations=off random.trust_bootloader=on"
     options += f" {variables}"
     return [*arguments, "-kernel", str(bootable.image), "-initrd", str(bootable.initial), "-append", options]
 
 
 def lines_of(child, deadline):
-    """The lines of the console as they come, until the guest ends or the time is over."""
+    """The lines of the console as they arrive, until the guest ends or the deadline has passed."""
     rest = b""
     with selectors.DefaultSelector() as selector:
         selector.register(child.stdout, selectors.EVENT_READ)
@@ -91,12 +91,12 @@ def lines_of(child, deadline):
     yield rest
 
 
-def boot(board, bootable, disks, log, limit, told, variables=""):
-    """Runs a guest to its end or for limit seconds. What it says goes to the file log; told is called line by line."""
+def boot(board, bootable, disks, log, limit, on_line, variables=""):
+    """Runs a guest until its end or for limit seconds. Its console goes to the file log, line by line to on_line."""
     guest = Guest()
     began = time.monotonic()
     child = subprocess.Popen(
-        # Not even a killed run leaves an emulator behind.
+        # Even a killed run leaves no emulator behind.
         ["setpriv", "--pdeathsig", "KILL", *command(board, bootable, disks, variables)],
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
@@ -109,7 +109,7 @@ def boot(board, bootable, disks, log, limit, told, variables=""):
                 file.write(f"{line}\n")
                 file.flush()
                 guest.take(line)
-                told(line)
+                on_line(line)
     finally:
         guest.seconds = time.monotonic() - began
         child.kill()

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Tests the package for 32-bit ARM on a kernel of it, in an emulator. Called by ./dev package --test.
+"""Tests the package for 32-bit ARM on a 32-bit ARM kernel in an emulator. Called by ./dev package --test.
 
-The guest has dpkg and apt at work and, besides what the tests need, what the package says that it depends on. systemd
-does not run there.
+In the guest dpkg and apt work. It has the packages for the tests and the declared dependencies of the package, and no
+systemd.
 """
 
 import argparse
@@ -20,7 +20,7 @@ KERNEL = "armhf-6.1"
 NAME = "package-armhf"
 LIMIT_SECONDS = 900
 
-# The smallest Debian in which packages are installed and the tests run.
+# The smallest Debian in which packages can be installed and the tests run.
 PACKAGES = (
     *("apt", "base-files", "base-passwd", "bash", "busybox-static", "coreutils", "dash", "debianutils", "diffutils"),
     *("dpkg", "findutils", "grep", "gzip", "init-system-helpers", "iproute2", "libc-bin", "mawk", "mount", "perl-base"),
@@ -29,7 +29,7 @@ PACKAGES = (
 
 
 def dependencies(package):
-    """The names of what it depends on; which versions, the guest's apt sees to."""
+    """The names of its dependencies. The apt of the guest checks their versions."""
     field = guest.run("dpkg-deb", "-f", str(package), "Depends")
     return re.findall(r"(?:^|, )([^ ,|(:]+)", field.strip())
 
@@ -37,12 +37,12 @@ def dependencies(package):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("packages", type=pathlib.Path, help=f"folder of orlim-agent_*_{ARCHITECTURE}.deb")
-    limit_help = "until the emulator is killed (%(default)s)"
+    limit_help = "seconds until the emulator is killed (%(default)s)"
     parser.add_argument("--limit", type=int, default=LIMIT_SECONDS, metavar="SECONDS", help=limit_help)
     options = parser.parse_args()
     packages = sorted(options.packages.absolute().glob(f"orlim-agent_*_{ARCHITECTURE}.deb"))
     if len(packages) != 1:
-        raise SystemExit(f"needs one package for {ARCHITECTURE} in {options.packages}: {len(packages)} are there")
+        raise SystemExit(f"expected one package for {ARCHITECTURE} in {options.packages}, found {len(packages)}")
 
     def disks():
         wanted = [*PACKAGES, *dependencies(packages[0])]

@@ -1,4 +1,4 @@
-"""The kernels that there are to run, and how each comes to be: out of a Debian package, or built of Debian's source."""
+"""The kernels that can be run. Each comes from a Debian package or is built from Debian's kernel source."""
 
 import dataclasses
 import hashlib
@@ -20,7 +20,7 @@ class Kernel:
     architecture: str
     suite: str
     package: str
-    built: bool = False  # the package is of sources, for a kernel without SMP
+    built: bool = False  # the package contains the source, for a kernel without SMP
 
 
 KERNELS = {
@@ -41,7 +41,7 @@ class Bootable:
 
 
 def state_of(*files):
-    """Changes with the names of packages and the contents of this project's own files."""
+    """A digest of the names of packages and of the contents of the other files."""
     state = hashlib.sha256()
     for file in files:
         state.update(file.name.encode() if file.suffix == ".deb" else file.read_bytes())
@@ -49,7 +49,7 @@ def state_of(*files):
 
 
 def build(package, state, cache, folder):
-    """The image of the kernel, which takes minutes to build and so is kept in the cache."""
+    """The image of the kernel. It takes minutes to build and is kept in the cache."""
     image = cache / f"single-processor-{state[:16]}"
     if image.exists():
         return image
@@ -82,7 +82,10 @@ def build(package, state, cache, folder):
 
 
 def demand_configuration(file):
-    """An option that a kernel does not have, or that something else keeps off, is left out without a word otherwise."""
+    """Raises RuntimeError for an option that the kernel does not have or that another option disables.
+
+    make drops such an option silently.
+    """
     taken = set(file.read_text(encoding="utf-8").splitlines())
     wanted = [line for line in CONFIGURATION.read_text(encoding="utf-8").splitlines() if line.startswith("CONFIG_")]
     if left_out := [line for line in wanted if line not in taken]:
@@ -96,7 +99,7 @@ def fetch(kernel, cache):
 
 
 def prepare(kernel, cache, folder):
-    """The kernel, ready to boot; folder is its own."""
+    """Prepares the kernel for booting, in a directory for it alone."""
     package = fetch(kernel, cache)
     (busybox,) = Archive(cache, HOST_SUITE, kernel.architecture).fetch("busybox-static", dependencies=False)
     made_by = [pathlib.Path(guest.__file__), guest.HERE / "guest/init", pathlib.Path(__file__), CONFIGURATION]

@@ -19,7 +19,7 @@ class Row:
 
 
 def wording(test):
-    """test_file.py::test_some_thing[case] in words."""
+    """test_file.py::test_some_thing[case] as words."""
     function, _, case = test.rpartition("::")[2].removeprefix("test_").partition("[")
     return function.replace("_", " ") + (f": {case.removesuffix(']')}" if case else "")
 
@@ -31,7 +31,7 @@ def result_of(outcome, reason):
 
 
 def rows_of(name, guest):
-    """A guest that ends too early, or runs nothing, has a row that says so."""
+    """The rows of a guest. A failed row says if it ended too early or ran no test."""
     booted = bool(guest.release)
     rows = [Row(name, f"{BOOTS}{guest.release}" if booted else "boots", PASS if booted else FAIL, guest.boot_seconds)]
     for result in guest.results:
@@ -44,7 +44,7 @@ def rows_of(name, guest):
 
 
 def is_good(rows):
-    """In a guest nothing is missing that a test needs, so that one which is skipped is as bad as one that fails."""
+    """Whether all tests passed or are blind. A guest has everything that a test needs, so a skip is a failure."""
     return all(row.result in (PASS, BLIND) for row in rows)
 
 

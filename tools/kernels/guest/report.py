@@ -1,11 +1,11 @@
-"""A pytest plugin that tells on standard output, a line each, how every test has ended and how long it took."""
+"""A pytest plugin that prints one line per test with its outcome and duration."""
 
 import os
 import sys
 
 
 def pytest_report_teststatus(report):
-    # The usual dots would stand in the lines.
+    # The usual progress dots would be mixed into these lines.
     counted = report.when == "call" or not report.passed
     return report.outcome if counted else "", "", ""
 
