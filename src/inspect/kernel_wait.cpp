@@ -1,6 +1,6 @@
 #include "inspect/kernel_wait.h"
 
-#include <fstream>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -8,6 +8,7 @@
 
 #include "agent/bounds_checked.h"
 #include "agent/strings.h"
+#include "frame/file_handle.h"
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "inspect/kernel_wait_names.h"
@@ -31,6 +32,26 @@ static std::unique_ptr<char[]> AllocateLine() {
     return line;
 }
 
+static FileStream OpenOfProcess(long pid, const char* name) {
+    return FileStream(fopen(("/proc/" + std::to_string(pid) + name).c_str(), "re"));
+}
+
+// Reads one line into the cleared buffer and replaces its newline by a terminator. Returns false at the end of the file
+// and for a line that does not fit. isEnded receives whether the line had a newline.
+static bool ReadLine(FILE* stream, char* line, bool& isEnded) {
+    memset_s(line, lineSize, 0, lineSize);
+    if (fgets(line, lineSize, stream) == nullptr) {
+        return false;
+    }
+    // Not strchr: the line may contain zero bytes.
+    char* const newline = static_cast<char*>(memchr(line, '\n', lineSize));
+    isEnded = newline != nullptr;
+    if (isEnded) {
+        *newline = '\0';
+    }
+    return isEnded || feof(stream) != 0;
+}
+
 bool IsStackFrameOf(const std::string& line, const std::string& function) {
     const std::vector<std::string> pieces = TavUtils::StringProcess::StrSplit(line, " ", false);
     if (pieces.size() != 2) {
@@ -42,25 +63,22 @@ bool IsStackFrameOf(const std::string& line, const std::string& function) {
 }
 
 static bool IsOnKernelStack(long pid, const std::string& function) {
-    std::ifstream stack("/proc/" + std::to_string(pid) + "/stack");
-    if (!stack.is_open()) {
+    const FileStream stack = OpenOfProcess(pid, "/stack");
+    if (stack == nullptr) {
         return false;
     }
     const std::unique_ptr<char[]> line = AllocateLine();
     if (line == nullptr) {
         return false;
     }
-    for (;;) {
-        memset_s(line.get(), lineSize, 0, lineSize);
-        stack.getline(line.get(), lineSize);
-        if (stack.fail() || stack.eof()) {
-            return false;
-        }
+    bool isEnded = false;
+    while (ReadLine(stack.get(), line.get(), isEnded) && isEnded) {
         Pause(stackLinePauseMicroseconds);
         if (IsStackFrameOf(line.get(), function)) {
             return true;
         }
     }
+    return false;
 }
 
 std::optional<unsigned long> BlockedDescriptor(const char* line, const std::string& function) {
@@ -79,16 +97,16 @@ std::optional<unsigned long> BlockedDescriptor(const char* line, const std::stri
 }
 
 static std::optional<unsigned long> ReadBlockedDescriptor(long pid, const std::string& function) {
-    std::ifstream call("/proc/" + std::to_string(pid) + "/syscall");
-    if (!call.is_open()) {
+    const FileStream call = OpenOfProcess(pid, "/syscall");
+    if (call == nullptr) {
         return std::nullopt;
     }
     const std::unique_ptr<char[]> line = AllocateLine();
     if (line == nullptr) {
         return std::nullopt;
     }
-    call.getline(line.get(), lineSize);
-    return call.fail() ? std::nullopt : BlockedDescriptor(line.get(), function);
+    bool isEnded = false;
+    return ReadLine(call.get(), line.get(), isEnded) ? BlockedDescriptor(line.get(), function) : std::nullopt;
 }
 
 bool GetBlockedFdStat(long pid, std::string function, struct stat* out) {

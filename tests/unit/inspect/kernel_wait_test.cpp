@@ -5,6 +5,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <set>
+
 #include "inspect_fixture.h"
 
 namespace {
@@ -266,6 +268,34 @@ TEST_F(KernelWait, IsNotFoundWithoutAReadableStack) {
     }
     EXPECT_EQ(inode, untouched);
     EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(KernelWait, IsSampledThroughADescriptorThatIsClosedOnExec) {
+    Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
+    std::set<int> before;
+    for (int fd = 0; fd < 256; ++fd) {
+        if (fcntl(fd, F_GETFD) != -1) {
+            before.insert(fd);
+        }
+    }
+    int opened = 0;
+    TimeRecorder::AtEachPause([&](size_t number) {
+        for (int fd = 0; fd < 256 && number == 1; ++fd) {
+            const int flags = fcntl(fd, F_GETFD);
+            if (flags != -1 && !before.contains(fd)) {
+                EXPECT_EQ(flags, FD_CLOEXEC) << fd;
+                ++opened;
+            }
+        }
+    });
+    EXPECT_TRUE(ReadingFromPipe(pid));
+    EXPECT_EQ(opened, 1) << "the stack";
+}
+
+TEST_F(KernelWait, IsFoundAfterALineWithZeroBytes) {
+    Block("", "0 0x3 0x7ffd\n", 3, "fifo");
+    proc->AddFile(pid, "stack", "[<0>] a\0b+0x1/0x2\n[<0>] pipe_read+0x1d4/0x2f0\n"s);
+    EXPECT_TRUE(IsBlockedIn("pipe_read"));
 }
 
 TEST_F(KernelWait, IsFoundAtAnyDepth) {
