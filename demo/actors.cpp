@@ -38,8 +38,8 @@ int Checked(int result, const char* what) {
     return result;
 }
 
-// Starts a process that is killed with this one, and returns when it has become what it is to be. become returns only
-// if it fails, with errno.
+// Starts a process that is killed when this one ends, and returns once become has executed a program or closed its
+// argument report. become returns only on failure, with errno set.
 pid_t Start(const std::string& what, const std::function<void(int report)>& become) {
     int ends[2];
     Checked(::pipe2(ends, O_CLOEXEC), "pipe");
@@ -97,11 +97,11 @@ void FailStaging(const std::string& what) {
     throw std::runtime_error(what);
 }
 
-int ConnectToAttacker(const WiringPlan& plan) {
+int ConnectToAttacker(const Scenario& scenario) {
     const int connection = Checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(PortOf(plan));
+    address.sin_port = htons(PortOf(scenario));
     ::inet_pton(AF_INET, attackerAddress, &address.sin_addr);
     Checked(::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
             "connection to the attacker");
@@ -116,7 +116,7 @@ Ends MakeAnonymousPipe() {
 
 Ends MakeNamedPipe(const std::string& path) {
     Checked(::mkfifo(path.c_str(), 0600), "mkfifo");
-    // Either end alone would wait for the other to be opened.
+    // Opening one end alone would block until the other end is opened.
     const int both = Checked(::open(path.c_str(), O_RDWR | O_CLOEXEC), "named pipe");
     const Ends ends{Checked(::open(path.c_str(), O_RDONLY | O_CLOEXEC), "named pipe"),
                     Checked(::open(path.c_str(), O_WRONLY | O_CLOEXEC), "named pipe")};

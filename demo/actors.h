@@ -1,5 +1,5 @@
-// What the wirings are built of: connections, pipes, terminals, shells, relays. For a process with one thread. All
-// descriptors are closed in programs that are started, save for those that they are given.
+// The parts of a scenario: connections, pipes, terminals, shells, relays. For a process with one thread. Started
+// programs inherit only the descriptors of their Placement.
 #pragma once
 
 #include <sys/types.h>
@@ -13,14 +13,14 @@
 
 namespace Host {
 
-// Why a wiring cannot be staged; what() says it.
+// Throws std::runtime_error; what is the reason why a scenario cannot be staged.
 [[noreturn]] void FailStaging(const std::string& what);
 
-// Descriptor number in the started process -> descriptor here. 0, 1 and 2 are /dev/null where they are not named.
+// Descriptor number in the started process -> descriptor here. Without an entry 0, 1 and 2 are /dev/null.
 using Placement = std::map<int, int>;
 
-// A connection to the attacker's port for the wiring.
-int ConnectToAttacker(const WiringPlan& plan);
+// A connection to the attacker's port for the scenario.
+int ConnectToAttacker(const Scenario& scenario);
 
 struct Ends {
     int read;
@@ -29,40 +29,40 @@ struct Ends {
 
 Ends MakeAnonymousPipe();
 
-// The file is made.
+// Creates the file.
 Ends MakeNamedPipe(const std::string& path);
 
 struct Terminal {
     int control;
-    std::string name;  // of the side for a shell
+    std::string name;  // path of the side for a shell
 };
 
 Terminal MakeTerminal();
 
-// A shell without startup files. arguments follow those.
+// A shell that reads no startup files. arguments follow the options for that.
 pid_t StartShell(const Placement& placement, const std::vector<std::string>& arguments = {},
                  const std::string& program = "/bin/bash");
 
-// The same in a session that has the terminal.
+// The same in a new session with this controlling terminal.
 pid_t StartShellOnTerminal(const Terminal& terminal);
 
-// From -> to, as descriptors of the relay.
+// Descriptors of a relay, from -> to.
 using Routes = std::vector<std::pair<int, int>>;
 
 // A process that polls and copies.
 pid_t StartPollingRelay(const Placement& placement, const Routes& routes);
 
-// A process that copies from 0 to 1 and sleeps in read in between.
+// A process that copies from 0 to 1, and sleeps in read until there is input.
 pid_t StartWaitingRelay(const Placement& placement);
 
-// The same two within this process; they return when a side has ended.
+// The same in this process; both return when one side is closed.
 void RelayPolling(const Routes& routes);
 void RelayWaiting();
 
-// Gives this process the descriptors and closes all others.
+// Sets the descriptors of this process and closes all others.
 void TakePlaces(const Placement& placement);
 
-// Runs one command, words divided by blanks, and waits for its end.
+// Runs one command, split at spaces, and waits for its end.
 void RunCommandLine(const std::string& line);
 
 }  // namespace Host

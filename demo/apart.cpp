@@ -26,12 +26,12 @@ void Send(const Descriptor& to, const Answer& answer) {
     WriteAll(to.Get(), std::string_view(reinterpret_cast<const char*>(&answer), sizeof(answer)));
 }
 
-// Pieces of this size are written to a pipe as a whole.
+// An Answer is smaller than PIPE_BUF, so the pipe delivers it whole.
 bool Receive(const Descriptor& from, Answer& answer) {
     return from.Read(&answer, sizeof(answer)) == static_cast<ssize_t>(sizeof(answer));
 }
 
-// The work's process: announces itself, waits until it is an orphan, and answers with the work's status.
+// In the new process: reports its pid, waits until it is an orphan, runs work and sends its status.
 [[noreturn]] void Work(const std::function<int()>& work, Pipe& answers, Pipe& caller) {
     answers.readEnd.Close();
     caller.writeEnd.Close();
@@ -74,7 +74,7 @@ std::optional<int> AwaitAnswer(pid_t worker, const Descriptor& answers) {
                 return std::nullopt;
             }
             Answer nothing{};
-            Receive(answers, nothing);  // its end
+            Receive(answers, nothing);  // waits for the end of the process
             return answer.status;
         }
     }

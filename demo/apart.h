@@ -1,4 +1,4 @@
-// Work in a process without the caller's ancestors.
+// Runs work in a process that is not a descendant of the caller.
 #pragma once
 
 #include <functional>
@@ -6,14 +6,12 @@
 
 namespace Host {
 
-// Does the work in a new process whose parent is init, or whoever else takes in orphans, and waits for its answer;
-// empty if the process ended without one, or could not be started. Throws std::system_error if there is no pipe to it.
-//
-// The module looks at a suspect's ancestors one by one, up to init, at its slow pace: those of whoever calls the
-// program, such as an editor with a long command line and many open files, would hold it up for as long as a minute.
-//
-// SIGINT, SIGTERM and SIGHUP, which must be blocked in the caller, are passed on; if the caller is killed, the process
-// gets SIGTERM. Only for a process with one thread, whose descriptors and terminal the new one shares.
+// Runs work in a new process whose parent is init or another subreaper, and waits for its status. Empty if the process
+// could not be started or ended without a status. Throws std::system_error if a pipe cannot be created.  The module
+// inspects all ancestors of a suspect, with pauses. The ancestors of the caller, for example an editor with a long
+// command line and many open files, would delay it by up to a minute.  Forwards SIGINT, SIGTERM and SIGHUP, which must
+// be blocked in the caller. If the caller is killed, the process gets SIGTERM. The caller must have one thread; the new
+// process shares its descriptors and terminal.
 std::optional<int> RunApart(const std::function<int()>& work);
 
 }  // namespace Host

@@ -24,18 +24,18 @@ using std::chrono::milliseconds;
 using std::chrono::system_clock;
 
 struct Listener {
-    const WiringPlan* plan;
+    const Scenario* scenario;
     Descriptor socket;
 };
 
 struct Conversation {
-    const WiringPlan* plan;
+    const Scenario* scenario;
     Descriptor socket;
     size_t sent = 0;
     milliseconds next{0};  // since the opening
 };
 
-void Tell(const char* line) {
+void Report(const char* line) {
     WriteAll(STDOUT_FILENO, std::string(line) + "\n");
 }
 
@@ -48,11 +48,11 @@ bool AwaitPrompt() {
     return count == 1;
 }
 
-std::optional<Listener> Listen(const WiringPlan& plan) {
-    Listener listener{&plan, Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))};
+std::optional<Listener> Listen(const Scenario& scenario) {
+    Listener listener{&scenario, Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))};
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(PortOf(plan));
+    address.sin_port = htons(PortOf(scenario));
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     if (::bind(listener.socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         ::listen(listener.socket.Get(), 4) != 0) {
@@ -61,8 +61,8 @@ std::optional<Listener> Listen(const WiringPlan& plan) {
     return listener;
 }
 
-// The instant scan takes together what forked within one second of the clock, and a connection looks old to it once it
-// has been seen by the look before: all shells are brought to fork in the same second.
+// The instant scan judges together all processes that forked within the same second of the clock, and ignores a
+// connection that an earlier pass has seen. So all shells must fork in the same second.
 system_clock::time_point BeginningOfASecond() {
     constexpr milliseconds leastAhead{400};
     constexpr milliseconds intoTheSecond{100};
@@ -71,7 +71,7 @@ system_clock::time_point BeginningOfASecond() {
 }
 
 void Send(Conversation& conversation, milliseconds now) {
-    const std::vector<AttackerLine>& lines = conversation.plan->conversation;
+    const std::vector<AttackerLine>& lines = conversation.scenario->conversation;
     if (conversation.sent == 0 && !lines.empty()) {
         conversation.next = lines.front().pause;
     }
@@ -85,7 +85,7 @@ void Send(Conversation& conversation, milliseconds now) {
     }
 }
 
-// Takes what the victim says, which nobody reads. False at the end of the connection.
+// Discards output of the victim. False at the end of the connection.
 bool Drain(const Conversation& conversation) {
     char block[4096];
     return ::recv(conversation.socket.Get(), block, sizeof(block), MSG_DONTWAIT) > 0;
@@ -141,7 +141,7 @@ private:
     void Accept(const Listener& listener) {
         Descriptor socket(::accept4(listener.socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (socket.IsOpen()) {
-            conversations_.push_back({.plan = listener.plan, .socket = std::move(socket)});
+            conversations_.push_back({.scenario = listener.scenario, .socket = std::move(socket)});
         }
     }
 
@@ -167,7 +167,7 @@ std::string ServeAsAttacker() {
     if (!EnterNewNetwork(error)) {
         return error;
     }
-    Tell("ready");
+    Report("ready");
     if (!AwaitPrompt()) {
         return "the demonstration has ended";
     }
@@ -175,14 +175,14 @@ std::string ServeAsAttacker() {
         return error;
     }
     std::vector<Listener> listeners;
-    for (const WiringPlan& plan : AllWirings()) {
-        std::optional<Listener> listener = Listen(plan);
+    for (const Scenario& scenario : AllScenarios()) {
+        std::optional<Listener> listener = Listen(scenario);
         if (!listener) {
-            return "no port to listen on";
+            return "cannot listen on port " + std::to_string(PortOf(scenario));
         }
         listeners.push_back(std::move(*listener));
     }
-    Tell("listening");
+    Report("listening");
     Server(std::move(listeners)).Serve();
 }
 

@@ -8,9 +8,9 @@ namespace Host {
 // The argument that makes a stagehand the attacker.
 constexpr const char* attackerName = "attacker";
 
-// Enters a network namespace of its own and serves the wirings' connections until it is killed. It says "ready" when it
-// is there, waits for a line, takes its address and says "listening"; with the next line it begins to send what the
-// wirings' plans say. Returns only on failure, with the reason.
+// Enters a new network namespace and serves the connections of all scenarios until it is killed. Prints "ready" once it
+// is in the namespace, waits for a line, configures its address and prints "listening". After the next line it starts
+// to send the lines of the scenarios. Returns only on failure, with the reason.
 std::string ServeAsAttacker();
 
 }  // namespace Host

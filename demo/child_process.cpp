@@ -20,11 +20,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What the staged shells get: they must not read or write anything of the user's.
+// The environment of the staged shells: they must not read or write any file of the user.
 constexpr const char* environment[] = {
     "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/nonexistent", "HISTFILE=/dev/null", "LC_ALL=C", "TERM=dumb", nullptr};
 
-// What the caller of the program left open must not join the wirings to its processes.
+// Descriptors inherited from the caller would connect the scenarios to the caller's processes.
 void CloseAllButStandardStreams() {
     constexpr int pastOrdinary = 1024;
     if (::close_range(STDERR_FILENO + 1, ~0U, 0) != 0) {
@@ -34,7 +34,7 @@ void CloseAllButStandardStreams() {
     }
 }
 
-// Between fork and exec of a process with threads only what is safe in a signal handler may be called.
+// Calls only async-signal-safe functions: this process has threads, and this runs between fork and exec.
 [[noreturn]] void Become(char* const* arguments, int input, int output, int null, pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
     if (::getppid() != parent) {
@@ -74,7 +74,7 @@ std::vector<pid_t> Children() {
 Pipe MakePipe() {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "a pipe cannot be made");
+        throw std::system_error(errno, std::generic_category(), "cannot create a pipe");
     }
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
@@ -95,7 +95,7 @@ StageProcess::StageProcess(const std::vector<std::string>& arguments) {
         Become(pointers.data(), input.readEnd.Get(), output.writeEnd.Get(), null.Get(), parent);
     }
     if (pid_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "a process cannot be started");
+        throw std::system_error(errno, std::generic_category(), "cannot start a process");
     }
     input_ = std::move(input.writeEnd);
     output_ = std::move(output.readEnd);

@@ -1,4 +1,4 @@
-// Processes that the demonstration starts, and the end of all that come from them.
+// Starts processes of the demonstration, and ends them with all their descendants.
 #pragma once
 
 #include <sys/types.h>
@@ -17,22 +17,22 @@ struct Pipe {
     Descriptor writeEnd;
 };
 
-// A new one, closed in programs that are started. Throws std::system_error if the system refuses. Any thread.
+// A new pipe; both ends are close-on-exec. Throws std::system_error on failure. Any thread.
 Pipe MakePipe();
 
-// A process of this very program, doing the part of the stage that its arguments name.
+// A process that runs this program with other arguments, to stage a part of the demonstration.
 class StageProcess {
 public:
-    // Starts it in a session of its own, with an input and an output towards this object, and standard error at
-    // /dev/null. It is killed when the calling thread ends. Throws std::system_error if that fails.
+    // Starts it in a new session, with standard input and output connected to this object and standard error to
+    // /dev/null. It is killed when the calling thread ends. Throws std::system_error on failure.
     explicit StageProcess(const std::vector<std::string>& arguments);
 
     pid_t Pid() const { return pid_; }
 
-    // The next line of its output, without the line end. False when the output has ended or patience is over.
+    // Reads the next line of its output, without the line end. False at the end of the output or after patience.
     bool ReadLine(std::string& line, std::chrono::milliseconds patience);
 
-    // Sends it a line end. It may have ended.
+    // Sends an empty line. Harmless if the process has ended.
     void Prompt() const;
 
 private:
@@ -42,11 +42,11 @@ private:
     std::string buffer_;
 };
 
-// From now on, a process whose parent ends while this process is among its ancestors becomes this one's child.
+// Makes this process a subreaper: orphaned descendants become its children.
 void AdoptOrphans();
 
-// Kills all children of this process, those that become its children by that, and so on, and reaps them. False if some
-// are left after patience.
+// Kills and reaps all children of this process, including those that become its children meanwhile. False if some are
+// left after patience.
 bool EndAllChildren(std::chrono::milliseconds patience);
 
 }  // namespace Host

@@ -22,10 +22,10 @@
 namespace Host {
 namespace {
 
-// Empty if all names are those of wirings.
+// The first name that is not a scenario; empty if there is none.
 std::string UnknownName(const DemoOptions& options) {
     for (const std::string& name : options.only) {
-        if (FindWiring(name) == nullptr) {
+        if (FindScenario(name) == nullptr) {
             return name;
         }
     }
@@ -34,8 +34,8 @@ std::string UnknownName(const DemoOptions& options) {
 
 std::string WhyImpossible() {
     if (::geteuid() != 0) {
-        return "the demonstration needs root: it makes network namespaces and looks at other processes. Run it with "
-               "sudo, or see its wirings with --list";
+        return "the demonstration needs root, to create network namespaces and inspect other processes. Run it with "
+               "sudo, or list the scenarios with --list";
     }
     const std::string reason = WhySearchIsOff();
     return reason.empty() ? "" : reason + ". Unset it: env -u " + Published::locationVariable + " orlim-agent demo";
@@ -63,17 +63,17 @@ int Demonstrate(const DemoOptions& options) {
     };
     const DemoEnd end = RunDemo(options, detector, error);
     if (end == DemoEnd::impossible) {
-        PrintMessage("the demonstration cannot go on: " + error + ". orlim-agent check shows what this host lacks.");
+        PrintMessage("the demonstration failed: " + error + ". Run orlim-agent check to list what this host lacks.");
     }
     return end == DemoEnd::passed ? EXIT_DONE : EXIT_FAILED;
 }
 
-int DemonstrateOrSayWhyNot(const DemoOptions& options) {
+int DemonstrateOrReportFailure(const DemoOptions& options) {
     try {
         return Demonstrate(options);
     } catch (const std::exception& error) {
-        // Such as a thread or memory that the system refuses.
-        PrintMessage(std::string("the demonstration cannot go on: ") + error.what());
+        // For example, the system refuses a thread or memory.
+        PrintMessage(std::string("the demonstration failed: ") + error.what());
         return EXIT_FAILED;
     }
 }
@@ -86,8 +86,8 @@ int DemoCommand(const DemoOptions& options) {
     }
     const std::string unknown = UnknownName(options);
     if (!unknown.empty()) {
-        PrintMessage("--only: found " + unknown +
-                     ", expected the name of a scenario; orlim-agent demo --list shows them");
+        PrintMessage("--only: expected the name of a scenario, found " + unknown +
+                     ". List the names with orlim-agent demo --list");
         return EXIT_WRONG_USE;
     }
     const std::string reason = WhyImpossible();
@@ -96,10 +96,10 @@ int DemoCommand(const DemoOptions& options) {
         return EXIT_FAILED;
     }
     BlockControlSignals();
-    const std::optional<int> status = RunApart([&] { return DemonstrateOrSayWhyNot(options); });
+    const std::optional<int> status = RunApart([&] { return DemonstrateOrReportFailure(options); });
     if (!status) {
         PrintMessage(
-            "the demonstration has ended without a result: it was killed, or the system starts no more processes");
+            "the demonstration ended without a result: it was killed, or the system could not start a process");
     }
     return status.value_or(EXIT_FAILED);
 }

@@ -1,12 +1,12 @@
-// The demonstration as its caller sees it: from options to an exit status.
+// orlim-agent demo: from options to an exit status.
 #pragma once
 
 #include "demo/options.h"
 
 namespace Host {
 
-// Lists the wirings or stages them. Returns the exit status; every failure is explained on standard error. On the main
-// thread, before any other has been started.
+// Lists or stages the scenarios. Returns the exit status and writes the reason of each failure to standard error. On
+// the main thread, before any other thread is started.
 int DemoCommand(const DemoOptions& options);
 
 }  // namespace Host

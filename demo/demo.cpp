@@ -28,20 +28,20 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds drainPatience{10};
 constexpr double lastSeconds = 45;
-constexpr double settleSeconds = 1;  // for events that are on their way
+constexpr double settleSeconds = 1;  // for events that are still queued
 
-std::vector<const WiringPlan*> PlansOf(const DemoOptions& options) {
-    std::vector<const WiringPlan*> plans;
-    for (const WiringPlan& plan : AllWirings()) {
+std::vector<const Scenario*> ScenariosOf(const DemoOptions& options) {
+    std::vector<const Scenario*> scenarios;
+    for (const Scenario& scenario : AllScenarios()) {
         bool wanted = options.only.empty();
         for (const std::string& name : options.only) {
-            wanted = wanted || name == plan.name;
+            wanted = wanted || name == scenario.name;
         }
         if (wanted) {
-            plans.push_back(&plan);
+            scenarios.push_back(&scenario);
         }
     }
-    return plans;
+    return scenarios;
 }
 
 ViewStyle StyleOf(const DemoOptions& options) {
@@ -56,9 +56,9 @@ public:
     Demonstration(const DemoOptions& options, const DemoDetector& detector)
         : options_(options),
           detector_(detector),
-          plans_(PlansOf(options)),
+          scenarios_(ScenariosOf(options)),
           intake_(began_),
-          scoreboard_(plans_),
+          scoreboard_(scenarios_),
           view_(StyleOf(options)) {}
 
     ~Demonstration() { StopModule(); }
@@ -69,7 +69,7 @@ public:
         if (!EnterNewNetwork(error)) {
             return DemoEnd::impossible;
         }
-        StageFolder folder(plans_);
+        StageFolder folder(scenarios_);
         Stage stage(folder.Path());
         if (!stage.Join(error) || !StartModule(folder.Path(), error)) {
             return DemoEnd::impossible;
@@ -80,7 +80,7 @@ public:
         StopModule();
         TakeFindings();
         if (!stage.Clear()) {
-            error = "some of the demonstration's processes do not end";
+            error = "some processes of the demonstration do not end";
             return DemoEnd::impossible;
         }
         return Report();
@@ -93,7 +93,7 @@ private:
         AgentLibrary::Get().startEvents([this](std::string_view event) { intake_.Take(event); }, {});
         queueRuns_ = true;
         if (!worker_.Do([&] { return detector_.start(directory); }).get()) {
-            error = "the module does not start; the lines before say why";
+            error = "the module does not start, see the lines above for the reason";
             return false;
         }
         moduleRuns_ = true;
@@ -101,7 +101,7 @@ private:
         return true;
     }
 
-    // In the order of which what is under way is finished: scans, then events.
+    // The module first: it finishes its scans, which may push events. Then the queue delivers them.
     void StopModule() {
         if (moduleRuns_) {
             moduleRuns_ = false;
@@ -119,22 +119,22 @@ private:
     }
 
     void PutAll(Stage& stage) {
-        view_.Print("Two hosts in network namespaces of their own: " + std::string(hostAddress) +
-                    ", where the module watches, and the attacker's " + attackerAddress + ".\n");
-        for (const WiringPlan* plan : plans_) {
+        view_.Print("Two hosts in separate network namespaces: " + std::string(hostAddress) +
+                    ", which the module watches, and the attacker's " + attackerAddress + ".\n");
+        for (const Scenario* scenario : scenarios_) {
             if (EndWanted(std::chrono::milliseconds(0))) {
                 return;
             }
-            StagedWiring staged = stage.Put(*plan);
+            StagedScenario staged = stage.Put(*scenario);
             staged.parts.seconds = Seconds();
-            scoreboard_.Staged(plan->name, staged.parts);
+            scoreboard_.Staged(scenario->name, staged.parts);
             if (!staged.failure.empty()) {
-                scoreboard_.NotStaged(plan->name, staged.failure);
+                scoreboard_.NotStaged(scenario->name, staged.failure);
             } else if (!staged.skipped.empty()) {
-                scoreboard_.Skipped(plan->name, staged.skipped);
+                scoreboard_.Skipped(scenario->name, staged.skipped);
             }
-            for (const WiringResult& result : scoreboard_.Results()) {
-                if (result.plan == plan) {
+            for (const ScenarioResult& result : scoreboard_.Results()) {
+                if (result.scenario == scenario) {
                     view_.ShowStaged(Seconds(), result);
                 }
             }
@@ -142,7 +142,7 @@ private:
         stage.Open();
     }
 
-    // Until all is known that can be known, the time is over, or the end is asked for.
+    // Returns when every result is known, the time is up, or a signal has arrived.
     void Watch() {
         while (!interrupted_ && Seconds() - moduleStarted_ < lastSeconds && !AllKnown()) {
             TakeFindings();
@@ -152,7 +152,8 @@ private:
         }
     }
 
-    // One complete pass of the period scan, once the first one is due: afterwards whoever is silent has been looked at.
+    // Runs one complete pass of the period scan once the first one is due. After it, a harmless scenario without a
+    // finding is known to be silent.
     void BeginPass() {
         if (!pass_ && Seconds() - moduleStarted_ >= periodScanSeconds) {
             pass_ = worker_.Do([] { return AgentLibrary::Get().runTaskNow(Published::periodScanTask); });
@@ -169,7 +170,7 @@ private:
 
     void TakeFindings() {
         for (Finding& finding : intake_.Fetch()) {
-            const WiringResult* owner = scoreboard_.OwnerOf(finding);
+            const ScenarioResult* owner = scoreboard_.OwnerOf(finding);
             if (owner != nullptr && finding.tree.empty() && !owner->parts.shells.empty()) {
                 finding.tree = WiringTreeOf(*owner->parts.shells.begin(), 0);
             }
@@ -178,7 +179,7 @@ private:
         }
     }
 
-    // Waits that long for a signal that asks for the end. True once there was one.
+    // Waits up to patience for SIGINT, SIGTERM or SIGHUP. True from the first such signal on.
     bool EndWanted(std::chrono::milliseconds patience) {
         sigset_t signals;
         sigemptyset(&signals);
@@ -208,11 +209,11 @@ private:
     const DemoOptions& options_;
     const DemoDetector& detector_;
     const Clock::time_point began_ = Clock::now();
-    const std::vector<const WiringPlan*> plans_;
+    const std::vector<const Scenario*> scenarios_;
     EventIntake intake_;
     Scoreboard scoreboard_;
     ProgressView view_;
-    Worker worker_;  // begun before the main thread leaves the network namespace that the program began in
+    Worker worker_;  // started before the main thread leaves the initial network namespace, so it stays there
     std::optional<std::future<bool>> pass_;
     std::optional<double> passEnded_;
     double moduleStarted_ = 0;

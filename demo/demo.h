@@ -1,4 +1,4 @@
-// The demonstration: known wirings, the real module, and whether the one finds the other.
+// The demonstration: stages scenarios, runs the real module and reports which scenarios it finds.
 #pragma once
 
 #include <functional>
@@ -8,18 +8,18 @@
 
 namespace Host {
 
-// The module. Both are called on a thread of their own, which stays in the network namespace that the program began in,
-// where alone the kernel tells of processes.
+// The module. Both functions are called on a separate thread that stays in the program's network namespace, because the
+// kernel sends process events only to the initial one.
 struct DemoDetector {
-    std::function<bool(const std::string& etcDirectory)> start;  // with that directory for the list of shells
+    std::function<bool(const std::string& etcDirectory)> start;  // the directory contains the list of shells
     std::function<void()> stop;
 };
 
 enum class DemoEnd { passed, failed, interrupted, impossible };
 
-// Runs it and shows it on standard output. With DemoEnd::impossible, error says why. On the main thread, before any
-// other has been started, with SIGINT and SIGTERM blocked; the thread's network namespace is another one from then on.
-// The names in options must be those of wirings.
+// Runs the demonstration and shows it on standard output. With DemoEnd::impossible, error gives the reason. On the main
+// thread, before any other thread is started, with SIGINT, SIGTERM and SIGHUP blocked; afterwards this thread is in
+// another network namespace. The names in options must be names of scenarios.
 DemoEnd RunDemo(const DemoOptions& options, const DemoDetector& detector, std::string& error);
 
 }  // namespace Host

@@ -18,7 +18,7 @@ int ParentOf(int pid) {
     return ProcessUtils::GetProcStatus(pid, ProcessUtils::PROC_STATUS, status) != 0 ? status.ppid : 0;
 }
 
-// From the process up; from its parent, as the event names it, if it has gone.
+// The process and its ancestors. If the process has exited, its parent is the one that the event names.
 std::vector<int> LineageOf(const Finding& finding) {
     std::vector<int> lineage;
     if (finding.pid == 0) {

@@ -1,4 +1,4 @@
-// Takes the module's events and looks at once at what they are about.
+// Receives the module's events and reads the wiring of their processes at once.
 #pragma once
 
 #include <chrono>
@@ -16,10 +16,10 @@ class EventIntake {
 public:
     explicit EventIntake(std::chrono::steady_clock::time_point start) : start_(start) {}
 
-    // One event of the queue. Processes may end soon after, so their wiring is read now.
+    // Takes one event. Reads the wiring now, because the processes may end soon.
     void Take(std::string_view event);
 
-    // What has come since the last call.
+    // The findings since the last call.
     std::vector<Finding> Fetch();
 
 private:
@@ -28,7 +28,7 @@ private:
     std::vector<Finding> findings_;
 };
 
-// The wiring of the process as a tree, or of its stand-in if it has gone; empty if that has gone too. Any thread.
+// The wiring of the process as a tree, or that of standIn if the process has exited; empty if both have. Any thread.
 std::string WiringTreeOf(int pid, int standIn);
 
 }  // namespace Host

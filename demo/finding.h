@@ -1,4 +1,4 @@
-// What one event of the module says, as far as the demonstration asks.
+// One event of the module, reduced to the values that the demonstration needs.
 #pragma once
 
 #include <optional>
@@ -13,21 +13,21 @@ namespace Host {
 struct Finding {
     Detection detection = Detection::instantScan;
     std::string operation;    // of shellFileProtection: operationType
-    int pid = 0;              // 0 where the event names no process
-    int ppid = 0;             // likewise
+    int pid = 0;              // 0 if the event names no process
+    int ppid = 0;             // 0 if the event names no process
     std::string path;         // the shell; any bytes
-    std::string relatedPath;  // its copy or its other name; any bytes
+    std::string relatedPath;  // the copy or the new name; any bytes
     std::string detail;       // one line for people; any bytes
     std::string event;        // the JSON text
 
-    // What is found out besides, by whoever receives the event.
+    // Added by EventIntake.
     double seconds = 0;        // since the demonstration began
-    std::vector<int> lineage;  // pid, its parent, and so on upwards
-    std::string tree;          // the wiring as WiringText gives it, empty if there is nothing to see
+    std::vector<int> lineage;  // pid and its ancestors
+    std::string tree;          // the wiring, from WiringText; may be empty
 };
 
-// Reads an event. Nothing if it is none that the demonstration knows. Reverse shells of the short-command watcher
-// cannot be told from the instant scan's by their form, and count as the latter. Any thread.
+// Reads an event; nothing if its type is unknown. Events of the short-command watcher have the same form as those of
+// the instant scan, and are returned as the latter. Any thread.
 std::optional<Finding> ParseFinding(std::string_view event);
 
 }  // namespace Host

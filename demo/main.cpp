@@ -27,8 +27,8 @@ int main(int argc, char** argv) {
     try {
         return Host::DemoCommand(*parsed.options);
     } catch (const std::exception& error) {
-        // Such as a thread or memory that the system refuses.
-        Host::PrintMessage(std::string("cannot go on: ") + error.what());
+        // For example, the system refuses a thread or memory.
+        Host::PrintMessage(std::string("exiting on an unexpected error: ") + error.what());
         return Host::EXIT_FAILED;
     }
 }

@@ -35,7 +35,7 @@ nlmsghdr* Request(Buffer& buffer, uint16_t type, uint16_t flags) {
     return header;
 }
 
-// Sends one request and takes its acknowledgement. An errno, 0 for success.
+// Sends one request and reads its acknowledgement. Returns an errno, 0 for success.
 int Ask(const nlmsghdr* request) {
     const std::unique_ptr<mnl_socket, CloseSocket> socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
     if (socket == nullptr || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0 ||
@@ -104,11 +104,11 @@ bool Succeeded(int number, const std::string& what, std::string& error) {
 }  // namespace
 
 bool EnterNewNetwork(std::string& error) {
-    return Succeeded(::unshare(CLONE_NEWNET) == 0 ? 0 : errno, "a network namespace cannot be made", error);
+    return Succeeded(::unshare(CLONE_NEWNET) == 0 ? 0 : errno, "cannot create a network namespace", error);
 }
 
 bool JoinNetworks(int peerPid, std::string& error) {
-    return Succeeded(MakePair(peerPid), "a pair of virtual interfaces (veth) cannot be made", error);
+    return Succeeded(MakePair(peerPid), "cannot create a pair of virtual interfaces (veth)", error);
 }
 
 bool BringUp(const char* interface, const char* address, std::string& error) {
@@ -119,7 +119,8 @@ bool BringUp(const char* interface, const char* address, std::string& error) {
         number = EINVAL;
     }
     number = number != 0 ? number : AddAddress(index, binary);
-    return Succeeded(number != 0 ? number : TurnOn(index), std::string("interface ") + interface, error);
+    return Succeeded(number != 0 ? number : TurnOn(index), std::string("cannot configure interface ") + interface,
+                     error);
 }
 
 }  // namespace Host

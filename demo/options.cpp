@@ -9,8 +9,8 @@ namespace Host {
 
 ParsedDemoOptions ParseDemoOptions(int argc, const char* const* argv) {
     DemoOptions options;
-    // Users start it by this name; the agent finds the program.
-    CLI::App app("Stage known attacks between two hosts made for it, and show which are found", "orlim-agent demo");
+    // Users start this program as "orlim-agent demo".
+    CLI::App app("Stage known attacks between two temporary hosts, and show which are found", "orlim-agent demo");
     app.add_option("--module", options.moduleFile,
                    "Detection module, liborlim_detect-shell.so; looked up beside the agent and in the library "
                    "directories without it")

@@ -8,14 +8,13 @@
 namespace Host {
 
 struct DemoOptions {
-    std::vector<std::string> only;  // names of wirings; empty for all
-    bool list = false;              // list the wirings and leave
-    bool json = false;              // print nothing but one JSON text
+    std::vector<std::string> only;  // names of scenarios; empty for all
+    bool list = false;              // list the scenarios and exit
+    bool json = false;              // print one JSON text and nothing else
     std::optional<std::string> moduleFile;
 };
 
-// Either options, or the status to leave with and the texts to print before: output on standard output, error on
-// standard error.
+// Either options, or the exit status and the texts to print first: output to standard output, error to standard error.
 struct ParsedDemoOptions {
     std::optional<DemoOptions> options;
     int exitStatus = 0;

@@ -67,26 +67,28 @@ void ProgressView::Move(const std::string& line) {
     }
 }
 
-void ProgressView::ShowStaged(double seconds, const WiringResult& result) {
+void ProgressView::ShowStaged(double seconds, const ScenarioResult& result) {
     const std::string head = Stamp(seconds);
     if (!result.failure.empty()) {
-        Print(head + colours_.bad + "failed  " + colours_.plain + result.plan->name + ": " + Printable(result.failure) +
-              "\n");
+        Print(head + colours_.bad + "failed  " + colours_.plain + result.scenario->name + ": " +
+              Printable(result.failure) + "\n");
     } else if (!result.skipped.empty()) {
-        Print(head + "skipped " + result.plan->name + ": " + Printable(result.skipped) + "\n");
+        Print(head + "skipped " + result.scenario->name + ": " + Printable(result.skipped) + "\n");
     } else {
-        Print(head + "staged  " + result.plan->name + colours_.dim + ": " + result.plan->title + colours_.plain + "\n");
+        Print(head + "staged  " + result.scenario->name + colours_.dim + ": " + result.scenario->title +
+              colours_.plain + "\n");
     }
 }
 
-void ProgressView::ShowFinding(const Finding& finding, const WiringResult* owner) {
+void ProgressView::ShowFinding(const Finding& finding, const ScenarioResult* owner) {
     const std::string indent(secondsWidth + 4, ' ');
     std::string text = Stamp(finding.seconds);
     if (owner == nullptr) {
-        text += colours_.strong + "OTHER   " + colours_.plain + "not the demonstration's: ";
+        text += colours_.strong + "OTHER   " + colours_.plain + "not part of the demonstration: ";
     } else {
-        const std::string& colour = owner->plan->Harmless() ? colours_.bad : colours_.good;
-        text += colour + "FOUND   " + colours_.plain + colours_.strong + owner->plan->name + colours_.plain + " by ";
+        const std::string& colour = owner->scenario->Harmless() ? colours_.bad : colours_.good;
+        text +=
+            colour + "FOUND   " + colours_.plain + colours_.strong + owner->scenario->name + colours_.plain + " by ";
     }
     text += DetectionName(finding.detection);
     if (owner != nullptr) {

@@ -1,4 +1,4 @@
-// What the demonstration shows while it runs.
+// Shows the progress of the demonstration.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 namespace Host {
 
 enum class ViewStyle {
-    silent,    // nothing at all
+    silent,    // no output
     plain,     // lines
-    terminal,  // colours, and a line that moves
+    terminal,  // lines with colours, and a status line
 };
 
 // Writes to standard output. For one thread.
@@ -22,16 +22,16 @@ public:
     ProgressView(const ProgressView&) = delete;
     ProgressView& operator=(const ProgressView&) = delete;
 
-    // Whole lines, each ended by a newline.
+    // Prints whole lines, each with its newline.
     void Print(const std::string& lines);
 
-    // The line that moves, without a newline; on a terminal alone.
+    // Replaces the status line; line has no newline. Only with ViewStyle::terminal.
     void Move(const std::string& line);
 
-    void ShowStaged(double seconds, const WiringResult& result);
+    void ShowStaged(double seconds, const ScenarioResult& result);
 
-    // owner is null for a finding about a process that is not the demonstration's.
-    void ShowFinding(const Finding& finding, const WiringResult* owner);
+    // owner is null for a finding about a process that is not part of the demonstration.
+    void ShowFinding(const Finding& finding, const ScenarioResult* owner);
 
     const Colours& Palette() const { return colours_; }
 

@@ -34,37 +34,37 @@ std::string Reason(const std::string& text) {
     return printable;
 }
 
-// What else was found about a wiring whose expectation was not met.
-std::string InsteadText(const WiringResult& result) {
+// The text of a missed expectation: another finding about the scenario, or "nothing".
+std::string InsteadText(const ScenarioResult& result) {
     if (result.findings.empty()) {
         return "nothing";
     }
     const Finding& first = result.findings.front();
-    return "only: " + ExpectationText({first.detection, first.operation});
+    return "only " + ExpectationText({first.detection, first.operation});
 }
 
-std::vector<Row> HarmlessRows(const WiringResult& result) {
+std::vector<Row> HarmlessRows(const ScenarioResult& result) {
     if (result.findings.empty()) {
-        return {{result.plan->name, "nothing", "nothing", "", true}};
+        return {{result.scenario->name, "nothing", "nothing", "", true}};
     }
     std::vector<Row> rows;
     for (const Finding& finding : result.findings) {
-        rows.push_back({result.plan->name, "nothing", ExpectationText({finding.detection, finding.operation}),
+        rows.push_back({result.scenario->name, "nothing", ExpectationText({finding.detection, finding.operation}),
                         SecondsText(finding.seconds - result.parts.seconds), false});
     }
     return rows;
 }
 
-std::vector<Row> RowsOf(const WiringResult& result) {
-    if (result.plan->Harmless() && result.failure.empty()) {
+std::vector<Row> RowsOf(const ScenarioResult& result) {
+    if (result.scenario->Harmless() && result.failure.empty()) {
         return HarmlessRows(result);
     }
     std::vector<Row> rows;
-    const size_t count = std::max<size_t>(result.plan->expected.size(), 1);
+    const size_t count = std::max<size_t>(result.scenario->expected.size(), 1);
     for (size_t i = 0; i < count; ++i) {
-        Row row{result.plan->name, "nothing", "", "", result.Passed()};
-        if (i < result.plan->expected.size()) {
-            row.expected = ExpectationText(result.plan->expected[i]);
+        Row row{result.scenario->name, "nothing", "", "", result.Passed()};
+        if (i < result.scenario->expected.size()) {
+            row.expected = ExpectationText(result.scenario->expected[i]);
         }
         if (!result.failure.empty()) {
             row.found = "not staged: " + Reason(result.failure);
@@ -104,10 +104,10 @@ Json FindingJson(const Finding& finding, double since) {
     return json;
 }
 
-Json WiringJson(const WiringResult& result) {
+Json ScenarioJson(const ScenarioResult& result) {
     Json json;
-    json["name"] = result.plan->name;
-    json["title"] = result.plan->title;
+    json["name"] = result.scenario->name;
+    json["title"] = result.scenario->title;
     json["verdict"] = VerdictName(result.Judged());
     json["passed"] = result.Passed();
     const std::string& reason = result.failure.empty() ? result.skipped : result.failure;
@@ -115,8 +115,8 @@ Json WiringJson(const WiringResult& result) {
         json["reason"] = reason;
     }
     json["expected"] = Json::array();
-    for (size_t i = 0; i < result.plan->expected.size(); ++i) {
-        const Expectation& expectation = result.plan->expected[i];
+    for (size_t i = 0; i < result.scenario->expected.size(); ++i) {
+        const Expectation& expectation = result.scenario->expected[i];
         Json entry{{"detection", DetectionName(expectation.detection)}};
         if (!expectation.operation.empty()) {
             entry["operationType"] = expectation.operation;
@@ -144,8 +144,8 @@ std::string SecondsText(double seconds) {
 }
 
 std::string ReportTable(const Scoreboard& scoreboard, const Colours& colours) {
-    std::string text = colours.strong + Line({"wiring", "expected", "found", "seconds"}) + colours.plain + "\n";
-    for (const WiringResult& result : scoreboard.Results()) {
+    std::string text = colours.strong + Line({"scenario", "expected", "found", "seconds"}) + colours.plain + "\n";
+    for (const ScenarioResult& result : scoreboard.Results()) {
         for (const Row& row : RowsOf(result)) {
             text += (row.passed ? colours.good + "ok    " : colours.bad + "FAIL  ") + colours.plain +
                     Trimmed(Line(row)) + "\n";
@@ -161,16 +161,16 @@ std::string ReportSummary(const Scoreboard& scoreboard, double seconds) {
     const auto skipped = std::count_if(results.begin(), results.end(),
                                        [](const auto& each) { return each.Judged() == Verdict::skipped; });
     std::string text =
-        std::to_string(passed - skipped) + " of " + std::to_string(results.size()) + " wirings as expected";
+        std::to_string(passed - skipped) + " of " + std::to_string(results.size()) + " scenarios as expected";
     if (skipped != 0) {
         text += ", " + std::to_string(skipped) + " skipped";
     }
     if (!scoreboard.Others().empty()) {
         text += "; " + std::to_string(scoreboard.Others().size()) +
                 (scoreboard.Others().size() == 1 ? " finding" : " findings") +
-                " about other processes of this host, above";
+                " about other processes of this host, see above";
     }
-    return text + "; " + SecondsText(seconds) + " s in all";
+    return text + "; took " + SecondsText(seconds) + " s";
 }
 
 std::string ReportJson(const Scoreboard& scoreboard, double seconds, bool complete) {
@@ -178,9 +178,9 @@ std::string ReportJson(const Scoreboard& scoreboard, double seconds, bool comple
     json["passed"] = complete && scoreboard.Passed();
     json["complete"] = complete;
     json["seconds"] = Rounded(seconds);
-    json["wirings"] = Json::array();
-    for (const WiringResult& result : scoreboard.Results()) {
-        json["wirings"].push_back(WiringJson(result));
+    json["scenarios"] = Json::array();
+    for (const ScenarioResult& result : scoreboard.Results()) {
+        json["scenarios"].push_back(ScenarioJson(result));
     }
     json["otherFindings"] = Json::array();
     for (const Finding& finding : scoreboard.Others()) {
@@ -191,13 +191,13 @@ std::string ReportJson(const Scoreboard& scoreboard, double seconds, bool comple
 
 std::string ListText() {
     std::string text;
-    for (const WiringPlan& plan : AllWirings()) {
+    for (const Scenario& scenario : AllScenarios()) {
         std::string expected;
-        for (const Expectation& expectation : plan.expected) {
+        for (const Expectation& expectation : scenario.expected) {
             expected += (expected.empty() ? "" : ", ") + ExpectationText(expectation);
         }
-        text +=
-            Padded(plan.name, nameWidth) + Padded(plan.title, 62) + (expected.empty() ? "nothing" : expected) + "\n";
+        text += Padded(scenario.name, nameWidth) + Padded(scenario.title, 62) +
+                (expected.empty() ? "nothing" : expected) + "\n";
     }
     return text;
 }

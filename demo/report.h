@@ -1,4 +1,4 @@
-// The end of the demonstration, as a table and as JSON.
+// The results of the demonstration, as a table and as JSON.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace Host {
 
-// Escape sequences of a terminal; all empty where none are wanted.
+// Escape sequences of a terminal; all empty for output without colours.
 struct Colours {
     std::string good;
     std::string bad;
@@ -18,19 +18,19 @@ struct Colours {
 
 Colours TerminalColours();
 
-// Such as "4.1".
+// For example "4.1".
 std::string SecondsText(double seconds);
 
-// wiring, expected, found, seconds, one line for each expectation, each ended by a newline.
+// The columns scenario, expected, found and seconds: one line per expectation, each with a newline.
 std::string ReportTable(const Scoreboard& scoreboard, const Colours& colours);
 
-// One sentence on how it went, without a newline.
+// One line with the number of scenarios with the expected result, without a newline.
 std::string ReportSummary(const Scoreboard& scoreboard, double seconds);
 
-// All of it as one JSON text, ended by a newline.
+// All results as one JSON text, with a newline.
 std::string ReportJson(const Scoreboard& scoreboard, double seconds, bool complete);
 
-// The names and titles of all wirings and what is expected of them, a line each.
+// The name, title and expected result of each scenario, one line each.
 std::string ListText();
 
 }  // namespace Host

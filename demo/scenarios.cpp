@@ -11,11 +11,12 @@ using std::chrono::milliseconds;
 
 constexpr uint16_t firstPort = 4441;
 
-// Makes a shell fork, which is what brings it to the instant scan's notice, and does nothing else.
+// Makes a shell fork, because the instant scan inspects only processes that fork.
 const std::vector<AttackerLine> oneCommand{{milliseconds(0), "id\n"}};
 
-// Each lives long enough to be looked at on a busy host, they come at the pace of a person, and the program is back at
-// its connection whenever the watcher sweeps. What the first sweep misses is there for the next.
+// Each command runs long enough to be inspected on a busy host. The commands come at the speed of a person, and the
+// program waits on its connection whenever the watcher sweeps. The second group is for the next sweep, in case the
+// first sweep misses the first group.
 const std::vector<AttackerLine> typedCommands{{milliseconds(0), "sleep 1.5\n"},
                                               {milliseconds(2500), "sleep 1.5\n"},
                                               {milliseconds(2500), "sleep 1.5\n"},
@@ -30,7 +31,7 @@ Expectation Tampering(const char* operation) {
     return {Detection::shellFileProtection, operation};
 }
 
-std::vector<WiringPlan> MakeWirings() {
+std::vector<Scenario> MakeScenarios() {
     return {
         {"bash-on-socket", "bash whose input and output are a connection", {By(Detection::instantScan)}, oneCommand},
         {"fifo-waiting-relay",
@@ -56,10 +57,10 @@ std::vector<WiringPlan> MakeWirings() {
          oneCommand},
         {"shell-chmod", "chmod of a shell", {Tampering("attribute")}, {}, true},
         {"shell-chattr", "chattr of a shell", {Tampering("attribute")}, {}, true},
-        {"shell-rename", "a shell moved away", {Tampering("move")}, {}, true},
+        {"shell-rename", "a shell is renamed", {Tampering("move")}, {}, true},
         {"harmless-terminal", "bash on a terminal, without a connection", {}, {}},
         {"harmless-pipeline", "a pipeline of bash", {}, {}},
-        {"harmless-build", "a script with many short processes, as a build has", {}, {}},
+        {"harmless-build", "a script with many short processes, like a build", {}, {}},
     };
 }
 
@@ -84,21 +85,21 @@ std::string ExpectationText(const Expectation& expectation) {
     return expectation.operation.empty() ? name : name + " (" + expectation.operation + ")";
 }
 
-const std::vector<WiringPlan>& AllWirings() {
-    static const std::vector<WiringPlan> wirings = MakeWirings();
-    return wirings;
+const std::vector<Scenario>& AllScenarios() {
+    static const std::vector<Scenario> scenarios = MakeScenarios();
+    return scenarios;
 }
 
-const WiringPlan* FindWiring(const std::string& name) {
-    const auto& all = AllWirings();
-    const auto found = std::find_if(all.begin(), all.end(), [&](const WiringPlan& each) { return each.name == name; });
+const Scenario* FindScenario(const std::string& name) {
+    const auto& all = AllScenarios();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const Scenario& each) { return each.name == name; });
     return found == all.end() ? nullptr : &*found;
 }
 
-uint16_t PortOf(const WiringPlan& plan) {
-    const auto& all = AllWirings();
+uint16_t PortOf(const Scenario& scenario) {
+    const auto& all = AllScenarios();
     const auto found =
-        std::find_if(all.begin(), all.end(), [&](const WiringPlan& each) { return each.name == plan.name; });
+        std::find_if(all.begin(), all.end(), [&](const Scenario& each) { return each.name == scenario.name; });
     return static_cast<uint16_t>(firstPort + (found - all.begin()));
 }
 

@@ -1,4 +1,4 @@
-// The wirings that the demonstration stages, and what the detection has to say of each.
+// The scenarios of the demonstration, with the expected findings of each.
 #pragma once
 
 #include <chrono>
@@ -10,44 +10,44 @@ namespace Host {
 
 enum class Detection { instantScan, shortCommandWatcher, periodScan, shellFileProtection };
 
-// Such as "instant scan".
+// For example "instant scan".
 const char* DetectionName(Detection detection);
 
-// One finding that has to come.
+// One expected finding.
 struct Expectation {
     Detection detection = Detection::instantScan;
     std::string operation;  // of shellFileProtection: the event's operationType
 };
 
-// Such as "instant scan" or "shell file protection (copy)".
+// For example "instant scan" or "shell file protection (copy)".
 std::string ExpectationText(const Expectation& expectation);
 
-// What the attacker sends to a wiring's connection.
+// One line that the attacker sends on the scenario's connection.
 struct AttackerLine {
-    std::chrono::milliseconds pause{0};  // after the line before
+    std::chrono::milliseconds pause{0};  // after the previous line
     std::string text;
 };
 
-struct WiringPlan {
-    std::string name;                   // as --only takes it
-    std::string title;                  // half a line for people
-    std::vector<Expectation> expected;  // in the order in which they are told; none: it has to stay silent
+struct Scenario {
+    std::string name;                   // argument of --only
+    std::string title;                  // a short description
+    std::vector<Expectation> expected;  // in the order of the report; empty: no finding is allowed
     std::vector<AttackerLine> conversation;
-    bool changesShellFile = false;  // the wiring is a change to a throw-away shell of the demonstration's own
+    bool changesShellFile = false;  // the scenario changes a temporary shell file of the demonstration
 
     bool Harmless() const { return expected.empty(); }
 };
 
-// All of them, in the order in which they are told. Any thread.
-const std::vector<WiringPlan>& AllWirings();
+// All scenarios, in the order of the report. Any thread.
+const std::vector<Scenario>& AllScenarios();
 
-// Null if there is none of that name. Any thread.
-const WiringPlan* FindWiring(const std::string& name);
+// Null if no scenario has that name. Any thread.
+const Scenario* FindScenario(const std::string& name);
 
-// The attacker's port for the wiring.
-uint16_t PortOf(const WiringPlan& plan);
+// The attacker's port for the scenario.
+uint16_t PortOf(const Scenario& scenario);
 
-// The throw-away shell of a wiring that changes one.
+// The path of the temporary shell of a scenario that changes one.
 std::string ShellFileOf(const std::string& directory, const std::string& name);
 
 }  // namespace Host

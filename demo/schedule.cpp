@@ -18,7 +18,7 @@ std::string CountdownText(double seconds) {
     const double nextSweep = firstSweepSeconds + (std::fmax(done, -1) + 1) * sweepIntervalSeconds;
     const std::string period = seconds < periodScanSeconds
                                    ? Published::periodScan + (" in " + WholeSeconds(periodScanSeconds - seconds))
-                                   : Published::periodScan + std::string(" at work");
+                                   : Published::periodScan + std::string(" running");
     return period + ", short-command sweep in " + WholeSeconds(nextSweep - seconds);
 }
 

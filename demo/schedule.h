@@ -1,4 +1,4 @@
-// When the module looks next.
+// When the module's next scans are due.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace Host {
 
-// The module's scans, in seconds since its start. Only the first period scan is within the demonstration.
+// The times of the module's scans, in seconds since its start. The demonstration ends before the second period scan.
 constexpr double periodScanSeconds = Published::firstPeriodScanMs / 1000.0;
 constexpr double firstSweepSeconds = Published::firstShortCommandSweepMs / 1000.0;
 constexpr double sweepIntervalSeconds = Published::shortCommandSweepIntervalMs / 1000.0;
 
-// Such as "period scan in 12 s, short-command sweep in 3 s" for that many seconds after the module's start.
+// For example "period scan in 12 s, short-command sweep in 3 s"; seconds is the time since the module's start.
 std::string CountdownText(double seconds);
 
 }  // namespace Host

@@ -5,7 +5,7 @@
 namespace Host {
 namespace {
 
-bool IsOpen(const WiringResult& result) {
+bool IsOpen(const ScenarioResult& result) {
     return result.skipped.empty() && result.failure.empty() &&
            std::any_of(result.after.begin(), result.after.end(), [](const auto& each) { return !each; });
 }
@@ -23,11 +23,11 @@ bool Names(const StagedParts& parts, const Finding& finding) {
     return parts.shells.contains(finding.pid);
 }
 
-void Meet(WiringResult& result, const Finding& finding) {
+void Meet(ScenarioResult& result, const Finding& finding) {
     if (!Names(result.parts, finding)) {
         return;
     }
-    const std::vector<Expectation>& expected = result.plan->expected;
+    const std::vector<Expectation>& expected = result.scenario->expected;
     for (size_t i = 0; i < expected.size(); ++i) {
         if (!result.after[i] && expected[i].detection == finding.detection &&
             expected[i].operation == finding.operation) {
@@ -57,54 +57,54 @@ const char* VerdictName(Verdict verdict) {
     return "not staged";
 }
 
-Verdict WiringResult::Judged() const {
+Verdict ScenarioResult::Judged() const {
     if (!failure.empty()) {
         return Verdict::notStaged;
     }
     if (!skipped.empty()) {
         return Verdict::skipped;
     }
-    if (plan->Harmless()) {
+    if (scenario->Harmless()) {
         return findings.empty() ? Verdict::silent : Verdict::notSilent;
     }
     return IsOpen(*this) ? Verdict::missed : Verdict::found;
 }
 
-bool WiringResult::Passed() const {
+bool ScenarioResult::Passed() const {
     const Verdict verdict = Judged();
     return verdict == Verdict::found || verdict == Verdict::silent || verdict == Verdict::skipped;
 }
 
-Scoreboard::Scoreboard(const std::vector<const WiringPlan*>& plans) {
-    for (const WiringPlan* plan : plans) {
-        WiringResult result;
-        result.plan = plan;
-        result.after.resize(plan->expected.size());
+Scoreboard::Scoreboard(const std::vector<const Scenario*>& scenarios) {
+    for (const Scenario* scenario : scenarios) {
+        ScenarioResult result;
+        result.scenario = scenario;
+        result.after.resize(scenario->expected.size());
         results_.push_back(std::move(result));
     }
 }
 
 void Scoreboard::Staged(const std::string& name, const StagedParts& parts) {
-    if (WiringResult* result = ResultOf(name)) {
+    if (ScenarioResult* result = ResultOf(name)) {
         result->parts = parts;
     }
 }
 
 void Scoreboard::Skipped(const std::string& name, const std::string& reason) {
-    if (WiringResult* result = ResultOf(name)) {
+    if (ScenarioResult* result = ResultOf(name)) {
         result->skipped = reason;
     }
 }
 
 void Scoreboard::NotStaged(const std::string& name, const std::string& reason) {
-    if (WiringResult* result = ResultOf(name)) {
+    if (ScenarioResult* result = ResultOf(name)) {
         result->failure = reason;
     }
 }
 
-const WiringResult* Scoreboard::Add(Finding& finding) {
-    const WiringResult* about = OwnerOf(finding);
-    WiringResult* owner = about == nullptr ? nullptr : ResultOf(about->plan->name);
+const ScenarioResult* Scoreboard::Add(Finding& finding) {
+    const ScenarioResult* about = OwnerOf(finding);
+    ScenarioResult* owner = about == nullptr ? nullptr : ResultOf(about->scenario->name);
     if (owner == nullptr) {
         others_.push_back(finding);
         return nullptr;
@@ -123,21 +123,21 @@ bool Scoreboard::AllFound() const {
 }
 
 bool Scoreboard::AnyHarmless() const {
-    return std::any_of(results_.begin(), results_.end(), [](const auto& each) { return each.plan->Harmless(); });
+    return std::any_of(results_.begin(), results_.end(), [](const auto& each) { return each.scenario->Harmless(); });
 }
 
 bool Scoreboard::Passed() const {
     return std::all_of(results_.begin(), results_.end(), [](const auto& each) { return each.Passed(); });
 }
 
-WiringResult* Scoreboard::ResultOf(const std::string& name) {
+ScenarioResult* Scoreboard::ResultOf(const std::string& name) {
     const auto found =
-        std::find_if(results_.begin(), results_.end(), [&](const auto& each) { return each.plan->name == name; });
+        std::find_if(results_.begin(), results_.end(), [&](const auto& each) { return each.scenario->name == name; });
     return found == results_.end() ? nullptr : &*found;
 }
 
-const WiringResult* Scoreboard::OwnerOf(const Finding& finding) const {
-    for (const WiringResult& result : results_) {
+const ScenarioResult* Scoreboard::OwnerOf(const Finding& finding) const {
+    for (const ScenarioResult& result : results_) {
         const StagedParts& parts = result.parts;
         const bool inLine =
             std::find(finding.lineage.begin(), finding.lineage.end(), parts.stagehand) != finding.lineage.end();

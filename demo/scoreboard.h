@@ -1,4 +1,4 @@
-// Which of the expectations have been met.
+// Collects the findings and tracks which expectations are met.
 #pragma once
 
 #include <map>
@@ -12,27 +12,27 @@
 
 namespace Host {
 
-// What a wiring is made of, once it is staged.
+// The processes and files of a staged scenario.
 struct StagedParts {
-    int stagehand = 0;            // the process that all others of the wiring descend from
-    std::set<int> shells;         // which findings have to name
-    std::set<int> programs;       // whose commands findings have to name
-    std::set<std::string> files;  // shells and copies of them
+    int stagehand = 0;            // the ancestor of all other processes of the scenario
+    std::set<int> shells;         // processes that findings must name
+    std::set<int> programs;       // processes whose commands findings must name
+    std::set<std::string> files;  // shells and copies of shells
     double seconds = 0;           // when it was staged, since the demonstration began
 };
 
 enum class Verdict { found, missed, silent, notSilent, skipped, notStaged };
 
-// Such as "not silent".
+// For example "not silent".
 const char* VerdictName(Verdict verdict);
 
-struct WiringResult {
-    const WiringPlan* plan = nullptr;
+struct ScenarioResult {
+    const Scenario* scenario = nullptr;
     StagedParts parts;
-    std::string skipped;                       // why it cannot be staged on this host; any bytes
-    std::string failure;                       // what went wrong in staging it; any bytes
-    std::vector<std::optional<double>> after;  // seconds from the staging on, for each expectation that is met
-    std::vector<Finding> findings;             // all that are about it
+    std::string skipped;                       // why this host does not allow it; any bytes
+    std::string failure;                       // why staging failed; any bytes
+    std::vector<std::optional<double>> after;  // per expectation: seconds from staging to its finding
+    std::vector<Finding> findings;             // all findings about it
 
     Verdict Judged() const;
     bool Passed() const;
@@ -41,34 +41,34 @@ struct WiringResult {
 // For one thread.
 class Scoreboard {
 public:
-    explicit Scoreboard(const std::vector<const WiringPlan*>& plans);
+    explicit Scoreboard(const std::vector<const Scenario*>& scenarios);
 
     void Staged(const std::string& name, const StagedParts& parts);
     void Skipped(const std::string& name, const std::string& reason);
     void NotStaged(const std::string& name, const std::string& reason);
 
-    // The wiring that the finding is about; null if it is about none.
-    const WiringResult* OwnerOf(const Finding& finding) const;
+    // The scenario that the finding belongs to; null if there is none.
+    const ScenarioResult* OwnerOf(const Finding& finding) const;
 
-    // Takes a finding to the wiring that it is about, which is returned, or to the others: null. May put the finding's
-    // detection right.
-    const WiringResult* Add(Finding& finding);
+    // Adds a finding to its scenario and returns that, or adds it to the others and returns null. Corrects the
+    // finding's detection if it belongs to the short-command watcher.
+    const ScenarioResult* Add(Finding& finding);
 
-    // Every wiring from which findings have to come has given them all.
+    // True if all expectations are met.
     bool AllFound() const;
 
-    // There are wirings that have to stay silent.
+    // True if there are scenarios that must not be reported.
     bool AnyHarmless() const;
 
     bool Passed() const;
 
-    const std::vector<WiringResult>& Results() const { return results_; }
+    const std::vector<ScenarioResult>& Results() const { return results_; }
     const std::vector<Finding>& Others() const { return others_; }
 
 private:
-    WiringResult* ResultOf(const std::string& name);
+    ScenarioResult* ResultOf(const std::string& name);
 
-    std::vector<WiringResult> results_;
+    std::vector<ScenarioResult> results_;
     std::vector<Finding> others_;
 };
 

@@ -19,22 +19,22 @@ std::vector<std::string> StagehandWords(const std::string& part, const std::stri
     return {"orlim-demo", stagehandCommand, part, directory};
 }
 
-// One line of a stagehand. False if it was the last one.
-bool TakeLine(const std::string& line, StagedWiring& wiring) {
+// Reads one line of a stagehand. False if it was the last line.
+bool TakeLine(const std::string& line, StagedScenario& staged) {
     const size_t blank = line.find(' ');
     const std::string word = line.substr(0, blank);
     const std::string rest = blank == std::string::npos ? "" : line.substr(blank + 1);
     if (word == "shell") {
-        wiring.parts.shells.insert(std::atoi(rest.c_str()));
+        staged.parts.shells.insert(std::atoi(rest.c_str()));
     } else if (word == "program") {
-        wiring.parts.programs.insert(std::atoi(rest.c_str()));
+        staged.parts.programs.insert(std::atoi(rest.c_str()));
     } else if (word == "file") {
-        wiring.parts.files.insert(rest);
+        staged.parts.files.insert(rest);
     } else if (word == "skip") {
-        wiring.skipped = rest;
+        staged.skipped = rest;
         return false;
     } else if (word == "error") {
-        wiring.failure = rest;
+        staged.failure = rest;
         return false;
     }
     return word != "done";
@@ -57,23 +57,23 @@ bool Stage::Join(std::string& error) {
     return AwaitAttacker("listening", error);
 }
 
-StagedWiring Stage::Put(const WiringPlan& plan) {
-    StagedWiring wiring;
-    wiring.plan = &plan;
+StagedScenario Stage::Put(const Scenario& scenario) {
+    StagedScenario staged;
+    staged.scenario = &scenario;
     try {
-        StageProcess& stagehand = stagehands_.emplace_back(StagehandWords(plan.name, directory_));
-        wiring.parts.stagehand = stagehand.Pid();
+        StageProcess& stagehand = stagehands_.emplace_back(StagehandWords(scenario.name, directory_));
+        staged.parts.stagehand = stagehand.Pid();
         std::string line;
         do {
             if (!stagehand.ReadLine(line, stepPatience)) {
-                wiring.failure = "its process says nothing more";
+                staged.failure = "its process does not respond";
                 break;
             }
-        } while (TakeLine(line, wiring));
+        } while (TakeLine(line, staged));
     } catch (const std::exception& error) {
-        wiring.failure = error.what();
+        staged.failure = error.what();
     }
-    return wiring;
+    return staged;
 }
 
 void Stage::Open() const {
@@ -90,7 +90,7 @@ bool Stage::Clear() {
 bool Stage::AwaitAttacker(const std::string& word, std::string& error) {
     std::string line;
     if (!attacker_->ReadLine(line, stepPatience)) {
-        error = "the attacker's host does not start";
+        error = "the attacker's process does not respond";
         return false;
     }
     if (line != word) {

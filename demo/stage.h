@@ -1,4 +1,4 @@
-// The stage: two hosts, and the wirings between them.
+// The stage: two hosts and the scenarios between them.
 #pragma once
 
 #include <memory>
@@ -10,33 +10,33 @@
 
 namespace Host {
 
-// What became of one wiring.
-struct StagedWiring {
-    const WiringPlan* plan = nullptr;
-    StagedParts parts;    // without the time
-    std::string skipped;  // a reason, or empty; any bytes
-    std::string failure;  // likewise
+// The result of staging one scenario.
+struct StagedScenario {
+    const Scenario* scenario = nullptr;
+    StagedParts parts;    // without seconds
+    std::string skipped;  // as in ScenarioResult
+    std::string failure;  // as in ScenarioResult
 };
 
-// For one thread, whose network namespace is the victim's host. With the object go all processes of the stage.
+// For one thread, whose network namespace becomes the victim's host. The destructor ends all processes of the stage.
 class Stage {
 public:
-    // Files of the wirings are made in directory.
+    // The scenarios create their files in directory.
     explicit Stage(std::string directory) : directory_(std::move(directory)) {}
     ~Stage();
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 
-    // Starts the attacker's host and joins it to this one. False on failure; error then says why.
+    // Starts the attacker's host and connects it to this one. False on failure; error then gives the reason.
     bool Join(std::string& error);
 
-    // Stages a wiring, up to what follows from the attacker's commands. After Join.
-    StagedWiring Put(const WiringPlan& plan);
+    // Stages a scenario except for the attacker's commands. After Join.
+    StagedScenario Put(const Scenario& scenario);
 
-    // Lets the attacker send commands to the wirings, a second from now or less.
+    // Makes the attacker start to send its commands, within 1.5 seconds.
     void Open() const;
 
-    // Ends everything. False if some process is left.
+    // Ends all processes of the stage. False if one is left.
     bool Clear();
 
 private:

@@ -17,13 +17,13 @@ namespace Host {
 namespace {
 
 struct Scene {
-    const WiringPlan& plan;
+    const Scenario& scenario;
     const std::string& directory;
-    const std::function<void(const std::string&)>& tell;
+    const std::function<void(const std::string&)>& report;
 
-    std::string File(const char* suffix) const { return directory + "/" + plan.name + suffix; }
-    void Shell(pid_t pid) const { tell("shell " + std::to_string(pid)); }
-    void Done() const { tell("done"); }
+    std::string File(const char* suffix) const { return directory + "/" + scenario.name + suffix; }
+    void Shell(pid_t pid) const { report("shell " + std::to_string(pid)); }
+    void Done() const { report("done"); }
 };
 
 [[noreturn]] void KeepUp() {
@@ -33,16 +33,16 @@ struct Scene {
 }
 
 void BashOnSocket(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
+    const int connection = ConnectToAttacker(scene.scenario);
     scene.Shell(StartShell({{0, connection}, {1, connection}, {2, connection}}));
     scene.Done();
     ::close(connection);
     KeepUp();
 }
 
-// This process is the relay that waits: the instant scan looks at a shell's parent, not at its siblings.
+// This process is the relay that waits: the instant scan inspects the parent of a shell, not its siblings.
 void FifoWaitingRelay(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
+    const int connection = ConnectToAttacker(scene.scenario);
     const Ends input = MakeNamedPipe(scene.File(".fifo"));
     const Ends output = MakeAnonymousPipe();
     StartWaitingRelay({{0, output.read}, {1, connection}});
@@ -54,7 +54,7 @@ void FifoWaitingRelay(const Scene& scene) {
 }
 
 void FifoPollingRelay(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
+    const int connection = ConnectToAttacker(scene.scenario);
     const Ends input = MakeNamedPipe(scene.File(".fifo"));
     const Ends output = MakeAnonymousPipe();
     StartPollingRelay({{0, output.read}, {1, input.write}, {3, connection}}, {{0, 3}, {3, 1}});
@@ -65,7 +65,7 @@ void FifoPollingRelay(const Scene& scene) {
 }
 
 void TwoRelays(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
+    const int connection = ConnectToAttacker(scene.scenario);
     const Ends input = MakeAnonymousPipe();
     const Ends output = MakeAnonymousPipe();
     const Ends inwards = MakeAnonymousPipe();
@@ -79,7 +79,7 @@ void TwoRelays(const Scene& scene) {
 }
 
 void TerminalRelay(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
+    const int connection = ConnectToAttacker(scene.scenario);
     const Terminal terminal = MakeTerminal();
     scene.Shell(StartShellOnTerminal(terminal));
     scene.Done();
@@ -89,8 +89,8 @@ void TerminalRelay(const Scene& scene) {
 }
 
 void ShortCommands(const Scene& scene) {
-    const int connection = ConnectToAttacker(scene.plan);
-    scene.tell("program " + std::to_string(::getpid()));
+    const int connection = ConnectToAttacker(scene.scenario);
+    scene.report("program " + std::to_string(::getpid()));
     scene.Done();
     TakePlaces({{3, connection}});
     std::string line;
@@ -110,8 +110,8 @@ void ShortCommands(const Scene& scene) {
 void RenamedBash(const Scene& scene) {
     const std::string copy = scene.directory + "/updater";
     std::filesystem::copy_file("/bin/bash", copy);
-    scene.tell("file " + copy);
-    const int connection = ConnectToAttacker(scene.plan);
+    scene.report("file " + copy);
+    const int connection = ConnectToAttacker(scene.scenario);
     scene.Shell(StartShell({{0, connection}, {1, connection}, {2, connection}}, {}, copy));
     scene.Done();
     ::close(connection);
@@ -119,35 +119,36 @@ void RenamedBash(const Scene& scene) {
 }
 
 void ShellChmod(const Scene& scene) {
-    const std::string shell = ShellFileOf(scene.directory, scene.plan.name);
-    scene.tell("file " + shell);
+    const std::string shell = ShellFileOf(scene.directory, scene.scenario.name);
+    scene.report("file " + shell);
     if (::chmod(shell.c_str(), 0700) != 0) {
         FailStaging("chmod: " + ErrorText(errno));
     }
     scene.Done();
 }
 
-// "No dump" means nothing for what the file may be used for.
+// Uses the "no dump" flag because it does not affect how the file can be used.
 void ShellChattr(const Scene& scene) {
-    const std::string shell = ShellFileOf(scene.directory, scene.plan.name);
-    scene.tell("file " + shell);
+    const std::string shell = ShellFileOf(scene.directory, scene.scenario.name);
+    scene.report("file " + shell);
     const Descriptor file(::open(shell.c_str(), O_RDONLY | O_CLOEXEC));
     int flags = 0;
     if (::ioctl(file.Get(), FS_IOC_GETFLAGS, &flags) != 0) {
-        scene.tell("skip the file system of " + scene.directory + " has no such flags");
+        scene.report("skip the file system of " + scene.directory + " has no file flags");
         return;
     }
     flags |= FS_NODUMP_FL;
     if (::ioctl(file.Get(), FS_IOC_SETFLAGS, &flags) != 0) {
-        scene.tell("skip the file system of " + scene.directory + " does not change flags: " + ErrorText(errno));
+        scene.report("skip the file system of " + scene.directory +
+                     " refuses to change file flags: " + ErrorText(errno));
         return;
     }
     scene.Done();
 }
 
 void ShellRename(const Scene& scene) {
-    const std::string shell = ShellFileOf(scene.directory, scene.plan.name);
-    scene.tell("file " + shell);
+    const std::string shell = ShellFileOf(scene.directory, scene.scenario.name);
+    scene.report("file " + shell);
     if (::rename(shell.c_str(), (shell + ".away").c_str()) != 0) {
         FailStaging("rename: " + ErrorText(errno));
     }
@@ -173,7 +174,7 @@ void HarmlessPipeline(const Scene& scene) {
     KeepUp();
 }
 
-// When its work is done the shell waits for more, so that it is there to be judged.
+// Afterwards the shell waits for input, so that it still exists when it is judged.
 void HarmlessBuild(const Scene& scene) {
     constexpr const char* script = "for n in {1..20}; do cat /etc/hostname; ls /; done >/dev/null; read -r line";
     const Ends input = MakeAnonymousPipe();
@@ -203,14 +204,15 @@ constexpr struct {
 
 }  // namespace
 
-void Act(const WiringPlan& plan, const std::string& directory, const std::function<void(const std::string&)>& tell) {
+void Act(const Scenario& scenario, const std::string& directory,
+         const std::function<void(const std::string&)>& report) {
     for (const auto& each : acts) {
-        if (plan.name == each.name) {
-            each.act({plan, directory, tell});
+        if (scenario.name == each.name) {
+            each.act({scenario, directory, report});
             return;
         }
     }
-    FailStaging("nothing is known of how to stage it");
+    FailStaging("no function stages this scenario");
 }
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// How each wiring is staged.
+// Stages each scenario.
 #pragma once
 
 #include <functional>
@@ -8,8 +8,9 @@
 
 namespace Host {
 
-// Stages the wiring, tells its parts as StagehandMain says, and keeps it up until the process is killed; returns where
-// there is nothing to keep up. Throws std::runtime_error if the wiring cannot be staged. For a process with one thread.
-void Act(const WiringPlan& plan, const std::string& directory, const std::function<void(const std::string&)>& tell);
+// Stages the scenario, passes its parts to report in the form that StagehandMain prints, and keeps it running until the
+// process is killed. Returns if the scenario needs no running process. Throws std::runtime_error if it cannot be
+// staged. For a process with one thread.
+void Act(const Scenario& scenario, const std::string& directory, const std::function<void(const std::string&)>& report);
 
 }  // namespace Host

@@ -18,20 +18,20 @@ void WriteText(const std::string& path, const std::string& text) {
     file << text;
     file.close();
     if (!file) {
-        throw std::system_error(errno, std::generic_category(), path + " cannot be written");
+        throw std::system_error(errno, std::generic_category(), "cannot write " + path);
     }
 }
 
 }  // namespace
 
-StageFolder::StageFolder(const std::vector<const WiringPlan*>& plans) {
+StageFolder::StageFolder(const std::vector<const Scenario*>& scenarios) {
     std::string name = (std::filesystem::temp_directory_path() / "orlim-demo-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name + " cannot be made");
+        throw std::system_error(errno, std::generic_category(), "cannot create " + name);
     }
     path_ = name;
     try {
-        Fill(plans);
+        Fill(scenarios);
     } catch (...) {
         Remove();
         throw;
@@ -42,13 +42,13 @@ StageFolder::~StageFolder() {
     Remove();
 }
 
-void StageFolder::Fill(const std::vector<const WiringPlan*>& plans) const {
+void StageFolder::Fill(const std::vector<const Scenario*>& scenarios) const {
     constexpr mode_t shellMode = 0755;
     std::string list;
-    for (const WiringPlan* plan : plans) {
-        if (plan->changesShellFile) {
-            const std::string shell = ShellFileOf(path_, plan->name);
-            WriteText(shell, "#!/bin/sh\n# Stands in for a shell of the host: " + plan->name + "\n");
+    for (const Scenario* scenario : scenarios) {
+        if (scenario->changesShellFile) {
+            const std::string shell = ShellFileOf(path_, scenario->name);
+            WriteText(shell, "#!/bin/sh\n# Plays a shell of the host in scenario " + scenario->name + "\n");
             ::chmod(shell.c_str(), shellMode);
             list += shell + "\n";
         }

@@ -1,4 +1,4 @@
-// The files of the stage.
+// The directory with the files of the stage.
 #pragma once
 
 #include <string>
@@ -8,12 +8,12 @@
 
 namespace Host {
 
-// A directory of the demonstration's own, removed with all that is in it at the end.
+// A temporary directory. The destructor removes it with its contents.
 class StageFolder {
 public:
-    // Makes it, in the directory for temporary files, with a list of shells that names one throw-away shell for each of
-    // the plans that changes one. Throws std::system_error if that fails.
-    explicit StageFolder(const std::vector<const WiringPlan*>& plans);
+    // Creates the directory, one temporary shell for each scenario that changes one, and a list of these shells. Throws
+    // std::system_error on failure.
+    explicit StageFolder(const std::vector<const Scenario*>& scenarios);
     ~StageFolder();
     StageFolder(const StageFolder&) = delete;
     StageFolder& operator=(const StageFolder&) = delete;
@@ -21,7 +21,7 @@ public:
     const std::string& Path() const { return path_; }
 
 private:
-    void Fill(const std::vector<const WiringPlan*>& plans) const;
+    void Fill(const std::vector<const Scenario*>& scenarios) const;
     void Remove() const;
 
     std::string path_;

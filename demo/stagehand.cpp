@@ -22,7 +22,7 @@ void Reply(const std::string& line) {
 
 int StagehandMain(int argc, const char* const* argv) {
     if (argc != 4) {
-        WriteAll(STDERR_FILENO, "orlim-agent: stagehand is a part of orlim-agent demo, not a command of its own\n");
+        WriteAll(STDERR_FILENO, "orlim-agent: stagehand is an internal command of orlim-agent demo\n");
         return 2;
     }
     try {
@@ -30,12 +30,12 @@ int StagehandMain(int argc, const char* const* argv) {
             Reply("error " + ServeAsAttacker());
             return 1;
         }
-        const WiringPlan* plan = FindWiring(argv[2]);
-        if (plan == nullptr) {
-            Reply(std::string("error no such wiring: ") + argv[2]);
+        const Scenario* scenario = FindScenario(argv[2]);
+        if (scenario == nullptr) {
+            Reply(std::string("error no such scenario: ") + argv[2]);
             return 1;
         }
-        Act(*plan, argv[3], Reply);
+        Act(*scenario, argv[3], Reply);
         return 0;
     } catch (const std::exception& error) {
         Reply(std::string("error ") + error.what());

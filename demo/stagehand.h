@@ -1,14 +1,14 @@
-// The part of the stage that a process of its own does.
+// A process that stages one scenario, or the attacker's host.
 #pragma once
 
 namespace Host {
 
-// What the first argument is in such a process.
+// The first argument of such a process.
 constexpr const char* stagehandCommand = "stagehand";
 
-// Stages the wiring that argv[2] names, with the directory argv[3] for its files, or serves as the attacker. Returns
-// the exit status; most never return. What it has done is told on standard output, a line each: "shell PID",
-// "program PID", "file PATH", "skip REASON", "error REASON", and "done" in the end.
+// Stages the scenario argv[2], or serves as the attacker; argv[3] is the directory for files. Returns the exit status;
+// most scenarios run until the process is killed. Prints one line per part: "shell PID", "program PID", "file PATH",
+// "skip REASON", "error REASON", and finally "done".
 int StagehandMain(int argc, const char* const* argv);
 
 }  // namespace Host

@@ -1,4 +1,4 @@
-// A thread that does what it is told, one thing after the other.
+// A thread that runs functions one after the other.
 #pragma once
 
 #include <condition_variable>
@@ -10,7 +10,7 @@
 
 namespace Host {
 
-// Operations for one thread. The thread ends with the object, after what it was told.
+// For one thread. The destructor waits until all functions have run, then ends the thread.
 class Worker {
 public:
     Worker();
@@ -18,13 +18,13 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    // The answer of work, or what it threw, once it was done.
+    // Queues work. The future has its result or its exception.
     std::future<bool> Do(std::function<bool()> work);
 
 private:
     void Run();
 
-    std::mutex mutex_;  // for the two below
+    std::mutex mutex_;  // guards work_ and ended_
     std::condition_variable changed_;
     std::queue<std::packaged_task<bool()>> work_;
     bool ended_ = false;

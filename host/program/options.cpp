@@ -118,7 +118,7 @@ ParsedOptions ParseOptions(int argc, const char* const* argv) {
         app.add_subcommand("check", "List what this host lacks, and which detections are blind without it");
     CLI::App* explain = app.add_subcommand("explain", "Show how a process is wired, and why it is or is not reported");
     CLI::App* demo =
-        app.add_subcommand("demo", "Stage known attacks between two hosts made for it, and show which are found");
+        app.add_subcommand("demo", "Stage known attacks between two temporary hosts, and show which are found");
     for (CLI::App* command : {run, scan, check, explain}) {
         AddConfigOption(*command, options);
     }

@@ -1,4 +1,4 @@
-"""The demonstration as people and machines run it, and what is left behind."""
+"""orlim-agent demo: its output as text and JSON, wrong use, and that it leaves nothing behind."""
 
 import contextlib
 import glob
@@ -34,12 +34,12 @@ def folders():
 
 
 def interfaces():
-    """All but those of tests that run at the same time."""
+    """The host's interfaces, without those of tests that run at the same time."""
     return {name for name in os.listdir("/sys/class/net") if not name.startswith(INTERFACE_PREFIX)}
 
 
 def processes_in(folder):
-    """Those whose command line, program or descriptors lead into the folder."""
+    """Processes whose command line or program is in the folder."""
     found = []
     for process in glob.glob("/proc/[0-9]*"):
         with contextlib.suppress(OSError):
@@ -52,7 +52,7 @@ def processes_in(folder):
 
 
 def processes_of(demo):
-    """Those that come from the demonstration: what works for it, in its group but init's child, and all below."""
+    """The processes of the demonstration: its worker, in its process group but a child of init, and all descendants."""
     parents, found = {}, set()
     for status in glob.glob("/proc/[0-9]*/stat"):
         with contextlib.suppress(OSError):
@@ -68,7 +68,7 @@ def processes_of(demo):
 
 
 def has_ended(pid):
-    """Whether or not init has taken notice of it yet."""
+    """True also for a zombie that init has not reaped yet."""
     try:
         with open(f"/proc/{pid}/stat", encoding="utf-8", errors="replace") as file:
             return file.read().rpartition(") ")[2][0] in "ZX"
@@ -82,26 +82,27 @@ def run_demo(*arguments, **options):
 
 @pytest.fixture
 def nothing_left():
-    """Checks that folders and interfaces are the same before and after."""
+    """Fails if folders or interfaces differ after the test."""
     before = folders(), interfaces()
     yield
     assert (folders(), interfaces()) == before
 
 
 class RunningDemo:
-    """A demonstration that is under way, with everything staged."""
+    """A demonstration that is running."""
 
     def __init__(self, **options):
         before = folders()
         self.child = subprocess.Popen(
             [PROGRAM, "demo"], stdin=subprocess.DEVNULL, env=environment(), start_new_session=True, **options
         )
-        wait_until(lambda: folders() - before, "the folder of the demonstration is there")
+        wait_until(lambda: folders() - before, "the folder of the demonstration exists")
         (self.folder,) = folders() - before
 
     def wait_until_staged(self):
         wait_until(
-            lambda: any("harmless-build" in self._words(pid) for pid in processes_of(self.child.pid)), "all is staged"
+            lambda: any("harmless-build" in self._words(pid) for pid in processes_of(self.child.pid)),
+            "the last scenario is staged",
         )
 
     @staticmethod
@@ -127,26 +128,26 @@ def running():
     demo.end()
 
 
-def test_all_wirings_are_judged_as_expected_within_a_minute(nothing_left):
+def test_all_scenarios_have_the_expected_result_within_a_minute(nothing_left):
     done = run_demo("--json")
     report = json.loads(done.stdout)
-    failed = [wiring for wiring in report["wirings"] if not wiring["passed"]]
+    failed = [scenario for scenario in report["scenarios"] if not scenario["passed"]]
     assert not failed, json.dumps(failed, indent=1)
     assert done.returncode == 0
     assert report["passed"] and report["complete"] and report["seconds"] < WHOLE_RUN_LIMIT
-    assert {wiring["name"] for wiring in report["wirings"]} == NAMES
-    for wiring in report["wirings"]:
-        if wiring["name"] in HARMLESS:
-            assert (wiring["verdict"], wiring["findings"]) == ("silent", [])
-        elif wiring["verdict"] != "skipped":
-            assert wiring["verdict"] == "found"
-            assert all(expected["seconds"] >= 0 for expected in wiring["expected"])
-        for finding in wiring["findings"]:
+    assert {scenario["name"] for scenario in report["scenarios"]} == NAMES
+    for scenario in report["scenarios"]:
+        if scenario["name"] in HARMLESS:
+            assert (scenario["verdict"], scenario["findings"]) == ("silent", [])
+        elif scenario["verdict"] != "skipped":
+            assert scenario["verdict"] == "found"
+            assert all(expected["seconds"] >= 0 for expected in scenario["expected"])
+        for finding in scenario["findings"]:
             if finding["event"]["eventType"] == "reverse-shell":
                 assert "FOREIGN" in finding["wiring"], finding
 
 
-def test_one_wiring_as_text_in_a_pipe(nothing_left):
+def test_one_scenario_as_text_in_a_pipe(nothing_left):
     done = run_demo("--only", "bash-on-socket")
     text = done.stdout.decode()
     assert done.returncode == 0, text + done.stderr.decode()
@@ -155,25 +156,25 @@ def test_one_wiring_as_text_in_a_pipe(nothing_left):
     assert re.search(r"^ +[\d.]+ s  FOUND   bash-on-socket by instant scan, ", text, re.MULTILINE)
     assert re.search(r"└─ 0,1,2  socket:\[\d+\]  tcp 198\.18\.0\.1:\d+ - 198\.18\.0\.2:\d+  FOREIGN", text)
     assert re.search(r"^ok +bash-on-socket +instant scan +instant scan +[\d.]+$", text, re.MULTILINE)
-    assert "1 of 1 wirings as expected" in text
+    assert "1 of 1 scenarios as expected" in text
     assert "two-relays" not in text
 
 
-def test_several_wirings_are_staged_together(nothing_left):
+def test_several_scenarios_are_staged_together(nothing_left):
     done = run_demo("--json", "--only", "shell-rename", "--only", "shell-chmod")
     report = json.loads(done.stdout)
     assert done.returncode == 0
-    assert [wiring["name"] for wiring in report["wirings"]] == ["shell-chmod", "shell-rename"]
+    assert [scenario["name"] for scenario in report["scenarios"]] == ["shell-chmod", "shell-rename"]
 
 
-def test_terminal_gets_colours_and_a_moving_line(nothing_left):
+def test_terminal_gets_colours_and_a_status_line(nothing_left):
     control, terminal = pty.openpty()
     child = subprocess.Popen(
         [PROGRAM, "demo", "--only", "bash-on-socket"], stdin=terminal, stdout=terminal, env=environment(TERM="xterm")
     )
     os.close(terminal)
     text = b""
-    with contextlib.suppress(OSError):  # the terminal's other side has gone
+    with contextlib.suppress(OSError):  # raised once the other side of the terminal is closed
         while block := os.read(control, 4096):
             text += block
     os.close(control)
@@ -182,34 +183,34 @@ def test_terminal_gets_colours_and_a_moving_line(nothing_left):
     assert b"\033[32mok" in text
 
 
-def test_list_tells_every_wiring_without_rights():
+def test_list_shows_every_scenario_without_rights():
     done = run_to_end("demo", "--list")
     assert done.returncode == 0
     assert {line.split()[0] for line in done.stdout.decode().splitlines()} == NAMES
 
 
-def test_unknown_wiring_is_refused_by_name():
+def test_unknown_scenario_is_refused_with_its_name():
     done = run_to_end("demo", "--only", "bash-on-sockets")
     assert (done.returncode, done.stdout) == (2, b"")
     assert "bash-on-sockets" in done.stderr.decode() and "--list" in done.stderr.decode()
 
 
-def test_missing_program_of_the_demonstration_is_named(copied_program):
+def test_missing_demonstration_program_is_reported_with_its_path(copied_program):
     missing = copied_program.parent / "orlim-demo"
     missing.unlink()
     done = run_to_end("demo", program=copied_program)
     assert done.returncode == 1
-    assert f"orlim-agent: the demonstration cannot be started: {missing}: No such file" in done.stderr.decode()
+    assert f"orlim-agent: cannot start the demonstration {missing}: No such file" in done.stderr.decode()
 
 
-def test_without_root_it_says_so(copied_program):
+def test_demonstration_requires_root(copied_program):
     done = run_to_end("demo", program=copied_program, user=NOBODY, group=NOBODY, extra_groups=[])
     assert (done.returncode, done.stdout) == (1, b"")
     assert re.fullmatch(r"orlim-agent: the demonstration needs root.*\n", done.stderr.decode())
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_interrupted_it_leaves_nothing(running, number):
+def test_interrupted_demonstration_leaves_nothing(running, number):
     interfaces_before = interfaces()
     running.wait_until_staged()
     children = processes_of(running.child.pid)
@@ -225,27 +226,27 @@ def test_interrupted_it_leaves_nothing(running, number):
     assert interfaces() == interfaces_before
 
 
-def test_killed_it_leaves_nothing(running):
+def test_killed_demonstration_leaves_nothing(running):
     interfaces_before = interfaces()
     running.wait_until_staged()
     processes = processes_of(running.child.pid)
     assert len(processes) > len(NAMES)
     running.child.kill()
     running.child.wait()
-    wait_until(lambda: all(has_ended(pid) for pid in processes), "all of it has ended")
+    wait_until(lambda: all(has_ended(pid) for pid in processes), "all its processes have ended")
     assert not os.path.exists(running.folder)
     assert interfaces() == interfaces_before
 
 
-def test_who_calls_it_does_not_hold_it_up(nothing_left):
-    """The module reads the command lines of a suspect's ancestors at half a millisecond a byte."""
+def test_long_command_line_of_the_caller_does_not_delay_it(nothing_left):
+    """The module reads the command lines of a suspect's ancestors at half a millisecond per byte."""
     call = "import subprocess, sys; sys.exit(subprocess.run(sys.argv[2:]).returncode)"
     words = [sys.executable, "-c", call, "x" * 100_000, str(PROGRAM), "demo", "--only", "bash-on-socket"]
     done = subprocess.run(words, env=environment(), capture_output=True, timeout=scaled(WHOLE_RUN_LIMIT))
     assert done.returncode == 0, done.stdout.decode()
 
 
-def test_stagehand_is_no_command():
+def test_stagehand_is_not_a_command():
     done = run_to_end("demo", "stagehand")
     assert (done.returncode, done.stdout) == (2, b"")
     assert "orlim-agent demo" in done.stderr.decode()

@@ -10,7 +10,7 @@
 namespace Host {
 namespace {
 
-// What the process at work leaves for its caller.
+// Memory that the process started by RunApart shares with the test.
 class Notes {
 public:
     Notes()
@@ -40,13 +40,13 @@ private:
     sigset_t before_{};
 };
 
-TEST_F(RunApartTest, AnswersWithTheStatusOfTheWork) {
+TEST_F(RunApartTest, ReturnsTheStatusOfTheWork) {
     for (const int status : {0, 1, 7}) {
         EXPECT_EQ(RunApart([status] { return status; }), status);
     }
 }
 
-TEST_F(RunApartTest, TheWorkIsNoDescendantOfItsCaller) {
+TEST_F(RunApartTest, WorkIsNotADescendantOfTheCaller) {
     const Notes notes;
     const pid_t caller = ::getpid();
     ASSERT_EQ(RunApart([&] {
@@ -56,15 +56,15 @@ TEST_F(RunApartTest, TheWorkIsNoDescendantOfItsCaller) {
               0);
     EXPECT_GT(notes.Parent(), 0);
     EXPECT_NE(notes.Parent(), caller);
-    // Who takes in orphans may be an ancestor of the caller; the process between the two is gone in any case.
+    // The subreaper may be an ancestor of the caller, but not the intermediate process, which has exited.
     EXPECT_EQ(::kill(notes.Parent(), 0), 0);
 }
 
-TEST_F(RunApartTest, WorkThatIsKilledHasNoStatus) {
+TEST_F(RunApartTest, ReturnsNothingIfTheWorkIsKilled) {
     EXPECT_EQ(RunApart([] { return ::kill(::getpid(), SIGKILL); }), std::nullopt);
 }
 
-TEST_F(RunApartTest, SignalsAreHandedToTheWork) {
+TEST_F(RunApartTest, ForwardsSignalsToTheWork) {
     const pid_t caller = ::getpid();
     EXPECT_EQ(RunApart([caller] {
                   ::kill(caller, SIGTERM);

@@ -1,15 +1,15 @@
-// Wirings and findings as a demonstration would have them.
+// Scenarios and findings for tests.
 #pragma once
 
 #include "demo/scoreboard.h"
 
 namespace Host {
 
-inline const WiringPlan shellPlan{"shell", "a shell", {{Detection::instantScan, ""}}, {}, false};
-inline const WiringPlan programPlan{"program", "a program", {{Detection::shortCommandWatcher, ""}}, {}, false};
-inline const WiringPlan copyPlan{
+inline const Scenario shellScenario{"shell", "a shell", {{Detection::instantScan, ""}}, {}, false};
+inline const Scenario programScenario{"program", "a program", {{Detection::shortCommandWatcher, ""}}, {}, false};
+inline const Scenario copyScenario{
     "copy", "a copy", {{Detection::shellFileProtection, "copy"}, {Detection::instantScan, ""}}, {}, false};
-inline const WiringPlan quietPlan{"quiet", "nothing", {}, {}, false};
+inline const Scenario quietScenario{"quiet", "nothing", {}, {}, false};
 
 inline StagedParts Parts(int stagehand, int shell, double seconds) {
     StagedParts parts;

@@ -5,7 +5,7 @@
 namespace Host {
 namespace {
 
-TEST(Finding, ReverseShellWithInodeIsTheInstantScans) {
+TEST(Finding, ReverseShellWithInodeIsFromTheInstantScan) {
     const std::optional<Finding> finding = ParseFinding(
         R"({"eventType":"reverse-shell","eventTime":"t","eventContent":{"pid":7,"path":"/usr/bin/bash","ppid":6,)"
         R"("inode":"12","localIp":"198.18.0.1","localPort":5,"remoteIp":"198.18.0.2","remotePort":4441}})");
@@ -17,14 +17,14 @@ TEST(Finding, ReverseShellWithInodeIsTheInstantScans) {
     EXPECT_EQ(finding->detail, "process 7 /usr/bin/bash, connection 198.18.0.1:5 - 198.18.0.2:4441");
 }
 
-TEST(Finding, ReverseShellWithoutInodeIsThePeriodScans) {
+TEST(Finding, ReverseShellWithoutInodeIsFromThePeriodScan) {
     const std::optional<Finding> finding =
         ParseFinding(R"({"eventType":"reverse-shell","eventContent":{"pid":7,"ppid":6}})");
     ASSERT_TRUE(finding);
     EXPECT_EQ(finding->detection, Detection::periodScan);
 }
 
-TEST(Finding, ChangeOfAShellTellsTheFileAndTheChange) {
+TEST(Finding, ChangeOfAShellHasFileAndOperation) {
     const struct {
         const char* content;
         const char* operation;
@@ -49,7 +49,7 @@ TEST(Finding, ChangeOfAShellTellsTheFileAndTheChange) {
     }
 }
 
-TEST(Finding, WhatIsNoEventIsNone) {
+TEST(Finding, RefusesTextThatIsNotAnEvent) {
     for (const char* text :
          {"", "{", "[]", "1", R"({"eventType":"reverse-shell"})", R"({"eventType":"reverse-shell","eventContent":[]})",
           R"({"eventType":"other","eventContent":{}})", R"({"eventType":1,"eventContent":{}})"}) {
@@ -57,7 +57,7 @@ TEST(Finding, WhatIsNoEventIsNone) {
     }
 }
 
-TEST(Finding, MembersOfAnotherTypeCountAsAbsent) {
+TEST(Finding, IgnoresMembersOfTheWrongType) {
     const std::optional<Finding> finding = ParseFinding(
         R"({"eventType":"abnormal-shell","eventContent":{"pid":"7","path":3,"operationType":[],"attribute":[]}})");
     ASSERT_TRUE(finding);

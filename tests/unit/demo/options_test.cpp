@@ -18,7 +18,7 @@ ParsedDemoOptions Parse(std::initializer_list<const char*> arguments) {
     return ParseDemoOptions(static_cast<int>(words.size()), words.data());
 }
 
-TEST(DemoOptions, StagesAllWiringsByDefault) {
+TEST(DemoOptions, StagesAllScenariosByDefault) {
     const ParsedDemoOptions plain = Parse({});
     ASSERT_TRUE(plain.options) << plain.error;
     EXPECT_TRUE(plain.options->only.empty());
@@ -27,7 +27,7 @@ TEST(DemoOptions, StagesAllWiringsByDefault) {
     EXPECT_FALSE(plain.options->moduleFile);
 }
 
-TEST(DemoOptions, TakesWiringsAndModule) {
+TEST(DemoOptions, ReadsScenariosAndModule) {
     const ParsedDemoOptions full = Parse({"--only", "a", "--json", "--only=b", "--list", "--module", "m"});
     ASSERT_TRUE(full.options) << full.error;
     EXPECT_EQ(full.options->only, (std::vector<std::string>{"a", "b"}));
@@ -36,7 +36,7 @@ TEST(DemoOptions, TakesWiringsAndModule) {
     EXPECT_EQ(full.options->moduleFile, "m");
 }
 
-TEST(DemoOptions, WrongUseLeavesWithTwoAndAHint) {
+TEST(DemoOptions, WrongUseExitsWithTwoAndAHint) {
     const struct {
         std::initializer_list<const char*> arguments;
         const char* error;

@@ -7,23 +7,23 @@
 namespace Host {
 namespace {
 
-TEST(Wirings, NamesAndPortsAreTheirOwn) {
+TEST(Scenarios, HaveUniqueNamesAndPorts) {
     std::set<std::string> names;
     std::set<uint16_t> ports;
-    for (const WiringPlan& plan : AllWirings()) {
-        EXPECT_TRUE(names.insert(plan.name).second) << plan.name;
-        EXPECT_TRUE(ports.insert(PortOf(plan)).second) << plan.name;
-        EXPECT_EQ(FindWiring(plan.name), &plan);
+    for (const Scenario& scenario : AllScenarios()) {
+        EXPECT_TRUE(names.insert(scenario.name).second) << scenario.name;
+        EXPECT_TRUE(ports.insert(PortOf(scenario)).second) << scenario.name;
+        EXPECT_EQ(FindScenario(scenario.name), &scenario);
     }
-    EXPECT_EQ(FindWiring("none"), nullptr);
+    EXPECT_EQ(FindScenario("none"), nullptr);
 }
 
-TEST(Wirings, EveryDetectionAndThreeHarmlessOnesAreThere) {
+TEST(Scenarios, CoverEveryDetectionAndThreeHarmlessCases) {
     std::set<Detection> detections;
     int harmless = 0;
-    for (const WiringPlan& plan : AllWirings()) {
-        harmless += plan.Harmless() ? 1 : 0;
-        for (const Expectation& expectation : plan.expected) {
+    for (const Scenario& scenario : AllScenarios()) {
+        harmless += scenario.Harmless() ? 1 : 0;
+        for (const Expectation& expectation : scenario.expected) {
             detections.insert(expectation.detection);
         }
     }
@@ -31,7 +31,7 @@ TEST(Wirings, EveryDetectionAndThreeHarmlessOnesAreThere) {
     EXPECT_GE(harmless, 3);
 }
 
-TEST(Wirings, WhatIsExpectedIsToldWithTheOperation) {
+TEST(Scenarios, ExpectationTextIncludesTheOperation) {
     EXPECT_EQ(ExpectationText({Detection::periodScan, ""}), "period scan");
     EXPECT_EQ(ExpectationText({Detection::shellFileProtection, "move"}), "shell file protection (move)");
 }

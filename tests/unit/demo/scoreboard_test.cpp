@@ -7,8 +7,8 @@
 namespace Host {
 namespace {
 
-TEST(Scoreboard, FindingOfTheShellByTheExpectedDetectionIsFound) {
-    Scoreboard board({&shellPlan});
+TEST(Scoreboard, FindingByTheExpectedDetectionMeetsTheExpectation) {
+    Scoreboard board({&shellScenario});
     board.Staged("shell", Parts(10, 11, 2));
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::missed);
     EXPECT_FALSE(board.AllFound());
@@ -21,8 +21,8 @@ TEST(Scoreboard, FindingOfTheShellByTheExpectedDetectionIsFound) {
     EXPECT_TRUE(board.Passed());
 }
 
-TEST(Scoreboard, FindingByAnotherDetectionIsKeptButDoesNotCount) {
-    Scoreboard board({&shellPlan});
+TEST(Scoreboard, FindingByAnotherDetectionIsKeptButMeetsNoExpectation) {
+    Scoreboard board({&shellScenario});
     board.Staged("shell", Parts(10, 11, 0));
     Finding finding = ReverseShellOf(11, 10, Detection::periodScan, 20);
     board.Add(finding);
@@ -30,16 +30,16 @@ TEST(Scoreboard, FindingByAnotherDetectionIsKeptButDoesNotCount) {
     EXPECT_EQ(board.Results()[0].findings.size(), 1U);
 }
 
-TEST(Scoreboard, FindingOfAnotherProcessOfTheWiringDoesNotCount) {
-    Scoreboard board({&shellPlan});
+TEST(Scoreboard, FindingAboutAnotherProcessOfTheScenarioMeetsNoExpectation) {
+    Scoreboard board({&shellScenario});
     board.Staged("shell", Parts(10, 11, 0));
     Finding finding = ReverseShellOf(12, 10, Detection::instantScan, 5);
     EXPECT_EQ(board.Add(finding), &board.Results()[0]);
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::missed);
 }
 
-TEST(Scoreboard, FirstFindingTellsTheSeconds) {
-    Scoreboard board({&shellPlan});
+TEST(Scoreboard, FirstFindingSetsTheSeconds) {
+    Scoreboard board({&shellScenario});
     board.Staged("shell", Parts(10, 11, 0));
     for (const double seconds : {4.0, 8.0}) {
         Finding finding = ReverseShellOf(11, 10, Detection::instantScan, seconds);
@@ -48,8 +48,8 @@ TEST(Scoreboard, FirstFindingTellsTheSeconds) {
     EXPECT_DOUBLE_EQ(board.Results()[0].after[0].value(), 4);
 }
 
-TEST(Scoreboard, CommandOfAProgramIsTheShortCommandWatchersFinding) {
-    Scoreboard board({&programPlan});
+TEST(Scoreboard, FindingAboutACommandOfAProgramIsFromTheShortCommandWatcher) {
+    Scoreboard board({&programScenario});
     StagedParts parts;
     parts.stagehand = 10;
     parts.programs = {10};
@@ -60,8 +60,8 @@ TEST(Scoreboard, CommandOfAProgramIsTheShortCommandWatchersFinding) {
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::found);
 }
 
-TEST(Scoreboard, EveryExpectationOfAWiringHasToBeMet) {
-    Scoreboard board({&copyPlan});
+TEST(Scoreboard, ScenarioIsFoundIfAllItsExpectationsAreMet) {
+    Scoreboard board({&copyScenario});
     StagedParts parts = Parts(10, 11, 0);
     parts.files = {"/t/copy"};
     board.Staged("copy", parts);
@@ -73,8 +73,8 @@ TEST(Scoreboard, EveryExpectationOfAWiringHasToBeMet) {
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::found);
 }
 
-TEST(Scoreboard, OtherOperationOnTheFileDoesNotCount) {
-    Scoreboard board({&copyPlan});
+TEST(Scoreboard, AnotherOperationOnTheFileMeetsNoExpectation) {
+    Scoreboard board({&copyScenario});
     StagedParts parts = Parts(10, 11, 0);
     parts.files = {"/t/copy"};
     board.Staged("copy", parts);
@@ -83,8 +83,8 @@ TEST(Scoreboard, OtherOperationOnTheFileDoesNotCount) {
     EXPECT_FALSE(board.Results()[0].after[0]);
 }
 
-TEST(Scoreboard, AnyFindingAboutAHarmlessWiringFails) {
-    Scoreboard board({&quietPlan});
+TEST(Scoreboard, HarmlessScenarioFailsWithAnyFinding) {
+    Scoreboard board({&quietScenario});
     board.Staged("quiet", Parts(20, 21, 0));
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::silent);
     EXPECT_TRUE(board.Passed());
@@ -95,8 +95,8 @@ TEST(Scoreboard, AnyFindingAboutAHarmlessWiringFails) {
     EXPECT_FALSE(board.Passed());
 }
 
-TEST(Scoreboard, FindingsAboutOthersStandApart) {
-    Scoreboard board({&quietPlan, &shellPlan});
+TEST(Scoreboard, KeepsFindingsAboutOtherProcessesSeparately) {
+    Scoreboard board({&quietScenario, &shellScenario});
     board.Staged("quiet", Parts(20, 21, 0));
     Finding shell = ReverseShellOf(99, 98, Detection::instantScan, 3);
     Finding change = ChangeOf("/bin/sh", "", "modify");
@@ -106,8 +106,8 @@ TEST(Scoreboard, FindingsAboutOthersStandApart) {
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::silent);
 }
 
-TEST(Scoreboard, SkippedIsNoFailureAndNotStagedIsOne) {
-    Scoreboard board({&shellPlan, &quietPlan});
+TEST(Scoreboard, SkippedScenarioPassesAndOneThatIsNotStagedFails) {
+    Scoreboard board({&shellScenario, &quietScenario});
     board.Skipped("shell", "no such flags");
     EXPECT_EQ(board.Results()[0].Judged(), Verdict::skipped);
     EXPECT_TRUE(board.AllFound());
