@@ -80,12 +80,13 @@ void ContentChanges::HandleFile(const InotifyEvent& event, int file, const std::
 void ContentChanges::HandleEntry(const InotifyEvent& event, const Place& place, Moment moment,
                                  std::vector<Change>& changes) {
     const auto path = state_.DirectoryPath(place.watch);
-    const auto entries = state_.known.Directories().find(place.watch);
-    if (!path || entries == state_.known.Directories().end()) {
+    const auto directory = state_.known.Directories().find(place.watch);
+    if (!path || directory == state_.known.Directories().end()) {
         return;
     }
-    const auto known = entries->second.find(place.name);
-    const bool isKnown = known != entries->second.end();
+    auto& entries = directory->second.files;
+    const auto known = entries.find(place.name);
+    const bool isKnown = known != entries.end();
     if ((event.mask & IN_MODIFY) != 0 && (!isKnown || known->second.burst.Begins(moment))) {
         AppendFinding({.isModified = true}, state_, -1, place, changes);
     }

@@ -9,6 +9,14 @@ constexpr std::chrono::seconds longestLinks(1);
 
 }  // namespace
 
+KnownFile* KnownFiles::Entries::FindOrMake(const std::string& name) {
+    if (files.size() >= mostEntries && !files.contains(name)) {
+        areAll = false;
+        return nullptr;
+    }
+    return &files[name];
+}
+
 KnownFile* KnownFiles::Find(int watch) {
     const auto found = files_.find(watch);
     return found == files_.end() ? nullptr : &found->second;
@@ -23,12 +31,14 @@ bool KnownFiles::Learn(const WatchedRule& rule) {
     }
     if (rule.isDirectory && !entries_.contains(rule.file)) {
         std::map<std::string, FileState> found;
-        if (IsShortage(ListDirectory(rule.rule.path, mostEntries, found))) {
+        const int error = ListDirectory(rule.rule.path, mostEntries, found);
+        if (IsShortage(error)) {
             return false;
         }
         Entries& entries = entries_[rule.file];
+        entries.areAll = error == 0;
         for (const auto& [name, each] : found) {
-            entries[name].state = each;
+            entries.files[name].state = each;
         }
     }
     return true;
@@ -46,13 +56,12 @@ void KnownFiles::LearnEntry(const Place& place, const std::string& directoryPath
     }
     FileState state;
     if (!ReadFileState(JoinPath(directoryPath, place.name), state)) {
-        entries->second.erase(place.name);
-    } else if (entries->second.contains(place.name) || entries->second.size() < mostEntries) {
-        KnownFile& known = entries->second[place.name];
-        if (!IsSameFile(known.state, state)) {
-            known = KnownFile();
+        entries->second.files.erase(place.name);
+    } else if (KnownFile* const known = entries->second.FindOrMake(place.name)) {
+        if (!IsSameFile(known->state, state)) {
+            *known = KnownFile();
         }
-        known.state = state;
+        known->state = state;
     }
 }
 

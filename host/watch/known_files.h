@@ -14,9 +14,16 @@ namespace Host {
 // One thread at a time.
 class KnownFiles {
 public:
-    using Entries = std::map<std::string, KnownFile>;
+    // The known entries of one directory, by name.
+    struct Entries {
+        std::map<std::string, KnownFile> files;
+        bool areAll = true;  // false if the directory may have further entries
 
-    // Entries of one directory of which the state is known, about 3 MiB. Changes of others are reported without the
+        // The entry of that name, made if there is none. Null if there is no room for it; areAll is false from then on.
+        KnownFile* FindOrMake(const std::string& name);
+    };
+
+    // Most entries of one directory whose state is known, about 3 MiB. Changes of others are reported without the
     // attributes' values, and not reported if the kernel loses events.
     static constexpr size_t mostEntries = 16384;
 

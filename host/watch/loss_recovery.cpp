@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <set>
+#include <utility>
 
 #include "host/base/log.h"
 #include "host/watch/content_changes.h"
@@ -58,49 +59,69 @@ void LossRecovery::CompareDirectory(int directory, KnownFiles::Entries& entries,
     if (!path) {
         return;
     }
-    if (const int error = ListDirectory(*path, KnownFiles::mostEntries, found); error != 0) {
+    const int error = ListDirectory(*path, KnownFiles::mostEntries, found);
+    if (error != 0 && error != E2BIG) {
         if (IsShortage(error)) {
             due_ = now + shortagePause;
         }
         return;
     }
+    const bool wereAll = std::exchange(entries.areAll, error == 0);
     CompareMissing(directory, *path, found, entries, changes);
     for (const auto& [name, state] : found) {
-        CompareEntry({directory, name}, state, entries, now, changes);
-    }
-}
-
-void LossRecovery::CompareMissing(int directory, const std::string& path, const Listing& found,
-                                  KnownFiles::Entries& entries, std::vector<Change>& changes) {
-    for (auto entry = entries.begin(); entry != entries.end();) {
-        FileState state;
-        const bool isThere = found.contains(entry->first) || ReadFileState(JoinPath(path, entry->first), state);
-        if (isThere || (errno != ENOENT && errno != ENOTDIR)) {
-            ++entry;
-            continue;
+        if (const auto known = entries.files.find(name); known != entries.files.end()) {
+            CompareEntry({directory, name}, state, known->second, now, changes);
+        } else {
+            TakeNewEntry({directory, name}, state, entries, wereAll, changes);
         }
-        const Meaning meaning = MeaningOf(entry->second.state, std::nullopt, Cause::relisted);
-        AppendEntry({directory, entry->first}, meaning.operation, {}, changes);
-        entry = entries.erase(entry);
     }
 }
 
-void LossRecovery::CompareEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries,
-                                Clock::Time now, std::vector<Change>& changes) {
-    const auto known = entries.find(place.name);
-    const bool isKnown = known != entries.end();
-    if (isKnown && IsSameFile(known->second.state, state)) {
-        const Finding finding = Observe(known->second, state, Cause::eventsLost, state_.quiet.At(now));
+// Reports known entries that are gone. Adds those to found that exist but were not listed: the listing of a large
+// directory ends at its limit.
+void LossRecovery::CompareMissing(int directory, const std::string& path, Listing& found, KnownFiles::Entries& entries,
+                                  std::vector<Change>& changes) {
+    for (auto entry = entries.files.begin(); entry != entries.files.end();) {
+        FileState state;
+        if (found.contains(entry->first)) {
+            ++entry;
+        } else if (ReadFileState(JoinPath(path, entry->first), state)) {
+            found.emplace(entry->first, state);
+            ++entry;
+        } else if (errno != ENOENT && errno != ENOTDIR) {
+            ++entry;
+        } else {
+            const Meaning meaning = MeaningOf(entry->second.state, std::nullopt, Cause::relisted);
+            AppendEntry({directory, entry->first}, meaning.operation, {}, changes);
+            entry = entries.files.erase(entry);
+        }
+    }
+}
+
+void LossRecovery::CompareEntry(const Place& place, const FileState& state, KnownFile& known, Clock::Time now,
+                                std::vector<Change>& changes) {
+    if (IsSameFile(known.state, state)) {
+        const Finding finding = Observe(known, state, Cause::eventsLost, state_.quiet.At(now));
         AppendEntry(place, finding.isModified ? std::optional(FILE_MODIFIED) : std::nullopt, {}, changes);
         AppendEntry(place, finding.attributes.empty() ? std::nullopt : std::optional(FILE_ATTRIBUTE),
                     finding.attributes, changes);
         return;
     }
-    const auto before = isKnown ? std::optional(known->second.state) : std::nullopt;
-    KnownFile& entry = entries[place.name];
-    entry = KnownFile();
-    entry.state = state;
+    const FileState before = known.state;
+    known = KnownFile();
+    known.state = state;
     AppendEntry(place, MeaningOf(before, state, Cause::relisted).operation, {}, changes);
+}
+
+void LossRecovery::TakeNewEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries, bool wereAll,
+                                std::vector<Change>& changes) {
+    if (KnownFile* const known = entries.FindOrMake(place.name)) {
+        known->state = state;
+    }
+    // Otherwise the entry may only have been unknown.
+    if (wereAll) {
+        AppendEntry(place, MeaningOf(std::nullopt, state, Cause::relisted).operation, {}, changes);
+    }
 }
 
 void LossRecovery::AppendEntry(const Place& place, std::optional<FileOperation> operation, const std::string& detail,

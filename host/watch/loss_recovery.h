@@ -32,9 +32,11 @@ private:
 
     void CompareRules(Clock::Time now, std::vector<Change>& changes);
     void CompareDirectory(int directory, KnownFiles::Entries& entries, Clock::Time now, std::vector<Change>& changes);
-    void CompareMissing(int directory, const std::string& path, const Listing& found, KnownFiles::Entries& entries,
+    void CompareMissing(int directory, const std::string& path, Listing& found, KnownFiles::Entries& entries,
                         std::vector<Change>& changes);
-    void CompareEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries, Clock::Time now,
+    void CompareEntry(const Place& place, const FileState& state, KnownFile& known, Clock::Time now,
+                      std::vector<Change>& changes);
+    void TakeNewEntry(const Place& place, const FileState& state, KnownFiles::Entries& entries, bool wereAll,
                       std::vector<Change>& changes);
     void AppendEntry(const Place& place, std::optional<FileOperation> operation, const std::string& detail,
                      std::vector<Change>& changes);

@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "host/watch/known_files.h"
 #include "tests/unit/watch/monitor_support.h"
 
 namespace {
@@ -15,6 +18,7 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 using TestSupport::Cork;
+using TestSupport::Fence;
 using TestSupport::Listener;
 
 // More events than the kernel queues for one reader.
@@ -94,6 +98,85 @@ TEST(MonitorLoss, ReportsChangesMadeDuringALoss) {
         }
         EXPECT_THAT(reported, Not(Contains(HasSubstr("untouched"))));
     }
+}
+
+// Reports that begin with that operation.
+size_t CountOf(char operation, const std::vector<std::string>& reported) {
+    return static_cast<size_t>(
+        std::ranges::count(reported, operation, [](const std::string& report) { return report.front(); }));
+}
+
+// A watched directory with more entries than the monitor knows.
+class MonitorLossOfALargeDirectory : public testing::Test {
+protected:
+    static constexpr size_t known = Host::KnownFiles::mostEntries;
+    static constexpr size_t unknown = 200;
+
+    void SetUp() override {
+        for (size_t i = 0; i < known + unknown; ++i) {
+            dir_.Write(Name(i), "x");
+        }
+        ASSERT_TRUE(ofNoise_.Watch(noise_.Path()));
+        ASSERT_TRUE(listener_.Watch(dir_.Path()));
+    }
+
+    static std::string Name(size_t number) { return "f" + std::to_string(number); }
+
+    // The reports of changes whose events are lost, at least that many.
+    std::vector<std::string> ReportsAfterLosing(const std::function<void()>& makeChanges, size_t count) {
+        Fence fence;
+        {
+            Cork cork;
+            Flood(noisy_, noise_.Path("two"));
+            makeChanges();
+            cork.Pull();
+            EXPECT_TRUE(listener_.AwaitCount(count));
+        }
+        EXPECT_TRUE(fence.Pass());
+        return listener_.Take();
+    }
+
+    const TemporaryDirectory dir_;
+    const TemporaryDirectory noise_;
+    const std::string noisy_ = noise_.Write("one", "");
+    Listener listener_;
+    Listener ofNoise_;
+};
+
+TEST_F(MonitorLossOfALargeDirectory, ComparesItsKnownEntries) {
+    // Which names are known depends on the order of the listing.
+    constexpr size_t removed = 50;
+    // New entries come first in some listings, and fill them.
+    constexpr size_t added = 1000;
+    const std::vector<std::string> reported = ReportsAfterLosing(
+        [&] {
+            for (size_t i = 0; i < added; ++i) {
+                dir_.Write("new" + std::to_string(i), "x");
+            }
+            for (size_t i = 0; i < known + unknown; ++i) {
+                if (i < removed) {
+                    std::filesystem::remove(dir_.Path(Name(i)));
+                } else {
+                    chmod(dir_.Path(Name(i)).c_str(), 0700);
+                }
+            }
+        },
+        known);
+    EXPECT_EQ(reported.size(), known);
+    EXPECT_LE(CountOf('3', reported), removed);
+    EXPECT_EQ(CountOf('1', reported), known - CountOf('3', reported));
+}
+
+TEST_F(MonitorLossOfALargeDirectory, DoesNotReportUnknownEntriesAsNew) {
+    constexpr size_t removed = 400;
+    const std::vector<std::string> reported = ReportsAfterLosing(
+        [&] {
+            for (size_t i = 0; i < removed; ++i) {
+                std::filesystem::remove(dir_.Path(Name(i)));
+            }
+        },
+        removed - unknown);
+    EXPECT_EQ(CountOf('3', reported), reported.size());
 }
 
 TEST(MonitorLoss, TheMonitorContinues) {
