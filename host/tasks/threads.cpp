@@ -17,6 +17,7 @@
 
 #include "host/base/log.h"
 #include "host/base/this_thread.h"
+#include "host/base/thread_refusal.h"
 
 namespace {
 
@@ -112,6 +113,7 @@ unsigned long CreateHipsThreadEx(void* (*entry)(void*), void* argument, unsigned
     const int error = StartThread(thread, StackSize(stackBytes), std::move(start));
     if (error != 0) {
         LogError("cannot start thread %s: %s (see TasksMax, ulimit -u)", name.c_str(), std::strerror(error));
+        Host::HandleRefusal(entry, argument);
         return 0;
     }
     do {

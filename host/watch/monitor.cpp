@@ -4,6 +4,7 @@
 #include <atomic>
 #include <utility>
 
+#include "host/base/thread_refusal.h"
 #include "host/watch/fanotify_group.h"
 #include "host/watch/fanotify_reader.h"
 #include "host/watch/monitor_service.h"
@@ -42,6 +43,14 @@ Host::WatchRule RuleOf(const FileWatchRule& rule) {
     return own;
 }
 
+// Without a loop the owner's close has to end the group. Its duplicate would keep it, with marks whose events nobody
+// reads.
+void ReleaseWithoutLoop(void* args) {
+    if (const auto* const given = static_cast<const FanotifyLoopArgs*>(args); given != nullptr) {
+        Host::FanotifyGroups::Instance().Forget(given->event);
+    }
+}
+
 }  // namespace
 
 FileWatchRule::~FileWatchRule() = default;
@@ -58,6 +67,7 @@ int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*,
     if (event == nullptr) {
         return -1;
     }
+    Host::SetRefusalHandler(FanotifyLoop, ReleaseWithoutLoop);
     event->callback = callback;
     event->fd = Host::FanotifyGroups::Instance().Open(event);
     return event->fd < 0 ? -1 : 0;

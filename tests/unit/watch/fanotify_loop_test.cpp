@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <chrono>
 #include <filesystem>
 
@@ -10,6 +12,7 @@ using namespace TestSupport;
 using std::chrono::milliseconds;
 
 using FanotifyLoopThread = FanotifyFixture;
+using FanotifyLoopDeathTest = FanotifyFixture;
 
 // The contract allows half a second. The loop waits that long for its owner's close.
 TEST_F(FanotifyLoopThread, EndsWithinHalfASecond) {
@@ -89,6 +92,41 @@ TEST_F(FanotifyLoopThread, LeavesNothingOpen) {
         Stop();
         EXPECT_EQ(count(), before);
     }
+}
+
+int OpenDescriptors() {
+    int count = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+    }
+    return count;
+}
+
+// Exits with 0 if nothing is left of a group after its thread was refused and its owner has closed it.
+[[noreturn]] void LoseTheThread(const std::string& path) {
+    const int before = OpenDescriptors();
+    FANOTIFY_EVENT event{-1, nullptr};
+    int running = 1;
+    FanotifyLoopArgs args{&event, &running, nullptr};
+    if (InitFanotifyEvent(&event, Record) != 0 || FanotifyAddWatch(&event, path.c_str(), FAN_CLOSE_NOWRITE) != 0) {
+        _exit(2);
+    }
+    const rlimit none{0, 0};
+    constexpr uid_t nobody = 65534;
+    if (setrlimit(RLIMIT_NPROC, &none) != 0 || setresuid(nobody, nobody, nobody) != 0) {
+        _exit(3);
+    }
+    if (CreateHipsThreadEx(FanotifyLoop, &args, 256 * 1024, "fanotify-test") != 0) {
+        _exit(4);
+    }
+    close(event.fd);
+    _exit(OpenDescriptors() == before ? 0 : 1);
+}
+
+TEST_F(FanotifyLoopDeathTest, NothingIsLeftOfAGroupWithoutAThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(LoseTheThread(dir_.Write("file", "x")), testing::ExitedWithCode(0),
+                "cannot start thread fanotify-test");
 }
 
 TEST_F(FanotifyLoopThread, SleepsWhileNothingIsRead) {
