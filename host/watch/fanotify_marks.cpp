@@ -3,31 +3,40 @@
 #include <fcntl.h>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <set>
 
 namespace Host {
 
 namespace {
 
+FanotifyMarks::File FileAt(const std::string& path) {
+    struct statx found {};
+    if (statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, STATX_INO | STATX_BTIME, &found) != 0) {
+        return {};
+    }
+    const bool isBirthKnown = (found.stx_mask & STATX_BTIME) != 0;
+    return {makedev(found.stx_dev_major, found.stx_dev_minor), static_cast<ino_t>(found.stx_ino),
+            isBirthKnown ? found.stx_btime.tv_sec * 1000000000 + found.stx_btime.tv_nsec : 0};
+}
+
 int Apply(int group, FanotifyMarks::Mark& mark) {
-    struct stat attributes {};
     if (fanotify_mark(group, FAN_MARK_ADD, mark.mask, AT_FDCWD, mark.path.c_str()) != 0) {
         const int error = errno;
-        mark.inode = 0;
+        mark.file = {};
         return error;
     }
-    const bool isThere = stat(mark.path.c_str(), &attributes) == 0;
-    mark.device = isThere ? attributes.st_dev : 0;
-    mark.inode = isThere ? attributes.st_ino : 0;
+    mark.file = FileAt(mark.path);
     return 0;
 }
 
 }  // namespace
 
 int FanotifyMarks::Add(int group, const std::string& path, uint32_t mask) {
-    Mark mark{path, mask, 0, 0};
+    Mark mark{path, mask};
     const int error = Apply(group, mark);
     if (error != 0 && error != ENOENT) {
         return error;
@@ -45,17 +54,38 @@ int FanotifyMarks::Add(int group, const std::string& path, uint32_t mask) {
     return error;
 }
 
-void FanotifyMarks::Renew(int group) {
+bool FanotifyMarks::Renew(int group) {
     const std::lock_guard lock(mutex_);
+    std::vector<File> before;
+    bool isChanged = false;
     for (Mark& mark : marks_) {
+        before.push_back(mark.file);
         Apply(group, mark);
+        isChanged = isChanged || mark.file != before.back();
     }
+    if (isChanged && HasLeft(before)) {
+        // A single mark is removed by a path, and a file that was moved away has none that is known.
+        fanotify_mark(group, FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);
+        for (Mark& mark : marks_) {
+            Apply(group, mark);
+        }
+    }
+    return isChanged;
+}
+
+// True if no path leads to one of these files any more.
+bool FanotifyMarks::HasLeft(const std::vector<File>& before) const {
+    std::set<File> now{File()};
+    for (const Mark& mark : marks_) {
+        now.insert(mark.file);
+    }
+    return std::ranges::any_of(before, [&](const File& file) { return !now.contains(file); });
 }
 
 std::string FanotifyMarks::PathOf(dev_t device, ino_t inode) const {
     const std::lock_guard lock(mutex_);
     for (const Mark& mark : marks_) {
-        if (mark.inode == inode && mark.device == device && inode != 0) {
+        if (mark.file.inode == inode && mark.file.device == device && inode != 0) {
             return mark.path;
         }
     }

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -15,11 +16,18 @@ namespace Host {
 // any thread.
 class FanotifyMarks {
 public:
+    struct File {
+        dev_t device = 0;
+        ino_t inode = 0;     // 0 if nothing is there
+        int64_t bornNs = 0;  // tells apart files that got the same inode number one after the other; 0 if unknown
+
+        auto operator<=>(const File&) const = default;
+    };
+
     struct Mark {
         std::string path;
         uint32_t mask = 0;
-        dev_t device = 0;
-        ino_t inode = 0;  // 0 if nothing is there
+        File file = {};
     };
 
     // Bounds the memory per group.
@@ -29,8 +37,9 @@ public:
     // a file may appear there.
     int Add(int group, const std::string& path, uint32_t mask);
 
-    // Marks the files that the paths lead to now.
-    void Renew(int group);
+    // Marks the files that the paths lead to now, and removes the marks of files that no path leads to any more. True
+    // if a path leads to another file than before. Examine all files then: events may have been missed.
+    bool Renew(int group);
 
     // The first added path of those that lead to that file; empty if none does. It is always the same one, so that a
     // caller that compares a file with its earlier state by path finds each change once.
@@ -39,6 +48,8 @@ public:
     std::vector<Mark> All() const;
 
 private:
+    bool HasLeft(const std::vector<File>& before) const;
+
     mutable std::mutex mutex_;
     std::vector<Mark> marks_;
 };

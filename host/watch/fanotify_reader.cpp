@@ -52,7 +52,10 @@ void FanotifyReader::Run() {
             ReadEvents();
         }
         if (const auto now = Clock::Now(); now >= renewal) {
-            group_.marks.Renew(group_.duplicate.Get());
+            if (group_.marks.Renew(group_.duplicate.Get())) {
+                // The new file may have changed before it was marked.
+                ReportAllMarks();
+            }
             renewal = now + renewPause;
         }
     }

@@ -12,7 +12,8 @@ namespace Host {
 
 class FanotifyReader {
 public:
-    // Called with (process, path, FAN_* mask). The process is 0 after a loss of events. May be null.
+    // Called with (process, path, FAN_* mask). The process is 0 if the file is to be examined without an event. May
+    // be null.
     using Callback = void (*)(long number, const char* path, unsigned int mask);
 
     // REQUIRES: group and running outlive the reader; running is accessed only atomically.

@@ -91,7 +91,7 @@ int RemoveMonitor(const FileWatchRule& rule, MonitorType type);
 int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int));
 
 // Marks one path for the FAN_* events of mask. While the loop runs, a file that replaces the marked one is marked
-// within a second. Returns 0 on success. Any thread.
+// within a second, and the callback is then called for all marked paths. Returns 0 on success. Any thread.
 int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask);
 
 // Thread entry; args is a FanotifyLoopArgs. Reads the group's events and calls the callback with (pid, path, mask)

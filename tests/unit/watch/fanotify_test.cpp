@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "tests/unit/watch/fanotify_fixture.h"
@@ -9,6 +11,12 @@ using testing::Contains;
 using testing::ElementsAre;
 
 using Fanotify = FanotifyFixture;
+
+ino_t InodeOf(const std::string& path) {
+    struct stat attributes {};
+    EXPECT_EQ(stat(path.c_str(), &attributes), 0) << path;
+    return attributes.st_ino;
+}
 
 TEST_F(Fanotify, ReportsReadOnlyClosesOfMarkedFiles) {
     const std::string file = dir_.Write("file", "x");
@@ -72,7 +80,7 @@ TEST_F(Fanotify, ReportsHostileNamesUnchanged) {
     }
 }
 
-TEST_F(Fanotify, MarksAFileThatReplacesAMarkedOne) {
+TEST_F(Fanotify, ReportsAndMarksAFileThatReplacesAMarkedOne) {
     const std::string file = dir_.Write("file", "x");
     const std::string missing = dir_.Path("missing");
     Init();
@@ -81,12 +89,54 @@ TEST_F(Fanotify, MarksAFileThatReplacesAMarkedOne) {
     Start();
     std::filesystem::rename(dir_.Write("new", "x"), file);
     dir_.Write("missing", "x");
-    for (const std::string& path : {file, missing}) {
-        EXPECT_TRUE(AwaitInMovedTime([&] {
-            ReadElsewhere(path);
-            return testing::Value(SeenPaths(), Contains(path));
-        }));
+    // No other process has opened the files.
+    ASSERT_TRUE(AwaitInMovedTime([&] { return testing::Value(SeenPaths(), ElementsAre(file, missing)); }));
+    ReadElsewhere(missing);
+    ReadElsewhere(file);
+    ASSERT_TRUE(AwaitSeen(4));
+    EXPECT_THAT(SeenPaths(), ElementsAre(file, missing, missing, file));
+}
+
+TEST_F(Fanotify, DoesNotReportAFileThatStaysInItsPlace) {
+    Init();
+    ASSERT_EQ(Mark(dir_.Write("file", "x")), 0);
+    EXPECT_EQ(Mark(dir_.Path("missing")), -1);
+    Start();
+    const auto end = Host::Clock::Now() + std::chrono::seconds(3);
+    ASSERT_TRUE(AwaitInMovedTime([&] { return Host::Clock::Now() >= end; }));
+    EXPECT_THAT(SeenPaths(), testing::IsEmpty());
+}
+
+TEST_F(Fanotify, ReportsAFileThatGotTheInodeNumberOfItsPredecessor) {
+    const std::string file = dir_.Write("file", "x");
+    const ino_t inode = InodeOf(file);
+    Init();
+    ASSERT_EQ(Mark(file), 0);
+    Start();
+    std::filesystem::remove(file);
+    dir_.Write("file", "x");
+    if (InodeOf(file) != inode) {
+        GTEST_SKIP() << "this file system did not reuse the inode number";
     }
+    EXPECT_TRUE(AwaitInMovedTime([] { return !SeenPaths().empty(); }));
+}
+
+TEST_F(Fanotify, AFileThatLeftItsPathIsNoLongerMarked) {
+    const std::string file = dir_.Write("file", "x");
+    const std::string kept = dir_.Write("kept", "x");
+    const std::string left = dir_.Path("left");
+    Init();
+    ASSERT_EQ(Mark(file), 0);
+    ASSERT_EQ(Mark(kept), 0);
+    Start();
+    std::filesystem::rename(file, left);
+    ASSERT_TRUE(AwaitInMovedTime([&] { return testing::Value(SeenPaths(), Contains(kept)); }));
+    const size_t before = SeenPaths().size();
+    ReadElsewhere(left);
+    ReadElsewhere(kept);
+    ASSERT_TRUE(AwaitSeen(before + 1));
+    EXPECT_EQ(SeenPaths().back(), kept);
+    EXPECT_THAT(SeenPaths(), testing::Not(Contains(left)));
 }
 
 TEST_F(Fanotify, ReportsTheLastOfManyCloses) {
