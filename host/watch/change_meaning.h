@@ -1,4 +1,4 @@
-// Decides what a change means: of a path, of a directory's entry or of a file.
+// Interprets changes: of a path, of a directory's entry or of a file.
 #pragma once
 
 #include <optional>

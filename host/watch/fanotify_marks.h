@@ -19,7 +19,7 @@ public:
     struct File {
         dev_t device = 0;
         ino_t inode = 0;     // 0 if nothing is there
-        int64_t bornNs = 0;  // tells apart files that got the same inode number one after the other; 0 if unknown
+        int64_t bornNs = 0;  // distinguishes files that got the same inode number in turn; 0 if unknown
 
         auto operator<=>(const File&) const = default;
     };
