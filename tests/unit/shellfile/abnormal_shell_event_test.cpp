@@ -64,6 +64,8 @@ TEST_F(AbnormalShellEvent, OmitsTheNameOfAnUnknownOperation) {
         AddShellEvent(Event(operation));
         EXPECT_THAT(Contents().at(0).Keys(), ElementsAre("path")) << operation;
     }
+    AddShellEvent({});
+    EXPECT_THAT(Contents().at(1).Keys(), ElementsAre("path"));
 }
 
 TEST_F(AbnormalShellEvent, HasOneAttributeInAnArray) {
@@ -92,8 +94,11 @@ TEST_F(AbnormalShellEvent, IsOneValidLineForAnyTexts) {
     EXPECT_EQ(Contents().at(0)["command"], "a\tb\r\nc");
 }
 
-TEST_F(AbnormalShellEvent, PausesTenMilliseconds) {
+TEST_F(AbnormalShellEvent, IsPushedBeforeAPauseOfTenMilliseconds) {
+    size_t eventsAtPause = 0;
+    TimeRecorder::AtEachPause([&](size_t) { eventsAtPause = Fake::TheAgent().events.size(); });
     AddShellEvent(Event(FILE_DELETED));
+    EXPECT_EQ(eventsAtPause, 1U);
     EXPECT_EQ(TimeRecorder::Pauses(), std::vector<nanoseconds>{milliseconds(10)});
 }
 

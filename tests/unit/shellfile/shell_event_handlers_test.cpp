@@ -70,6 +70,13 @@ TEST_F(ShellEventHandlers, ReportTheOtherNameOfAMove) {
     }
 }
 
+TEST_F(ShellEventHandlers, ReplaceTheOtherNameOfAMove) {
+    SHELL_EVENT event;
+    event.relatedPath = "/tmp/earlier";
+    HandleShellReport(event, shell, nullptr, 4, "");
+    EXPECT_EQ(Contents().at(0)["relatedPath"], "");
+}
+
 TEST_F(ShellEventHandlers, ReportTheOtherPathOfAHalfMoveEvenIfItIsTheShell) {
     for (const int operation : {5, 6}) {
         Fake::TheAgent().events.clear();

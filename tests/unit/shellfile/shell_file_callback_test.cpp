@@ -9,6 +9,7 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
 constexpr char shell[] = "/shells/sh";
+const int stateAtLoad = shellEventStarted;
 
 class ShellFileGate : public ShellFileTest {
 protected:
@@ -63,6 +64,15 @@ TEST_F(ShellFileGate, DropsOtherReportsWithoutAPause) {
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
 
+TEST_F(ShellFileGate, DropsAnEmptyPathEvenIfItIsListed) {
+    InitShellsHashSize({shell, ""});
+    Report("", nullptr);
+    Report(nullptr, "");
+    EXPECT_TRUE(Fake::TheAgent().events.empty());
+    Report("", shell);
+    EXPECT_EQ(Contents().at(0)["path"], shell);
+}
+
 TEST_F(ShellFileGate, DropsAReportWithATemporaryNameOnEitherSide) {
     Report("/shells/sh.dpkg-new", shell, 4);
     Report(shell, "/shells/sh.dpkg-tmp", 4);
@@ -78,6 +88,7 @@ TEST_F(ShellFileGate, PausesForAnUnknownOperationToo) {
 }
 
 TEST_F(ShellFileGate, DropsReportsBeforeTheStart) {
+    EXPECT_EQ(stateAtLoad, 0);
     shellEventStarted = 0;
     Report(shell, nullptr);
     EXPECT_TRUE(Fake::TheAgent().events.empty());

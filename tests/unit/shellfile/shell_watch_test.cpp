@@ -92,6 +92,8 @@ TEST_F(ShellWatch, StartsAndStopsItsListenersInOrder) {
     EXPECT_THAT(Fake::TheAgent().journal, ElementsAre("await thread", "log shell file system attr thread stop!\n",
                                                       "remove callback", "unwatch /shells", "unwatch /shells/sh"));
     EXPECT_TRUE(Fake::TheAgent().rules.empty());
+    EXPECT_TRUE(Fake::TheAgent().callbacks.empty());
+    EXPECT_TRUE(Fake::TheAgent().threads.empty());
     EXPECT_EQ(shellEventStarted, 0);
 }
 
