@@ -29,7 +29,10 @@ protected:
         shell = folder.Write("sh", shellText);
     }
 
-    void TearDown() override { InitShellsHashSize({}); }
+    void TearDown() override {
+        Fake::TheAgent().atEachCall = nullptr;
+        InitShellsHashSize({});
+    }
 
     static std::string LogText(const std::string& path, const std::string& digest) {
         return "[file=" + path + " hash=" + digest + "]";
@@ -162,6 +165,14 @@ TEST_F(ShellBaseline, KnowsTheSizesOfItsShells) {
     for (unsigned long size = 0; size < 100; ++size) {
         EXPECT_EQ(IsShellSize(size), size == 7 || size == 13) << size;
     }
+}
+
+TEST_F(ShellBaseline, TakesTheSizesBeforeTheDigests) {
+    Fake::TheAgent().atEachCall = [this](const std::string&) { folder.Write("sh", longerText); };
+    InitShellsHashSize({folder.Write("a", ""), shell});
+    EXPECT_TRUE(IsShellSize(7));
+    EXPECT_FALSE(IsShellSize(13));
+    EXPECT_EQ(ShellWithDigest(longerDigest), shell);
 }
 
 TEST_F(ShellBaseline, ComparesPathsByteByByte) {

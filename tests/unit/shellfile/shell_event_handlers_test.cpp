@@ -111,6 +111,8 @@ TEST_F(ShellEventHandlers, ReportEachAttributeThatHasBothValues) {
         {"x =ouid=1 cuid=5", {}},
         {"x ouid=1 cuid=5=", {}},
         {"x ouid=1  cuid=5", {"owner user1 user5"}},
+        {" ouid=1 cuid=5", {}},
+        {"x ouid=1 ouid= cuid=5", {"owner user1 user5"}},
         {"x unknown=1 link", {}},
         {"x", {}},
         {"", {}},
