@@ -113,6 +113,38 @@ const Stack stacks[] = {
      "[<0>] skb_recv_datagram+0x34/0x60\n"
      "[<0>] rawv6_recvmsg+0x8d/0x340\n"
      "[<0>] sock_recvmsg+0xb2/0xc0\n"},
+    {"MPTCP over IPv4, 6.18", "inet_recvmsg", 3,
+     "[<0>] wait_woken+0x89/0x90\n"
+     "[<0>] sk_wait_data+0x172/0x190\n"
+     "[<0>] mptcp_recvmsg+0x79c/0xad0\n"
+     "[<0>] sock_recvmsg+0xab/0xc0\n"
+     "[<0>] sock_read_iter+0x97/0x110\n"},
+    {"TCP in a map of sockets, 6.18", "inet_recvmsg", 3,
+     "[<0>] wait_woken+0x89/0x90\n"
+     "[<0>] tcp_msg_wait_data+0x18c/0x1a0\n"
+     "[<0>] tcp_bpf_recvmsg+0x132/0x220\n"
+     "[<0>] sock_recvmsg+0xab/0xc0\n"},
+    {"TCP in a map of sockets with a verdict program, 6.18", "inet_recvmsg", 3,
+     "[<0>] wait_woken+0x89/0x90\n"
+     "[<0>] tcp_msg_wait_data+0x18c/0x1a0\n"
+     "[<0>] tcp_bpf_recvmsg_parser+0x1c6/0x420\n"
+     "[<0>] sock_recvmsg+0xab/0xc0\n"},
+    {"UDP in a map of sockets, 6.18", "inet_recvmsg", 3,
+     "[<0>] __skb_wait_for_more_packets+0x120/0x170\n"
+     "[<0>] __skb_recv_udp+0x1dd/0x300\n"
+     "[<0>] udp_recvmsg+0x12c/0x550\n"
+     "[<0>] udp_bpf_recvmsg+0x25f/0x400\n"
+     "[<0>] sock_recvmsg+0xab/0xc0\n"},
+    {"a protocol's function in a module, without inet_recvmsg", "", 0,
+     "[<0>] wait_woken+0x89/0x90\n"
+     "[<0>] sctp_skb_recv_datagram+0x1a1/0x2b0 [sctp]\n"
+     "[<0>] sctp_recvmsg+0x8e/0x350 [sctp]\n"
+     "[<0>] sock_recvmsg+0xab/0xc0\n"},
+    {"Unix stream in a map of sockets, 6.18", "unix_stream_recvmsg", 3,
+     "[<0>] wait_woken+0x89/0x90\n"
+     "[<0>] unix_bpf_recvmsg+0x366/0x470\n"
+     "[<0>] unix_stream_recvmsg+0x5e/0xa0\n"
+     "[<0>] sock_recvmsg+0xb2/0xc0\n"},
     {"Unix stream, 5.10", "unix_stream_recvmsg", 2,
      "[<0>] unix_stream_read_generic+0x6a6/0x9c0\n"
      "[<0>] unix_stream_recvmsg+0x44/0x60\n"

@@ -9,11 +9,22 @@ TEST(KernelWaitNames, IncludeEveryNameOfAWait) {
         const char* function;
         const char* name;
     } cases[] = {
-        {"pipe_read", "pipe_read"},        {"pipe_read", "anon_pipe_read"},
-        {"inet_recvmsg", "inet_recvmsg"},  {"inet_recvmsg", "inet6_recvmsg"},
-        {"inet_recvmsg", "tcp_recvmsg"},   {"inet_recvmsg", "udp_recvmsg"},
-        {"inet_recvmsg", "udpv6_recvmsg"}, {"inet_recvmsg", "raw_recvmsg"},
-        {"inet_recvmsg", "rawv6_recvmsg"}, {"unix_stream_recvmsg", "unix_stream_recvmsg"},
+        {"pipe_read", "pipe_read"},
+        {"pipe_read", "anon_pipe_read"},
+        {"inet_recvmsg", "inet_recvmsg"},
+        {"inet_recvmsg", "inet6_recvmsg"},
+        {"inet_recvmsg", "tcp_recvmsg"},
+        {"inet_recvmsg", "udp_recvmsg"},
+        {"inet_recvmsg", "udpv6_recvmsg"},
+        {"inet_recvmsg", "raw_recvmsg"},
+        {"inet_recvmsg", "rawv6_recvmsg"},
+        {"inet_recvmsg", "mptcp_recvmsg"},
+        {"inet_recvmsg", "tls_sw_recvmsg"},
+        {"inet_recvmsg", "tcp_bpf_recvmsg"},
+        {"inet_recvmsg", "tcp_bpf_recvmsg_parser"},
+        {"inet_recvmsg", "espintcp_recvmsg"},
+        {"inet_recvmsg", "sctp_recvmsg"},
+        {"unix_stream_recvmsg", "unix_stream_recvmsg"},
         {"do_select", "do_select"},
     };
     for (const auto& row : cases) {
@@ -32,6 +43,9 @@ TEST(KernelWaitNames, MatchWholeNamesOnly) {
         {"pipe_read", "anon_pipe_read.part.0"},
         {"inet_recvmsg", "tcp_recvmsg_locked"},
         {"inet_recvmsg", "sock_recvmsg"},
+        {"inet_recvmsg", "vsock_connectible_recvmsg"},
+        {"inet_recvmsg", "smc_recvmsg"},
+        {"inet_recvmsg", "ping_recvmsg"},
         {"inet_recvmsg", "unix_stream_recvmsg"},
         {"unix_stream_recvmsg", "unix_stream_read_generic"},
         {"do_select", "core_sys_select"},

@@ -107,7 +107,6 @@ struct Kind {
 };
 
 constexpr int unassignedProtocol = 200;
-
 const Kind kinds[] = {
     {"udp", 2, AF_INET, SOCK_DGRAM, 0, "127.0.0.1", "127.0.0.2"},
     {"raw", 3, AF_INET, SOCK_RAW, unassignedProtocol, "127.0.0.1", "127.0.0.2"},
@@ -153,13 +152,17 @@ protected:
         OwnedDescriptor server;
     };
 
-    static Connection ConnectTcp(int family, const std::string& from, const std::string& to) {
+    // With no client if the kernel does not have the protocol.
+    static Connection ConnectTcp(int family, const std::string& from, const std::string& to, int protocol = 0) {
         Address address = AddressOf(family, to, 4444);
         Connection made;
-        made.listener = OwnedDescriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        made.listener = OwnedDescriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol));
+        if (made.listener.Get() < 0) {
+            return made;
+        }
         EXPECT_EQ(bind(made.listener.Get(), address.Get(), address.length), 0) << strerror(errno);
         EXPECT_EQ(listen(made.listener.Get(), 1), 0);
-        made.client = Connect({"tcp", 0, family, SOCK_STREAM, 0, from, to}, 40001, 4444);
+        made.client = Connect({"tcp", 0, family, SOCK_STREAM, protocol, from, to}, 40001, 4444);
         made.server = OwnedDescriptor(accept4(made.listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         return made;
     }
@@ -245,6 +248,18 @@ TEST_F(RealSockets, OfTcpAreFoundByInode) {
     ExpectConnection(made, tcpTable, Ipv4("127.0.0.1"), Ipv4("127.0.0.2"));
     EXPECT_TRUE(IsAbnormalSocket(LookUp(made.client)));
     EXPECT_FALSE(IsAbnormalSocket(LookUp(made.listener)));
+}
+
+TEST_F(RealSockets, OfMptcpAreFoundByInodeInTheTablesOfTcp) {
+    const Connection made = ConnectTcp(AF_INET, "127.0.0.1", "127.0.0.2", IPPROTO_MPTCP);
+    if (made.client.Get() < 0) {
+        GTEST_SKIP() << "this kernel has no MPTCP";
+    }
+    RefreshSocketTable();
+    EXPECT_EQ(LookUp(made.client).type, tcpTable);
+    EXPECT_EQ(LookUp(made.client).remoteIp, Ipv4("127.0.0.2"));
+    EXPECT_EQ(LookUp(made.client).remotePort, 4444);
+    EXPECT_TRUE(IsAbnormalSocket(LookUp(made.client)));
 }
 
 TEST_F(RealSockets, OfTcpToTheirOwnAddressAreNotAbnormal) {
