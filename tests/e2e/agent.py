@@ -1,4 +1,4 @@
-"""Running the agent, and waiting for what it says."""
+"""Runs the agent and waits for its events and log lines."""
 
 import datetime
 import json
@@ -19,7 +19,7 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ.get("ORLIM_AGENT", REPOSITORY / "build/release/bin/orlim-agent")).absolute()
 LIBRARIES = PROGRAM.parent.parent / "lib"
 
-# The keys of "eventContent" in their order: of a reverse shell, by detection, and of a change to a shell.
+# The keys of "eventContent" in order: for a reverse shell by detection, for a change of a shell by operation.
 PERIOD_SCAN_KEYS = [
     *("pid", "path", "ppid", "parentPath", "cmdline", "parentCmdline"),
     *("localIp", "localPort", "remoteIp", "remotePort"),
@@ -49,7 +49,7 @@ def environment(**changes):
 
 
 def write_config(directory, config, name="agent.json"):
-    """The file's path. config is the configuration itself or, to be wrong in some way, a text."""
+    """Writes config, an object or the text of an invalid configuration, to a file and returns the path."""
     path = directory / name
     text = config if isinstance(config, str) else json.dumps(config)
     path.write_bytes(text.encode("utf-8", "surrogateescape"))
@@ -57,7 +57,7 @@ def write_config(directory, config, name="agent.json"):
 
 
 def parse_event(line):
-    """The event of one line of output; the line has to be one in every respect."""
+    """The event of one line of output. Fails unless the line is a valid event."""
     event = json.loads(line.decode("utf-8"))
     assert list(event) == ["eventType", "eventTime", "eventContent"], line
     assert event["eventType"] in SCHEMAS, line
@@ -88,13 +88,13 @@ def contents_of(events, pid):
 
 
 def run_to_end(*arguments, program=PROGRAM, limit=60, **options):
-    """What the agent writes and how it ends, when it is to end by itself. Limits here are of an ordinary machine."""
+    """Runs the program until it ends by itself, for at most limit seconds of an ordinary machine."""
     settings = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
     return subprocess.run([program, *arguments], timeout=scaled(limit), **{"env": environment(), **settings, **options})
 
 
 class Scan:
-    """One complete scan."""
+    """A complete scan: its exit status, log and events."""
 
     def __init__(self, *arguments, program=PROGRAM, **options):
         done = run_to_end("scan", *arguments, program=program, **options)
@@ -108,13 +108,13 @@ class Scan:
 
 
 class Agent:
-    """A running agent. Its output is read as it comes; what is waited for may have come already."""
+    """A running agent. Its output is collected in the background, so a wait also finds earlier output."""
 
     def __init__(self, *arguments, program=PROGRAM, wrapper=(), read_events=True, **options):
-        """wrapper is a program with its arguments that runs the agent, such as unshare(1)."""
+        """wrapper is a program, with arguments, that runs the agent, for example unshare(1)."""
         options.setdefault("env", environment())
         self._child = subprocess.Popen(
-            # Not even a killed test run leaves an agent behind.
+            # setpriv ends the agent even if the test run is killed.
             ["setpriv", "--pdeathsig", "KILL", *wrapper, program, "run", *arguments],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
@@ -171,11 +171,11 @@ class Agent:
                 assert self.runs() or found(), f"the agent ended before {what}; the log is:\n{self.log()}"
 
     def wait_until(self, found, what, limit):
-        """Waits for something that the events or the log tell."""
+        """Waits until found(), a condition on the events or the log, is true."""
         self._wait(found, what, limit)
 
     def wait_for_event(self, pid, limit, wanted=lambda event: True):
-        """The content of the first event about the process that is wanted."""
+        """Waits for an event about the process for which wanted(event) is true, and returns its content."""
 
         def contents():
             return contents_of(filter(wanted, self.events()), pid)
@@ -193,7 +193,7 @@ class Agent:
         self._child.send_signal(number)
 
     def wait_for_end(self):
-        """The exit status, when all that the agent has written is read."""
+        """Waits for the end of the agent and of its output; returns the exit status."""
         try:
             status = self._child.wait(scaled(END_LIMIT_SECONDS))
         except subprocess.TimeoutExpired:
@@ -203,7 +203,7 @@ class Agent:
         return status
 
     def end(self, number=signal.SIGTERM):
-        """Tells the agent to end; the exit status, and how many seconds that took."""
+        """Sends the signal; returns the exit status and the seconds until the end."""
         began = time.monotonic()
         self.send_signal(number)
         return self.wait_for_end(), time.monotonic() - began

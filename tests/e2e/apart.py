@@ -1,8 +1,8 @@
-"""Work in a process whose parent is init.
+"""Runs the tests in a process whose parent is init.
 
-The module looks at a suspect's ancestors one by one, up to init, at half a millisecond for each byte of a command line
-and six for each open file. Those of whoever starts the tests, such as an editor or a job runner, would take it longer
-than the tests wait.
+The module inspects all ancestors of a suspect, at half a millisecond per byte of a command line and six milliseconds
+per open file. With the ancestors of the test run, for example an editor or a job runner, this takes longer than the
+tests wait.
 """
 
 import os
@@ -21,7 +21,7 @@ def await_end(process):
 
 
 def run_apart(work):
-    """The exit status that work() returns, in the new process and, once that has ended, in the caller's."""
+    """Calls work() in a new process. Returns its exit status in that process, and after its end in the caller."""
     answers, to_caller = os.pipe()
     orders, to_worker = os.pipe()
     between = os.fork()
@@ -32,7 +32,7 @@ def run_apart(work):
             os._exit(0)
         os.close(to_worker)
         os.close(answers)
-        os.read(orders, 1)  # or the end, if the caller has been killed
+        os.read(orders, 1)  # returns also if the caller is killed
         status = work()
         os.write(to_caller, bytes([status]))
         return status
@@ -41,7 +41,7 @@ def run_apart(work):
     os.waitpid(between, 0)
     worker = int.from_bytes(os.read(answers, 8), "little")
     signal.signal(signal.SIGTERM, lambda number, _: os.kill(worker, number))
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal sends it to both
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal sends it to both processes
     os.write(to_worker, b"\n")
     await_end(worker)
     os.set_blocking(answers, False)

@@ -1,4 +1,4 @@
-"""The attacker's host: a network namespace of its own, joined to this host by a pair of virtual interfaces."""
+"""The attacker's host: a network namespace, connected to this host by a pair of virtual interfaces."""
 
 import fcntl
 import ipaddress
@@ -15,11 +15,11 @@ from waiting import scaled
 LISTENER = pathlib.Path(__file__).with_name("listener.py")
 NAME_PREFIX = "orlim-e2e-"
 INTERFACE_PREFIX = "oe2e"
-# Held while a network is chosen and taken: several runs and workers of one run do it at the same time.
+# Held while a network is chosen: several runs, and several workers of one run, do this at the same time.
 NETWORKS_LOCK = pathlib.Path(tempfile.gettempdir()) / "orlim-e2e-networks.lock"
 
-# Set aside for documentation, so that nobody is reached by mistake. A host may use one for itself all the same.
-# Several, because several runs may share a host.
+# Reserved for documentation, so no other host can be reached by mistake. Several, because a host may use one of them
+# and several runs may share a host.
 IPV4_NETWORKS = (
     *("198.51.100.248/30", "203.0.113.248/30", "192.0.2.248/30"),
     *("198.51.100.244/30", "203.0.113.244/30", "192.0.2.244/30"),
@@ -56,7 +56,7 @@ def free_network(candidates):
 
 
 def remove_leftovers():
-    """Namespaces of runs that were killed before they could clean up."""
+    """Removes namespaces of runs that were killed before they could clean up."""
     for line in ip("netns", "list").splitlines():
         name = line.split()[0]
         owner = name.removeprefix(NAME_PREFIX)
@@ -91,7 +91,7 @@ class Attacker:
             (("-n", self.namespace), "uplink", self.ipv4, self.ipv6),
         ):
             ip(*where, "address", "add", f"{address4}/{ipv4.prefixlen}", "dev", interface)
-            # Without duplicate detection the address serves at once.
+            # Without duplicate address detection the address is usable at once.
             ip(*where, "address", "add", f"{address6}/{ipv6.prefixlen}", "dev", interface, "nodad")
             ip(*where, "link", "set", interface, "up")
 
@@ -112,7 +112,7 @@ class Attacker:
         self.udp6 = (self.ipv6, ports["udp6"])
 
     def converse(self, from_port, send, until):
-        """What the victim's side of the connection from from_port answers to send, up to and including until."""
+        """Sends text on the connection from from_port and returns the answer, up to and including until."""
         self.listener.stdin.write(json.dumps({"from_port": from_port, "send": send, "until": until}) + "\n")
         self.listener.stdin.flush()
         answer = json.loads(self.listener.stdout.readline())
@@ -122,7 +122,7 @@ class Attacker:
     def close(self):
         if self.listener is not None:
             end_child(self.listener)
-        # The interface goes at once, and not only when the last connection inside the namespace has timed out.
+        # Otherwise the interface stays until the last connection inside the namespace has timed out.
         if os.path.exists(f"/sys/class/net/{self._interface}"):
             ip("link", "delete", self._interface)
         ip("netns", "delete", self.namespace)

@@ -1,9 +1,8 @@
-"""Attacks that are staged together and set off together, so that one pass of the instant scan judges all of them.
+"""Stages attacks together and triggers them together, so that one pass of the instant scan judges all of them.
 
-The instant scan looks at a process when it has started another one and then been quiet for three seconds, and takes
-only a connection that it has not known for longer than that. So all shells of a campaign get their order, which has
-them start a program, within one second: they come of age in the same pass then, before which no pass has seen their
-connections.
+The instant scan judges a process that has started another one and then been quiet for three seconds, and ignores a
+connection that it has known for longer than that. So all shells of a campaign get an order to start a program within
+the same second. The same pass then judges them all, and no earlier pass has seen their connections.
 """
 
 import dataclasses
@@ -29,7 +28,7 @@ def sha256(data):
 
 
 def processes():
-    """The arguments and the parent of every process, by id."""
+    """The arguments and the parent of every process, by pid."""
     found = {}
     for directory in pathlib.Path("/proc").glob("[0-9]*"):
         try:
@@ -43,23 +42,23 @@ def processes():
 
 @dataclasses.dataclass(frozen=True)
 class Attack:
-    """One wiring, with what tells its shell and its connection from all others."""
+    """One wiring, and how to identify its shell and its connection."""
 
     channels: dict
     processes: dict
     shell: tuple  # the shell's arguments
-    program: str = BASH  # the shell's
-    parent: str = ""  # which of the processes is the shell's parent; none: the stagehand
-    holder: object = ""  # what holds the connection: one of the processes, or the arguments of one; none: the shell
-    connected: bool = True  # whether there is a connection at all
-    orders: str = ""  # the end on which the shell gets its orders; none: the connection, at the attacker's host
-    order: str = ORDER  # what the shell is told to do
-    directory: str = ""  # the shell's, if it is not the tests'
-    source: object = None  # the event's sourcePath; none: the script that the parent runs
-    hash: object = None  # the event's hash; none: that of the shell's program
+    program: str = BASH  # the shell's program
+    parent: str = ""  # the process that is the shell's parent; empty: the stagehand
+    holder: object = ""  # holds the connection: the name of a process, or the arguments of one; empty: the shell
+    connected: bool = True  # False for an attack without a connection
+    orders: str = ""  # the end on which the shell gets its orders; empty: the connection, from the attacker's host
+    order: str = ORDER  # the command that the shell is sent
+    directory: str = ""  # the shell's working directory; empty: that of the tests
+    source: object = None  # the event's sourcePath; None: the script that the parent runs
+    hash: object = None  # the event's hash; None: that of the shell's program
 
     def within(self, name):
-        """The channels and processes under names that are this attack's alone."""
+        """The channels and processes, with names that are unique in a campaign."""
 
         def own(end):
             return f"{name}/{end}"
@@ -82,7 +81,7 @@ class Staged:
     connection: Connection
 
     def addresses(self):
-        """As an event gives them: of an IPv6 address, its last 32 bits."""
+        """The addresses as an event gives them: only the last 32 bits of an IPv6 address."""
         result = {}
         for name, (address, port) in (("local", self.connection.local), ("remote", self.connection.remote)):
             result[f"{name}Ip"] = ".".join(str(byte) for byte in address.packed[-4:])
@@ -91,7 +90,7 @@ class Staged:
 
 
 class TooSlow(AssertionError):
-    """The host was too busy for its orders to come within one second."""
+    """The host was too busy to deliver all orders within one second."""
 
 
 class Campaign:
@@ -100,7 +99,7 @@ class Campaign:
     def __init__(self, attacker, attacks):
         self._attacker = attacker
         self._attacks = attacks
-        self.ordered = {}  # when the shell got its order
+        self.ordered = {}  # time of each shell's order
         channels: dict[str, tuple] = {}
         processes: dict[str, Process] = {}
         for name, attack in attacks.items():
@@ -139,7 +138,7 @@ class Campaign:
         return Staged(shells[0], known[shells[0]][1], connection)
 
     def order(self, names, also=()):
-        """Has each shell do what its attack says, and calls also: all within one second."""
+        """Sends each shell its order and calls the functions in also, all within one second."""
         wait_until(lambda: time.time() % 1 < 0.1, "a second begins")
         began = time.time()
         for name in names:
@@ -196,7 +195,7 @@ class Campaign:
     def close(self):
         self.stage.close()
         for staged in self.staged.values():
-            # A shell on a terminal leads a session of its own, and one under init has left its parents.
+            # Ending the stagehand's sessions misses shells on a terminal, which lead their own, and shells under init.
             try:
                 os.kill(staged.pid, signal.SIGKILL)
             except ProcessLookupError:
@@ -210,5 +209,5 @@ class Campaign:
 
 
 def printable(text):
-    """As an event gives text that may hold any byte."""
+    """Text with any bytes, as an event gives it."""
     return os.fsencode(text).decode("utf-8", "replace")

@@ -1,4 +1,4 @@
-"""Ending the programs that the tests start."""
+"""Ends the programs that the tests start."""
 
 import subprocess
 
@@ -6,7 +6,7 @@ from waiting import scaled
 
 
 def end_child(child, limit=10.0):
-    """Closes the program's input, which the tests' own programs take as the end; kills the one that does not leave."""
+    """Closes the program's input, at which the tests' programs exit, and kills it if it does not exit within limit."""
     if child.stdin is not None:
         try:
             child.stdin.close()

@@ -1,4 +1,4 @@
-"""Starts a few hundred short processes a second until its input ends: the load of a busy host."""
+"""Starts a few hundred short processes per second until its input ends, like a busy host."""
 
 import os
 import select

@@ -1,4 +1,4 @@
-"""What all end-to-end tests stand on: the right to do it, the program, the attacker's host."""
+"""Requirements of all end-to-end tests: rights, the program, the attacker's host."""
 
 import os
 import pathlib
@@ -14,21 +14,21 @@ from apart import run_apart
 from attacker import Attacker
 from waiting import slowness
 
-# From /usr/include/linux/capability.h. The tests need what the agent needs, and a network namespace besides.
+# From linux/capability.h: the agent's capabilities, and those for network namespaces.
 NEEDED_CAPABILITIES = {"CAP_NET_ADMIN": 12, "CAP_SYS_PTRACE": 19, "CAP_SYS_ADMIN": 21}
 
 
 @pytest.hookimpl(tryfirst=True)
 def pytest_cmdline_main(config):
     if hasattr(config, "workerinput"):
-        return None  # one of several side by side, whose parent has gone apart already
+        return None  # a worker of pytest-xdist; its parent already runs apart
     return run_apart(lambda: int(ordinary_main(config)))
 
 
 def pytest_configure(config):
-    # A run that is told to end, as by timeout(1), cleans up as one that is interrupted does.
+    # Makes SIGTERM, for example from timeout(1), clean up like an interrupt.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    config.addinivalue_line("markers", "kernel: shows what depends on the kernel; ./dev kernels runs it on others")
+    config.addinivalue_line("markers", "kernel: depends on the kernel; ./dev kernels runs it on several kernels")
     # Measured here, before the tests keep this machine busy.
     slowness()
 
@@ -67,7 +67,7 @@ def attacker(rights):
 
 @pytest.fixture
 def open_directory():
-    """A directory that every user may enter; the usual ones are closed to all but root."""
+    """A directory that every user may enter. pytest's temporary directories are closed to other users."""
     directory = pathlib.Path(tempfile.mkdtemp(prefix="orlim-e2e-"))
     try:
         directory.chmod(0o755)
@@ -78,7 +78,7 @@ def open_directory():
 
 @pytest.fixture
 def copied_program(open_directory):
-    """The agent with its demonstration and libraries, in a place of its own."""
+    """A copy of the agent with its demonstration and libraries, in a directory that every user may enter."""
     (open_directory / "bin").mkdir()
     for program in (agent.PROGRAM, agent.PROGRAM.parent / "orlim-demo"):
         shutil.copy(program, open_directory / "bin")

@@ -1,4 +1,4 @@
-"""What the kernel knows of a process's connections."""
+"""Reads the connections of a process from /proc."""
 
 import dataclasses
 import ipaddress
@@ -12,7 +12,7 @@ TABLES = ("tcp", "tcp6", "raw", "udp")
 @dataclasses.dataclass(frozen=True)
 class Connection:
     inode: int
-    local: tuple  # address and port
+    local: tuple  # address, port
     remote: tuple
 
 
@@ -28,7 +28,7 @@ def end_of(field):
 
 
 def all_connections():
-    """By inode."""
+    """All connections in the kernel's tables, by inode."""
     found = {}
     for table in TABLES:
         for line in pathlib.Path("/proc/net", table).read_text().splitlines()[1:]:
@@ -39,7 +39,7 @@ def all_connections():
 
 
 def connection_of(pid):
-    """The connection that the process holds, None while it holds none, or another one still."""
+    """The connection that the process holds; None if it holds none or more than one."""
     known = all_connections()
     held = set()
     for descriptor in os.listdir(f"/proc/{pid}/fd"):

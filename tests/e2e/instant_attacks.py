@@ -1,7 +1,7 @@
-"""The wirings that the instant scan is shown: which of them it finds, and which it does not and by which rule.
+"""Attacks for the instant scan: those that it finds, and those that it does not find, with the rule.
 
-A wiring must not be judged before its order comes, or its connection, and with it all others, is known by then. So no
-shell that has a terminal, or waits on a connection, may start a program while it is being staged.
+An attack must not be judged before its order: the scan would then already know the connections of all attacks. So no
+shell that has a terminal or waits on a connection may start a program while it is staged.
 """
 
 import os
@@ -18,7 +18,7 @@ DEV_TCP = "bash -i on /dev/tcp, which waits in select"
 IPV6 = "peer over IPv6"
 MAPPED = "peer over IPv4 on an IPv6 socket"
 TWO_ADDRESSES = "connection from 127.0.0.1 to 127.0.0.2: two addresses"
-COMMAND_OVER_IPV6 = "bash -c over IPv6: only TCP over IPv4 is excused"
+COMMAND_OVER_IPV6 = "bash -c over IPv6: only TCP over IPv4 is exempt"
 HOSTILE_CMDLINE = "hostile command line"
 RELAYED = "pipe from a parent that reads the connection"
 EXEMPT = "whitelist entry that the command line begins with"
@@ -26,20 +26,20 @@ READING = "bash in a read of the connection"
 DASH_READING = "dash in a read of the connection"
 TWINS = "two shells on one connection"
 SOCAT = "socat's terminal"
-BUILT_IN = "shell that starts no process: it is not looked at"
+BUILT_IN = "shell that starts no process: it is not inspected"
 PORT_22 = "local port 22: taken for a service"
 COMMAND = "bash -c: business"
 SCRIPT_FILE = "shell that runs a script file: business"
 RELAYED_COMMAND = "bash -c behind a relay: business"
-POLLING = "relay that polls: it is in no read"
-NETCAT = "netcat as the relay: it polls, and starts nothing"
-CAT = "cat as the relay: it starts nothing, and so is not looked at"
-# The kernel keeps the port, but its table says 0: raw_sock_seq_show in net/ipv4/raw.c.
-RAW = "Unix socket, and a raw socket of the parent with a remote port: the kernel does not show it"
-RAW_PORTLESS = "Unix socket, and a raw socket of the parent without a remote port: nobody to name"
+POLLING = "relay that polls: it does not wait in a read"
+NETCAT = "netcat as the relay: it polls and starts no process"
+CAT = "cat as the relay: it starts no process, so it is not inspected"
+# The kernel keeps the port, but its table shows 0: raw_sock_seq_show in net/ipv4/raw.c.
+RAW = "Unix socket, and a raw socket of the parent with a remote port: the kernel does not show the port"
+RAW_PORTLESS = "Unix socket, and a raw socket of the parent without a remote port: no peer to report"
 TERMINAL_OF_DAEMON = "terminal of a program with the ssh daemon's inode, whatever its name"
-ORPHAN = "shell under init: what it starts is left out"
-FED_LOCALLY = "pipe from a child that has no socket: nobody to name"
+ORPHAN = "shell under init: its child processes are ignored"
+FED_LOCALLY = "pipe from a child that has no socket: no peer to report"
 FED = "pipe from a child that has a new connection: taken for a client"
 HOSTILE = "".join(("one\ntwo\r\n", '"\'\\\\"}],\\u0000', "a\udcffb\udcfec\udc80d", "%s%n", "żółw 🐢", "x" * 3500))
 
@@ -51,19 +51,19 @@ def reader(line, shell, program=BASH, **more):
 
 
 def started_by(script, channels, descriptors, *arguments, shell, **more):
-    """A shell that one of the scripts in attacks/ starts, which is then its parent and tells where it comes from."""
+    """A shell that a script in attacks/ starts. The script is its parent and the event's sourcePath."""
     run = (*PYTHON, str(ATTACKS / script), *arguments, BASH, *shell)
     return Attack(channels, {"script": Process(descriptors, run=run)}, shell, parent="script", **more)
 
 
 def fed_by_child(channels, descriptors, shell, **more):
-    """A shell that reads a pipe which its own child fills."""
+    """A shell that reads a pipe that its own child writes."""
     run = (*PYTHON, str(ATTACKS / "feeder.py"), BASH, *shell)
     return Attack(channels, {"shell": Process(descriptors, run=run, becomes=shell)}, shell, **more)
 
 
 def on_terminal_of(line, *command, shell):
-    """A shell on a terminal that a common program makes. Where it comes from is then that program's command line."""
+    """A shell on a terminal of a common program. The event's sourcePath is then that program's command line."""
     cmdline = " ".join(command)
     run = (shutil.which(command[0]) or command[0], *command)
     return Attack(
@@ -78,12 +78,12 @@ def on_terminal_of(line, *command, shell):
 
 
 def under_bash(command, shell, **more):
-    """A shell in a command that bash has been told to run."""
+    """A shell started by bash -c."""
     return Attack({}, {"outer": Process({}, run=(BASH, "bash", "-c", command))}, shell, parent="outer", **more)
 
 
 class Site:
-    """Where attacks come from and leave their files. Its directory is the agent's too, and lists a throw-away shell."""
+    """Addresses and files of the attacks. The directory is also the agent's TAVORIN_ETC and lists a temporary shell."""
 
     def __init__(self, attacker, directory):
         self.address, self.port = attacker.tcp
@@ -101,7 +101,7 @@ class Site:
         self.unlisted = str(self._program(directory / "unlisted", b"unlisted"))
         self.script = str(directory / "script.sh")
         pathlib.Path(self.script).write_text(LOOP + "\n")
-        # A directory for the agent's search path, with a program in it that passes for the ssh daemon.
+        # A directory for the agent's PATH, with a program that the agent takes for the ssh daemon.
         self.sbin = directory / "sbin"
         self.sbin.mkdir()
         shutil.copy(os.path.realpath(sys.executable), self.sbin / "sshd")
@@ -111,7 +111,7 @@ class Site:
         os.mkfifo(self.fifo)
 
     def _program(self, path, addition):
-        """Bash with other contents."""
+        """A copy of bash with a changed content."""
         path.write_bytes(pathlib.Path(BASH).read_bytes() + addition)
         path.chmod(0o755)
         return path
@@ -166,7 +166,7 @@ def on_terminal_of_daemon(site):
 
 def twins(site):
     processes = {name: Process(ON_LINE, run=(DASH, "sh", "-s", name)) for name in ("twin", "other-twin")}
-    # The other one reads what comes meanwhile.
+    # The sleep lets the other shell read the next order.
     return Attack({"line": site.line}, processes, ("sh", "-s", "twin"), program=DASH, order=f"{ORDER}; sleep 0.5")
 
 
@@ -175,7 +175,7 @@ def fed_without_socket(site):
     return fed_by_child(channels, descriptors, ("bash", "-s", "fed-locally"), connected=False, orders="orders.first")
 
 
-# All by name, as functions of the site. Found in the pass after their first order:
+# Attacks by name, as functions of the site. The pass after their first order finds these:
 FOUND = {
     DEV_TCP: on_dev_tcp,
     READING: lambda site: reader(site.line, ("bash", "-s", "reads")),
@@ -204,7 +204,7 @@ FOUND = {
     ),
 }
 
-# Not found in the pass after their first order, by the rule that the name tells:
+# The pass after their first order does not find these, because of the rule in the name:
 SILENT = {
     "peer is 127.0.0.1: one address on both sides": lambda site: reader(
         loopback("127.0.0.1"), ("bash", "-s", "one-address"), orders="line.accepted"
@@ -223,17 +223,17 @@ SILENT = {
     CAT: behind_cat,
     RAW: lambda site: beside_raw_socket(site, "4444", "raw"),
     RAW_PORTLESS: lambda site: beside_raw_socket(site, "0", "raw-portless"),
-    "terminal of a grandparent: only the parent is looked at": on_terminal_of_grandparent,
+    "terminal of a grandparent: only the parent is inspected": on_terminal_of_grandparent,
     TERMINAL_OF_DAEMON: on_terminal_of_daemon,
     ORPHAN: lambda site: started_by("daemon.py", {"line": site.line}, ON_LINE, shell=("bash", "-s", "orphan")),
     FED_LOCALLY: fed_without_socket,
     FED: lambda site: fed_by_child({"line": site.line}, ON_LINE, ("bash", "-s", "fed")),
 }
 
-# The program that an attack needs and a host may lack.
+# Programs that attacks need and that may not be installed.
 NEEDED = {NETCAT: "nc", SOCAT: "socat"}
 
-# What the period scan sees of all these: a program called bash whose input or output leads to a foreign connection.
+# The attacks that the period scan finds: a program called bash whose input or output leads to a foreign connection.
 FOUND_BY_PERIOD_SCAN = {
     DEV_TCP,
     READING,

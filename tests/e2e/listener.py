@@ -1,7 +1,7 @@
-"""The program on the attacker's host: takes every connection, keeps it, and talks on it when told to.
+"""The program on the attacker's host: accepts every connection, keeps it open, and sends text on it on request.
 
-Says on standard output which ports it listens on, then serves one request a line: send text to the connection from a
-given port, answer with what came back up to and including a given text. Ends when standard input does.
+Prints the ports that it listens on, then serves one request per line: send a text on the connection from a given port,
+and print the answer up to and including a given text. Exits at the end of standard input.
 """
 
 import json
@@ -34,7 +34,7 @@ def open_sockets():
 
 
 def accept_waiting(listeners, connections, seconds):
-    """Takes what connects within the time, so that a request can follow its connection closely."""
+    """Accepts connections for that long, because a request may arrive just before its connection."""
     with selectors.DefaultSelector() as selector:
         for listener in listeners:
             selector.register(listener, selectors.EVENT_READ, listener)

@@ -1,4 +1,4 @@
-"""The names and limits that others may rely on, as src/module/published.h has them: PUBLISHED.periodScan."""
+"""Reads the published names and limits from src/module/published.h, for example PUBLISHED.periodScan."""
 
 import pathlib
 import re
@@ -12,7 +12,7 @@ def read_published():
     text = HEADER.read_text(encoding="utf-8")
     constants = {name: int(number) if number else word for name, word, number in CONSTANT.findall(text)}
     if len(constants) != text.count("inline constexpr"):
-        raise ValueError(f"{HEADER} has constants of a form that is not known here")
+        raise ValueError(f"cannot read all constants of {HEADER}")
     return types.SimpleNamespace(**constants)
 
 

@@ -1,13 +1,13 @@
-"""A program that runs commands for a remote peer, as an intruder leaves it behind: one request a line.
+"""Runs commands for a remote peer, like a program that an intruder leaves behind. One request per line.
 
 A request is JSON. {"commands": [[name, argument, ...], ...], "gap": seconds} starts the commands gap seconds apart.
-With "new_process": seconds, it is a process forked for the purpose that does so, so long after it has come into being,
-and that reads on in its parent's place. {"end": true} ends all commands that have been started since the last such
-request: what they write is not read before, and so each lives on that writes more than its pipe holds.
+With "new_process": seconds, the program forks, and the child waits that long, starts the commands and reads the next
+requests. {"end": true} reads the output of all commands started since the last such request. Until then a command that
+writes more than its pipe holds keeps running.
 
-Arguments: where the requests come from, which is then also what the program waits for, "line" for the connection or
-"pipe" for its standard input; then the connection's address and port. Tells on standard output, a line each, what its
-connection is and what each request has done. Ends when its requests do.
+Arguments: the source of the requests, which the program also waits for ("line" is the connection, "pipe" is standard
+input), then address and port of the connection. Prints one line for the connection and one line with the result of each
+request. Exits at the end of the requests.
 """
 
 import json
@@ -26,7 +26,7 @@ class Commands:
         self._running = []
 
     def start(self, commands, gap):
-        """The commands' ids, as they are started."""
+        """Starts the commands gap seconds apart and yields their pids."""
         began = time.monotonic()
         for number, command in enumerate(commands):
             time.sleep(max(0, began + number * gap - time.monotonic()))
@@ -43,7 +43,7 @@ class Commands:
 
 
 def start_in_new_process(commands, request):
-    """The commands' ids, in the process that started them; with no pause, in the first that was quick enough."""
+    """Returns the pids of the commands, in the new process. Without a pause, retries until a process is fast enough."""
     while True:
         born = time.monotonic()
         child = os.fork()

@@ -1,5 +1,5 @@
-"""Processes that run short commands for a remote peer, and agents that watch them: what the tests of the
-temporary-command watcher stand on."""
+"""Workers that run short commands for a remote peer, and agents that watch them, for the tests of the short-command
+watcher."""
 
 import contextlib
 import dataclasses
@@ -24,7 +24,7 @@ SEEN = "Filter the child process of root"
 SEEN_LIMIT = 30
 QUIET_CONFIG = {"module": {"reverseShell": {"detectInterval": 86400}}, "log": DETAIL}
 
-# They write more than a pipe holds, and so end only when the worker is told to end them.
+# These commands write more than a pipe holds, so they end only when the worker reads their output.
 LIST = ["ls", "-R", "/usr/lib"]
 PRINT = ["cat", "-n", "print.me"]
 TYPED = {"commands": [LIST, PRINT], "gap": 0.5}
@@ -33,10 +33,10 @@ SCRIPT = "cat -n print.me; exit 0"
 
 @dataclasses.dataclass(frozen=True)
 class Wiring:
-    request: dict  # by what is asked for, the attacker's side
+    request: dict  # the attacker's request
     waits_on: str = "line"
     line: str = "tcp"
-    program: str = ""  # runs the worker in place of Python: a copy of it by this name
+    program: str = ""  # the path of a copy of Python that runs the worker; empty for Python itself
 
 
 class Worker:
@@ -47,7 +47,7 @@ class Worker:
         self.program = str(directory / wiring.program) if wiring.program else sys.executable
         address = attacker.tcp6 if wiring.line == "tcp6" else attacker.tcp
         self.arguments = [self.program, str(WORKER), wiring.waits_on, address[0], str(address[1])]
-        self.pid = None  # of the process that has started the commands
+        self.pid = None  # the process that started the commands
         self.commands = []
         self.outputs = []
         self._child = subprocess.Popen(
@@ -56,7 +56,7 @@ class Worker:
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             start_new_session=True,
-            # A copy of Python does not find its library by itself.
+            # A copy of Python does not find its library without this.
             env=environment(PYTHONHOME=sys.base_prefix),
         )
         self.connection = self._read()
@@ -67,7 +67,7 @@ class Worker:
         return json.loads(line)
 
     def ask(self, request):
-        """Has the attacker ask for it. The answer is not waited for."""
+        """Makes the attacker send the request, without waiting for the result."""
         text = json.dumps(request).replace("{directory}", str(self.directory)) + "\n"
         if self._wiring.waits_on == "pipe":
             self._child.stdin.write(text.encode())
@@ -77,7 +77,7 @@ class Worker:
         assert answer == "taken\n"
 
     def age(self):
-        """Seconds since the worker's own process came into being."""
+        """Seconds since the start of the worker's process."""
         started = int(pathlib.Path(f"/proc/{self._child.pid}/stat").read_text().rpartition(")")[2].split()[19])
         return time.clock_gettime(time.CLOCK_BOOTTIME) - started / os.sysconf("SC_CLK_TCK")
 
@@ -91,7 +91,7 @@ class Worker:
         self.outputs = self._read()["outputs"]
 
     def expected_content(self):
-        """What an event says that reports the process with PRINT as its last command."""
+        """The content of the event that reports the process, with PRINT as its last command."""
         program = os.path.realpath(shutil.which(PRINT[0]))
         own = self._wiring.program != ""
         connection = self.connection
@@ -130,7 +130,7 @@ def contents_under(agent, ppid):
 
 
 def prepare(directory):
-    """What the wirings find in their working directory."""
+    """Creates the files that the workers need in their working directory."""
     (directory / "print.me").write_text("a line\n" * 5000)
     (directory / "script").write_text(f"#!/bin/sh\n{SCRIPT}\n")
     (directory / "script").chmod(0o755)
@@ -156,8 +156,8 @@ os.execvp("sleep", ["sleep", "600"])
 
 @contextlib.contextmanager
 def orphaned_command():
-    """A command that is a child of process 1 when it is executed. That is the only kind of which the agent says that it
-    has seen it; with it, the agent has seen all that was executed before."""
+    """A command that is a child of process 1 when it is executed. The agent logs only such commands when it receives
+    their events; once it has logged this one, it has received all earlier events."""
     done = subprocess.run([sys.executable, "-c", ORPHAN], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True)
     pid = int(done.stdout)
     try:
@@ -167,7 +167,7 @@ def orphaned_command():
 
 
 class Story:
-    """The agents, the workers by wiring, and what has been done until all of it was judged."""
+    """The agents and the workers, and the steps until the agents have judged them."""
 
     def __init__(self, attacker, directory, cleanup):
         self._attacker = attacker
@@ -175,7 +175,7 @@ class Story:
         self._directory = directory
         self.agents = {}
         self.workers = {}
-        self.typed = {}  # what an event says of the commands that were typed by hand
+        self.typed = {}  # the expected event about the commands typed by hand
 
     def add_worker(self, name, wiring):
         self.workers[name] = Worker(self._attacker, self._directory, wiring)
@@ -188,12 +188,12 @@ class Story:
         self.agents[name] = self._cleanup.enter_context(agent)
 
     def wait_until_old_enough(self):
-        """What a process starts within its first moments is taken for a script's."""
+        """The agent ignores commands that a process starts right after its own start, as scripts do."""
         youngest = list(self.workers.values())[-1]
         wait_until(lambda: youngest.age() > OLD_ENOUGH_SECONDS, "workers that are old enough")
 
     def run_to_end(self, *names):
-        """Ends the commands of these workers once the agents have come to see them all, however busy the host is."""
+        """Ends the commands of these workers after the agents have received all their events."""
         for name in names:
             self.workers[name].wait_until_started()
         with orphaned_command() as pid:
@@ -210,7 +210,7 @@ class Story:
 
 @contextlib.contextmanager
 def new_story(attacker, tmp_path_factory):
-    """One without workers and agents yet; all of it ends with the context."""
+    """A story without workers and agents. Leaving the context ends all of them."""
     directory = tmp_path_factory.mktemp("short-commands")
     prepare(directory)
     with contextlib.ExitStack() as cleanup:

@@ -1,7 +1,7 @@
-"""A login over SSH: a daemon with a configuration, keys and a port of its own, and a client on the attacker's host.
+"""A login over SSH: a daemon with a separate configuration, keys and port, and a client on the attacker's host.
 
-The daemon lives in a mount namespace in which it has accounts, logs and run-time files of its own, so that nothing of
-the machine's is read or written for it.
+The daemon runs in a mount namespace with its own accounts, logs and run-time files, so it neither reads nor writes
+those of the machine.
 """
 
 import os
@@ -40,7 +40,7 @@ def free_port(address):
 
 
 class Login:
-    """A shell on a terminal under the daemon. Its orders come from the client."""
+    """A shell on a terminal of the daemon, which gets its orders from the client."""
 
     def __init__(self, attacker, directory):
         self._directory = directory
@@ -91,7 +91,7 @@ class Login:
             env=ENVIRONMENT,
         )
         self.converse("echo $((6*7))-login\n", "42-login")
-        self.staged = wait_until(self._find, "the login's shell is there")
+        self.staged = wait_until(self._find, "the login has started its shell")
 
     def _log(self):
         return (self._directory / "daemon.log").read_text()

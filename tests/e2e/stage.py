@@ -1,13 +1,13 @@
-"""Staging processes that are wired like an attack, for the agent to judge.
+"""Stages processes that are wired like an attack.
 
-A Stage has channels and processes, both by name:
+A Stage has named channels and processes:
 
     channels   {"line": tcp(attacker.tcp), "in": pipe()}
     processes  {"shell": shell("mark", {0: "in.read"}), "relay": companion({0: "in.write", 3: "line"})}
 
-A process says which end of which channel it has at which descriptor; 0, 1 and 2 are /dev/null otherwise, and no other
-descriptor is open. All processes of a stage are siblings: their parent, the stagehand, holds every end of every channel
-and keeps the wiring in place until the stage is closed.
+A process lists the end of a channel for each of its descriptors. Unlisted, 0, 1 and 2 are /dev/null, and no other
+descriptor is open. All processes of a stage are siblings. Their parent, the stagehand, holds every end of every channel
+until the stage is closed.
 """
 
 import dataclasses
@@ -53,22 +53,22 @@ def socketpair():
 
 
 def terminal():
-    """The ends are NAME, which a shell would be on, and NAME.control."""
+    """The ends are NAME, the side for a shell, and NAME.control."""
     return ("terminal",)
 
 
 @dataclasses.dataclass(frozen=True)
 class Process:
     descriptors: dict
-    run: tuple = ()  # the program, then its arguments from the name on; none: holds its descriptors and waits
-    becomes: tuple = ()  # the arguments that it shows in the end, where that differs from run
+    run: tuple = ()  # the program, then its arguments starting with its name; empty: holds its descriptors and waits
+    becomes: tuple = ()  # its final arguments, if they differ from run
 
     def cmdline(self):
         return " ".join(self.becomes or self.run[1:])
 
 
 def shell(mark, descriptors, program=BASH, name="bash"):
-    """A shell that reads commands and, among all shells of this host, is the one with mark in its command line."""
+    """A shell that reads commands. mark in its command line identifies it."""
     return Process(descriptors, run=(str(program), name, "-s", mark))
 
 
@@ -77,7 +77,7 @@ def companion(descriptors):
 
 
 class Stage:
-    """Starts everything; returns when each process has its descriptors and shows its command line."""
+    """Starts all processes, and returns once each has its descriptors and its command line."""
 
     def __init__(self, channels, processes):
         self._processes = processes
@@ -112,7 +112,7 @@ class Stage:
         return self.addresses[channel]["local"][1]
 
     def expected_content(self, channel="line", process="shell"):
-        """What an event says that reports the process with the connection of the channel."""
+        """The content of the event that reports the process with the connection of the channel."""
         (local_ip, local_port), (remote_ip, remote_port) = (
             self.addresses[channel]["local"],
             self.addresses[channel]["remote"],
@@ -131,7 +131,7 @@ class Stage:
         }
 
     def converse(self, end, send, until):
-        """What comes out of an end of a channel in answer to send, up to and including until."""
+        """Sends text to an end of a channel and returns the answer, up to and including until."""
         self._child.stdin.write(json.dumps({"end": end, "send": send, "until": until}) + "\n")
         self._child.stdin.flush()
         answer = json.loads(self._child.stdout.readline())
@@ -149,5 +149,5 @@ class Stage:
 
 
 def reverse_shell(attacker, process):
-    """A stage with the process alone; what it has at LINE is a connection to the attacker's host."""
+    """A stage with only this process, and a connection to the attacker's host as its channel "line"."""
     return Stage({"line": tcp(attacker.tcp)}, {"shell": process})

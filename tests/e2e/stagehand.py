@@ -1,8 +1,8 @@
-"""Builds one wiring: opens its channels, starts its processes on them, and holds everything until its input ends.
+"""Builds one wiring: opens its channels, starts its processes on them, and holds all of it until its input ends.
 
-Takes the wiring as one line of JSON on standard input and answers with one line: the processes' ids and the addresses
-of the sockets, or an error. See stage.py for what a wiring says. Then, for each further line, it talks on an end that
-it holds. Being the parent of what it starts, it is also the parent that an event names.
+Reads the wiring as one line of JSON (see stage.py) and prints one line: the pids of the processes and the addresses of
+the sockets, or an error. Each further line is a request to send a text to an end of a channel and print the answer. It
+is the parent of the processes, so events name it as the parent.
 """
 
 import ctypes
@@ -25,7 +25,7 @@ FIRST_SPARE_DESCRIPTOR = 100
 REPLY_LIMIT_SECONDS = scaled(10)
 C_LIBRARY = ctypes.CDLL(None, use_errno=True)
 
-# An interactive shell reads and writes files of its user otherwise.
+# With the user's environment an interactive shell would read and write the user's files.
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent", "HISTFILE": "/dev/null", "LC_ALL": "C"}
 
 
@@ -39,13 +39,13 @@ def connected(kind, address, from_address=None):
     opened.connect(tuple(address))
     opened.setblocking(True)
     if kind == socket.SOCK_STREAM:
-        # Closed, it goes at once: ended connections must not pile up in the kernel's table, which the agent reads.
+        # Close without TIME_WAIT: closed connections would pile up in the kernel's table, which the agent reads.
         opened.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     return opened
 
 
 def looped(address):
-    """Both ends of a connection of this host with itself."""
+    """Both ends of a connection from this host to itself."""
     family = socket.AF_INET6 if ":" in address else socket.AF_INET
     with socket.create_server((address, 0), family=family) as server:
         client = connected(socket.SOCK_STREAM, server.getsockname())
@@ -62,7 +62,7 @@ def fifo(path):
 
 
 def open_channel(name, kind, arguments):
-    """The channel's ends by name: descriptors, or sockets where there is an address to tell."""
+    """The channel's ends by name: sockets if they have addresses, otherwise descriptors."""
     if kind == "tcp":
         return {name: connected(socket.SOCK_STREAM, *arguments)}
     if kind == "udp":
@@ -90,7 +90,7 @@ def number_of(end):
 
 
 def place_descriptors(wanted, kept):
-    """Puts each descriptor of wanted at its number, /dev/null at 0, 1 and 2 otherwise, and closes all but kept."""
+    """Moves each descriptor of wanted to its number, opens /dev/null at 0, 1 and 2 if unlisted, closes all but kept."""
     null = os.open("/dev/null", os.O_RDWR)
     sources = {**dict.fromkeys((0, 1, 2), null), **wanted}
     spare = {
@@ -103,7 +103,7 @@ def place_descriptors(wanted, kept):
 
 
 def become(process, ends, parent, report):
-    """Ends as the process asked for. report, which stays open only until then, tells the parent what failed."""
+    """Becomes the process. report is the pipe for an error message; it closes when the process is ready."""
     os.setsid()
     C_LIBRARY.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0)
     if os.getppid() != parent:
@@ -138,7 +138,7 @@ def start(process, ends):
 
 
 def runs(pid, arguments):
-    """Whether the process has got as far as to show this command line: it does a moment after its exec."""
+    """True once the process shows this command line, which is a moment after its exec."""
     expected = b"".join(os.fsencode(argument) + b"\0" for argument in arguments)
     try:
         with open(f"/proc/{pid}/cmdline", "rb") as file:
@@ -148,7 +148,7 @@ def runs(pid, arguments):
 
 
 def build(wiring, processes):
-    """Fills in processes, name to id, as it goes: what has been started has to be ended whatever comes next."""
+    """Adds each started process to processes (name -> pid) at once, so that the caller can end them after a failure."""
     ends = {}
     for name, (kind, *arguments) in wiring["channels"].items():
         ends.update(open_channel(name, kind, arguments))
@@ -166,14 +166,14 @@ def build(wiring, processes):
 
 
 def converse(ends, request):
-    """Sends text into an end and takes what comes back, up to and including a given text."""
+    """Sends text to an end and reads the answer, up to and including a given text."""
     end = number_of(ends[request["end"]])
     os.write(end, request["send"].encode())
     deadline = time.monotonic() + REPLY_LIMIT_SECONDS
     received = b""
     while request["until"].encode() not in received:
         if not select.select([end], [], [], max(0, deadline - time.monotonic()))[0]:
-            return {"error": f"{request['end']} answers only {received!r}"}
+            return {"error": f"{request['end']} answered only {received!r}"}
         block = os.read(end, 65536)
         if not block:
             return {"error": f"{request['end']} has ended"}
@@ -182,7 +182,7 @@ def converse(ends, request):
 
 
 def end_sessions(pids):
-    """Each process has led a session of its own, so what it has started in turn goes with it."""
+    """Kills the sessions that the processes lead, and so also the processes that they have started."""
     for pid in pids:
         try:
             os.killpg(pid, signal.SIGKILL)
@@ -197,7 +197,7 @@ def end_sessions(pids):
 
 
 def main():
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C is for the tests; the end of the input follows from it
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # the tests handle Ctrl-C and then close the input
     processes: dict[str, int] = {}
     try:
         ends, answer = build(json.loads(sys.stdin.readline()), processes)

@@ -1,4 +1,4 @@
-"""What bash offers for a command line that is being typed."""
+"""The bash completion of orlim-agent."""
 
 import os
 import subprocess
@@ -9,7 +9,7 @@ from agent import PROGRAM, REPOSITORY, environment, run_to_end
 from test_manual import COMMANDS, options_of
 
 SCRIPT = REPOSITORY / "packaging/orlim-agent.bash-completion"
-# Does what readline does: it sets the words and calls the function that is registered for the program.
+# Completes like readline: sets the words and calls the function that is registered for the program.
 ASK = """
 source "$1" && shift
 COMP_WORDS=("$@")
@@ -22,7 +22,7 @@ printf '%s\\n' "${COMPREPLY[@]}"
 
 
 def offered(*words, directory="/"):
-    """What the last of the words may become."""
+    """The completions of the last word."""
     done = subprocess.run(
         ["bash", "--norc", "--noprofile", "-c", ASK, "bash", SCRIPT, PROGRAM, *words],
         cwd=directory,
@@ -36,7 +36,7 @@ def offered(*words, directory="/"):
     return {word for word in done.stdout.splitlines() if word}
 
 
-def wirings():
+def scenarios():
     return {line.split()[0] for line in run_to_end("demo", "--list").stdout.decode().splitlines()}
 
 
@@ -45,20 +45,20 @@ def test_first_word_is_a_command_or_an_option_without_one():
 
 
 @pytest.mark.parametrize("command", COMMANDS)
-def test_options_are_those_of_the_help(command):
+def test_options_are_those_in_the_help(command):
     assert offered(command, "-") == options_of(command)
 
 
 BEGINNINGS = {
     "a command": (["s"], {"scan"}),
-    "a command that many begin like": (["e"], {"explain"}),
-    "nothing that is known": (["x"], set()),
+    "the first letter of a command": (["e"], {"explain"}),
+    "an unknown word": (["x"], set()),
     "an option": (["scan", "--c"], {"--config"}),
     "an option of another command": (["demo", "--co"], set()),
     "a second option": (["demo", "--only", "two-relays", "--j"], {"--json"}),
-    "a wiring": (["demo", "--only", "two"], {"two-relays"}),
-    "a wiring behind an equals sign": (["demo", "--only", "=", "two"], {"two-relays"}),
-    "a second wiring": (["demo", "--only", "two-relays", "--only", "pty"], set()),
+    "a scenario": (["demo", "--only", "two"], {"two-relays"}),
+    "a scenario after an equals sign": (["demo", "--only", "=", "two"], {"two-relays"}),
+    "a second scenario": (["demo", "--only", "two-relays", "--only", "pty"], set()),
     "an option of a command that does not exist": (["scann", "--c"], set()),
 }
 
@@ -69,8 +69,8 @@ def test_beginning_is_completed(words, expected):
 
 
 @pytest.mark.parametrize("words", [["demo", "--only", ""], ["demo", "--only", "="]])
-def test_names_of_wirings_are_those_of_the_list(words):
-    assert offered(*words) == wirings()
+def test_names_of_scenarios_are_those_in_the_list(words):
+    assert offered(*words) == scenarios()
 
 
 @pytest.mark.parametrize(
@@ -80,13 +80,13 @@ def test_names_of_wirings_are_those_of_the_list(words):
         *((command, "--module") for command in ("run", "scan", "check", "demo")),
     ],
 )
-def test_options_that_take_a_file_are_given_files(tmp_path, command, option):
+def test_options_for_a_file_are_completed_with_files(tmp_path, command, option):
     (tmp_path / "a file").touch()
     (tmp_path / "folder").mkdir()
     assert offered(command, option, "", directory=tmp_path) == {"a file", "folder"}
     assert offered(command, option, "=", "fo", directory=tmp_path) == {"folder"}
 
 
-def test_explain_is_given_processes():
+def test_explain_is_completed_with_pids():
     assert {"1", str(os.getpid())} <= offered("explain", "")
     assert offered("explain", "--dot", str(os.getpid())) >= {str(os.getpid())}

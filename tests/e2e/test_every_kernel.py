@@ -1,5 +1,5 @@
-"""The core of the detections, small enough for a kernel in an emulator: each by a wait or an interface that kernels
-give in ways of their own. Where a kernel does not show the stacks of others, what needs them has to stay silent."""
+"""A small test of each detection for kernels in an emulator, through the waits and interfaces that differ between
+kernels. If a kernel does not show the stacks of other processes, the detections that need them must report nothing."""
 
 import contextlib
 import shutil
@@ -20,14 +20,14 @@ NEED_STACKS = (DEV_TCP, READING, IPV6, RELAYED)
 ATTEMPTS = 4
 PASS_LIMIT = 60
 PASS_END = "scan all shell end"
-# Three seconds and the next pass, on any machine; and that pass, behind one that was too early and has taken long.
+# Enough for three quiet seconds and the next pass on any machine. PASSES counts that pass and one that came too early.
 COME_OF_AGE_SECONDS = 10
 PASSES = 3
 HARMLESS = "proc has no shell character"
 
 
 class Watch:
-    """An agent, attacks before its eyes, and what it said of them."""
+    """An agent, attacks while it runs, and its events about them."""
 
     def __init__(self, attacker, directory, cleanup):
         config = {"module": {"reverseShell": {"detectInterval": 86400}}, "settings": {}, "log": DETAIL}
@@ -44,12 +44,12 @@ class Watch:
         self.complete = all(map(self.contents, visible))
 
     def _await_passes(self, names):
-        """Until all are told, or the pass is over that had to."""
+        """Waits until all attacks are reported, or the pass that should have reported them is over."""
         began, before = time.monotonic(), self._passes()
 
         def over():
-            had_to = time.monotonic() - began > COME_OF_AGE_SECONDS and self._passes() - before >= PASSES
-            return had_to or all(map(self.contents, names))
+            due = time.monotonic() - began > COME_OF_AGE_SECONDS and self._passes() - before >= PASSES
+            return due or all(map(self.contents, names))
 
         self.agent.wait_until(over, "passes of the instant scan", PASS_LIMIT)
 
@@ -72,7 +72,7 @@ def watch(attacker, tmp_path_factory):
                 if last:
                     raise
                 continue
-            # Two passes may have shared the attacks, and the second one knows all connections already.
+            # Retry if two passes shared the attacks: the second pass already knows all connections.
             if watch.complete or last:
                 yield watch
                 return
@@ -101,20 +101,20 @@ def test_period_scan_finds_the_shell_between_fifo_and_netcat(attacker, tmp_path)
 
 @pytest.fixture(scope="module")
 def story(attacker, tmp_path_factory):
-    with new_story(attacker, tmp_path_factory) as told:
-        told.add_worker("on its connection", Wiring(TYPED))
-        told.add_worker("on a pipe", Wiring(TYPED, waits_on="pipe"))
-        told.start_agent("agent")
-        told.agents["agent"].wait_until_started()
-        told.wait_until_old_enough()
-        for worker in told.workers.values():
+    with new_story(attacker, tmp_path_factory) as made:
+        made.add_worker("on its connection", Wiring(TYPED))
+        made.add_worker("on a pipe", Wiring(TYPED, waits_on="pipe"))
+        made.start_agent("agent")
+        made.agents["agent"].wait_until_started()
+        made.wait_until_old_enough()
+        for worker in made.workers.values():
             worker.ask(TYPED)
-        told.run_to_end(*told.workers)
-        told.agents["agent"].wait_for_log(HARMLESS, SWEEP_LIMIT, 1 if stacks.are_shown() else len(told.workers))
-        yield told
+        made.run_to_end(*made.workers)
+        made.agents["agent"].wait_for_log(HARMLESS, SWEEP_LIMIT, 1 if stacks.are_shown() else len(made.workers))
+        yield made
 
 
-def test_short_commands_of_a_process_that_waits_on_a_pipe_are_silent(story):
+def test_short_commands_of_a_process_that_waits_on_a_pipe_are_not_reported(story):
     assert contents_under(story.agents["agent"], story.workers["on a pipe"].pid) == []
 
 

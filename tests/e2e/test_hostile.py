@@ -1,4 +1,4 @@
-"""What attackers control besides the wiring does no harm: the names of their programs, the number of their shells."""
+"""Hostile command lines, hostile program names and large numbers of shells do not break events or the log."""
 
 import os
 import shutil
@@ -13,8 +13,8 @@ HOSTILE_ARGUMENTS = {
     "quotes and backslashes": '"\'\\\\"}],\\u0000',
     "terminal control": "\x1b]0;owned\x07\x1b[2J\x7f\x01",
     "format directives": "%s%n%d%1$n",
-    "characters of several bytes": "żółw 🐢 \u2028",
-    "bytes that are no text": "a\udcffb\udcfec\udc80d",
+    "multi-byte characters": "żółw 🐢 \u2028",
+    "invalid UTF-8": "a\udcffb\udcfec\udc80d",
     "cut characters": "a\udce2\udc82 b\udcf0 c",
     "very long": "x" * 100_000,
 }
@@ -59,7 +59,7 @@ def many_shells(attacker):
         yield stage
 
 
-def test_many_shells_are_all_found(many_shells, tmp_path):
+def test_all_of_many_shells_are_found(many_shells, tmp_path):
     config = write_config(tmp_path, {"events": {"perMinuteLimit": 0}})
     scan = Scan("--config", config)
     for i in range(MANY):
@@ -67,11 +67,11 @@ def test_many_shells_are_all_found(many_shells, tmp_path):
         assert scan.contents(expected["pid"]) == [expected]
 
 
-def test_limit_a_minute_holds_and_the_rest_is_told(many_shells, tmp_path):
+def test_events_beyond_the_limit_per_minute_are_dropped_and_counted(many_shells, tmp_path):
     config = write_config(tmp_path, {"events": {"perMinuteLimit": 5}})
     scan = Scan("--config", config)
     assert len(scan.events) == 5
-    # Other shells of this host may be among those found, so that the number itself is not known.
+    # The scan may also find other shells of this host, so the exact number is unknown.
     (dropped,) = [line for line in scan.log.splitlines() if "events were dropped" in line]
     assert int(dropped.partition(" events were dropped")[0].split()[-1]) >= MANY - 5
     assert "beyond the limit of 5 a minute" in dropped

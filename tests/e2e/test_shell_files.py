@@ -1,8 +1,8 @@
-"""Shell file protection: what happens to throw-away shells, and what the agent says of it.
+"""Shell file protection: changes of temporary shells, and the events about them.
 
-Every test has a shell of its own, listed in a default_shells of the tests' own; one agent watches them all. Reports on
-one file come in the order of its changes, so that a test for silence makes a change afterwards that is reported, and
-asserts that nothing came before it.
+Every test has its own shell, listed in a default_shells of these tests; one agent watches all shells. Events about one
+file come in the order of its changes, so a test for silence makes a reported change afterwards and asserts that no
+event came before it.
 """
 
 import contextlib
@@ -28,7 +28,7 @@ APPEND_ONLY = 0x20
 
 
 class Shells:
-    """Throw-away shells, each a working shell of a length and content that no other file has."""
+    """Temporary shells. Each is a working shell whose size and content no other file has."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -86,37 +86,36 @@ class Watched:
             if event["eventType"] == "abnormal-shell" and event["eventContent"]["path"] == str(self.path)
         ]
 
-    def told(self, *expected):
-        """Waits until there are as many events as expected, and asserts on all of them."""
+    def expect(self, *expected):
+        """Waits until there are as many events as expected, and compares all of them."""
         self._agent.wait_until(lambda: len(self.contents()) >= len(expected), f"{len(expected)} events", 10)
         assert self.contents() == [{"path": str(self.path), **content} for content in expected]
 
     def change(self):
-        """Changes the mode, and says what is told of that."""
+        """Changes the mode, and returns the expected event."""
         before = stat.filemode(self.path.stat().st_mode)
         self.path.chmod(0o700)
         return self.attribute("permission", before, "-rwx------")
 
     def kinds(self):
-        """What each event is about: the attribute's type, or else the operation."""
+        """The kind of each event: the type of the attribute, or otherwise the operation."""
         return [
             content["attribute"][0]["type"] if "attribute" in content else content["operationType"]
             for content in self.contents()
         ]
 
-    def change_until_told(self):
-        """For a shell that has just been replaced: to the agent, a change before it looks at the new file is part of
-        the replacement."""
+    def change_until_reported(self):
+        """For a shell that has just been replaced: a change before the agent has read the new file is not reported."""
         for attempt in range(100):
             self.path.chmod(0o700 + attempt % 2)
             with contextlib.suppress(AssertionError):
                 self._agent.wait_until(lambda: "permission" in self.kinds(), "a change", 0.1)
                 return
-        raise AssertionError("no change of the new file is told")
+        raise AssertionError("no change of the new file is reported")
 
-    def silent(self, *before):
-        """Nothing was told besides what is given: the next change is the next that is told."""
-        self.told(*before, self.change())
+    def expect_nothing_after(self, *before):
+        """Makes a change and expects the events in before, then only the event about this change."""
+        self.expect(*before, self.change())
 
     @staticmethod
     def attribute(kind, old, new):
@@ -132,7 +131,7 @@ def shell(request, shells, watching):
 
 
 def set_flags(path, flags):
-    """Sets and clears what chattr +i and +a set; other flags stay."""
+    """Sets or clears the flags of chattr +i and +a; returns the old and new flags. Keeps other flags."""
     descriptor = os.open(path, os.O_RDONLY)
     try:
         old = struct.unpack("i", fcntl.ioctl(descriptor, FS_IOC_GETFLAGS, b"\0" * 4))[0]
@@ -157,158 +156,157 @@ def move(related):
 
 
 @pytest.mark.kernel
-def test_a_write_is_told(shell):
+def test_a_write_is_reported(shell):
     with open(shell.path, "r+b") as file:
         file.write(b"other")
-    shell.told(MODIFY)
+    shell.expect(MODIFY)
 
 
-def test_an_append_is_told(shell):
+def test_an_append_is_reported(shell):
     append(shell.path)
-    shell.told(MODIFY)
+    shell.expect(MODIFY)
 
 
-def test_a_truncation_is_told(shell):
+def test_a_truncation_is_reported(shell):
     os.truncate(shell.path, 100)
-    shell.told(MODIFY)
+    shell.expect(MODIFY)
 
 
 @pytest.mark.kernel
-def test_a_change_of_mode_is_told(shell):
+def test_a_change_of_mode_is_reported(shell):
     shell.path.chmod(0o4755)
-    shell.told(shell.attribute("permission", "-rwxr-xr-x", "-rwsr-xr-x"))
+    shell.expect(shell.attribute("permission", "-rwxr-xr-x", "-rwsr-xr-x"))
 
 
-def test_a_change_of_owner_is_told_by_name(shell):
+def test_a_change_of_owner_is_reported_with_the_names(shell):
     os.chown(shell.path, NOBODY, -1)
-    shell.told(shell.attribute("owner", "root", "nobody"))
+    shell.expect(shell.attribute("owner", "root", "nobody"))
 
 
-def test_a_change_of_group_is_told_by_name(shell):
+def test_a_change_of_group_is_reported_with_the_names(shell):
     os.chown(shell.path, -1, NOBODY)
-    shell.told(shell.attribute("group", "root", "nogroup"))
+    shell.expect(shell.attribute("group", "root", "nogroup"))
 
 
-def test_a_change_of_owner_and_group_is_told_as_two(shell):
+def test_a_change_of_owner_and_group_is_reported_as_two_events(shell):
     os.chown(shell.path, 4000123, 4000124)
-    shell.told(shell.attribute("owner", "root", "4000123"), shell.attribute("group", "root", "4000124"))
+    shell.expect(shell.attribute("owner", "root", "4000123"), shell.attribute("group", "root", "4000124"))
 
 
-def test_a_hard_link_is_told_when_it_is_made_and_when_it_goes(shell):
+def test_creating_and_removing_a_hard_link_is_reported(shell):
     link = shell.path.with_suffix(".link")
     os.link(shell.path, link)
-    shell.told(shell.attribute("links", "1", "2"))
+    shell.expect(shell.attribute("links", "1", "2"))
     link.unlink()
-    shell.told(shell.attribute("links", "1", "2"), shell.attribute("links", "2", "1"))
+    shell.expect(shell.attribute("links", "1", "2"), shell.attribute("links", "2", "1"))
 
 
 @pytest.mark.kernel
-def test_a_removal_is_told_as_that_alone(shell):
+def test_a_removal_is_reported_as_one_event(shell):
     shell.path.unlink()
-    shell.told(DELETE)
+    shell.expect(DELETE)
 
 
-def test_a_shell_that_is_made_anew_is_watched_again(shell):
+def test_a_shell_that_is_created_again_is_watched_again(shell):
     shell.path.unlink()
-    shell.told(DELETE)
+    shell.expect(DELETE)
     shutil.copy(PROGRAM, shell.path)
-    shell.change_until_told()
+    shell.change_until_reported()
 
 
-def test_a_move_away_is_told_with_the_new_name(shell):
+def test_a_move_is_reported_with_the_new_name(shell):
     away = shell.path.with_suffix(".away")
     shell.path.rename(away)
-    shell.told(move(away))
+    shell.expect(move(away))
 
 
-def test_a_move_away_out_of_all_watched_directories_is_told_without_it(shell, tmp_path):
+def test_a_move_out_of_all_watched_directories_is_reported_without_the_new_name(shell, tmp_path):
     shell.path.rename(tmp_path / "away")
-    shell.told(move(""))
+    shell.expect(move(""))
 
 
 @pytest.mark.kernel
-def test_a_move_over_is_told_with_the_old_name(shell):
+def test_a_replacement_by_a_move_is_reported_with_the_old_name(shell):
     other = shell.path.with_suffix(".other")
     other.write_text("#!/bin/true\n")
     other.rename(shell.path)
-    shell.told(move(other))
+    shell.expect(move(other))
 
 
-def test_a_move_over_from_elsewhere_is_told_without_it(shell, tmp_path):
+def test_a_replacement_from_an_unwatched_directory_is_reported_without_the_old_name(shell, tmp_path):
     other = tmp_path / "other"
     other.write_text("#!/bin/true\n")
     other.rename(shell.path)
-    shell.told(move(""))
+    shell.expect(move(""))
 
 
-def test_a_shell_that_was_replaced_is_watched_on(shell):
+def test_a_replaced_shell_is_still_watched(shell):
     other = shell.path.with_suffix(".other")
     other.write_text("#!/bin/true\n")
     other.rename(shell.path)
     append(shell.path)
-    shell.told(move(other), MODIFY)
+    shell.expect(move(other), MODIFY)
 
 
 @pytest.mark.kernel
 @pytest.mark.parametrize("flag", [IMMUTABLE, APPEND_ONLY], ids=["immutable", "append-only"])
-def test_a_flag_is_told_when_it_is_set_and_when_it_is_cleared(shell, flag):
+def test_setting_and_clearing_a_flag_is_reported(shell, flag):
     try:
         clear, held = set_flags(shell.path, flag)
     except OSError as error:
-        pytest.skip(f"the file system of {shell.path.parent} has no such flags: {error}")
-    shell.told(shell.attribute("ext2_flag", clear, held))
+        pytest.skip(f"the file system of {shell.path.parent} has no file flags: {error}")
+    shell.expect(shell.attribute("ext2_flag", clear, held))
     set_flags(shell.path, 0)
-    shell.told(shell.attribute("ext2_flag", clear, held), shell.attribute("ext2_flag", held, clear))
+    shell.expect(shell.attribute("ext2_flag", clear, held), shell.attribute("ext2_flag", held, clear))
 
 
-def test_reading_is_not_told(shell):
+def test_reading_is_not_reported(shell):
     shell.path.read_bytes()
     subprocess.run([shell.path, "-c", ":"], check=True)
-    shell.silent()
+    shell.expect_nothing_after()
 
 
-def test_touching_is_not_told(shell):
+def test_a_change_of_times_is_not_reported(shell):
     shell.path.touch()
     os.utime(shell.path, (1, 1))
-    shell.silent()
+    shell.expect_nothing_after()
 
 
-def test_of_a_package_upgrade_nothing_but_its_backup_link_is_told(shell):
+def test_of_a_package_upgrade_only_the_backup_link_is_reported(shell):
     backup, new = shell.path.with_suffix(".dpkg-tmp"), shell.path.with_suffix(".dpkg-new")
     shutil.copy2(shell.path, new)
     append(new)
     os.link(shell.path, backup)
     new.rename(shell.path)
     backup.unlink()
-    shell.change_until_told()
-    # The link count is read when the report is made, and may be that of the new file by then.
+    shell.change_until_reported()
+    # The agent reads the link count when it reports the change, and may then read that of the new file.
     assert set(shell.kinds()) <= {"links", "permission"}
     assert shell.kinds().count("links") <= 1
 
 
-def test_two_names_of_one_shell_tell_a_change_once(shells, watching):
+def test_a_change_of_a_shell_with_two_names_is_reported_once(shells, watching):
     target, link = shells.linked
     target.chmod(0o700)
     changed = Watched(watching, target)
     watching.wait_until(lambda: changed.contents() or Watched(watching, link).contents(), "the change", 10)
     target.chmod(0o711)
-    told = Watched.attribute("permission", "-rwxr-xr-x", "-rwx------"), Watched.attribute(
-        "permission", "-rwx------", "-rwx--x--x"
-    )
-    changed.told(*told)
+    first = Watched.attribute("permission", "-rwxr-xr-x", "-rwx------")
+    second = Watched.attribute("permission", "-rwx------", "-rwx--x--x")
+    changed.expect(first, second)
     assert Watched(watching, link).contents() == []
 
 
-def test_an_edit_in_place_is_not_told(shell):
+def test_an_edit_in_place_is_not_reported(shell):
     subprocess.run(["sed", "-i", "s/no such text//", shell.path], check=True)
-    shell.change_until_told()
+    shell.change_until_reported()
     assert set(shell.kinds()) == {"permission"}
 
 
-def run_until_told(shell, arguments, program, expected):
+def run_until_reported(shell, arguments, program, expected):
     child = subprocess.Popen(arguments, executable=program, stdin=subprocess.PIPE)
     try:
-        shell.told(*expected)
+        shell.expect(*expected)
     finally:
         child.send_signal(signal.SIGKILL)
         child.wait()
@@ -319,34 +317,34 @@ def copied(path, command):
 
 
 @pytest.mark.kernel
-def test_a_copy_that_runs_is_told_once(shell):
+def test_a_copy_that_runs_is_reported_once(shell):
     copy = shell.path.with_suffix(".copy")
     shutil.copy2(shell.path, copy)
-    run_until_told(shell, ["kworker", "-s"], copy, [copied(copy, "kworker -s")])
+    run_until_reported(shell, ["kworker", "-s"], copy, [copied(copy, "kworker -s")])
     subprocess.run([copy, "-c", ":"], check=True)
-    shell.silent(copied(copy, "kworker -s"))
+    shell.expect_nothing_after(copied(copy, "kworker -s"))
 
 
-def test_a_hard_link_that_runs_is_told_as_a_copy(shell, tmp_path):
+def test_a_hard_link_that_runs_is_reported_as_a_copy(shell, tmp_path):
     link = shell.path.with_suffix(".link")
     os.link(shell.path, link)
     links = shell.attribute("links", "1", "2")
-    shell.told(links)
-    run_until_told(shell, ["other", "-s"], link, [links, copied(link, "other -s")])
+    shell.expect(links)
+    run_until_reported(shell, ["other", "-s"], link, [links, copied(link, "other -s")])
 
 
-def test_a_file_of_a_shells_size_is_not_told(shell):
+def test_a_file_with_the_size_of_a_shell_is_not_reported(shell):
     other = shell.path.with_suffix(".other")
     content = bytearray(shell.path.read_bytes())
     content[-1] = ord("x")
     other.write_bytes(content)
     other.chmod(0o755)
     subprocess.run([other, "-c", "sleep 0.2"], check=True)
-    shell.silent()
+    shell.expect_nothing_after()
 
 
 def test_a_long_command_line_is_cut_at_a_character(shell):
     copy = shell.path.with_suffix(".copy")
     shutil.copy2(shell.path, copy)
     name = "n" * 507
-    run_until_told(shell, [name, "-s", "\u00e9\u00e9"], copy, [copied(copy, f"{name} -s \u00e9"[:511])])
+    run_until_reported(shell, [name, "-s", "\u00e9\u00e9"], copy, [copied(copy, f"{name} -s \u00e9"[:511])])

@@ -1,6 +1,6 @@
-"""Processes that run short commands for a remote peer: which are reported, by an agent on a host that never slept and
-by one on a host that has. They are judged every ten seconds, so all wirings run at once, under both agents, and each
-test looks at its own."""
+"""Processes that run short commands for a remote peer: those that are reported and those that are not. One agent runs
+on a host that was never suspended, the other on one that was. The agents judge every ten seconds, so all workers run at
+once under both agents, and each test inspects its own."""
 
 import pathlib
 import subprocess
@@ -16,22 +16,22 @@ FOUND = {
     "two commands half a second apart": Wiring(TYPED),
     "over IPv6, whose addresses are cut to four bytes": Wiring(TYPED, line="tcp6"),
     "process that was half a second old": Wiring({**TYPED, "new_process": 0.5}),
-    "program of the intruder's own": Wiring(TYPED, program="own/updater"),
+    "program that is not part of the system": Wiring(TYPED, program="own/updater"),
 }
 
-# Each differs in one thing from a wiring that is found.
+# Each differs in one point from a wiring that is found.
 SILENT = {
-    "gaps of 50 milliseconds: a script does that": Wiring({"commands": [LIST, PRINT, LIST, PRINT], "gap": 0.05}),
+    "gaps of 50 milliseconds, as in a script": Wiring({"commands": [LIST, PRINT, LIST, PRINT], "gap": 0.05}),
     "one command": Wiring({"commands": [PRINT], "gap": 0}),
-    "process that began at once": Wiring({**TYPED, "new_process": 0}),
-    "waits on a pipe, with its connection beside": Wiring(TYPED, waits_on="pipe"),
+    "process that starts its first command at once": Wiring({**TYPED, "new_process": 0}),
+    "process that waits on a pipe and holds a connection": Wiring(TYPED, waits_on="pipe"),
     "ssh daemon": Wiring(TYPED, program="path/sshd"),
     "script as the last command": Wiring({"commands": [LIST, ["{directory}/script"]], "gap": 0.5}),
     "last command with a file as its first argument": Wiring(
         {"commands": [LIST, ["cat", "{directory}/print.me"]], "gap": 0.5}
     ),
     "last command by sh -c": Wiring({"commands": [LIST, ["sh", "-c", SCRIPT]], "gap": 0.5}),
-    "commands that are none of the watched words": Wiring({"commands": [["du", "-a", "/usr/lib"]] * 2, "gap": 0.5}),
+    "commands that are not watched": Wiring({"commands": [["du", "-a", "/usr/lib"]] * 2, "gap": 0.5}),
 }
 
 
@@ -48,52 +48,52 @@ def boottime_offset(pid):
     return 0
 
 
-def tell(told):
-    told.wait_until_old_enough()
+def run(story):
+    story.wait_until_old_enough()
     for name, wiring in {**SILENT, **FOUND}.items():
-        told.workers[name].ask(wiring.request)
-    by_hand = told.workers["by hand"]
+        story.workers[name].ask(wiring.request)
+    by_hand = story.workers["by hand"]
     for command in (LIST, ["id"], PRINT):
         by_hand.ask({"commands": [command], "gap": 0})
         by_hand.wait_until_started()
         time.sleep(0.5)
-    told.run_to_end(*SILENT, *FOUND)
+    story.run_to_end(*SILENT, *FOUND)
     by_hand.end_commands()
-    told.typed = by_hand.expected_content()
-    told.wait_for_events(*FOUND, "by hand")
-    # The sweep that finds the later one comes behind that which has judged all others.
+    story.typed = by_hand.expected_content()
+    story.wait_for_events(*FOUND, "by hand")
+    # The sweep that finds "later" comes after the sweep that has judged all others.
     for name in ("by hand", "later"):
-        told.workers[name].ask(TYPED)
-    told.run_to_end("by hand", "later")
-    told.wait_for_events("later")
+        story.workers[name].ask(TYPED)
+    story.run_to_end("by hand", "later")
+    story.wait_for_events("later")
 
 
 @pytest.fixture(scope="module")
 def story(attacker, tmp_path_factory):
-    with new_story(attacker, tmp_path_factory) as told:
+    with new_story(attacker, tmp_path_factory) as made:
         for name, wiring in {**SILENT, **FOUND, "by hand": Wiring({}), "later": Wiring(TYPED)}.items():
-            told.add_worker(name, wiring)
-        told.start_agent("never slept")
+            made.add_worker(name, wiring)
+        made.start_agent("never suspended")
         if has_time_namespaces():
             offset = ["unshare", "--time", "--boottime", str(BOOTTIME_AHEAD_SECONDS), "--fork", "--kill-child"]
-            told.start_agent("has slept", offset)
-        for agent in told.agents.values():
+            made.start_agent("suspended before", offset)
+        for agent in made.agents.values():
             agent.wait_until_started()
-        tell(told)
-        yield told
+        run(made)
+        yield made
 
 
-@pytest.fixture(params=["never slept", "has slept"])
+@pytest.fixture(params=["never suspended", "suspended before"])
 def agent(request, story):
     if request.param not in story.agents:
-        pytest.skip("the test of a host that has slept lacks time namespaces")
+        pytest.skip("needs time namespaces, to simulate a host that was suspended")
     return story.agents[request.param]
 
 
-def test_second_agent_runs_on_a_host_that_has_slept(story):
-    if "has slept" not in story.agents:
-        pytest.skip("the test of a host that has slept lacks time namespaces")
-    unshare = story.agents["has slept"].pid
+def test_second_agent_runs_on_a_host_that_was_suspended(story):
+    if "suspended before" not in story.agents:
+        pytest.skip("needs time namespaces, to simulate a host that was suspended")
+    unshare = story.agents["suspended before"].pid
     child = pathlib.Path(f"/proc/{unshare}/task/{unshare}/children").read_text().split()[0]
     assert boottime_offset(child) == BOOTTIME_AHEAD_SECONDS
 
@@ -109,10 +109,10 @@ def test_silent(story, agent, name):
     assert contents_under(agent, story.workers[name].pid) == []
 
 
-def test_commands_typed_by_hand_are_reported_once_with_the_last(story, agent):
+def test_commands_typed_by_hand_are_reported_once_with_the_last_command(story, agent):
     assert contents_under(agent, story.workers["by hand"].pid) == [story.typed]
 
 
-def test_process_is_found_by_whichever_sweep_comes_behind_it(story, agent):
+def test_process_is_found_by_the_next_sweep(story, agent):
     worker = story.workers["later"]
     assert contents_under(agent, worker.pid) == [worker.expected_content()]

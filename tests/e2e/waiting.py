@@ -1,7 +1,7 @@
-"""Waiting for conditions that have nothing to be woken by, such as what /proc shows; and for how long on this machine.
+"""Polls for conditions that cannot wake a waiter, such as the content of /proc, with limits for this machine.
 
-Limits are stated for a machine of ordinary speed. How much slower this one is, emulated or busy, is measured once, and
-the programs that the tests start are told it by their environment.
+Limits are given for a machine of ordinary speed. The slowness of this machine, emulated or busy, is measured once and
+passed to the programs that the tests start in their environment.
 """
 
 import functools
@@ -11,11 +11,11 @@ import time
 NO_ENVIRONMENT: dict[str, str] = {}
 SLOWNESS_VARIABLE = "ORLIM_E2E_SLOWNESS"
 MEASURED_PROGRAMS = 20
-ORDINARY_SECONDS = 0.04  # to run so many, as a busy machine of ordinary speed does
+ORDINARY_SECONDS = 0.04  # for MEASURED_PROGRAMS, on a busy machine of ordinary speed
 
 
 def measure_slowness():
-    """How many times longer than ordinary it takes to run programs; at least 1."""
+    """How many times longer than on an ordinary machine it takes to start programs; at least 1."""
     began = time.perf_counter()
     for _ in range(MEASURED_PROGRAMS):
         os.waitpid(os.posix_spawn("/bin/true", ["true"], NO_ENVIRONMENT), 0)
@@ -30,12 +30,12 @@ def slowness():
 
 
 def scaled(seconds):
-    """As long on this machine as these seconds are on an ordinary one."""
+    """The limit on this machine that corresponds to these seconds on an ordinary machine."""
     return seconds * slowness()
 
 
 def wait_until(condition, what, limit=10.0):
-    """The first true value of condition(). Fails by name after limit seconds of an ordinary machine."""
+    """Returns the first true value of condition(). Fails with what after limit seconds of an ordinary machine."""
     limit = scaled(limit)
     deadline = time.monotonic() + limit
     while True:

@@ -1,4 +1,4 @@
-"""Starts a shell with its own descriptors, stands between it and its own parent, and does nothing.
+"""Starts a shell with the same descriptors and waits, as an intermediate process between the shell and its own parent.
 
 between.py PROGRAM NAME [ARGUMENT...]
 """

@@ -1,4 +1,4 @@
-"""Starts a shell with its own descriptors, leaves it to whoever takes in orphans, and waits.
+"""Starts a shell with the same descriptors as an orphan, and waits.
 
 daemon.py PROGRAM NAME [ARGUMENT...]
 """

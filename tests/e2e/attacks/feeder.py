@@ -1,7 +1,7 @@
-"""Becomes a shell that reads a pipe, which a child of it fills with what comes from descriptor 0.
+"""Becomes a shell that reads a pipe. A child of the shell copies descriptor 0 to this pipe.
 
-feeder.py PROGRAM NAME [ARGUMENT...]: the shell's output goes to descriptor 1 as it is. The child starts a process for
-each order, as the shell that it feeds does.
+feeder.py PROGRAM NAME [ARGUMENT...]: the shell writes to descriptor 1. Like the shell, the child starts a process for
+each order.
 """
 
 import os

@@ -1,4 +1,4 @@
-"""Starts a shell on a Unix stream socket and holds a raw socket beside it. Orders to the shell come on descriptor 0.
+"""Starts a shell on a Unix stream socket and holds a raw socket. Orders for the shell come on descriptor 0.
 
 raw.py ADDRESS PORT PROGRAM NAME [ARGUMENT...]: the raw socket is connected to the address; with port 0, to no port.
 """
@@ -8,7 +8,7 @@ import sys
 
 from shells import pass_on, start_shell
 
-PROTOCOL = 253  # for experiments: nothing of this host answers
+PROTOCOL = 253  # reserved for experiments: no host answers
 
 
 def main():

@@ -1,4 +1,4 @@
-"""Starts a shell on a pipe and feeds it what comes from the connection at descriptor 0, with the pipe at descriptor 1.
+"""Starts a shell on a pipe and copies the connection at descriptor 0 to that pipe, which it has at descriptor 1.
 
 relay.py read|poll PROGRAM NAME [ARGUMENT...]: "read" blocks in a read of the connection, "poll" waits in poll(2).
 """

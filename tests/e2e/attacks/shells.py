@@ -1,11 +1,11 @@
-"""What the attacks have in common: starting a shell on given descriptors, and passing bytes on."""
+"""Shared by the attacks: starts a shell on given descriptors, and copies bytes."""
 
 import os
 import select
 
 
 def start_shell(program, arguments, descriptors):
-    """The shell's id. It has descriptors, number to source, and no other."""
+    """Starts a shell with these descriptors, number -> source, and no others. Returns its pid."""
     pid = os.fork()
     if pid == 0:
         try:
@@ -20,7 +20,7 @@ def start_shell(program, arguments, descriptors):
 
 
 def pass_on(routes):
-    """Copies what comes from each source of routes to its target until a source ends. It waits in poll(2)."""
+    """Copies from each source of routes to its target until a source ends. Waits in poll(2)."""
     waiting = select.poll()
     for source in routes:
         waiting.register(source, select.POLLIN)

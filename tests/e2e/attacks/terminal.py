@@ -1,4 +1,4 @@
-"""Starts a shell on a pseudo-terminal and joins that to the connection at descriptor 0.
+"""Starts a shell on a pseudo-terminal and connects that to the connection at descriptor 0.
 
 terminal.py PROGRAM NAME [ARGUMENT...]
 """
