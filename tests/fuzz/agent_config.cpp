@@ -22,11 +22,11 @@ bool IsOneLine(const std::string& text) {
 }
 
 void CheckConfig(const Host::AgentConfig& config) {
-    Require(!config.sinks.empty() && config.sinks.size() <= mostSinks, "there is a sink, and not too many");
+    Require(!config.sinks.empty() && config.sinks.size() <= mostSinks, "the number of sinks is within its range");
     Require(config.perMinuteLimit <= mostEventsPerMinute, "the limit is within its range");
     JsonValue document(TavUtils::JsonAdaptor::JSON_OBJECT);
     Require(TavUtils::JsonAdaptor::JsonCharReader().Parse(config.moduleText, document),
-            "the module can read what it is handed");
+            "the module's section is valid JSON");
     for (const std::string& warning : config.warnings) {
         Require(IsOneLine(warning), "a warning is one line");
     }
@@ -38,11 +38,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Fake::ResetAgent();
     std::string error;
     const std::optional<Host::AgentConfig> config = Host::ParseAgentConfig(TextOf(data, size), "f", error);
-    Require(config.has_value() == error.empty(), "there is a configuration or an error");
+    Require(config.has_value() == error.empty(), "the result is a configuration or an error");
     if (config) {
         CheckConfig(*config);
     } else {
-        Require(error.rfind("f:", 0) == 0, "an error names the file first");
+        Require(error.rfind("f:", 0) == 0, "an error starts with the file name");
         Require(IsOneLine(error), "an error is one line");
     }
     return 0;

@@ -1,4 +1,4 @@
-// The bounds-checked scan, with the formats that the module uses. The first byte chooses the room of its text targets.
+// The bounds-checked scan with the formats that the module uses. The first byte sets the size of the text targets.
 
 #include <algorithm>
 #include <cstdio>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr char filler = '\x5A';
 
-// Exactly as large as it says, so that a write behind its end is seen.
+// Allocates exactly size bytes, so that the address sanitizer detects a write past the end.
 class Target {
 public:
     explicit Target(size_t size) : size_(size), bytes_(new char[size]) { memset(bytes_.get(), filler, size); }
@@ -21,7 +21,7 @@ public:
     char* Bytes() const { return bytes_.get(); }
     size_t Size() const { return size_; }
 
-    // As much as the target holds, up to its terminator.
+    // The text up to its terminator, which must be in the target.
     std::string Text() const {
         Require(memchr(bytes_.get(), '\0', size_) != nullptr, "a text is terminated");
         return bytes_.get();
@@ -38,13 +38,13 @@ void CheckText(const std::string& text, size_t room, const char* format) {
     Require(assigned >= -1 && assigned <= 1, "one conversion is assigned at most");
     if (assigned == 1) {
         const std::string value = target.Text();
-        Require(!value.empty() && text.find(value) != std::string::npos, "what is assigned stands in the text");
+        Require(!value.empty() && text.find(value) != std::string::npos, "the assigned value is part of the text");
     } else {
-        Require(target.Bytes()[0] == filler || target.Bytes()[0] == '\0', "what does not fit leaves no piece of it");
+        Require(target.Bytes()[0] == filler || target.Bytes()[0] == '\0', "a value that does not fit is not copied");
     }
 }
 
-// Where no number is too long for its target the C library reads the same.
+// True if a number may be too long for its target. Otherwise the C library must read the same.
 bool HasLongWord(const std::string& text) {
     constexpr size_t fits = 8;
     size_t length = 0;
@@ -77,7 +77,7 @@ void CheckNumbers(const std::string& text) {
     Connection theirs;
     const int expected = sscanf(text.c_str(), format, &theirs.localIp, &theirs.localPort, &theirs.remoteIp,
                                 &theirs.remotePort, &theirs.state, &theirs.inode);
-    // A text that ends behind a suppressed conversion is no failure to sscanf_s and one to glibc.
+    // If the text ends after a suppressed conversion, sscanf_s succeeds and glibc's sscanf fails.
     Require(std::max(assigned, 0) == std::max(expected, 0) && ours == theirs,
             "short numbers are read as the C library reads them");
 }

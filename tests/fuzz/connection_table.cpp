@@ -33,7 +33,7 @@ std::vector<Connection> Parsed(std::string_view text, TableFamily family, size_t
     return records;
 }
 
-// As a read that ends anywhere within the table does it: the rest of the first piece goes before the second.
+// Parses the table in two pieces, as after a read that ends anywhere: the rest of the first piece precedes the second.
 std::vector<Connection> ParsedInTwo(std::string_view text, TableFamily family) {
     size_t consumed = 0;
     std::vector<Connection> records = Parsed(text.substr(0, text.size() / 2), family, consumed);
@@ -45,18 +45,19 @@ std::vector<Connection> ParsedInTwo(std::string_view text, TableFamily family) {
 void Check(std::string_view text, TableFamily family) {
     size_t consumed = 0;
     const std::vector<Connection> records = Parsed(text, family, consumed);
-    Require(consumed == text.rfind('\n') + 1, "all whole lines are consumed and nothing else");
-    Require(records.size() <= static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), "a line is one record");
+    Require(consumed == text.rfind('\n') + 1, "exactly the whole lines are consumed");
+    Require(records.size() <= static_cast<size_t>(std::count(text.begin(), text.end(), '\n')),
+            "a line is at most one record");
     for (const Connection& record : records) {
         Require(IsAddress(record.localIp, family) && IsAddress(record.remoteIp, family), "a record has two addresses");
     }
     const std::vector<Connection> inTwo = ParsedInTwo(text, family);
     Require(std::equal(records.begin(), records.end(), inTwo.begin(), inTwo.end(), IsSame),
-            "a table in two pieces is the same table");
+            "a table in two pieces has the same records");
 
     std::vector<Connection> few;
     Host::ParseProcNetTable(text, family, few, limit, nullptr);
-    Require(few.size() == std::min(limit, records.size()), "the limit holds, and no less is read");
+    Require(few.size() == std::min(limit, records.size()), "the limit holds, and no fewer records are read");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A command line, as other processes choose it, on its way into an event's line of JSON.
+// A command line, which other processes choose, in an event's line of JSON.
 
 #include <algorithm>
 #include <string>
@@ -35,21 +35,21 @@ bool IsAscii(const std::string& text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// The parser refuses text that is not UTF-8, so that whatever it reads back is.
+// Parses the event and returns its command line. The parser accepts only UTF-8.
 std::string ReadBack(const std::string& line) {
     JsonValue event(TavUtils::JsonAdaptor::JSON_OBJECT);
     Require(JsonCharReader().Parse(line, event), "an event is valid JSON");
     JsonValue content = event["eventContent"];
     Require(event.AsString("eventType") == "reverse-shell" && content.AsInt("pid") == 4711,
-            "the other members are as they were");
+            "the other members are unchanged");
     return content.AsString("cmdline");
 }
 
 void CheckTruncated(const std::string& text, unsigned int limit) {
     const std::string cut = EventAdapter::TruncateString(text, limit, true);
-    Require(cut.size() <= limit && text.compare(0, cut.size(), cut) == 0, "a cut text is a short beginning of it");
-    Require(text.size() > limit || cut == text, "what fits is not cut");
-    Require(cut.size() + 4 > std::min<size_t>(limit, text.size()), "no more than one character is lost");
+    Require(cut.size() <= limit && text.compare(0, cut.size(), cut) == 0, "a cut text is a prefix within the limit");
+    Require(text.size() > limit || cut == text, "a text within the limit is not cut");
+    Require(cut.size() + 4 > std::min<size_t>(limit, text.size()), "at most one character is lost");
 }
 
 }  // namespace
@@ -58,11 +58,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Fake::ResetAgent();
     const std::string cmdline = TextOf(data, size);
     const std::string line = EventOf(cmdline);
-    Require(std::none_of(line.begin(), line.end(), IsControl), "an event is one line without controls");
+    Require(std::none_of(line.begin(), line.end(), IsControl), "an event is one line without control characters");
     const std::string read = ReadBack(line);
     Require(read == cmdline || (read.find(replacement) != std::string::npos && !IsAscii(cmdline)),
-            "only bytes that are no UTF-8 are replaced");
-    Require(EventOf(read) == line, "an event written again is the same event");
+            "only invalid UTF-8 is replaced");
+    Require(EventOf(read) == line, "writing the event again gives the same text");
     for (const unsigned int limit : {0U, 7U, 100U}) {
         CheckTruncated(cmdline, limit);
     }

@@ -5,7 +5,7 @@
 
 #include "frame/pacing.h"
 
-// In place of the module's own: what is sought here is not its sleep.
+// Replaces the module's pauses, which would only slow the fuzzer down.
 void Pause(unsigned int) {}
 
 void Require(bool holds, const char* rule) {

@@ -1,19 +1,19 @@
-// What the fuzz targets share. Each is one program around one parser of foreign bytes: the fuzzer's, or the one of
-// replay_main.cpp, which hands it the seed corpus.
+// Shared by the fuzz targets. Each target tests one parser of untrusted bytes. Its main function is libFuzzer's, or
+// that of replay_main.cpp, which replays the seed corpus.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-// Judges one input. Always 0; whatever must not be ends the program.
+// Tests one input. Returns 0; aborts if a rule is broken.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Says what was broken and ends the program in the way in which the fuzzer keeps the input, unless it holds.
+// Unless holds is true, prints the rule and aborts, so that the fuzzer saves the input.
 void Require(bool holds, const char* rule);
 
-// The input, with any bytes.
+// The whole input, any bytes.
 std::string TextOf(const uint8_t* data, size_t size);
 
-// The input up to its first zero byte, for parsers of terminated text.
+// The input up to its first zero byte, for parsers of terminated strings.
 std::string TerminatedTextOf(const uint8_t* data, size_t size);

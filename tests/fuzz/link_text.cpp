@@ -13,7 +13,7 @@ constexpr int descriptor = 1;
 constexpr size_t longestIgnoredLink = 10;
 constexpr size_t mostDigits = 31;
 
-// The number of a text of exactly the kernel's form, prefix, digits and "]"; nothing for any other.
+// Reads the number of a link in exactly the kernel's form: prefix, digits and "]". False for any other text.
 bool KernelsNumber(const std::string& link, const std::string& prefix, unsigned long long& number) {
     if (link.rfind(prefix, 0) != 0 || link.back() != ']') {
         return false;
@@ -36,9 +36,9 @@ void CheckHeld(const std::string& link, const ReverseShellDetector::ProcInfomati
     if (link.size() <= longestIgnoredLink || !KernelsNumber(link, prefix, number)) {
         return;
     }
-    Require(process.fds.size() == 1, "a link in the kernel's form is entered");
-    Require(process.fds.at(descriptor).type == type, "a link is of the kind that it names");
-    Require(process.fds.at(descriptor).inode == number, "a link has the number that it names");
+    Require(process.fds.size() == 1, "a link in the kernel's form is recorded");
+    Require(process.fds.at(descriptor).type == type, "the recorded kind is that of the link");
+    Require(process.fds.at(descriptor).inode == number, "the recorded number is that of the link");
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ void CheckHeld(const std::string& link, const ReverseShellDetector::ProcInfomati
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string link = TerminatedTextOf(data, size);
     if (link.find('/') != std::string::npos) {
-        return 0;  // names something of this machine
+        return 0;  // it might name a file of this machine
     }
     ReverseShellDetector detector;
     const auto process = std::make_shared<ReverseShellDetector::ProcInfomation>();
@@ -54,10 +54,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     Require(process->fds.size() == detector.ipcInodes.size() && process->fds.size() <= 1, "one entry on both sides");
     for (const auto& [fd, held] : process->fds) {
-        Require(fd == descriptor, "an entry is the descriptor's own");
+        Require(fd == descriptor, "an entry belongs to its descriptor");
         Require(held.type == ReverseShellDetector::INODE_PIPE || held.type == ReverseShellDetector::INODE_SOCKET,
                 "an entry is a pipe or a socket");
-        Require(detector.ipcInodes[held.inode].procs.contains(process), "an entry leads back to its process");
+        Require(detector.ipcInodes[held.inode].procs.contains(process), "an entry refers to its process");
     }
     CheckHeld(link, *process, ReverseShellDetector::INODE_SOCKET, "socket:[");
     CheckHeld(link, *process, ReverseShellDetector::INODE_PIPE, "pipe:[");

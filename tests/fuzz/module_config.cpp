@@ -1,4 +1,4 @@
-// The configuration document that the module is started with.
+// The module's configuration, the argument of StartModule.
 
 #include "frame/settings.h"
 #include "frame/whitelist.h"
@@ -18,11 +18,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!ReadConfiguration(TerminatedTextOf(data, size).c_str())) {
         Require(detectInterval == intervalBefore && abnormalShellEnabled && !reverseShellEnabled &&
                     CurrentWhitelist()->size() == 1,
-                "what is refused changes nothing");
+                "a refused configuration changes nothing");
         return 0;
     }
     Require(detectInterval >= Published::minDetectInterval && detectInterval <= Published::maxDetectInterval,
             "the period is within its range");
-    Require(CurrentWhitelist()->size() <= Published::maxWhitelistSize, "the whitelist keeps its size");
+    Require(CurrentWhitelist()->size() <= Published::maxWhitelistSize, "the whitelist is within its limit");
     return 0;
 }

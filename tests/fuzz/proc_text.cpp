@@ -1,5 +1,4 @@
-// A file of /proc/<pid>, such as status, io, fdinfo/<fd> and cmdline, read by the readers that go through the file
-// system.
+// A file of /proc/<pid> such as status, io, fdinfo/<fd> or cmdline, for the readers that take a path.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +20,7 @@ constexpr size_t blockSize = 4096;
 constexpr size_t longestLine = 1023;
 constexpr char blanks[] = " \t\n\v\f\r";
 
-// One file for the whole run: making one costs more than what is tested.
+// One file for the whole run, because creating a file takes longer than the test of an input.
 class InputFile {
 public:
     InputFile() : path_(directory_.Write("input", "")), file_(open(path_.c_str(), O_WRONLY | O_CLOEXEC)) {
@@ -36,7 +35,7 @@ public:
     void Put(const std::string& text) const {
         Require(
             ftruncate(file_, 0) == 0 && pwrite(file_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()),
-            "the input's file takes the input");
+            "the input is written to its file");
     }
 
 private:
@@ -53,28 +52,28 @@ std::string LowerCase(std::string text) {
 
 void CheckField(const std::string& path, const std::string& text, const char* key) {
     const std::string value = DetectShellUtil::ParseFromFile(path, key, "%*s%s");
-    Require(value == DetectShellUtil::ParseFromFile(path, key, "%*s%s"), "a field reads twice the same");
+    Require(value == DetectShellUtil::ParseFromFile(path, key, "%*s%s"), "reading a field twice gives the same value");
     if (value.empty()) {
         return;
     }
-    Require(value.find_first_of(blanks) == std::string::npos, "a field holds no blank");
-    Require(value.size() < longestLine, "a field is within a line");
-    Require(text.find(value) != std::string::npos, "a field stands in the file");
+    Require(value.find_first_of(blanks) == std::string::npos, "a field contains no white space");
+    Require(value.size() < longestLine, "a field is shorter than a line");
+    Require(text.find(value) != std::string::npos, "a field is part of the file");
     Require(LowerCase(text).find(LowerCase(key)) != std::string::npos, "a field has its key");
 }
 
 void CheckContent(const std::string& path, const std::string& text) {
     moduleRunning = 1;
     const std::string content = DetectShellUtil::ReadFileContent(path);
-    Require(content.size() <= text.size(), "nothing is added to a file's content");
-    Require(content.find('\0') == std::string::npos, "the content holds no zero byte");
+    Require(content.size() <= text.size(), "the content is not longer than the file");
+    Require(content.find('\0') == std::string::npos, "the content contains no zero byte");
     Require(content.empty() || (std::string_view(blanks).find(content.front()) == std::string_view::npos &&
                                 std::string_view(blanks).find(content.back()) == std::string_view::npos),
-            "the content has no blanks at its ends");
+            "the content has no white space at its ends");
     if (text.size() < blockSize) {
         std::string expected = text;
         std::replace(expected.begin(), expected.end(), '\0', ' ');
-        Require(content == TavUtils::StringProcess::StrTrim(expected), "the arguments are joined by blanks");
+        Require(content == TavUtils::StringProcess::StrTrim(expected), "the arguments are joined by spaces");
     }
 }
 

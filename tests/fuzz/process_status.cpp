@@ -8,11 +8,12 @@
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text = TextOf(data, size);
     const auto status = Host::ParseProcessStatus(text);
-    Require(status == Host::ParseProcessStatus(text), "a text reads twice the same");
+    Require(status == Host::ParseProcessStatus(text), "reading a text twice gives the same status");
     if (status) {
-        Require(text.find("Pid:") != std::string::npos && text.find("PPid:") != std::string::npos, "it has both PIDs");
-        Require(status->name.find('\n') == std::string::npos, "a name ends with its line");
-        Require(text.find(status->name) != std::string::npos, "a name is of the text");
+        Require(text.find("Pid:") != std::string::npos && text.find("PPid:") != std::string::npos,
+                "the text has both pids");
+        Require(status->name.find('\n') == std::string::npos, "a name contains no line end");
+        Require(text.find(status->name) != std::string::npos, "a name is part of the text");
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// Hands every file of a seed corpus to the fuzz target that this program was built with.
+// Runs the fuzz target of this program on every file of a seed corpus.
 //
 // Usage: <target>_fuzz FILE-OR-FOLDER...
 
@@ -26,7 +26,7 @@ std::vector<std::filesystem::path> FilesBelow(const std::filesystem::path& path)
 }
 
 void Replay(const std::filesystem::path& file) {
-    // Told beforehand, because a target that fails does not come back.
+    // Printed first, because a target that fails aborts.
     fprintf(stderr, "%s\n", file.c_str());
     const std::string text = FileText(file.string());
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
@@ -47,9 +47,9 @@ int main(int count, char** arguments) {
         fprintf(stderr, "replay: %s\n", error.what());
         return 1;
     }
-    // A corpus that has got lost must not pass for one without findings.
+    // A missing corpus must not count as a success.
     if (replayed == 0) {
-        fprintf(stderr, "replay: no input\n");
+        fprintf(stderr, "replay: found no input files\n");
         return 1;
     }
     return 0;

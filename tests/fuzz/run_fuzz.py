@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Runs the fuzz targets one after the other, each from its seed corpus and from what earlier runs have found to add.
+"""Runs the fuzz targets one after the other, each with its seed corpus and the inputs that earlier runs have added.
 
-A finding is an input for which a target breaks a rule of its own, a sanitizer complains, or no answer comes. It is kept
-in the build folder; a defect that is mended leaves its input behind in tests/fuzz/corpus.
+A finding is an input with which a target breaks a rule, triggers a sanitizer or exceeds its time limit. It is saved in
+the build directory. When you fix a defect, add its input to tests/fuzz/corpus.
 """
 
 import argparse
@@ -28,7 +28,7 @@ def chosen_targets(build, names):
     there = sorted(path.name[: -len(SUFFIX)] for path in (build / "bin").glob(f"*{SUFFIX}"))
     unknown = sorted(set(names) - set(there))
     if unknown:
-        sys.exit(f"run_fuzz: no target {', '.join(unknown)}: {', '.join(there)} are there")
+        sys.exit(f"run_fuzz: expected targets among {', '.join(there)}, found {', '.join(unknown)}")
     return names or there
 
 
@@ -53,17 +53,17 @@ def last(pattern, text, default):
 
 def report_finding(target, build, log, text):
     reasons = REASON.findall(text)
-    print(f"{target}: {reasons[0] if reasons else 'ended without an answer'}")
+    print(f"{target}: {reasons[0] if reasons else 'ended without a reason'}")
     artifact = last(ARTIFACT, text, "")
     if artifact:
-        print(f"  input:  {artifact}\n  again:  {build / 'bin' / (target + SUFFIX)} {artifact}")
+        print(f"  input:  {artifact}\n  repeat: {build / 'bin' / (target + SUFFIX)} {artifact}")
     print(f"  log:    {log}", flush=True)
 
 
 def fuzz(build, target, seconds):
-    """True if nothing was found."""
+    """Runs one target. True if it has no finding."""
     log = build / "findings" / f"{target}.log"
-    # A target that is ended leaves its temporary files to this.
+    # A target that is killed leaves its temporary files behind; this directory collects them.
     with tempfile.TemporaryDirectory() as scratch, open(log, "wb") as output:
         environment = dict(os.environ, TMPDIR=scratch)
         done = subprocess.run(
@@ -72,7 +72,7 @@ def fuzz(build, target, seconds):
     text = log.read_text(encoding="utf-8", errors="replace")
     executions = int(last(EXECUTIONS, text, "0"))
     print(f"{target:20} {executions:12,} executions, {last(COVERAGE, text, '0'):>5} edges", flush=True)
-    # Without one execution nothing was tried, whatever the status says.
+    # Without an execution nothing was tested, whatever the exit status.
     if done.returncode == 0 and executions > 0:
         return True
     report_finding(target, build, log, text)
@@ -81,12 +81,12 @@ def fuzz(build, target, seconds):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the fuzz build")
-    parser.add_argument("--seconds", type=int, default=60, help="for each target")
-    parser.add_argument("targets", nargs="*", help="all, if none is named")
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="directory of the fuzz build")
+    parser.add_argument("--seconds", type=int, default=60, help="time per target")
+    parser.add_argument("targets", nargs="*", help="default: all targets")
     arguments = parser.parse_intermixed_args()
     if arguments.seconds < 1:
-        parser.error("--seconds takes a whole number from 1")
+        parser.error(f"--seconds: expected a whole number from 1, found {arguments.seconds}")
     build = arguments.build.resolve()
     (build / "findings").mkdir(parents=True, exist_ok=True)
     clean = [fuzz(build, target, arguments.seconds) for target in chosen_targets(build, arguments.targets)]

@@ -1,4 +1,4 @@
-// A line of a socket table of /proc/net, read as one of each table.
+// A line of a socket table in /proc/net, read as a line of each table.
 
 #include <optional>
 #include <string>
@@ -22,8 +22,8 @@ bool operator==(const SocketInfo& one, const SocketInfo& other) {
            one.remotePort == other.remotePort && one.firstSeen == other.firstSeen;
 }
 
-// Digits of the address in a field of exactly the kernel's form, "0100007F:1F90" or with four such words; empty for any
-// other.
+// The digits of the address in a field of exactly the kernel's form, "0100007F:1F90" or with four such words. Empty for
+// any other text.
 std::string_view AddressOfKernelsField(std::string_view field) {
     const size_t colon = field.find(':');
     const bool sized = (colon == 8 || colon == 32) && field.size() == colon + 5;
@@ -40,7 +40,7 @@ bool IsUnspecified(std::string_view address) {
 
 void CheckAddresses(const std::string& line, const SocketInfo& info) {
     if (line.find_first_of("\t\n\v\f\r") < line.find_last_not_of("\t\n\v\f\r")) {
-        return;  // the fields are told apart by blanks of other kinds too
+        return;  // the parser also splits fields at white space other than spaces
     }
     const std::vector<std::string> fields = TavUtils::StringProcess::StrSplit(line, " ", false);
     if (fields.size() < 3) {
@@ -51,7 +51,7 @@ void CheckAddresses(const std::string& line, const SocketInfo& info) {
     if (local.empty() || local.size() != remote.size()) {
         return;
     }
-    Require((info.localIp == info.remoteIp) == (local == remote), "two words are the same as the addresses are");
+    Require((info.localIp == info.remoteIp) == (local == remote), "the two words are equal if the addresses are");
     Require((info.localIp == 0) == IsUnspecified(local), "only the unspecified local address is 0");
     Require((info.remoteIp == 0) == IsUnspecified(remote), "only the unspecified remote address is 0");
     Require(info.localPort >= 0 && info.localPort <= 0xFFFF && info.remotePort >= 0 && info.remotePort <= 0xFFFF,
@@ -63,7 +63,7 @@ void CheckSocket(const std::string& line, int type, const SocketInfo& info) {
     Require(info.type == type, "a socket is of its table's type");
     Require(type == tcpTable || type == tcp6Table || info.state == stateOfOtherTables, "only TCP has a state");
     Require(info.localIp <= largestWord && info.remoteIp <= largestWord, "an address has 32 bits");
-    Require(info.firstSeen == 0, "a line tells no time");
+    Require(info.firstSeen == 0, "a line has no time");
     if (type <= lastInternetTable) {
         CheckAddresses(line, info);
     }
@@ -77,7 +77,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int type = 1; type <= sctpTable; ++type) {
         const std::optional<SocketInfo> info = ParseSocketLine(line, type);
         const std::optional<SocketInfo> again = ParseSocketLine(line, type);
-        Require(info.has_value() == again.has_value() && (!info || *info == *again), "a line reads twice the same");
+        Require(info.has_value() == again.has_value() && (!info || *info == *again),
+                "reading a line twice gives the same socket");
         if (info) {
             CheckSocket(line, type, *info);
         }

@@ -12,12 +12,12 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int frames = 0;
     for (const char* function : functions) {
         const bool isFrame = IsStackFrameOf(line, function);
-        Require(isFrame == IsStackFrameOf(line, function), "a line reads twice the same");
-        Require(isFrame == IsStackFrameOf("  " + line, function), "blanks at the front do not count");
+        Require(isFrame == IsStackFrameOf(line, function), "reading a line twice gives the same result");
+        Require(isFrame == IsStackFrameOf("  " + line, function), "leading white space is ignored");
         if (isFrame) {
             ++frames;
             Require(line.find('+') != std::string::npos, "a frame has an offset");
-            Require(!IsStackFrameOf(line + " [tun]", function), "a function of a module is none that is sought");
+            Require(!IsStackFrameOf(line + " [tun]", function), "a function of a kernel module does not match");
             Require(!IsStackFrameOf("x " + line, function), "a frame has two pieces");
         }
     }

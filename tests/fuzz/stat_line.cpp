@@ -1,4 +1,4 @@
-// The text of /proc/<pid>/stat, and the tick count taken from it.
+// The text of /proc/<pid>/stat, and the start time in ticks from it.
 
 #include <climits>
 #include <optional>
@@ -25,7 +25,7 @@ std::string FieldOf(const std::string& stat, int number) {
     return field;
 }
 
-// The number that the digits are, held at the limit.
+// The value of the digits, at most ULLONG_MAX.
 unsigned long long NumberOf(const std::string& digits) {
     unsigned long long number = 0;
     for (const char c : digits) {
@@ -50,6 +50,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Require(ticks == NumberOf(field), "the 22nd field is the start");
     }
     const unsigned long long milliseconds = DetectShellUtil::TicksToMilliseconds(ticks, ticksPerSecond);
-    Require(milliseconds == 0 || milliseconds / 1000 == ticks / ticksPerSecond, "milliseconds are those of the ticks");
+    Require(milliseconds == 0 || milliseconds / 1000 == ticks / ticksPerSecond, "the milliseconds match the ticks");
     return 0;
 }

@@ -1,4 +1,4 @@
-"""The tests of tools/kernels, and of what a guest measures, find it here."""
+"""Makes tools/kernels, and bench/ with the measurements in a guest, importable for the tests."""
 
 import pathlib
 import sys

@@ -1,4 +1,4 @@
-"""How often a kernel is booted."""
+"""The number of attempts to boot a kernel."""
 
 import pytest
 
@@ -18,7 +18,7 @@ GOOD, BAD = table.PASS, table.FAIL
         (2, [BAD, BAD], 2, BAD),
     ],
 )
-def test_a_kernel_is_booted_until_all_is_good_or_the_attempts_are_over(attempts, outcomes, count, last):
+def test_a_kernel_is_booted_until_a_run_is_good_or_no_attempt_is_left(attempts, outcomes, count, last):
     done: list[str] = []
 
     def run_once():
@@ -29,6 +29,6 @@ def test_a_kernel_is_booted_until_all_is_good_or_the_attempts_are_over(attempts,
     assert (len(done), rows[0].result) == (count, last)
 
 
-def test_another_attempt_is_told(capsys):
+def test_another_attempt_is_reported(capsys):
     boots.run_up_to(2, "amd64-6.1", lambda: [table.Row("amd64-6.1", "boots", BAD, 1.0)])
     assert "amd64-6.1: not as it should be, hence attempt 2 of 2" in capsys.readouterr().err

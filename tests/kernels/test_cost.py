@@ -1,4 +1,4 @@
-"""The figures of what the agent costs: how a guest works them out, and how they become a table."""
+"""The figures of the agent's cost: how a guest computes them, and how they are shown in a table."""
 
 import os
 import subprocess
@@ -18,23 +18,23 @@ def sample(cpu_ms, switches, rss=100, ticks=(0, 0)):
 
 
 @pytest.mark.parametrize("name", ["bash", "a) 1 2 3 (b", ") \n 7"])
-def test_times_stand_behind_a_name_that_holds_anything(name):
+def test_times_are_read_after_a_name_with_any_characters(name):
     stat = f"12 ({name}) S 1 12 12 0 -1 4194560 300 0 5 0 17 4 0 0 20 0 1 0 100 2000 50"
     assert idle_cost.times_of(stat) == (17, 4)
 
 
-def test_value_of_a_field_has_no_unit():
+def test_value_of_a_field_is_read_without_its_unit():
     fields = idle_cost.fields_of("Name:\ta:b\nVmRSS:\t    6344 kB\nThreads:\t11\n")
     assert fields["Name"] == "a:b"
     assert (idle_cost.number_of(fields, "VmRSS"), idle_cost.number_of(fields, "Threads")) == (6344, 11)
 
 
-def test_switches_of_either_kind_count():
+def test_switches_of_both_kinds_are_added():
     fields = idle_cost.fields_of("voluntary_ctxt_switches:\t40\nnonvoluntary_ctxt_switches:\t2\n")
     assert idle_cost.switches_of(fields) == 42
 
 
-def test_minute_is_the_mean_of_all_and_memory_that_of_three_moments():
+def test_figures_have_the_mean_minute_and_the_memory_at_three_moments():
     samples = [sample(5, {1: 10}, 100, (5, 5)), sample(15, {1: 30}, 110, (20, 40)), sample(45, {1: 70}, 90, (55, 155))]
     figures = idle_cost.figures_of(samples)
     assert [figures[f"VmRSS {when}, KiB"] for when in ("at the start", "after 1 min", "after 2 min")] == [
@@ -47,11 +47,11 @@ def test_minute_is_the_mean_of_all_and_memory_that_of_three_moments():
 
 
 @pytest.mark.parametrize("ticks, share", [((0, 0), "-"), ((60, 39), "-"), ((60, 40), "40%")])
-def test_kernels_share_is_not_told_of_few_samples(ticks, share):
+def test_share_of_the_kernel_is_omitted_with_few_samples(ticks, share):
     assert idle_cost.figures_of([sample(0, {}), sample(4, {}, ticks=ticks)])["of it in the kernel"] == share
 
 
-def test_figures_of_a_pass_tell_whether_there_is_a_shell():
+def test_figures_of_a_pass_are_labelled_with_the_shell():
     measured = {"processes": 100, "wallMs": 156.94, "pausedMs": 150.0, "cpuMs": 6.8}
     assert idle_cost.figures_of_pass({**measured, "shells": 0}) == {
         "pass, 100 processes: wall, ms": "156.9",
@@ -62,11 +62,11 @@ def test_figures_of_a_pass_tell_whether_there_is_a_shell():
     assert list(with_shell)[0] == "pass, 100 processes, siblings of a shell: wall, ms"
 
 
-def test_thread_that_begins_counts_from_nothing_and_one_that_ends_no_more():
+def test_switches_of_a_new_thread_count_from_zero_and_those_of_an_ended_thread_do_not_count():
     assert idle_cost.switches_between(sample(0, {1: 10, 2: 50}), sample(0, {1: 15, 3: 7})) == 12
 
 
-def test_sample_of_a_process_tells_its_own_figures():
+def test_sample_has_the_figures_of_its_process():
     child = subprocess.Popen(["sh", "-c", "while :; do :; done"])
     try:
         before = idle_cost.sample(child.pid)
@@ -85,7 +85,7 @@ def children():
     return subprocess.run(["pgrep", "-P", str(os.getpid())], capture_output=True, text=True).stdout.split()
 
 
-def test_staged_host_has_as_many_more_processes_as_it_lacks_and_leaves_none(monkeypatch):
+def test_staged_host_starts_the_missing_processes_and_ends_them(monkeypatch):
     before = len(children())
     counts = iter(range(idle_cost.PROCESSES - 2, idle_cost.PROCESSES + 1))
     monkeypatch.setattr(idle_cost, "count_of_processes", lambda: next(counts))
@@ -94,12 +94,12 @@ def test_staged_host_has_as_many_more_processes_as_it_lacks_and_leaves_none(monk
     assert len(children()) == before
 
 
-def test_figures_are_read_among_other_lines_of_the_console():
+def test_figures_are_found_among_other_lines_of_the_console():
     lines = ["GUEST runs 6.1", "COST\tpass, ms\t1.5", "COST\tcut off", "RESULT\ta\tb", "minute 1: COST\tx\ty"]
     assert cost.figures_of(lines) == {"pass, ms": "1.5"}
 
 
-def test_figures_of_guests_stand_side_by_side():
+def test_table_has_one_column_per_guest():
     assert cost.text(COLUMNS).splitlines() == [
         "figure            one   two",
         "kernel     6.1.0-test",

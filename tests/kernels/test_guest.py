@@ -1,4 +1,4 @@
-"""Which drivers a guest gets, and in which order."""
+"""The drivers of a guest and their order."""
 
 import lzma
 
@@ -22,7 +22,7 @@ def modules(tmp_path):
     return guest.Modules(tmp_path)
 
 
-def test_module_comes_behind_those_that_it_depends_on(modules):
+def test_module_follows_its_dependencies(modules):
     assert list(modules.in_order(["top_most"])) == ["base", "middle", "other_one", "top_most"]
 
 
@@ -30,11 +30,11 @@ def test_compressed_module_is_unpacked(modules):
     assert modules.in_order(["middle"])["middle"] == module(b"base")
 
 
-def test_what_is_built_in_is_left_out(modules):
+def test_built_in_drivers_are_omitted(modules):
     assert list(modules.in_order(["ext4", "base"])) == ["base"]
 
 
-def test_option_that_the_kernel_leaves_out_is_told(tmp_path):
+def test_missing_option_of_the_kernel_is_reported(tmp_path):
     options = [line for line in sources.CONFIGURATION.read_text().splitlines() if line.startswith("CONFIG_")]
     (tmp_path / ".config").write_text("\n".join(options))
     sources.demand_configuration(tmp_path / ".config")

@@ -1,4 +1,4 @@
-"""Reading a guest's console, with a shell in place of the emulator."""
+"""Reading a guest's console. A shell plays the emulator."""
 
 import os
 import pathlib
@@ -14,7 +14,7 @@ printf 'GUEST runs 6.1.0-test after 5.25 seconds\r\n'
 printf '[    1.0] a line of the kernel\r\n\033[0;1mRESULT\ttest_a.py::test_one[a case]\tpassed\t1.5\t\r\n'
 printf 'RESULT\ttest_a.py::test_two\tskipped\t0.1\tblind: nothing to see\r\nGUEST ends with 0\r\n'
 """
-# Tells its id, which is the emulator's own.
+# Prints the pid of the emulator.
 ENDLESS = "echo $$; exec sleep 600"
 
 
@@ -24,7 +24,7 @@ def boot(tmp_path, script, limit=60):
     return machine.boot(board, BOOTABLE, [], tmp_path / "log", limit, lines.append), lines
 
 
-def test_results_and_times_are_read_off_the_console(tmp_path):
+def test_results_and_times_are_read_from_the_console(tmp_path):
     guest, lines = boot(tmp_path, COMPLETE)
     assert guest.results == [
         machine.Result("test_a.py::test_one[a case]", "passed", 1.5, ""),
@@ -34,7 +34,7 @@ def test_results_and_times_are_read_off_the_console(tmp_path):
     assert lines[-2] == "GUEST ends with 0"
 
 
-def test_whole_console_is_kept(tmp_path):
+def test_whole_console_is_saved(tmp_path):
     boot(tmp_path, COMPLETE)
     assert "a line of the kernel" in (tmp_path / "log").read_text()
 
@@ -50,17 +50,17 @@ def test_emulator_is_killed_at_the_limit(tmp_path):
     assert not os.path.exists(f"/proc/{lines[0]}")
 
 
-def test_bytes_that_are_no_text_do_no_harm(tmp_path):
+def test_invalid_utf8_on_the_console_is_accepted(tmp_path):
     guest, _ = boot(tmp_path, rf"printf '\377\n'; {COMPLETE}")
     assert len(guest.results) == 2
 
 
-def test_line_that_is_cut_off_is_no_result(tmp_path):
+def test_incomplete_result_line_is_ignored(tmp_path):
     guest, _ = boot(tmp_path, r"printf 'RESULT\ttest_a.py::test_one\tpas\n'")
     assert guest.results == []
 
 
-def test_variables_reach_the_guest_among_the_options_of_its_kernel(tmp_path):
+def test_variables_are_passed_as_kernel_options(tmp_path):
     board = machine.Board(("sh", "-c", 'for word; do echo "$word"; done', "emulator"), "ttyX", "disk")
     lines: list[str] = []
     machine.boot(board, BOOTABLE, [], tmp_path / "log", 60, lines.append, "ONE=1 TWO=2")
@@ -70,6 +70,6 @@ def test_variables_reach_the_guest_among_the_options_of_its_kernel(tmp_path):
 
 
 @pytest.mark.parametrize("counted", [False, True])
-def test_only_a_counted_board_counts_instructions(counted):
+def test_only_a_counted_board_uses_icount(counted):
     board = machine.Board(("emulator",), "ttyX", "disk", counted=counted)
     assert ("-icount" in machine.command(board, BOOTABLE, [])) is counted

@@ -1,4 +1,4 @@
-"""The guest that packages are installed in: what dpkg knows there, and what the package says that it needs."""
+"""The guest for package installations: its dpkg database, and the dependencies of a package."""
 
 import subprocess
 
@@ -37,14 +37,14 @@ def ask(root, *question):
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
 
-def test_dpkg_takes_what_was_unpacked_for_installed(tmp_path, make_package):
+def test_dpkg_lists_unpacked_packages_as_installed(tmp_path, make_package):
     dpkg_database.write(tmp_path, [make_package("first"), make_package("second", "Depends: first\n")])
-    told = ask(tmp_path, "-W", "-f=${Package} ${Version} ${db:Status-Status} ${Depends}\n")
-    assert told.splitlines() == ["first 1:2.5-1 installed ", "second 1:2.5-1 installed first"]
+    listed = ask(tmp_path, "-W", "-f=${Package} ${Version} ${db:Status-Status} ${Depends}\n")
+    assert listed.splitlines() == ["first 1:2.5-1 installed ", "second 1:2.5-1 installed first"]
 
 
 @pytest.mark.parametrize("fields, architecture", [("", "all"), ("Multi-Arch: same\n", "armhf")])
-def test_dpkg_knows_the_files(tmp_path, make_package, fields, architecture):
+def test_dpkg_lists_the_files(tmp_path, make_package, fields, architecture):
     dpkg_database.write(tmp_path, [make_package("first", fields, architecture)])
     assert ask(tmp_path, "-L", f"first:{architecture}").splitlines() == ["/.", "/usr", "/usr/bin", "/usr/bin/first"]
 
@@ -57,5 +57,5 @@ def test_dpkg_knows_the_files(tmp_path, make_package, fields, architecture):
         ("libmnl0 (>= 1.0.4-1~) | libmnl1, libssl3", ["libmnl0", "libssl3"]),
     ],
 )
-def test_of_alternatives_the_first_is_taken(make_package, depends, names):
+def test_first_of_alternative_dependencies_is_used(make_package, depends, names):
     assert packages.dependencies(make_package("first", f"Depends: {depends}\n")) == names

@@ -1,4 +1,4 @@
-"""What the results of a guest amount to."""
+"""The verdict on the results of a guest, and the table of results."""
 
 import pytest
 
@@ -28,7 +28,7 @@ def test_only_passed_and_blind_are_good(results, good):
 
 
 @pytest.mark.parametrize("status, failure", [(1, ""), (None, "ended before its tests")])
-def test_run_that_does_not_end_well_is_not_good(status, failure):
+def test_run_that_fails_is_not_good(status, failure):
     assert not table.is_good(table.rows_of("amd64-6.1", guest(("passed", ""), status=status, failure=failure)))
 
 
@@ -44,11 +44,11 @@ def test_kernel_that_does_not_boot_is_not_good():
         ("test_a.py::test_some_thing[case[1]]", "some thing: case[1]"),
     ],
 )
-def test_names_are_put_in_words(test, words):
+def test_test_ids_are_shown_as_words(test, words):
     assert table.wording(test) == words
 
 
-def test_text_has_a_line_a_result_and_markdown_a_column_a_kernel():
+def test_text_has_one_line_per_result_and_markdown_one_column_per_kernel():
     rows = [table.Row("one", "works", table.PASS, 1.0), table.Row("two", "works", table.BLIND, 22.0)]
     assert table.text(rows).splitlines() == [
         "kernel  test   result  seconds",

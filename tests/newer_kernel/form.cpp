@@ -1,4 +1,4 @@
-// Fails to compile if another linux/cn_proc.h than the one of this folder is found.
+// Fails to compile unless linux/cn_proc.h is the one in this directory.
 #include <linux/cn_proc.h>
 
 #include <type_traits>

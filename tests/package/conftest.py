@@ -1,4 +1,4 @@
-"""What the tests of the package stand on: the fresh Debian, the package in it, the attacker's host."""
+"""Fixtures of the package tests: a fresh Debian, the package installed in it, the attacker's host."""
 
 import contextlib
 import pathlib
@@ -18,13 +18,13 @@ from package import Package
 
 def pytest_addoption(parser):
     parser.addoption("--package", type=pathlib.Path, help="the package for this machine's architecture")
-    folder_help = "the tests' own folder; for a tree, in a mount namespace made for it"
+    folder_help = "directory for the tests; in a separate mount namespace if they build a tree"
     parser.addoption("--folder", type=pathlib.Path, help=folder_help)
-    parser.addoption("--here", action="store_true", help="test in the guest that this is, and not in a tree")
+    parser.addoption("--here", action="store_true", help="test on this machine, a guest, instead of in a tree")
 
 
 def pytest_configure():
-    # A run that is told to end cleans up as one that is interrupted does.
+    # Makes SIGTERM clean up like an interrupt.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
 
 
@@ -40,15 +40,15 @@ def fresh_tree(folder):
 
 
 def guest_itself():
-    """A Debian made for this, of which nothing is kept."""
+    """The guest that this process runs in; its disk is discarded afterwards."""
     if not pathlib.Path("/proc/1/cmdline").read_bytes().endswith(GUEST_MAIN):
-        pytest.exit("--here is for a guest of tools/kernels: another machine would be changed", returncode=2)
+        pytest.exit("--here changes this machine; it is only allowed in a guest of tools/kernels", returncode=2)
     return contextlib.nullcontext(FreshDebian("/"))
 
 
 @pytest.fixture(scope="session")
 def package(request):
-    """The package in a tree that has what it depends on, and not the package itself."""
+    """The package, not yet installed, and a tree with its dependencies."""
     option = request.config.getoption
     with guest_itself() if option("here") else fresh_tree(option("folder")) as tree:
         package = Package(tree, option("package"), option("folder"))
@@ -65,14 +65,14 @@ def installation(package):
 
 @pytest.fixture(scope="module")
 def installed(package):
-    """For tests that leave it as it is."""
+    """The installed package, for tests that do not change it."""
     with installation(package) as one:
         yield one
 
 
 @pytest.fixture
 def changeable(package):
-    """For a test that has the package to itself."""
+    """The installed package, for one test that may change it."""
     with installation(package) as one:
         yield one
 

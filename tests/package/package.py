@@ -1,4 +1,4 @@
-"""The package in a fresh Debian: installed, upgraded, removed, and its unit's commands done without systemd."""
+"""Installs, upgrades and removes the package in a fresh Debian, and runs the unit's commands without systemd."""
 
 import configparser
 import os
@@ -24,7 +24,7 @@ class UnitParser(configparser.ConfigParser):
 
 
 class Watch:
-    """What the unit starts, with the rights that the unit leaves it."""
+    """The agent as the unit starts it, with the rights of the unit."""
 
     def __init__(self, tree, command, folder):
         self._output, self._log = folder / "output", folder / "log"
@@ -47,7 +47,7 @@ class Watch:
             time.sleep(0.05)
 
     def stop(self):
-        """As systemd does. The exit status."""
+        """Stops the agent as systemd does. Returns the exit status."""
         os.kill(self.pid, signal.SIGTERM)
         return self._child.wait(scaled(END_LIMIT))
 
@@ -64,15 +64,15 @@ class Package:
     def __init__(self, tree, file, folder):
         self.tree = tree
         self.file = file
-        self.folder = folder  # of the tests' own
-        self.files_before = set()  # the package was installed for the first time
+        self.folder = folder  # directory for the tests
+        self.files_before = set()  # files of the tree before the first installation
 
     def field(self, name):
         done = subprocess.run(["dpkg-deb", "-f", self.file, name], capture_output=True, text=True, check=True)
         return done.stdout.strip()
 
     def run(self, script, limit=INSTALL_LIMIT):
-        """What the script says in the tree; it has to end well."""
+        """Runs a script in the tree and returns its output. Fails unless its exit status is 0."""
         child = self.tree.start(script, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         try:
             said, _ = child.communicate(timeout=limit)
@@ -105,7 +105,7 @@ class Package:
         return self.apt(f"purge {NAME}")
 
     def state(self):
-        """As dpkg names it and the version; empty for a package that dpkg does not know."""
+        """The state as dpkg names it, and the version; empty if dpkg does not know the package."""
         return self.run(f"dpkg-query -W -f='${{db:Status-Status}} ${{Version}}' {NAME} 2>/dev/null || true").strip()
 
     def path(self, name):
@@ -117,7 +117,7 @@ class Package:
         return unit
 
     def with_rights_of_unit(self, command):
-        """The command as systemd runs it for the unit: no right but those of CapabilityBoundingSet."""
+        """The command as systemd runs it for the unit: only with the rights in CapabilityBoundingSet."""
         names = self.unit()["Service"]["CapabilityBoundingSet"].lower().replace("cap_", "+").split()
         return f"setpriv --no-new-privs --inh-caps=-all --bounding-set=-all,{','.join(names)} {command}"
 
@@ -129,7 +129,7 @@ class Package:
         self.run(self.with_rights_of_unit(command))
 
     def next_version(self):
-        """A package of a higher version, which brings another default configuration."""
+        """A package with a higher version and a changed default configuration."""
         content = self.folder / "next"
         shutil.rmtree(content, ignore_errors=True)
         subprocess.run(["dpkg-deb", "-R", self.file, content], check=True)
@@ -144,7 +144,7 @@ class Package:
         return file
 
     def files(self):
-        """All of the tree but what dpkg and apt keep of every package, and what the kernel shows."""
+        """All files of the tree, without the records of dpkg and apt and without the kernel's file systems."""
         omitted = "/proc /sys /dev /tmp /run /var/lib/dpkg /var/lib/apt /var/cache /var/log"
         conditions = " -o ".join(f"-path {folder}" for folder in omitted.split())
         return set(self.run(f"find / \\( {conditions} \\) -prune -o -print").splitlines())

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Tests the Debian package for amd64 of a folder in a fresh Debian 12, which is made for it and removed in the end.
+"""Tests the Debian package for amd64 in a directory, in a fresh Debian 12 that is created and removed.
 
-As root, with debootstrap. The tree sees the processes and the network of this machine; systemd does not run there.
+Needs root and debootstrap. The tree sees the processes and the network of this machine; systemd does not run in it.
 """
 
 import argparse
@@ -19,17 +19,17 @@ from fresh_debian import heed_signals, in_mount_namespace
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("packages", type=pathlib.Path, help="folder of orlim-agent_*_amd64.deb")
+    parser.add_argument("packages", type=pathlib.Path, help="directory with orlim-agent_*_amd64.deb")
     options = parser.parse_args()
     heed_signals()
     packages = sorted(options.packages.absolute().glob("orlim-agent_*_amd64.deb"))
     if len(packages) != 1:
-        raise SystemExit(f"needs one package for amd64 in {options.packages}: {len(packages)} are there")
+        raise SystemExit(f"expected one package for amd64 in {options.packages}, found {len(packages)}")
     for program in ("debootstrap", "dpkg-deb", "ip", "unshare"):
         if shutil.which(program) is None:
             raise SystemExit(f"needs {program}")
     if os.geteuid() != 0:
-        raise SystemExit("needs root: it mounts, and enters the tree")
+        raise SystemExit("needs root, to mount and enter the tree")
     pytest = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-q", str(HERE), f"--package={packages[0]}"]
     return in_mount_namespace([*pytest, "--folder"], "orlim-package-")
 

@@ -1,4 +1,4 @@
-"""What the package puts where, and that its agent works with the unit's rights."""
+"""The files of the package, and that its agent works with the rights of the unit."""
 
 import re
 import shutil
@@ -27,7 +27,7 @@ def test_files_are_in_debians_places(installed):
     }
     listed = {line.lstrip("/") for line in installed.run(f"dpkg-query -L {NAME}").splitlines()}
     files = {name for name in listed if installed.path(name).is_file()}
-    # Debian keeps out of small systems what only people read.
+    # Minimal Debian systems omit documentation.
     assert files <= set(places)
     assert {name for name in places if "share/" not in name} <= files
     for name in files:
@@ -35,37 +35,37 @@ def test_files_are_in_debians_places(installed):
         assert (stat.S_IMODE(status.st_mode), status.st_uid, status.st_gid) == (places[name], 0, 0), name
 
 
-def test_an_administrators_files_are_known_as_such(installed):
-    said = installed.run(f"dpkg-query -W -f='${{Conffiles}}' {NAME}")
-    assert [line.split()[0] for line in said.strip().splitlines()] == [
+def test_configuration_files_are_conffiles(installed):
+    output = installed.run(f"dpkg-query -W -f='${{Conffiles}}' {NAME}")
+    assert [line.split()[0] for line in output.strip().splitlines()] == [
         "/etc/orlim/default_shells",
         "/etc/orlim/orlim-agent.json",
     ]
 
 
-def test_systemd_will_start_it(installed):
+def test_unit_is_enabled(installed):
     assert installed.path(WANTED_BY).is_symlink()
 
 
-def test_version_is_told(installed):
-    told = installed.run("orlim-agent --version").split()[-1]
-    assert installed.state() == f"installed {told}-0orlim1"
+def test_version_of_agent_and_package_agree(installed):
+    version = installed.run("orlim-agent --version").split()[-1]
+    assert installed.state() == f"installed {version}-0orlim1"
 
 
 def test_rights_of_the_unit_are_enough(installed):
     check = "orlim-agent check --config /etc/orlim/orlim-agent.json"
 
     def findings(command):
-        # How many processes there are changes while it looks.
-        said = re.sub(r" of \d+ processes", " of all processes", installed.run(f"{command} 2>&1; echo status $?"))
-        assert re.search(r"^OK +module", said, re.MULTILINE), said
-        told = ("blind:", "MISSING", "LIMITED", "no detection", "status")
-        return [line for line in said.splitlines() if line.startswith(told)]
+        # The number of processes changes between the calls.
+        output = re.sub(r" of \d+ processes", " of all processes", installed.run(f"{command} 2>&1; echo status $?"))
+        assert re.search(r"^OK +module", output, re.MULTILINE), output
+        starts = ("blind:", "MISSING", "LIMITED", "no detection", "status")
+        return [line for line in output.splitlines() if line.startswith(starts)]
 
     assert findings(installed.with_rights_of_unit(check)) == findings(check)
 
 
-def test_what_the_unit_starts_watches_the_shells(installed):
+def test_agent_of_the_unit_watches_the_shells(installed):
     throw_away = installed.path("usr/local/bin/throw-away-shell")
     shutil.copy(installed.path("usr/bin/bash"), throw_away)
     listed = installed.path("etc/orlim/default_shells")
@@ -85,11 +85,11 @@ def test_what_the_unit_starts_watches_the_shells(installed):
 def test_scan_finds_a_reverse_shell_with_the_rights_of_the_unit(installed, attacker):
     bash = installed.path("usr/bin/bash")
     with reverse_shell(attacker, shell("packaged", ON_LINE, program=bash)) as stage:
-        said = installed.run(installed.with_rights_of_unit("orlim-agent scan --config /etc/orlim/orlim-agent.json"))
-        assert f'"pid":{stage.pid},' in said
+        output = installed.run(installed.with_rights_of_unit("orlim-agent scan --config /etc/orlim/orlim-agent.json"))
+        assert f'"pid":{stage.pid},' in output
 
 
-def test_reload_of_the_unit_reads_the_configuration_again(installed):
+def test_reload_of_the_unit_reloads_the_configuration(installed):
     with installed.start() as watch:
         watch.wait_for(STARTED)
         installed.reload(watch)

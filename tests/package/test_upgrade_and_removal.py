@@ -1,9 +1,9 @@
-"""What an upgrade leaves alone, and that the package goes without a trace."""
+"""Upgrades keep changes of the administrator, and a purge removes all files of the package."""
 
 from package import CONFIGURATION, KEEP_EDITED, STARTED, WANTED_BY
 
 
-def test_an_edited_configuration_survives_an_upgrade(changeable):
+def test_upgrade_keeps_an_edited_configuration(changeable):
     configuration = changeable.path(CONFIGURATION)
     configuration.write_text('{"module": {"reverseShell": {}}}\n')
     changeable.install(changeable.next_version(), KEEP_EDITED)
@@ -16,13 +16,13 @@ def test_an_edited_configuration_survives_an_upgrade(changeable):
         assert watch.stop() == 0, watch.said()
 
 
-def test_an_upgrade_does_not_enable_what_was_disabled(changeable):
+def test_upgrade_does_not_enable_a_disabled_unit(changeable):
     changeable.path(WANTED_BY).unlink()
     changeable.install(changeable.next_version(), KEEP_EDITED)
     assert not changeable.path(WANTED_BY).is_symlink()
 
 
-def test_removal_leaves_the_configuration_alone(changeable):
+def test_removal_keeps_the_configuration(changeable):
     changeable.path(CONFIGURATION).write_text("{}\n")
     changeable.remove()
     assert changeable.state().split()[0] == "config-files"
@@ -31,7 +31,7 @@ def test_removal_leaves_the_configuration_alone(changeable):
     assert not changeable.path("usr/lib/orlim-agent").exists()
 
 
-def test_nothing_is_left_of_a_purged_package(package):
+def test_purge_removes_all_files(package):
     package.install()
     package.path(CONFIGURATION).write_text("{}\n")
     package.install(package.next_version(), KEEP_EDITED)

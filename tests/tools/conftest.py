@@ -1,4 +1,4 @@
-"""Where the checks, and the tables that they compare, are."""
+"""Makes the checks in tools/ and the kernels' table importable."""
 
 import pathlib
 import sys

@@ -1,4 +1,4 @@
-"""The checks of ./dev lint find what they are for, in small trees made for it."""
+"""The checks of ./dev lint, on small trees."""
 
 import check_columns
 import check_includes
@@ -42,14 +42,14 @@ def test_an_include_downward_is_allowed(tmp_path, name, header):
         ("host/base/a.cpp", "elsewhere/b.h"),
     ],
 )
-def test_an_include_upward_or_to_no_room_is_found(tmp_path, name, header):
+def test_an_include_upward_or_outside_the_rooms_is_reported(tmp_path, name, header):
     write(tmp_path, name, f'#include <string>\n  #  include "{header}"\n')
     (line,) = check_includes.check(tmp_path)
     assert line.startswith(f"{name}: ") and header in line
 
 
 @pytest.mark.parametrize("name", ["src/extra/a.cpp", "host/a.h", "host/base/deeper/a.cpp", "demo/more/a.h"])
-def test_a_source_in_a_folder_that_is_no_room_is_found(tmp_path, name):
+def test_a_source_outside_the_rooms_is_reported(tmp_path, name):
     write(tmp_path, name, "")
     (line,) = check_includes.check(tmp_path)
     assert line.startswith(f"{name}: ")
@@ -60,18 +60,18 @@ def function_of(lines):
 
 
 @pytest.mark.parametrize("lines, found", [(40, 0), (41, 1)])
-def test_a_long_function_is_found(tmp_path, lines, found):
+def test_a_long_function_is_reported(tmp_path, lines, found):
     write(tmp_path, "host/base/a.cpp", "void G();\n" + function_of(lines))
     assert len(check_sizes.long_functions(tmp_path)) == found
 
 
 @pytest.mark.parametrize("lines, found", [(300, 0), (301, 1)])
-def test_a_long_file_is_found(tmp_path, lines, found):
+def test_a_long_file_is_reported(tmp_path, lines, found):
     write(tmp_path, "src/frame/a.h", "\n" * lines)
     assert len(check_sizes.long_files(tmp_path)) == found
 
 
-def test_a_room_with_too_large_a_share_is_found(tmp_path):
+def test_a_room_with_too_large_a_share_is_reported(tmp_path):
     write(tmp_path, "src/frame/a.cpp", "\n" * 16)
     for room in range(6):
         write(tmp_path, f"host/room{room}/a.cpp", "\n" * 14)
@@ -79,7 +79,7 @@ def test_a_room_with_too_large_a_share_is_found(tmp_path):
     assert line == "src/frame: 16.0 % of all lines, at most 15 %"
 
 
-def test_a_long_line_is_found():
+def test_a_long_line_is_reported():
     assert check_columns.check("x" * 120 + "\n// " + "ż" * 118 + "\n" + "x" * 121 + "\n") == [2, 3]
 
 

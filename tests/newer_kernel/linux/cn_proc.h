@@ -1,6 +1,6 @@
-// The kernel's interface of process events in the form that it has from Linux 6.6 on: the enumerators stand outside of
-// struct proc_event, exits with a failure have one of their own, and a listener may ask for some events only. The
-// sources that use the older form have to compile with this one as well.
+// The kernel's interface of process events since Linux 6.6: the enumerators are outside struct proc_event, failed exits
+// have a separate enumerator, and a listener may select events. The sources must compile with the older form and with
+// this one.
 #pragma once
 
 #include <linux/types.h>
