@@ -17,6 +17,7 @@ import dataclasses
 import io
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tokenize
@@ -231,6 +232,7 @@ def main() -> int:
     parser.add_argument("--list", action="store_true", help="print every place with one of the words")
     parser.add_argument("--check", action="store_true", help="exit with 1 beyond the limits")
     options = parser.parse_args()
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader such as head may end first
     if options.list:
         for path in listed(ROOT, options.paths or FOLDERS):
             for place in places(path, path.relative_to(ROOT)):
