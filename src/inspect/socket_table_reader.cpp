@@ -90,6 +90,9 @@ void ReadSocketTables(const SocketMap& known) {
         file.reset();
         Pause(tablePauseMicroseconds);
     }
+    if (fresh.size() > largestTable) {
+        MODULE_LOG(normalLog, LOG_LEVEL_LIFECYCLE, "Socket tables exceed.[maxSocketNum=%zu]", largestTable);
+    }
     StampNewSockets(fresh);
     // The old contents are freed with fresh, after the lock is released.
     const std::lock_guard guard(socketTableLock);

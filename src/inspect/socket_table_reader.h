@@ -8,5 +8,5 @@
 // Reads all tables and makes the result the new socketTable; it is incomplete if the module is being stopped. A socket
 // that is in known with the same state, addresses and remote port keeps that entry; any other gets the time at the end
 // of the read as firstSeen. Once there are more than 50,000 sockets, the rest of the table and all but the first socket
-// of each later table are ignored. Called by RefreshSocketTable only.
+// of each later table are ignored, and one line is logged. Called by RefreshSocketTable only.
 void ReadSocketTables(const std::map<unsigned long, SocketInfo>& known);

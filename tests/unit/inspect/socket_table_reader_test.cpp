@@ -51,6 +51,11 @@ protected:
 
     static std::vector<std::string> NewSocketLog() { return Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL); }
 
+    static long TimesCut() {
+        const std::vector<std::string> log = Fake::TheAgent().LogTexts(LOG_LEVEL_LIFECYCLE);
+        return std::count(log.begin(), log.end(), "Socket tables exceed.[maxSocketNum=50000]");
+    }
+
     static std::string LogOf(const SocketInfo& info) {
         return "[newSocketinode=" + std::to_string(info.inode) + " localPort=" + std::to_string(info.localPort) +
                " remotePort=" + std::to_string(info.remotePort) + "]";
@@ -256,6 +261,7 @@ TEST_F(SocketTableReader, StoresFiftyThousandAndOneSocketsAndOneMoreFromEachLate
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), linePause), 1U + 50001U + 7U * 3U);
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), tablePause), 8U);
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), entryPause), 50008U);
+    EXPECT_EQ(TimesCut(), 1) << "once per read, although all tables are cut";
 }
 
 TEST_F(SocketTableReader, StoresTheFiftyThousandAndFirstSocketFromALaterTable) {
@@ -264,9 +270,13 @@ TEST_F(SocketTableReader, StoresTheFiftyThousandAndFirstSocketFromALaterTable) {
         text += LineFor(1, std::to_string(100000 + i));
     }
     Have(1, text + LineFor(1, "0") + LineFor(1, "100001"));
+    ReadSocketTables({});
+    EXPECT_EQ(socketTable.size(), 50000U);
+    EXPECT_EQ(TimesCut(), 0) << "not cut yet";
     Have(2, LineFor(2, "150000") + LineFor(2, "2") + LineFor(2, "3"));
     ReadSocketTables({});
     EXPECT_EQ(socketTable.size(), 50001U);
+    EXPECT_EQ(TimesCut(), 1);
     EXPECT_EQ(socketTable.at(150000).type, 2);
     EXPECT_TRUE(socketTable.contains(2));
     EXPECT_FALSE(socketTable.contains(3));
