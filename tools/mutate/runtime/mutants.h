@@ -1,0 +1,15 @@
+// Switches between a source and its mutants: every fault is compiled in and takes effect only while its number is on.
+#pragma once
+
+namespace Mutants {
+
+// True if the environment variable ORLIM_MUTANT holds this number, which it does for the whole life of the process.
+// IsOn is for what is initialised before main and then used by all tests alike: On also records that the place was
+// reached. Any thread.
+bool On(int number);
+bool IsOn(int number);
+
+// Records that the places of the mutants first to last were reached. Any thread.
+void Reach(int first, int last);
+
+}  // namespace Mutants

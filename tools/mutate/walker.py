@@ -1,0 +1,109 @@
+"""Walks the tree of a file and makes its mutants: edits that switch them on, or texts to rebuild with."""
+
+from clang.cindex import Cursor, CursorKind
+
+import expressions
+import statements
+from constants import Constants, initialiser, is_global_constant
+from edits import Edit, Piece, Span
+from mutant import MutantList
+from syntax import OPAQUE, Tree, is_constexpr, needs_constant, span_of
+from values import mutate_constant
+
+
+class Walker:
+    """For one file. Functions of expressions.py and statements.py get it and add what they find."""
+
+    def __init__(self, tree: Tree, constants: Constants, mutants: MutantList) -> None:
+        self.tree = tree
+        self.constants = constants
+        self.mutants = mutants
+        self.edits: list[Edit] = []
+        # While it visits the initialiser of a constant: its places are reached where the constant is used.
+        self.in_constant = False
+        # In a table of arrays of characters, whose texts no switch can exchange.
+        self.in_char_arrays = False
+        self.in_lambda = False
+        # Expressions that have no mutants: those of what stands around them are as strong.
+        self.unchanged: set[Span] = set()
+        self.function: Cursor | None = None
+        self._seen: set[tuple[CursorKind, Span]] = set()
+
+    def add(self, offset: int, change: str) -> str:
+        """The condition under which a new mutant is on."""
+        number = self.mutants.add(self.tree.file, self.tree.text, offset, change)
+        return f"::Mutants::{'IsOn' if self.in_constant else 'On'}({number})"
+
+    def rebuild(self, span: Span, replacement: str, change: str) -> None:
+        self.mutants.add(self.tree.file, self.tree.text, span.start, change, (span, replacement))
+
+    def edit(self, span: Span, *pieces: Piece) -> None:
+        self.edits.append(Edit(span, pieces))
+
+    def short(self, span: Span) -> str:
+        """The text of a span in one line, for people."""
+        return " ".join(self.tree.text[span.start : span.end].split())
+
+    def make_constants(self) -> None:
+        """The mutants of the file's constants, which come first: uses refer to their numbers."""
+        for constant in self.constants.known.values():
+            if constant.tree is not self.tree or not constant.used:
+                continue
+            first = len(self.mutants.mutants) + 1
+            self._make_constant(constant.cursor, constant.needed, constant.is_text())
+            constant.numbers = range(first, len(self.mutants.mutants) + 1)
+
+    def _make_constant(self, cursor: Cursor, needed: bool, is_text: bool) -> None:
+        value = initialiser(self.tree, cursor)
+        if value is None:
+            return
+        if is_text:
+            if needed:
+                self.rebuild(span_of(value), '""', f"`{self.short(span_of(value))}` empty")
+            else:
+                self.add(span_of(value).start, f"`{self.short(span_of(value))}` empty")
+            return
+        if not needed and is_constexpr(self.tree, cursor):
+            self._make_variable(cursor)
+        self.in_constant = True
+        self.in_char_arrays = "char[" in cursor.type.get_canonical().spelling
+        self.visit(cursor, value, needed)
+        self.in_constant = self.in_char_arrays = False
+
+    def _make_variable(self, cursor: Cursor) -> None:
+        """In the copy the compiler does not evaluate the constant."""
+        start = cursor.extent.start.offset
+        end = cursor.location.offset
+        declared = self.tree.code[start:end]
+        in_class = cursor.semantic_parent.kind in (CursorKind.CLASS_DECL, CursorKind.STRUCT_DECL)
+        at = start + declared.index("constexpr")
+        name = "" if "const" in declared.split() else "const"
+        self.edit(Span(at, at + len("constexpr")), f"inline {name}" if in_class else name)
+        if "inline" in declared.split():
+            at = start + declared.index("inline")
+            self.edit(Span(at, at + len("inline")), "static")
+
+    def walk(self) -> None:
+        for cursor in self.tree.top:
+            self.visit(cursor, cursor, False)
+
+    def visit(self, parent: Cursor, cursor: Cursor, constant: bool) -> None:
+        """constant: the compiler has to know the value."""
+        key = (cursor.kind, span_of(cursor))
+        is_wrapped = key == (parent.kind, span_of(parent)) and parent != cursor
+        if (key in self._seen and not is_wrapped) or cursor.kind in OPAQUE or self.tree.is_macro_call(cursor):
+            return
+        self._seen.add(key)
+        if not self.in_constant and is_global_constant(self.tree, cursor):
+            return
+        if is_wrapped:
+            self.visit_children(cursor, constant)
+        elif constant:
+            mutate_constant(self, parent, cursor)
+            self.visit_children(cursor, True)
+        elif not expressions.mutate(self, parent, cursor) and not statements.mutate(self, cursor):
+            self.visit_children(cursor, False)
+
+    def visit_children(self, cursor: Cursor, constant: bool) -> None:
+        for child in self.tree.children(cursor):
+            self.visit(cursor, child, constant or needs_constant(self.tree, cursor, child))
