@@ -56,6 +56,9 @@ def replace_condition(walker: "Walker", cursor: Cursor, role: str = "condition")
     if walker.tree.is_macro_call(cursor) or inner.kind in LITERALS or not _is_expression(cursor):
         return
     span = span_of(cursor)
+    if span in walker.replaced:
+        return
+    walker.replaced.add(span)
     text = walker.short(span)
     values = _values(walker, inner, role)
     if "true" in values:

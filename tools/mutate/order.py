@@ -7,6 +7,8 @@ from clang.cindex import Cursor, CursorKind
 
 from syntax import Tree, unwrapped
 
+# Of the C library, work in memory alone.
+IN_MEMORY = ("strcmp", "strncmp", "strcasecmp", "strncasecmp", "strlen", "strchr", "memcpy", "memset")
 # Change nothing that the program could see before or after.
 PAUSES = ("Pause", "memset_s")
 
@@ -46,6 +48,8 @@ def _is_standard(call: Cursor) -> bool:
     named = call.referenced
     if call.kind == CursorKind.LAMBDA_EXPR or named is None:
         return False
+    if named.spelling in IN_MEMORY:
+        return True
     owner = named.semantic_parent
     while owner.semantic_parent is not None and owner.semantic_parent.kind != CursorKind.TRANSLATION_UNIT:
         if "atomic" in owner.spelling:

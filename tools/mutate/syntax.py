@@ -26,6 +26,8 @@ CONSTANT_CHILDREN = {
     CursorKind.FUNCTION_DECL,
     CursorKind.CXX_METHOD,
 }
+# For a program that explains a decision.
+FACTS = "Trace::Facts"
 VARIABLES = {CursorKind.VAR_DECL, CursorKind.FIELD_DECL}
 COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])+\'', re.DOTALL)
 
@@ -61,6 +63,11 @@ class Tree:
 
     def is_macro_call(self, cursor: Cursor) -> bool:
         return cursor.extent.start.offset in self.macro_calls
+
+    def is_opaque(self, cursor: Cursor) -> bool:
+        """True if nothing in it does anything in the module."""
+        is_facts = cursor.kind in VARIABLES and cursor.type.get_canonical().spelling.endswith(FACTS)
+        return cursor.kind in OPAQUE or is_facts or cursor.extent.start.offset in self.macro_calls
 
     def children(self, cursor: Cursor) -> Iterator[Cursor]:
         """Those that stand in the text, within the cursor's own."""

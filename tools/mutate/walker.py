@@ -7,7 +7,7 @@ import statements
 from constants import Constants, initialiser, is_global_constant
 from edits import Edit, Piece, Span
 from mutant import MutantList
-from syntax import OPAQUE, Tree, is_constexpr, needs_constant, span_of
+from syntax import Tree, is_constexpr, needs_constant, span_of
 from values import mutate_constant
 
 
@@ -26,6 +26,7 @@ class Walker:
         self.in_lambda = False
         # Expressions that have no mutants: those of what stands around them are as strong.
         self.unchanged: set[Span] = set()
+        self.replaced: set[Span] = set()  # conditions that have their mutants
         self.function: Cursor | None = None
         self._seen: set[tuple[CursorKind, Span]] = set()
 
@@ -89,20 +90,24 @@ class Walker:
 
     def visit(self, parent: Cursor, cursor: Cursor, constant: bool) -> None:
         """constant: the compiler has to know the value."""
-        key = (cursor.kind, span_of(cursor))
-        is_wrapped = key == (parent.kind, span_of(parent)) and parent != cursor
-        if (key in self._seen and not is_wrapped) or cursor.kind in OPAQUE or self.tree.is_macro_call(cursor):
+        if self.tree.is_opaque(cursor) or self._has_seen(cursor):
             return
-        self._seen.add(key)
         if not self.in_constant and is_global_constant(self.tree, cursor):
             return
-        if is_wrapped:
-            self.visit_children(cursor, constant)
-        elif constant:
+        if constant:
             mutate_constant(self, parent, cursor)
             self.visit_children(cursor, True)
         elif not expressions.mutate(self, parent, cursor) and not statements.mutate(self, cursor):
             self.visit_children(cursor, False)
+
+    def _has_seen(self, cursor: Cursor) -> bool:
+        """Conversions and constructors stand around each other without a text of their own."""
+        if cursor.kind in (CursorKind.UNEXPOSED_EXPR, CursorKind.CALL_EXPR):
+            return False
+        key = (cursor.kind, span_of(cursor))
+        has_seen = key in self._seen
+        self._seen.add(key)
+        return has_seen
 
     def visit_children(self, cursor: Cursor, constant: bool) -> None:
         for child in self.tree.children(cursor):
