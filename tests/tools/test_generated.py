@@ -160,7 +160,8 @@ def test_scenarios_are_read_from_the_demonstration():
 
 
 def test_a_terminal_shows_what_is_left_of_a_line_in_the_style_that_is_on():
-    lines = terminal_picture.lines_of("\033[1mone\r\ntwo\033[0m\r\n\r\033[K1 s\r\033[K2 s\r\033[K\r\nmoves\r\033[Kthree\r\nfour")
+    written = "\033[1mone\r\ntwo\033[0m\r\n\r\033[K1 s\r\033[K2 s\r\033[K\r\nmoves\r\033[Kthree\r\nfour"
+    lines = terminal_picture.lines_of(written)
     assert lines == ["\033[1mone", "\033[1mtwo\033[0m", "", "\033[0mthree", "\033[0mfour"]
 
 
