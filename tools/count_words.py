@@ -34,7 +34,8 @@ LEAST_YOU = 5.9
 
 WORD = re.compile(r"[A-Za-z]+(?:['-][A-Za-z]+)*")
 TELL = re.compile(r"\b(?:tell|tells|told|telling)\b", re.IGNORECASE)
-WHAT = re.compile(r"\bwhat\b", re.IGNORECASE)
+# A call of what() is not a word.
+WHAT = re.compile(r"\bwhat\b(?!\(\))", re.IGNORECASE)
 YOU = re.compile(r"\byou\b", re.IGNORECASE)
 # A point within a file's name or a number ends no sentence.
 SENTENCE_END = re.compile(r"[.?!](?=\s|$)")

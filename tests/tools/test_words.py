@@ -25,6 +25,7 @@ def count(name, text):
         ("// A sentence over\n// two lines: what\n// is due?\n", (8, 0, 0)),
         ('// Logs "what tells" and `told`.\n', (2, 0, 0)),
         ("// whatever foretells\n", (2, 0, 0)),
+        ("// what() is the reason\n", (4, 0, 0)),
     ],
 )
 def test_counts_in_comments_of_cpp(text, counts):

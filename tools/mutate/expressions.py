@@ -115,7 +115,7 @@ def _mutate_binary(walker: "Walker", cursor: Cursor) -> None:
 
 
 def _leave_values(walker: "Walker", *operands: Cursor) -> None:
-    """What shows that an equality is always false also shows that it compares with another value."""
+    """Makes no mutants of constant operands: a test that catches an equality that is always false catches these too."""
     walker.unchanged |= {span_of(operand) for operand in operands if is_fixed(operand)}
 
 

@@ -1,4 +1,4 @@
-"""Judges all mutants of a room: by the room's tests, and what survives these by the tests of rooms above it."""
+"""Runs the tests of a room on all of its mutants, and the tests of the rooms above it on the survivors."""
 
 import concurrent.futures
 import dataclasses

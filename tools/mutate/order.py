@@ -1,4 +1,4 @@
-"""Whether it can matter in which order two neighbouring statements run."""
+"""Decides whether the order of two adjacent statements can matter."""
 
 import re
 import typing
@@ -14,8 +14,10 @@ PAUSES = ("Pause", "memset_s")
 
 
 def can_matter(tree: Tree, first: Cursor, second: Cursor) -> bool:
-    """False if one of them is a line of the log, or if both work in memory alone and neither names what the other
-    changes. A pause counts as such a statement too: its place shows only beside a call of ours or of the system."""
+    """False if one of them is a log line, or if both work only in memory and neither names a target of the other.
+
+    A pause counts as such a statement too: its place shows only beside a call of ours or of the system.
+    """
     pair = (first, second)
     if any(tree.is_macro_call(statement) for statement in pair):
         return False

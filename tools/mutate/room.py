@@ -22,7 +22,7 @@ class Room:
     root: pathlib.Path
     name: str
     preset: Preset
-    folder: pathlib.Path  # for copies and what is built of them
+    folder: pathlib.Path  # for copies of the sources and their builds
 
     def __post_init__(self) -> None:
         self.objects = self.preset.objects(f"orlim_{self.name}")
@@ -38,7 +38,7 @@ class Room:
             walker.walk()
 
     def _parse(self) -> list[Tree]:
-        """The headers first: sources use what they define."""
+        """Parses headers first, because sources use their definitions."""
         headers = [header for header in house.headers(self.root, self.name) if header.name not in LEFT_ALONE]
         trees: dict[pathlib.Path, Tree] = {}
         for source, name in sorted(self.objects.items()):

@@ -60,7 +60,7 @@ def _mutate_while(walker: "Walker", cursor: Cursor) -> None:
 
 
 def _split(walker: "Walker", cursor: Cursor, opening: int) -> tuple[list[Cursor], list[Cursor]]:
-    """What stands in the parentheses, and the branches."""
+    """The children in the parentheses, and the branches."""
     closing = walker.tree.closing(opening)
     children = list(walker.tree.children(cursor))
     head = [child for child in children if child.extent.end.offset <= closing]

@@ -1,4 +1,4 @@
-"""The syntax tree of a source as clang sees it, with what libclang does not say: macros, operators, parentheses."""
+"""The syntax tree of a source as clang sees it, with parts that libclang omits: macros, operators, parentheses."""
 
 import dataclasses
 import pathlib
@@ -135,7 +135,7 @@ def is_bound(before: str) -> bool:
 
 
 def parse(source: pathlib.Path, arguments: list[str], folder: pathlib.Path) -> dict[pathlib.Path, list[Cursor]]:
-    """What stands at the top of the source and of each header of the folder that it includes."""
+    """The top-level cursors of the source, and of each header of the directory that it includes."""
     options = clang.cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD
     unit = clang.cindex.Index.create().parse(str(source), args=arguments, options=options)
     errors = [str(found) for found in unit.diagnostics if found.severity >= clang.cindex.Diagnostic.Error]

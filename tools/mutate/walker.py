@@ -12,7 +12,7 @@ from values import mutate_constant
 
 
 class Walker:
-    """For one file. Functions of expressions.py and statements.py get it and add what they find."""
+    """Walks one file. Functions of expressions.py and statements.py add their edits to it."""
 
     def __init__(self, tree: Tree, constants: Constants, mutants: MutantList) -> None:
         self.tree = tree
@@ -24,7 +24,7 @@ class Walker:
         # In a table of arrays of characters, whose texts no switch can exchange.
         self.in_char_arrays = False
         self.in_lambda = False
-        # Expressions that have no mutants: those of what stands around them are as strong.
+        # Expressions without mutants, because those of the surrounding expression are as strong.
         self.unchanged: set[Span] = set()
         self.replaced: set[Span] = set()  # conditions that have their mutants
         self.function: Cursor | None = None

@@ -16,7 +16,7 @@ struct Switches {
     int size = 0;
 };
 
-// A shared mapping, so that what a child process reaches counts and nothing is lost when a process is killed.
+// A shared mapping, so that the places that a child process reaches count, and none is lost if a process is killed.
 void MapReached(const char* path, Switches& switches) {
     const int fd = open(path, O_RDWR | O_CLOEXEC);
     struct stat file {};

@@ -3,9 +3,9 @@
 
 namespace Mutants {
 
-// True if the environment variable ORLIM_MUTANT holds this number, which it does for the whole life of the process.
-// IsOn is for what is initialised before main and then used by all tests alike: On also records that the place was
-// reached. Any thread.
+// True if the environment variable ORLIM_MUTANT holds this number. It does not change during the life of the process.
+// On also records that the place was reached. IsOn is for constants that are initialised before main and used by all
+// tests alike. Any thread.
 bool On(int number);
 bool IsOn(int number);
 
