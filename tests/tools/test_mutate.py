@@ -16,7 +16,7 @@ pytest.importorskip("clang.cindex", reason="needs python3-clang-14 (tools/apt/mu
 import explained
 import house
 import mutate
-from campaign import Fate
+from trials import Fate
 from constants import Constants
 from edits import Edit, Span, render
 from mutant import MutantList

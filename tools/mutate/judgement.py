@@ -4,7 +4,7 @@ import concurrent.futures
 import dataclasses
 
 import house
-from campaign import Campaign, Fate
+from trials import Campaign, Fate
 from mutant import Mutant
 from programs import Programs
 

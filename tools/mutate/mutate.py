@@ -14,7 +14,7 @@ import time
 
 import explained
 import house
-from campaign import Fate
+from trials import Fate
 from judgement import CAUGHT, Judgement, Verdict
 from preset import Preset
 from programs import Programs
