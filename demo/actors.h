@@ -13,7 +13,7 @@
 
 namespace Host {
 
-// Throws std::runtime_error; what is the reason why a scenario cannot be staged.
+// Throws std::runtime_error with the reason why a scenario cannot be staged.
 [[noreturn]] void FailStaging(const std::string& what);
 
 // Descriptor number in the started process -> descriptor here. Without an entry 0, 1 and 2 are /dev/null.
