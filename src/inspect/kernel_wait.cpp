@@ -12,6 +12,7 @@
 #include "frame/log.h"
 #include "frame/pacing.h"
 #include "inspect/kernel_wait_names.h"
+#include "inspect/stackless_wait.h"
 
 static constexpr char logSource[] = "detect_shell";
 
@@ -62,23 +63,33 @@ bool IsStackFrameOf(const std::string& line, const std::string& function) {
     return plus != std::string_view::npos && IsNameOfWait(function, symbol.substr(0, plus));
 }
 
-static bool IsOnKernelStack(long pid, const std::string& function) {
+// True if the stream has nothing to read: the file is empty, or reading it is refused.
+static bool IsAtEnd(FILE* stream) {
+    const int next = fgetc(stream);
+    return next == EOF || ungetc(next, stream) == EOF;
+}
+
+namespace {
+enum class OnStack { yes, no, noStack };
+}  // namespace
+
+static OnStack IsOnKernelStack(long pid, const std::string& function) {
     const FileStream stack = OpenOfProcess(pid, "/stack");
-    if (stack == nullptr) {
-        return false;
+    if (stack == nullptr || IsAtEnd(stack.get())) {
+        return OnStack::noStack;
     }
     const std::unique_ptr<char[]> line = AllocateLine();
     if (line == nullptr) {
-        return false;
+        return OnStack::no;
     }
     bool isEnded = false;
     while (ReadLine(stack.get(), line.get(), isEnded) && isEnded) {
         Pause(stackLinePauseMicroseconds);
         if (IsStackFrameOf(line.get(), function)) {
-            return true;
+            return OnStack::yes;
         }
     }
-    return false;
+    return OnStack::no;
 }
 
 std::optional<unsigned long> BlockedDescriptor(const char* line, const std::string& function) {
@@ -110,7 +121,11 @@ static std::optional<unsigned long> ReadBlockedDescriptor(long pid, const std::s
 }
 
 bool GetBlockedFdStat(long pid, std::string function, struct stat* out) {
-    if (!IsOnKernelStack(pid, function)) {
+    const OnStack place = IsOnKernelStack(pid, function);
+    if (place == OnStack::noStack) {
+        return GetBlockedFdStatWithoutStack(pid, function, AreCallNumbersRight(), out);
+    }
+    if (place == OnStack::no) {
         return false;
     }
     Pause(stagePauseMicroseconds);

@@ -1,6 +1,7 @@
 // Samples where in the kernel a process is blocked. A result may be out of date immediately. All failures return false:
-// the process has ended, or the kernel or missing rights do not show its stack. Sleeps 0.5 ms per stack line and 5 ms
-// after a match. Any thread, with no lock held.
+// the process has ended, or the kernel or missing rights do not show where it waits. Sleeps 0.5 ms per stack line and
+// 5 ms after a match. If its stack is empty or cannot be read, stackless_wait.h answers instead. Any thread, with no
+// lock held.
 #pragma once
 
 #include <sys/stat.h>

@@ -21,6 +21,7 @@ struct SocketInfo {
 inline constexpr int tcpTable = 1;
 inline constexpr int rawTable = 3;
 inline constexpr int tcp6Table = 4;
+inline constexpr int sctpTable = 8;
 inline constexpr unsigned int tcpEstablished = 1;
 inline constexpr unsigned int tcpSynSent = 2;
 inline constexpr unsigned int tcpSynReceived = 3;

@@ -10,7 +10,6 @@
 
 static constexpr char logSource[] = "detect_shell";
 
-static constexpr int sctpTable = 8;
 static constexpr size_t addressSize = 1024;
 
 // A word holds only the last digits of an IPv6 address. Only its last 32 bits are used, so that hosts with words of 32

@@ -20,13 +20,6 @@ static constexpr unsigned int linePauseMicroseconds = 5000;
 static constexpr unsigned int tablePauseMicroseconds = 1000;
 static constexpr unsigned int entryPauseMicroseconds = 200;
 
-// In order of their numbers, from 1.
-static constexpr char tables[][32] = {
-    "/proc/net/tcp",      "/proc/net/udp",         "/proc/net/raw",
-    "/proc/net/tcp6",     "/proc/net/udp6",        "/proc/net/udplite",
-    "/proc/net/udplite6", "/proc/net/sctp/assocs", "",
-};
-
 using SocketMap = std::map<unsigned long, SocketInfo>;
 
 static void LogNewSocket(const SocketInfo& info) {
@@ -81,8 +74,10 @@ static void StampNewSockets(SocketMap& fresh) {
 
 void ReadSocketTables(const SocketMap& known) {
     SocketMap fresh;
-    for (int type = 1; tables[type - 1][0] != '\0'; ++type) {
-        FileStream file(DetectShellUtil::OpenFile(tables[type - 1]));
+    int type = 0;
+    for (const char* const table : socketTableFiles) {
+        ++type;
+        FileStream file(DetectShellUtil::OpenFile(table));
         if (file == nullptr) {
             continue;
         }

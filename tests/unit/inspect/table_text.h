@@ -46,6 +46,7 @@ struct TableLine {
     int remotePort = 4444;
     unsigned int state = 1;
     std::string inode = "5000";
+    std::string queues = "00000000:00000000";  // unsent and unread bytes
 
     std::string Text() const {
         char ports[2][8];
@@ -54,7 +55,7 @@ struct TableLine {
         char stateText[16];
         std::snprintf(stateText, sizeof(stateText), "%02X", state);
         return "   0: " + AddressField(local) + ":" + ports[0] + " " + AddressField(remote) + ":" + ports[1] + " " +
-               stateText + " 00000000:00000000 00:00000000 00000000  1000        0 " + inode +
+               stateText + " " + queues + " 00:00000000 00000000  1000        0 " + inode +
                " 1 0000000000000000 100 0 0 10 0\n";
     }
 };
