@@ -74,5 +74,5 @@ def test_events_beyond_the_limit_per_minute_are_dropped_and_counted(many_shells,
     # The scan may also find other shells of this host, so the exact number is unknown.
     (dropped,) = [line for line in scan.log.splitlines() if "events were dropped" in line]
     assert int(dropped.partition(" events were dropped")[0].split()[-1]) >= MANY - 5
-    assert "beyond the limit of 5 a minute" in dropped
+    assert "beyond the limit of 5 per minute" in dropped
     assert "scan finished: 5 events" in scan.log
