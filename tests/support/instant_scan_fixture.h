@@ -21,6 +21,7 @@
 #include "frame/whitelist.h"
 #include "inspect/socket_table.h"
 #include "tests/fakes/fake_agent.h"
+#include "tests/support/blocked_task.h"
 #include "tests/support/event_json.h"
 #include "tests/support/kernel_objects.h"
 #include "tests/support/proc_tree.h"
@@ -100,13 +101,10 @@ protected:
 
     // The process is blocked in this kernel function, in a system call with this first argument.
     void Block(int pid, const std::string& function, int argument) {
-        proc->AddFile(pid, "stack",
-                      "[<0>] wait_woken+0x60/0x70\n[<0>] " + function +
-                          "+0x5f/0x110\n[<0>] entry_SYSCALL_64_after_hwframe+0x44/0xae\n");
-        char call[128];
-        snprintf(call, sizeof(call), "0 0x%x 0x5581d0c4a000 0x1000 0x0 0x0 0x0 0x7ffd1c0 0x7f1b2c\n",
-                 static_cast<unsigned int>(argument));
-        proc->AddFile(pid, "syscall", call);
+        AddStack(*proc, pid, function,
+                 "[<0>] wait_woken+0x60/0x70\n[<0>] " + function +
+                     "+0x5f/0x110\n[<0>] entry_SYSCALL_64_after_hwframe+0x44/0xae\n");
+        AddCall(*proc, pid, function, argument);
     }
 
     // The socket table's entry of a TCP connection from 198.51.100.3:40001 to 192.0.2.7:4444 that is first seen now.

@@ -25,6 +25,7 @@
 #include "frame/whitelist.h"
 #include "inspect/socket_table.h"
 #include "tests/fakes/fake_agent.h"
+#include "tests/support/blocked_task.h"
 #include "tests/support/kernel_clocks.h"
 #include "tests/support/proc_tree.h"
 #include "tests/support/time_recorder.h"
@@ -35,8 +36,8 @@ protected:
     static constexpr int lastPid = 602;
     static constexpr unsigned long long second = 1000000000;
     static constexpr unsigned long long millisecond = 1000000;
-    static constexpr char reading[] = "[<0>] tcp_recvmsg+0x5f/0x1d0\n";
-    static constexpr char elsewhere[] = "[<0>] do_poll.constprop.0+0x2c/0x340\n";
+    static constexpr char reading[] = "tcp_recvmsg";
+    static constexpr char elsewhere[] = "do_poll";
 
     // The module's units that log during a sweep.
     inline static const std::set<std::string> logSources = {"detect_reverse_shell", "detect_shell",
@@ -105,8 +106,7 @@ protected:
         tree->Add({.pid = pid, .ppid = 1, .exe = "/opt/app/server", .cmdline = std::string("server\0--go\0", 12)});
         tree->AddFile(pid, "stat", StatText(pid, std::chrono::seconds(10)));
         tree->AddFile(pid, "io", "rchar: 17\nwchar: 4\n");
-        tree->AddFile(pid, "stack", reading);
-        tree->AddFile(pid, "syscall", "0 0x3 0x7ffd 0x1000 0x0 0x0 0x0 0x7ffd 0x7f00\n");
+        Block(pid, reading);
         tree->AddDescriptor(pid, 3, folder.Path(name));
         const unsigned long inode = Inode(name);
         socketTable[inode] = {.type = tcpTable,
@@ -120,6 +120,12 @@ protected:
     }
 
     SocketInfo& SocketOf(int pid) { return socketTable.at(Inode("socket" + std::to_string(pid))); }
+
+    // Blocks the process in this kernel function, on its descriptor 3.
+    void Block(int pid, const std::string& function) {
+        AddStack(*tree, pid, function, "[<0>] " + function + "+0x5f/0x1d0\n");
+        AddCall(*tree, pid, function, 3);
+    }
 
     void Write(int pid, const std::string& file, const std::string& text) { tree->AddFile(pid, file, text); }
 

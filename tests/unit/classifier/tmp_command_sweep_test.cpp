@@ -51,12 +51,12 @@ TEST_F(TmpCommandSweep, CollectsAgainForARemovedParent) {
 
 TEST_F(TmpCommandSweep, IgnoresADismissedParentUntilItEnds) {
     AddAttack();
-    Write(parent, "stack", elsewhere);
+    Block(parent, elsewhere);
     Sweep();
     EXPECT_TRUE(IsJudged());
     EXPECT_FALSE(IsRshell());
     EXPECT_EQ(Details(), std::vector<std::string>{foundNothing});
-    Write(parent, "stack", reading);
+    Block(parent, reading);
     RecordTmpCommand(parent, Command(700, 40 * second));
     Sweep();
     EXPECT_EQ(CountProbes(), 5U);

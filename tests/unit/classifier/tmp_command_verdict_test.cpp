@@ -21,8 +21,7 @@ protected:
 
     // The parent reads its socket at the probes marked '1' and waits elsewhere at the others.
     void ReadAtProbes(const std::string& pattern) {
-        AtEachProbe(
-            [this, pattern](size_t probe) { Write(parent, "stack", pattern.at(probe) == '1' ? reading : elsewhere); });
+        AtEachProbe([this, pattern](size_t probe) { Block(parent, pattern.at(probe) == '1' ? reading : elsewhere); });
     }
 
     static bool HasEvent() { return !Fake::TheAgent().events.empty(); }
@@ -68,13 +67,13 @@ TEST_F(TmpCommandVerdict, RequiresTwoPositiveProbesInARowAmongFive) {
 }
 
 TEST_F(TmpCommandVerdict, PausesBeforeEachProbe) {
-    Write(parent, "stack", elsewhere);
+    Block(parent, elsewhere);
     ReadAtProbes("11000");
     EXPECT_TRUE(Judge()) << "the first sample follows the first pause";
 }
 
 TEST_F(TmpCommandVerdict, DoesNotResumeAnInterruptedProbePause) {
-    Write(parent, "stack", elsewhere);
+    Block(parent, elsewhere);
     AtEachProbe([](size_t probe) {
         if (probe < 2) {
             TimeRecorder::InterruptNext(150ms);
@@ -96,7 +95,7 @@ TEST_F(TmpCommandVerdict, AcceptsReadsOfInternetSocketsOnly) {
     for (const auto& row : cases) {
         BeginAfresh();
         SocketOf(parent).firstSeen = Now();
-        Write(parent, "stack", std::string("[<0>] ") + row.function + "+0x1/0x2\n");
+        Block(parent, row.function);
         EXPECT_EQ(Judge(), row.reading) << row.function;
     }
 }
@@ -124,7 +123,7 @@ TEST_F(TmpCommandVerdict, RequiresAProcessThatHasWritten) {
 }
 
 TEST_F(TmpCommandVerdict, ChecksWrittenBytesOnlyIfTheParentReads) {
-    Write(parent, "stack", elsewhere);
+    Block(parent, elsewhere);
     EXPECT_FALSE(Judge());
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
@@ -231,7 +230,7 @@ TEST_F(TmpCommandVerdict, IsTrueForAWhitelistedCommandWithoutAnEvent) {
 }
 
 TEST_F(TmpCommandVerdict, EndsTheProbesAtAStop) {
-    Write(parent, "stack", elsewhere);
+    Block(parent, elsewhere);
     AtEachProbe([](size_t probe) {
         if (probe == 1) {
             moduleRunning = 0;
