@@ -16,7 +16,7 @@ enum class Facility : unsigned int {
     descriptors,       // /proc/<pid>/fd of any process
     connectionTables,  // /proc/net/tcp
     processEvents,     // the process connector
-    kernelWaits,       // /proc/<pid>/stack and /proc/<pid>/syscall of a sleeping process
+    kernelWaits,       // /proc/<pid>/syscall, and stack or wchan, of a sleeping process
     inotify,
     fanotify,
     fileFlags,  // FS_IOC_GETFLAGS on the shells

@@ -108,6 +108,7 @@ SleepingRead Look(const std::string& folder, int descriptor) {
     SleepingRead seen;
     seen.descriptor = descriptor;
     seen.stack = ReadSmallFile(folder + "/stack", seen.stackError);
+    seen.channel = ReadSmallFile(folder + "/wchan", seen.channelError);
     seen.call = ReadSmallFile(folder + "/syscall", seen.callError);
     return seen;
 }
@@ -133,35 +134,68 @@ bool ShowsAddressesOnly(const std::string& stack) {
     return stack.find("] 0x") != std::string::npos;
 }
 
+bool HasStack(const SleepingRead& seen) {
+    return seen.stackError == 0 && !seen.stack.empty();
+}
+
+// True for a stack or a wchan with any name of a pipe's read.
+bool ShowsRead(const std::string& text) {
+    return text.find("pipe_read") != std::string::npos;
+}
+
+std::string WhyStackIsMissing(const SleepingRead& seen) {
+    return seen.stackError != 0 ? RefusalText("/proc/<pid>/stack", seen.stackError)
+                                : "/proc/<pid>/stack of another process is empty on this kernel";
+}
+
+std::string WhyChannelIsMissing(const SleepingRead& seen) {
+    return seen.channelError != 0 ? "/proc/<pid>/wchan cannot be read: " + ErrorText(seen.channelError)
+                                  : "/proc/<pid>/wchan does not name the wait";
+}
+
 }  // namespace
 
+WaitFiles FilesThatShowWait(const SleepingRead& seen) {
+    if (seen.callError != 0 || !ShowsDescriptor(seen)) {
+        return WaitFiles::none;
+    }
+    if (!HasStack(seen)) {
+        return ShowsRead(seen.channel) ? WaitFiles::channel : WaitFiles::none;
+    }
+    return ShowsRead(seen.stack) ? WaitFiles::stack : WaitFiles::none;
+}
+
 std::string WhyWaitIsHidden(const SleepingRead& seen) {
-    if (seen.stackError != 0) {
-        return RefusalText("/proc/<pid>/stack", seen.stackError);
+    if (FilesThatShowWait(seen) != WaitFiles::none) {
+        return "";
     }
-    if (seen.stack.empty()) {
-        return "/proc/<pid>/stack of another process is empty on this kernel";
+    if (!HasStack(seen) && !ShowsRead(seen.channel)) {
+        return WhyStackIsMissing(seen) + ", and " + WhyChannelIsMissing(seen);
     }
-    if (seen.stack.find("pipe_read") == std::string::npos) {
+    if (HasStack(seen) && !ShowsRead(seen.stack)) {
         return ShowsAddressesOnly(seen.stack) ? "/proc/<pid>/stack shows addresses instead of function names"
                                               : "/proc/<pid>/stack does not show a process waiting in a pipe read";
     }
     if (seen.callError != 0) {
         return RefusalText("/proc/<pid>/syscall", seen.callError);
     }
-    return ShowsDescriptor(seen) ? "" : "/proc/<pid>/syscall does not show the descriptor that a process reads";
+    return "/proc/<pid>/syscall does not show the descriptor that a process reads";
 }
 
 std::string RemedyForHiddenWait(const SleepingRead& seen) {
-    if (seen.stackError == ENOENT || seen.callError == ENOENT) {
-        return "Run a kernel built with CONFIG_STACKTRACE and CONFIG_HAVE_ARCH_TRACEHOOK";
+    if (seen.callError == ENOENT) {
+        return "Run a kernel built with CONFIG_HAVE_ARCH_TRACEHOOK";
+    }
+    if (seen.stackError == ENOENT) {
+        return "Run a kernel built with CONFIG_STACKTRACE and CONFIG_KALLSYMS";
     }
     if (seen.stackError != 0 || seen.callError != 0) {
         return "Run the agent with CAP_SYS_ADMIN and CAP_SYS_PTRACE in the initial user namespace, and with "
                "kernel.yama.ptrace_scope below 3";
     }
-    if (seen.stack.empty()) {
-        return "Multi-core 32-bit ARM never shows stacks; only a kernel built without CONFIG_SMP does";
+    if (seen.stack.empty() && !ShowsRead(seen.channel)) {
+        return "Multi-core 32-bit ARM never shows stacks; run a kernel that names waits in /proc/<pid>/wchan "
+               "(CONFIG_KALLSYMS), or one built without CONFIG_SMP";
     }
     return ShowsAddressesOnly(seen.stack) ? "Run a kernel built with CONFIG_KALLSYMS"
                                           : "Report this as a defect of Orlim, with the version of the kernel";
@@ -181,7 +215,7 @@ std::optional<SleepingRead> TrySleepingRead(std::string& error) {
     }
     SleepingRead seen = Look(folder, reader.PipeEnd());
     // The state changes to "sleeping" shortly before the process leaves the processor.
-    for (int i = 0; i < moreLooks && seen.stackError == 0 && !WhyWaitIsHidden(seen).empty(); ++i) {
+    for (int i = 0; i < moreLooks && seen.callError == 0 && !WhyWaitIsHidden(seen).empty(); ++i) {
         Clock::Poll({}, Clock::Now() + step);
         seen = Look(folder, reader.PipeEnd());
     }
@@ -200,7 +234,10 @@ void CheckKernelWaits(CheckReport& report) {
         why = "the test of process waits failed: " + why;
     }
     if (why.empty()) {
-        report.Ok(what, "/proc/<pid>/stack and /proc/<pid>/syscall show where a process waits");
+        const bool byStack = FilesThatShowWait(*seen) == WaitFiles::stack;
+        report.Ok(what, byStack ? "/proc/<pid>/stack and /proc/<pid>/syscall show where a process waits"
+                                : "/proc/<pid>/wchan and /proc/<pid>/syscall show where a process waits, because " +
+                                      WhyStackIsMissing(*seen));
         return;
     }
     report.Limited(what, why, remedy);

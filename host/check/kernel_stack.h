@@ -12,13 +12,20 @@ namespace Host {
 struct SleepingRead {
     std::string stack;
     int stackError = 0;  // errno of reading stack
-    std::string call;    // text of /proc/<pid>/syscall
+    std::string channel;
+    int channelError = 0;  // errno of reading wchan
+    std::string call;      // text of /proc/<pid>/syscall
     int callError = 0;
     int descriptor = -1;  // the descriptor that the process reads from
 };
 
+// By which file, besides syscall, the module sees where the process waits. It reads wchan only if the stack is empty or
+// cannot be read.
+enum class WaitFiles { stack, channel, none };
+WaitFiles FilesThatShowWait(const SleepingRead& seen);
+
 // Why the module cannot see from this where the process waits: completes a sentence that begins with "because". Empty
-// if it can.
+// if it can, by either way.
 std::string WhyWaitIsHidden(const SleepingRead& seen);
 
 // The remedy, as a sentence without its full stop.

@@ -78,11 +78,11 @@ std::string ObjectText(const Scene& scene, unsigned long inode) {
 
 std::string WaitText(int pid) {
     const std::string process = "/proc/" + std::to_string(pid);
-    if (FirstLine(process + "/stack").empty()) {
-        return "its kernel stack is unreadable, or empty because it is running";
-    }
     const std::string function = FirstLine(process + "/wchan");
-    return function.empty() || function == "0" ? "it does not wait" : "it waits in " + function;
+    if (!function.empty() && function != "0") {
+        return "it waits in " + function;
+    }
+    return FirstLine(process + "/stack").empty() ? "its wait is unreadable, or it is running" : "it does not wait";
 }
 
 std::string AgeText(int pid) {
