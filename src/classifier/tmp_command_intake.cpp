@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <memory>
 #include <mutex>
-#include <utility>
 
 #include "alarm/command_paths.h"
 #include "classifier/tmp_command_list.h"
@@ -22,15 +20,13 @@ static constexpr const char* commandWords[] = {
     "touch",  "cd",  "grep",     "find", "chown", "chgrp", "gcc",   "sleep",
 };
 
-// A repeated start replaces the set while a callback runs. The callback keeps using the old one.
+// A repeated start replaces the set while a callback runs.
 static std::mutex pathsLock;
-static std::shared_ptr<const std::set<std::string>> tmpCommandPaths = std::make_shared<std::set<std::string>>();
+static std::set<std::string> tmpCommandPaths;
 
 static bool IsTmpCommand(const std::string& path) {
-    std::unique_lock lock(pathsLock);
-    const auto paths = tmpCommandPaths;
-    lock.unlock();
-    return paths->contains(path);
+    const std::lock_guard lock(pathsLock);
+    return tmpCommandPaths.contains(path);
 }
 
 static void AddCommandPaths(const std::string& command, std::set<std::string>& paths) {
@@ -43,11 +39,9 @@ bool InitTmpCommandPaths(const std::set<std::string>& shells) {
         AddCommandPaths(command, paths);
     }
     paths.insert(shells.begin(), shells.end());
-    auto next = std::make_shared<const std::set<std::string>>(std::move(paths));
-    const bool any = !next->empty();
     const std::lock_guard lock(pathsLock);
-    tmpCommandPaths.swap(next);
-    return any;
+    tmpCommandPaths.swap(paths);
+    return !tmpCommandPaths.empty();
 }
 
 void OnTmpProcEvent(proc_event* event) {
