@@ -48,6 +48,12 @@ static bool IsAnyAlive(const std::vector<TPROC_INFO>& commands) {
                        [](const TPROC_INFO& command) { return DetectShellUtil::IsProcExist(command.pid); });
 }
 
+static void Conclude(int ppid, TmpProcListInfo& info, bool isRshell) {
+    info.judged = true;
+    info.isRshell = isRshell;
+    WriteBackTmpProcs(ppid, info);
+}
+
 static void Judge(int ppid, TmpProcListInfo& info) {
     if (info.procList.empty()) {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "The tmp proc list is empty.");
@@ -57,18 +63,16 @@ static void Judge(int ppid, TmpProcListInfo& info) {
         return;
     }
     if (!IsTypedByHand(ppid, info.procList)) {
-        info.judged = true;
-        WriteBackTmpProcs(ppid, info);
+        Conclude(ppid, info, false);
         return;
     }
     const Trace::Facts number{.count = static_cast<long long>(info.procList.size()), .limit = fewestCommands};
     if (!Trace::Result(Test::hasEnoughCommands, ppid, info.procList.size() >= fewestCommands, number)) {
         return;
     }
-    info.judged = true;
-    info.isRshell = RaiseTmpCommandAlarm(ppid, info.procList.back());
-    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, info.isRshell ? "proc is reverse shell" : "proc has no shell character");
-    WriteBackTmpProcs(ppid, info);
+    const bool isRshell = RaiseTmpCommandAlarm(ppid, info.procList.back());
+    MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, isRshell ? "proc is reverse shell" : "proc has no shell character");
+    Conclude(ppid, info, isRshell);
 }
 
 void* CheckTmpShellTask([[maybe_unused]] void* arg) {
