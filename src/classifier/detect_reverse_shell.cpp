@@ -41,9 +41,6 @@ bool ReverseShell::IsBashProcess(int pid) const {
 }
 
 bool ReverseShell::IsShellProgram(const std::string& path) const {
-    if (path.empty()) {
-        return false;
-    }
     if (shells.contains(path)) {
         return true;
     }

@@ -10,13 +10,13 @@
 
 // One process seen at exec.
 struct TPROC_INFO {
-    int pid = 0;
+    int pid;
     std::string path;     // of its program
     std::string cmdline;  // the path if the process has none
     // Time of the exec event in nanoseconds of CLOCK_MONOTONIC (drivers/connector/cn_proc.c).
-    unsigned long long timestamp = 0;
+    unsigned long long timestamp;
     // Nanoseconds for which the host had been suspended when the event was handled. CLOCK_MONOTONIC omits them.
-    unsigned long long suspended = 0;
+    unsigned long long suspended;
 };
 
 // One parent and its commands.

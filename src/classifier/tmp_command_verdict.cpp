@@ -1,5 +1,6 @@
 #include "classifier/tmp_command_verdict.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "alarm/command_attribution.h"
@@ -29,7 +30,7 @@ static constexpr long oldestSocketSeconds = 100;
 static bool StartsAfterParent(int ppid, const TPROC_INFO& first) {
     const unsigned long long command = (first.timestamp + first.suspended) / nanosecondsPerMillisecond;
     const unsigned long long parent = DetectShellUtil::GetProcUpMs(ppid);
-    const unsigned long long distance = command >= parent ? command - parent : 0;
+    const unsigned long long distance = std::max(command, parent) - parent;
     return Trace::Result(Test::startsLate, ppid, distance >= leastStartDistanceMs,
                          {.count = static_cast<long long>(distance), .limit = leastStartDistanceMs});
 }
@@ -41,7 +42,7 @@ bool IsTypedByHand(int ppid, const std::vector<TPROC_INFO>& commands) {
     for (size_t i = 1; i < commands.size(); ++i) {
         const unsigned long long earlier = commands[i - 1].timestamp;
         const unsigned long long later = commands[i].timestamp;
-        const unsigned long long gap = later < earlier ? 0 : later - earlier;
+        const unsigned long long gap = std::max(earlier, later) - earlier;
         if (!Trace::Result(Test::isTypedByHand, ppid, gap >= leastGapNanoseconds,
                            {.count = static_cast<long long>(gap / nanosecondsPerMillisecond),
                             .limit = leastGapNanoseconds / nanosecondsPerMillisecond})) {

@@ -19,7 +19,7 @@ protected:
     }
 
     static TPROC_INFO Command(int pid, const std::string& path, unsigned long long timestamp) {
-        return {.pid = pid, .path = path, .cmdline = path, .timestamp = timestamp};
+        return {.pid = pid, .path = path, .cmdline = path, .timestamp = timestamp, .suspended = 0};
     }
 };
 
