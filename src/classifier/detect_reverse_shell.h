@@ -44,7 +44,7 @@ public:
     // The same for the resolved path of a program; false if it is empty.
     bool IsShellProgram(const std::string& path) const;
 
-    // Non-zero if one of the process's sockets is abnormal; sock then holds the first one. Otherwise sock holds the
+    // 1 if one of the process's sockets is abnormal; sock then holds the first one. Otherwise 0; sock then holds the
     // last socket that the table had, or is unchanged.
     int GetProcessSock(const ProcInfo& proc, SocketInfo& sock);
 
@@ -60,12 +60,12 @@ public:
     // Appends a snapshot. Only the number of pids limits how many there are.
     void AddNode(const ProcInfo& proc);
 
-    // Looks for a relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. Non-zero
-    // if there is one; sock then holds the socket.
+    // Looks for a relay that reads an abnormal socket on its descriptor 0 and writes pipe on its descriptor 1. 1 if
+    // there is one; sock then holds the socket. Otherwise 0.
     int FindSockByPipe(int pid, unsigned long pipe, SocketInfo& sock);
 
-    // Looks for a descendant of pid that writes pipe and has no abnormal socket. Non-zero if there is one; sock then
-    // holds the last socket looked up, which need not be the descendant's.
+    // Looks for a descendant of pid that writes pipe and has no abnormal socket. 1 if there is one; sock then holds the
+    // last socket looked up, which need not be the descendant's. Otherwise 0.
     int FindSockByPipeCurl(int pid, unsigned long pipe, SocketInfo& sock);
 
     // The two wirings of the third stage. sock receives the socket found: by one of the two searches above for a pipe,
@@ -76,8 +76,8 @@ public:
     // One of the two, depending on the kind of channel that the shell waits on.
     bool IsFed(int pid, const ProcInfo& parent, SocketInfo& sock);
 
-    // Non-zero if the shell pid has a terminal and its parent, not the ssh daemon, holds the multiplexer and an
-    // abnormal socket; sock then holds the socket.
+    // 1 if the shell pid has a terminal and its parent, not the ssh daemon, holds the multiplexer and an abnormal
+    // socket; sock then holds the socket. Otherwise 0.
     int CheckPtmxRshell(int pid, SocketInfo& sock);
 
     // Unused, in unused_group_search.cpp: parts of a search over a group of processes, each given by its index in
@@ -85,8 +85,8 @@ public:
     //
     // Adds the ports on which these sockets listen.
     void GetProcListenPort(const std::set<unsigned long>& sockets, std::set<unsigned long>& ports);
-    // Non-zero if one of the processes has an abnormal socket that it did not accept on a port of its own; sock then
-    // holds it.
+    // 1 if one of the processes has an abnormal socket that it did not accept on a port of its own; sock then holds
+    // it. Otherwise 0.
     int GetForeignSock(const std::vector<unsigned int>& indexes, SocketInfo& sock);
     // 1 if at most one of the processes does not wait on a pipe, otherwise 0. shellPid receives the last waiting shell,
     // if there is one.

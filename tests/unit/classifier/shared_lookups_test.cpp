@@ -12,7 +12,7 @@ TEST_F(ProcessSocket, IsTheAbnormalOneWithTheLowestInode) {
     info.sockets = {53, 51, 52};
     ReverseShell detector = Detector({});
     SocketInfo sock;
-    EXPECT_NE(detector.GetProcessSock(info, sock), 0);
+    EXPECT_EQ(detector.GetProcessSock(info, sock), 1);
     EXPECT_EQ(sock.inode, 52U);
     EXPECT_EQ(sock.type, rawTable);
     EXPECT_EQ(TimeRecorder::Pauses(), PauseList(2, microseconds(500))) << "the third is not looked up";
@@ -58,7 +58,7 @@ TEST_F(ProcessSocket, IgnoresSocketsOlderThanThePassesLimit) {
     ReverseShell later(shellPaths, {}, known.firstSeen + 1, false, 10000);
     EXPECT_EQ(later.GetProcessSock(info, sock), 0);
     ReverseShell now(shellPaths, {}, known.firstSeen, false, 10000);
-    EXPECT_NE(now.GetProcessSock(info, sock), 0);
+    EXPECT_EQ(now.GetProcessSock(info, sock), 1);
 }
 
 using Snapshots = ClassifierTest;

@@ -76,6 +76,23 @@ TEST_F(ShellSeparation, RejectsAProcessWithoutAReadableProgram) {
     EXPECT_FALSE(detector.IsBashProcess(302)) << "no process";
 }
 
+TEST_F(ShellSeparation, RejectsAProgramThatDoesNotExist) {
+    const ReverseShell detector = Detector({});
+    EXPECT_FALSE(detector.IsShellProgram(folder.Path("missing")));
+    EXPECT_FALSE(detector.IsShellProgram(""));
+}
+
+TEST_F(ShellSeparation, ReadsTheProgramOfAProcessAfterThePause) {
+    AddProcess(300, 200, folder.Write("tool", "no shell"), "tool");
+    ReverseShell detector = Detector({300});
+    TimeRecorder::AtEachPause([this](auto...) {
+        Remove(300);
+        AddShell(300, 200);
+    });
+    detector.SeparateBashPids();
+    EXPECT_EQ(detector.bashPids, std::vector<int>{300});
+}
+
 TEST_F(ShellSeparation, KeepsTheOrderOfThePids) {
     const std::string other = folder.Write("tool", "no shell");
     AddShell(305, 200);

@@ -458,8 +458,8 @@ TEST_F(SpecialShell, IsClaimedWithoutAnAlarmIfStartedWithACommand) {
         const char* words;
         size_t events;
     };
-    for (const Case& row : {Case{"bash -c id", 0}, Case{"bash  -x script", 0}, Case{"bash -i", 1}, Case{"bash", 1},
-                            Case{"bash -i -c", 1}, Case{"bash -cx", 1}}) {
+    for (const Case& row : {Case{"bash -c id", 0}, Case{"bash  -x script", 0}, Case{"bash -c", 0}, Case{"bash -i", 1},
+                            Case{"bash", 1}, Case{"bash -i -c", 1}, Case{"bash -cx", 1}}) {
         ForgetAlarms();
         std::filesystem::remove_all(proc->Folder() / "300");
         std::filesystem::remove_all(proc->Folder() / "400");

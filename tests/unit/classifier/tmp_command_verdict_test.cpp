@@ -49,6 +49,16 @@ TEST_F(TmpCommandVerdict, ReportsTheLastCommandAndItsParent) {
               (std::vector<std::string>{"ppid write char num.[ppid=500 charNum=4]", "found type 6 rshell.[pid=602]"}));
 }
 
+TEST_F(TmpCommandVerdict, ReportsTheScriptOfTheParentIfTheCommandsProgramIsGone) {
+    const std::string script = folder.Write("script", "ls");
+    tree->AddDescriptor(parent, 255, script);
+    TPROC_INFO last = Command(lastPid, 20 * second);
+    last.path = folder.Path("removed");
+    EXPECT_TRUE(RaiseTmpCommandAlarm(parent, last));
+    ASSERT_TRUE(HasEvent());
+    EXPECT_NE(Fake::TheAgent().events[0].find(R"("sourcePath":")" + script + R"(",)"), std::string::npos);
+}
+
 TEST_F(TmpCommandVerdict, RequiresTwoPositiveProbesInARowAmongFive) {
     for (unsigned int bits = 0; bits < 32; ++bits) {
         std::string pattern;

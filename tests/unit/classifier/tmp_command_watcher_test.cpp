@@ -123,6 +123,32 @@ TEST_F(TmpCommandWatcher, KeepsItsEntriesFromAStopToTheNextStart) {
     EXPECT_TRUE(tmpProcMap.empty());
 }
 
+TEST_F(TmpCommandWatcher, KeepsACommandThatRunsWhileItStarts) {
+    Fake::TheAgent().atEachCall = [this](const std::string& call) {
+        if (call == "add callback") {
+            RunShell(601, "/bin/sh");
+        }
+    };
+    StartDetectTmpRshell({"/bin/sh"});
+    EXPECT_TRUE(tmpProcMap.contains(parent));
+}
+
+// Until then the callback may run and take the lock.
+TEST_F(TmpCommandWatcher, DestroysItsLockOnceTheCallbackIsRemoved) {
+    StartDetectTmpRshell({"/bin/sh"});
+    bool ready = false;
+    Fake::TheAgent().atEachCall = [&ready](const std::string& call) {
+        if (call == "remove callback") {
+            FailingCalls::FailMutexInit(1);
+            ready = tmpProcLock.Init();
+        }
+    };
+    StopDetectTmpRshell();
+    Fake::TheAgent().atEachCall = nullptr;
+    EXPECT_TRUE(ready);
+    EXPECT_FALSE(tmpProcLock.Init());
+}
+
 TEST_F(TmpCommandWatcher, SecondStartReplacesTheFirst) {
     StartDetectTmpRshell({"/bin/sh"});
     RunShell(601, "/bin/sh");

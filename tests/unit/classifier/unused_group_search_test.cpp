@@ -47,7 +47,7 @@ TEST_F(GroupSearch, FindsAForeignSocketThatWasNotAccepted) {
     const unsigned int without = AddNode(detector, 300);
     const unsigned int with = AddNode(detector, 301, {51, 52, 53});
     SocketInfo sock;
-    EXPECT_NE(detector.GetForeignSock({without, with}, sock), 0);
+    EXPECT_EQ(detector.GetForeignSock({without, with}, sock), 1);
     EXPECT_EQ(sock.inode, 53U);
     EXPECT_EQ(Log(), (std::vector<std::string>{"Proc and listenPort.[proc=300 listenPort=0]",
                                                "Proc and listenPort.[proc=301 listenPort=1]"}));
@@ -75,7 +75,7 @@ TEST_F(GroupSearch, IgnoresTheListeningPortsOfOtherProcesses) {
     const unsigned int listener = AddNode(detector, 300, {51});
     const unsigned int other = AddNode(detector, 301, {52});
     SocketInfo sock;
-    EXPECT_NE(detector.GetForeignSock({listener, other}, sock), 0);
+    EXPECT_EQ(detector.GetForeignSock({listener, other}, sock), 1);
     EXPECT_EQ(sock.inode, 52U);
 }
 
@@ -86,7 +86,7 @@ TEST_F(GroupSearch, TakesTheFirstProcessInTheGivenOrder) {
     const unsigned int first = AddNode(detector, 300, {51});
     const unsigned int second = AddNode(detector, 301, {52});
     SocketInfo sock;
-    EXPECT_NE(detector.GetForeignSock({second, first}, sock), 0);
+    EXPECT_EQ(detector.GetForeignSock({second, first}, sock), 1);
     EXPECT_EQ(sock.inode, 52U);
     EXPECT_EQ(TimeRecorder::Pauses().size(), 1U);
 }
