@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "agent/bounds_checked.h"
 #include "graph/reverse_shell_detector.h"
@@ -9,36 +10,24 @@
 // Link texts up to this length are ignored. The few pipes and sockets with such low numbers were created during boot.
 static constexpr unsigned int longestIgnoredLink = 10;
 
-static bool StartsWith(const char* text, const char* prefix) {
-    return strncmp(text, prefix, strlen(prefix)) == 0;
-}
-
 void ReverseShellDetector::AddIPCInode(const char* link, unsigned int len, int fd,
                                        std::shared_ptr<ProcInfomation> proc) {
     InodeAttr held;
     // The link text of a file is its path. That of an anonymous pipe or socket is not a path, and stat fails.
     struct stat info {};
     if (stat(link, &info) == 0) {
-        if (S_ISFIFO(info.st_mode)) {
-            held.type = INODE_PIPE;
-        } else if (S_ISSOCK(info.st_mode)) {
-            held.type = INODE_SOCKET;
-        } else {
+        const bool isSocket = S_ISSOCK(info.st_mode);
+        if (!isSocket && !S_ISFIFO(info.st_mode)) {
             return;
         }
-        held.inode = info.st_ino;
+        held = {.type = isSocket ? INODE_SOCKET : INODE_PIPE, .inode = info.st_ino};
     } else {
-        if (len <= longestIgnoredLink) {
+        const std::string_view text(link);
+        const bool isSocket = text.starts_with("socket:[");
+        if (len <= longestIgnoredLink || (!isSocket && !text.starts_with("pipe:["))) {
             return;
         }
-        if (StartsWith(link, "socket:[")) {
-            held.type = INODE_SOCKET;
-        } else if (StartsWith(link, "pipe:[")) {
-            held.type = INODE_PIPE;
-        } else {
-            return;
-        }
-        held.inode = ParseInode(link, static_cast<int>(len));
+        held = {.type = isSocket ? INODE_SOCKET : INODE_PIPE, .inode = ParseInode(link, static_cast<int>(len))};
     }
     ipcInodes[held.inode].procs.insert(proc);
     proc->fds[fd] = held;

@@ -1,11 +1,11 @@
-#include <libgen.h>
 #include <unistd.h>
 
-#include <new>
+#include <climits>
 #include <optional>
+#include <string>
 
-#include "agent/bounds_checked.h"
 #include "agent/convert.h"
+#include "agent/files.h"
 #include "agent/process_utils.h"
 #include "frame/file_handle.h"
 #include "frame/log.h"
@@ -22,18 +22,11 @@ static constexpr int descriptorBudget = 6;
 static constexpr unsigned int processesPerPause = 100;
 static constexpr unsigned int scanPauseMicroseconds = 50000;
 
-static constexpr size_t longestLink = 4096;
-static constexpr size_t linkBufferSize = longestLink + 1;
-
-// Reads the link at path into link, which has linkBufferSize bytes, and terminates it. Returns its length, 0 on
-// failure.
-static size_t ReadLink(const char* path, char* link) {
-    const ssize_t length = readlink(path, link, longestLink);
-    if (length < 1) {
-        return 0;
-    }
-    link[length] = '\0';
-    return static_cast<size_t>(length);
+// Returns the target of a link, which the kernel limits to PATH_MAX bytes; empty on failure.
+static std::string ReadLink(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof(target));
+    return length > 0 ? std::string(target, static_cast<size_t>(length)) : std::string();
 }
 
 struct ScannedProcess {
@@ -43,30 +36,18 @@ struct ScannedProcess {
 
 // Nothing if the process has no readable program file and status. The kernel appends " (deleted)" to the name of a
 // deleted file, which then does not match any shell.
-static std::optional<ScannedProcess> ReadProcess(int pid, char* link) {
-    char path[32];
-    if (sprintf_s(path, sizeof(path), "/proc/%d/exe", pid) == -1 || ReadLink(path, link) == 0) {
+static std::optional<ScannedProcess> ReadProcess(int pid) {
+    const std::string program = ReadLink("/proc/" + std::to_string(pid) + "/exe");
+    ProcessUtils::ProcStatus status{};
+    if (program.empty() || ProcessUtils::GetProcStatus(pid, ProcessUtils::PROC_STATUS, status) == 0) {
         return std::nullopt;
     }
-    ProcessUtils::ProcStatus status;
-    memset_s(&status, sizeof(status), 0, sizeof(status));
-    if (ProcessUtils::GetProcStatus(pid, ProcessUtils::PROC_STATUS, status) == 0) {
-        return std::nullopt;
-    }
-    const char* base = basename(link);
-    if (base == nullptr) {
-        return std::nullopt;
-    }
-    return ScannedProcess{base, status.ppid};
+    return ScannedProcess{TavUtils::FileAttribute::GetBasename(program), status.ppid};
 }
 
 void ReverseShellDetector::ScanProc() {
     const DirectoryStream processes(opendir("/proc"));
     if (processes == nullptr) {
-        return;
-    }
-    const std::unique_ptr<char[]> link(new (std::nothrow) char[linkBufferSize]);
-    if (link == nullptr) {
         return;
     }
     unsigned int scanned = 0;
@@ -76,13 +57,12 @@ void ReverseShellDetector::ScanProc() {
         if (pid < firstUserPid) {
             continue;
         }
-        const std::optional<ScannedProcess> process = ReadProcess(pid, link.get());
+        const std::optional<ScannedProcess> process = ReadProcess(pid);
         if (!process) {
             continue;
         }
         FilterBashProcess(process->name, pid, process->ppid);
-        ++scanned;
-        if (scanned % processesPerPause == 0) {
+        if (++scanned % processesPerPause == 0) {
             Pause(scanPauseMicroseconds);
         }
     }
@@ -93,32 +73,26 @@ void ReverseShellDetector::FilterBashProcess(const std::string& name, int pid, i
         childProcs[ppid].insert(pid);
         return;
     }
-    const auto proc = std::make_shared<ProcInfomation>();
-    proc->pid = pid;
-    proc->ppid = ppid;
+    bashProcs.insert(AddProcess(pid, ppid));
+}
+
+std::shared_ptr<ReverseShellDetector::ProcInfomation> ReverseShellDetector::AddProcess(int pid, int ppid) {
+    const auto proc = std::make_shared<ProcInfomation>(
+        ProcInfomation{.pid = pid, .ppid = ppid, .exePath = {}, .cmdline = {}, .fds = {}});
     GetProcFdInfo(proc);
-    bashProcs.insert(proc);
+    return proc;
 }
 
 void ReverseShellDetector::GetProcFdInfo(std::shared_ptr<ProcInfomation> proc) {
-    const std::unique_ptr<char[]> link(new (std::nothrow) char[linkBufferSize]);
-    if (link == nullptr) {
-        return;
-    }
-    char path[64];
-    const int directoryLength = sprintf_s(path, sizeof(path), "/proc/%d/fd/", proc->pid);
-    if (directoryLength == -1) {
-        return;
-    }
-    const DirectoryStream descriptors(opendir(path));
+    std::string path = "/proc/" + std::to_string(proc->pid) + "/fd/";
+    const size_t directoryLength = path.size();
+    const DirectoryStream descriptors(opendir(path.c_str()));
     if (descriptors == nullptr) {
         for (const char* channel : {startupLog, normalLog}) {
             MODULE_LOG(channel, LOG_LEVEL_DETAIL, "Open [%d]'s fd dir failed ", proc->pid);
         }
         return;
     }
-    char* const descriptorName = path + directoryLength;
-    const size_t descriptorRoom = sizeof(path) - static_cast<size_t>(directoryLength);
     int budget = descriptorBudget;
     while (budget > 0) {
         const dirent* entry = readdir(descriptors.get());
@@ -130,13 +104,10 @@ void ReverseShellDetector::GetProcFdInfo(std::shared_ptr<ProcInfomation> proc) {
         }
         --budget;
         int fd = 0;
-        if (!TavUtils::Convert::StringToInt(entry->d_name, fd) ||
-            sprintf_s(descriptorName, descriptorRoom, "%d", fd) == -1) {
-            continue;
-        }
-        const size_t length = ReadLink(path, link.get());
-        if (length != 0) {
-            AddIPCInode(link.get(), static_cast<unsigned int>(length), fd, proc);
+        if (TavUtils::Convert::StringToInt(entry->d_name, fd)) {
+            path.replace(directoryLength, std::string::npos, std::to_string(fd));
+            const std::string link = ReadLink(path);
+            AddIPCInode(link.c_str(), static_cast<unsigned int>(link.size()), fd, proc);
         }
     }
 }
@@ -147,15 +118,9 @@ void ReverseShellDetector::CollectRelatedProc(int ppid) {
         return;
     }
     for (const int pid : children->second) {
-        if (relatedPids.contains(pid)) {
-            continue;
+        if (relatedPids.insert(pid).second) {
+            pendingProcs.insert(AddProcess(pid, ppid));
         }
-        const auto proc = std::make_shared<ProcInfomation>();
-        proc->pid = pid;
-        proc->ppid = ppid;
-        GetProcFdInfo(proc);
-        pendingProcs.insert(proc);
-        relatedPids.insert(pid);
     }
     childProcs.erase(children);
 }

@@ -34,8 +34,8 @@ public:
 
     // One process: a shell, or a sibling of one.
     struct ProcInfomation {
-        int pid = 0;
-        int ppid = 0;
+        int pid;
+        int ppid;
         std::string exePath;           // filled for a reported process
         std::string cmdline;           // filled for a candidate that is compared with the whitelist
         std::map<int, InodeAttr> fds;  // by descriptor: pipes, sockets, and default entries for 0 and 1
@@ -92,5 +92,8 @@ public:
     static const std::set<std::string> riskyName;
 
 private:
+    // Adds a process to the graph, with its first descriptors.
+    std::shared_ptr<ProcInfomation> AddProcess(int pid, int ppid);
+
     void JudgeCandidate(const std::shared_ptr<ProcInfomation>& candidate, const std::set<std::string>& whitelist);
 };

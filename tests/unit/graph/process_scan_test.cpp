@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -90,13 +91,34 @@ TEST_F(ProcessScan, PausesPer100ProcessesThatCount) {
     EXPECT_EQ(TimeRecorder::Pauses(), (std::vector<std::chrono::nanoseconds>{milliseconds(50), milliseconds(50)}));
 }
 
-TEST_F(ProcessScan, DoesNotPauseBeforeTheHundredthProcess) {
+TEST_F(ProcessScan, PausesAtTheHundredthProcess) {
     for (int pid = 1000; pid < 1099; ++pid) {
         proc->Add({.pid = pid, .ppid = 1, .exe = "/bin/cat"});
     }
     detector.ScanProc();
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
     EXPECT_EQ(detector.childProcs[1].size(), 99U);
+    proc->Add({.pid = 1099, .ppid = 1, .exe = "/bin/cat"});
+    detector.ScanProc();
+    EXPECT_EQ(TimeRecorder::Pauses().size(), 1U);
+}
+
+// As for a process that may open no more files.
+TEST_F(ProcessScan, FindsNothingIfProcCannotBeOpened) {
+    proc->Add({.pid = 250, .ppid = 1, .exe = "/bin/bash"});
+    rlimit files{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = files.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    detector.ScanProc();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
+    EXPECT_TRUE(detector.bashProcs.empty());
+}
+
+TEST_F(ProcessScan, AcceptsAProgramWithANameOfOneByte) {
+    proc->Add({.pid = 251, .ppid = 60, .exe = "a"});
+    detector.ScanProc();
+    EXPECT_TRUE(detector.childProcs[60].contains(251));
 }
 
 TEST_F(ProcessScan, ReadsAtMostSixDescriptors) {
