@@ -7,7 +7,7 @@
 // One reported key.
 struct MSG_KEY {
     std::string key;
-    time_t time = 0;  // seconds, when the key was first accepted
+    time_t time;  // seconds, when the key was first accepted
 };
 
 // True if this key was accepted less than 3600 seconds ago. Otherwise accepts it now and returns false. Repeats do not

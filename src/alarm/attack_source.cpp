@@ -12,22 +12,25 @@ static bool IsOneWord(const std::string& cmdline) {
     return TavUtils::StringProcess::StrSplit(cmdline, " ", false).size() < 2;
 }
 
+static void SetSource(RshellAlarmInfo& record, const std::string& path, const char* hash) {
+    record.sourcePath = path;
+    record.hash = hash;
+}
+
 void FindAttackSource(RshellAlarmInfo& record) {
     char digest[65] = {};
-    if (record.path.empty() || !TavUtils::Sha256::GetFileSha256(record.path, digest, nullptr)) {
+    if (!TavUtils::Sha256::GetFileSha256(record.path, digest, nullptr)) {
         return;
     }
     if (!IsCommonCommand(record.path.c_str())) {
-        record.sourcePath = record.path;
-        record.hash = digest;
+        SetSource(record, record.path, digest);
         return;
     }
     if (record.ppid == 1) {
         return;
     }
     if (!IsCommonCommand(record.parentPath.c_str())) {
-        record.sourcePath = record.parentPath;
-        record.hash = digest;
+        SetSource(record, record.parentPath, digest);
         return;
     }
     if (FindScriptArgument(record, record.ppid) || FindScriptArgument(record, record.pid)) {
@@ -41,6 +44,5 @@ void FindAttackSource(RshellAlarmInfo& record) {
     }
     TavUtils::Sha256::GetMemSha256(record.parentCmdline.data(), static_cast<unsigned int>(record.parentCmdline.size()),
                                    digest);
-    record.sourcePath = record.parentCmdline;
-    record.hash = digest;
+    SetSource(record, record.parentCmdline, digest);
 }

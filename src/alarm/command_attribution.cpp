@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "agent/bounds_checked.h"
 #include "agent/files.h"
 #include "agent/strings.h"
 #include "alarm/command_paths.h"
@@ -49,19 +48,18 @@ static void EndArgument(std::string& word, std::vector<std::string>& words) {
 
 // Returns the words of a process's command line, none if it cannot be read.
 static std::vector<std::string> ReadWords(long pid) {
-    std::vector<std::string> words;
     const FileDescriptor file(DetectShellUtil::OpenFileFd("/proc/" + std::to_string(pid) + "/cmdline"));
     if (file.Get() == -1) {
-        return words;
+        return {};
     }
-    const std::unique_ptr<char[]> block(new (std::nothrow) char[blockSize + 1]);
+    const std::unique_ptr<char[]> block(new (std::nothrow) char[blockSize]);
     if (block == nullptr) {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Alloc buf memory failed.");
-        return words;
+        return {};
     }
+    std::vector<std::string> words;
     std::string word;
     ssize_t count = 0;
-    memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
     while ((count = read(file.Get(), block.get(), blockSize)) > 0) {
         for (ssize_t i = 0; i < count; ++i) {
             if (block[static_cast<size_t>(i)] != '\0') {
@@ -71,7 +69,6 @@ static std::vector<std::string> ReadWords(long pid) {
             }
             Pause(bytePauseMicroseconds);
         }
-        memset_s(block.get(), blockSize + 1, 0, blockSize + 1);
         Pause(blockPauseMicroseconds);
     }
     // A process may overwrite its arguments and leave the last one without a terminator. That one is not split.
@@ -84,7 +81,7 @@ static std::vector<std::string> ReadWords(long pid) {
 static std::optional<std::string> FirstFile(const std::vector<std::string>& words, const std::string& cwd) {
     for (size_t i = 1; i < words.size(); ++i) {
         std::string path = ResolveArgumentPath(words[i], cwd);
-        if (!path.empty() && DetectShellUtil::IsRegularFile(path)) {
+        if (DetectShellUtil::IsRegularFile(path)) {
             return path;
         }
         Pause(wordPauseMicroseconds);
@@ -94,9 +91,6 @@ static std::optional<std::string> FirstFile(const std::vector<std::string>& word
 
 bool FindScriptArgument(RshellAlarmInfo& record, long pid) {
     const std::vector<std::string> words = ReadWords(pid);
-    if (words.size() < 2) {
-        return false;
-    }
     const std::optional<std::string> candidate = FirstFile(words, DetectShellUtil::GetProcCwd(static_cast<int>(pid)));
     struct stat info {};
     if (!candidate || stat(candidate->c_str(), &info) != 0 || IsCommonCommand(candidate->c_str())) {
@@ -118,5 +112,5 @@ bool ProduceByBusinessFile(const ProcInfo& proc) {
         return true;
     }
     const std::string path = ResolveArgumentPath(words[1], DetectShellUtil::GetProcCwd(proc.pid));
-    return !path.empty() && DetectShellUtil::IsRegularFile(path);
+    return DetectShellUtil::IsRegularFile(path);
 }

@@ -23,12 +23,9 @@ static std::vector<std::string> SearchPath() {
 
 std::set<std::string> CmdPaths(const std::string& command) {
     std::set<std::string> paths;
-    if (command.empty()) {
-        return paths;
-    }
     for (const std::string& directory : SearchPath()) {
         const std::string path = TavUtils::FileAttribute::GetRealPath(directory + "/" + command);
-        if (!path.empty() && DetectShellUtil::IsRegularFile(path)) {
+        if (DetectShellUtil::IsRegularFile(path)) {
             paths.insert(path);
         }
     }
@@ -54,7 +51,7 @@ bool IsCommonCommand(const char* path) {
         return true;
     }
     const std::string name = TavUtils::FileAttribute::GetBasename(path);
-    if (name.empty() || name == "/" || name == "." || name == neverCommon) {
+    if (name == neverCommon) {
         return false;
     }
     const std::vector<std::string> directories = SearchPath();

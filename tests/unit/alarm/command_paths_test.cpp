@@ -74,6 +74,13 @@ TEST_F(CommandPaths, OmitEverythingButRegularFiles) {
     EXPECT_EQ(CmdPaths("tool"), std::set<std::string>{file});
 }
 
+// An empty entry would lead to the root.
+TEST_F(CommandPaths, SkipEmptyEntriesOfPath) {
+    const std::string file = folder.Write("tool", "1");
+    SetPath(":" + Directory("missing"));
+    EXPECT_TRUE(CmdPaths(file.substr(1)).empty());
+}
+
 TEST_F(CommandPaths, AreEmptyForAnEmptyCommandOrWithoutPath) {
     EXPECT_TRUE(CmdPaths("tool").empty());
     SetPath("");

@@ -108,6 +108,15 @@ TEST_F(ReverseShellAlarm, IsNotRaisedForAConnectionOfTheHostToItself) {
     EXPECT_FALSE(ReportsInHand(own)) << "AddRshellAlarmFanotify does not";
 }
 
+TEST_F(ReverseShellAlarm, IsNotDroppedAsASelfConnectionWithoutAddresses) {
+    SocketInfo sock = ForeignConnection(51);
+    sock.localIp = sock.remoteIp = 0;
+    EXPECT_FALSE(Reports(sock));
+    EXPECT_TRUE(IsRepeatedAlarm("51")) << "the last check drops it";
+    EXPECT_FALSE(ReportsInHand(sock));
+    EXPECT_TRUE(IsRepeatedAlarm("51")) << "the last check drops it";
+}
+
 TEST_F(ReverseShellAlarm, IsDroppedIfTheProcessOrItsParentCannotBeRead) {
     Remove(200);
     EXPECT_FALSE(Reports(ForeignConnection(51))) << "parent";
@@ -363,6 +372,21 @@ TEST_F(ReverseShellAlarm, IsOneValidLineForHostileCommandLines) {
         "() private \"\\\n\r\x1b[31m\uFFFD\uFFFD\uFFFD '\"}],\"pid\":1,\n" + std::string(100000, 'A');
     EXPECT_EQ(content["cmdline"], kept);
     EXPECT_EQ(content["parentCmdline"], kept);
+}
+
+// The search of the source may take seconds. This line ends it.
+TEST_F(ReverseShellAlarm, ContainsTheWorkingDirectoryAfterTheSearchOfTheSource) {
+    SetWorkingDirectory(300, "/tmp");
+    Fake::TheAgent().atEachCall = [this](const std::string& call) {
+        if (call == "log cmdline is not enough to get hash") {
+            std::filesystem::remove(proc->Folder() / "300" / "cwd");
+            SetWorkingDirectory(300, "/srv");
+        }
+    };
+    ProcInfo own = Private();
+    own.path = shell;
+    AddRshellAlarmFanotify(200, own, ForeignConnection(51), 51);
+    EXPECT_EQ(Content()["cmdline"], "(/srv) private -i");
 }
 
 TEST_F(ReverseShellAlarm, SearchesTheSourceOnlyForANewSocket) {

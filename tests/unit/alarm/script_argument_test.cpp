@@ -266,6 +266,13 @@ TEST_F(ScriptArgument, IsMissingWithALogLineIfMemoryIsShort) {
     EXPECT_EQ(LowestFreeDescriptor(), descriptor);
 }
 
+TEST_F(ScriptArgument, NeedsNoMemoryForAProcessThatIsGone) {
+    FailingCalls::FailAllocation(1);
+    EXPECT_EQ(FindOf(498), untouched);
+    FailingCalls::FailAllocation(0);
+    EXPECT_TRUE(Fake::TheAgent().log.empty());
+}
+
 TEST_F(ScriptArgument, LeavesNoDescriptorAndNoLogLine) {
     AddFile("a.py");
     const int descriptor = LowestFreeDescriptor();
