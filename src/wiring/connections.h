@@ -10,7 +10,7 @@ struct Connection {
     std::string protocol;  // "tcp", "tcp6" or "udp"
     std::string local;     // ADDRESS:PORT
     std::string remote;
-    bool foreign = false;  // the period scan takes the peer for another host
+    bool foreign;  // the period scan takes the peer for another host
 };
 
 // By socket inode, including sockets without a peer. Reads the tables of the agent's network namespace. Any thread.

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <utility>
 
 #include "agent/files.h"
 #include "agent/process_utils.h"
@@ -22,12 +23,6 @@ constexpr unsigned int ttyMajor = 5;
 constexpr unsigned int ptmxMinor = 2;
 constexpr unsigned int firstPtsMajor = 136;
 constexpr unsigned int lastPtsMajor = 143;
-
-std::optional<int> NumberOf(const std::string& name) {
-    int number = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    return error == std::errc() && end == name.data() + name.size() ? std::optional(number) : std::nullopt;
-}
 
 DescriptorKind KindOf(const struct stat& file) {
     if (S_ISFIFO(file.st_mode)) {
@@ -59,71 +54,83 @@ std::optional<unsigned int> TerminalNumber(DescriptorKind kind, const struct sta
     const std::string key = "tty-index:";
     std::ifstream lines(info);
     for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(key, 0) == 0) {
+        if (line.starts_with(key)) {
             return static_cast<unsigned int>(strtoul(line.c_str() + key.size(), nullptr, 10));
         }
     }
     return std::nullopt;
 }
 
-// Names of a directory's entries. If it cannot be read, returns none and sets readable to false.
-std::vector<std::string> EntriesOf(const std::string& path, bool& readable) {
-    std::vector<std::string> names;
-    std::error_code error;
-    std::filesystem::directory_iterator entry(path, error);
-    readable = !error;
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        names.push_back(entry->path().filename().string());
+// The directory's entries that are named by a number, in ascending order. Nothing if it cannot be read.
+std::optional<std::vector<int>> NumbersIn(const std::string& path) {
+    std::error_code failure;
+    std::filesystem::directory_iterator entry(path, failure);
+    if (failure) {
+        return std::nullopt;
     }
-    return names;
+    std::vector<int> numbers;
+    for (; entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
+        const std::string name = entry->path().filename().string();
+        const char* const last = name.data() + name.size();
+        int number{};
+        const auto [end, error] = std::from_chars(name.data(), last, number);
+        if (error == std::errc() && end == last) {
+            numbers.push_back(number);
+        }
+    }
+    std::ranges::sort(numbers);
+    return numbers;
 }
 
-bool ReadDescriptors(const std::string& process, std::vector<HeldDescriptor>& descriptors) {
-    bool readable = false;
-    const std::string directory = process + "/fd";
-    for (const std::string& name : EntriesOf(directory, readable)) {
-        const std::optional<int> number = NumberOf(name);
+std::optional<std::vector<HeldDescriptor>> ReadDescriptors(const std::string& process) {
+    const std::optional<std::vector<int>> numbers = NumbersIn(process + "/fd");
+    if (!numbers) {
+        return std::nullopt;
+    }
+    std::vector<HeldDescriptor> descriptors;
+    for (const int number : *numbers) {
+        const std::string name = std::to_string(number);
+        const std::string path = process + "/fd/" + name;
         struct stat file {};
-        if (!number || stat((directory + "/" + name).c_str(), &file) != 0) {
+        if (stat(path.c_str(), &file) != 0) {
             continue;
         }
         const DescriptorKind kind = KindOf(file);
-        descriptors.push_back({.number = *number,
+        descriptors.push_back({.number = number,
                                .kind = kind,
                                .object = {file.st_dev, file.st_ino},
-                               .link = TavUtils::FileAttribute::GetRealLink(directory + "/" + name),
+                               .link = TavUtils::FileAttribute::GetRealLink(path),
                                .terminal = TerminalNumber(kind, file, process + "/fdinfo/" + name)});
     }
-    std::sort(descriptors.begin(), descriptors.end(),
-              [](const HeldDescriptor& one, const HeldDescriptor& other) { return one.number < other.number; });
-    return readable;
+    return descriptors;
 }
 
 }  // namespace
 
-bool ReadHostProcess(int pid, HostProcess& process) {
+std::optional<HostProcess> ReadHostProcess(int pid) {
     std::string program;
     ProcessUtils::ProcStatus status{};
     if (!ProcessUtils::GetExePath(pid, program) ||
         ProcessUtils::GetProcStatus(pid, ProcessUtils::PROC_STATUS, status) == 0) {
-        return false;
+        return std::nullopt;
     }
-    process = HostProcess{};
-    process.pid = pid;
-    process.ppid = status.ppid;
-    process.name = TavUtils::FileAttribute::GetBasename(program);
-    process.cmdline = ProcessUtils::GetProcessCmdline(pid);
-    return ReadDescriptors("/proc/" + std::to_string(pid), process.descriptors);
+    std::string cmdline = ProcessUtils::GetProcessCmdline(pid);
+    std::optional<std::vector<HeldDescriptor>> descriptors = ReadDescriptors("/proc/" + std::to_string(pid));
+    if (!descriptors) {
+        return std::nullopt;
+    }
+    return HostProcess{.pid = pid,
+                       .ppid = status.ppid,
+                       .name = TavUtils::FileAttribute::GetBasename(program),
+                       .cmdline = std::move(cmdline),
+                       .descriptors = std::move(*descriptors)};
 }
 
 std::map<int, HostProcess> ReadHostProcesses() {
     std::map<int, HostProcess> processes;
-    bool readable = false;
-    for (const std::string& name : EntriesOf("/proc", readable)) {
-        const std::optional<int> pid = NumberOf(name);
-        HostProcess process;
-        if (pid && ReadHostProcess(*pid, process)) {
-            processes.emplace(*pid, std::move(process));
+    for (const int pid : NumbersIn("/proc").value_or(std::vector<int>())) {
+        if (std::optional<HostProcess> process = ReadHostProcess(pid)) {
+            processes.emplace(pid, std::move(*process));
         }
     }
     return processes;

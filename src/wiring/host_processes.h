@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <compare>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,35 +13,32 @@ namespace Host {
 
 // Identifies a pipe or socket. Descriptors with equal ids refer to the same one.
 struct ObjectId {
-    dev_t device = 0;
-    ino_t inode = 0;
+    dev_t device;
+    ino_t inode;
 
-    bool operator==(const ObjectId& other) const { return device == other.device && inode == other.inode; }
-    bool operator<(const ObjectId& other) const {
-        return device != other.device ? device < other.device : inode < other.inode;
-    }
+    auto operator<=>(const ObjectId&) const = default;
 };
 
 enum class DescriptorKind { pipe, socket, terminal, terminalMultiplexer, other };
 
 struct HeldDescriptor {
-    int number = 0;
-    DescriptorKind kind = DescriptorKind::other;
+    int number;
+    DescriptorKind kind;
     ObjectId object;
     std::string link;                      // as in /proc; any bytes
     std::optional<unsigned int> terminal;  // number in /dev/pts, for either side of a pseudo-terminal
 };
 
 struct HostProcess {
-    int pid = 0;
-    int ppid = 0;
+    int pid;
+    int ppid;
     std::string name;                         // base name of the program file; any bytes
     std::string cmdline;                      // arguments joined by blanks; any bytes
     std::vector<HeldDescriptor> descriptors;  // by number
 };
 
-// Reads one process. False if it is gone, is a kernel thread or its descriptors cannot be read. Any thread.
-bool ReadHostProcess(int pid, HostProcess& process);
+// Reads one process. Nothing if it is gone, is a kernel thread or its descriptors cannot be read. Any thread.
+std::optional<HostProcess> ReadHostProcess(int pid);
 
 // Reads all processes with readable descriptors, by pid. Any thread.
 std::map<int, HostProcess> ReadHostProcesses();

@@ -34,14 +34,16 @@ std::map<ObjectId, std::map<int, Holder>> IndexHolders(const std::map<int, HostP
     return holders;
 }
 
-// The holders of this side of each pseudo-terminal.
-std::map<unsigned int, std::map<int, Holder>> IndexTerminals(const std::map<int, HostProcess>& processes,
-                                                             DescriptorKind side) {
-    std::map<unsigned int, std::map<int, Holder>> holders;
+// Those of terminals without a number are under std::nullopt.
+using TerminalHolders = std::map<std::optional<unsigned int>, std::map<int, Holder>>;
+
+// The holders of this side of each pseudo-terminal, by its number.
+TerminalHolders IndexTerminals(const std::map<int, HostProcess>& processes, DescriptorKind side) {
+    TerminalHolders holders;
     for (const auto& [pid, process] : processes) {
         for (const HeldDescriptor& descriptor : process.descriptors) {
-            if (descriptor.terminal && descriptor.kind == side) {
-                Holder& holder = holders[*descriptor.terminal][pid];
+            if (descriptor.kind == side) {
+                Holder& holder = holders[descriptor.terminal][pid];
                 holder.process = &process;
                 holder.numbers.push_back(descriptor.number);
             }
@@ -85,18 +87,21 @@ private:
                                  .link = descriptor.link,
                                  .terminal = descriptor.terminal,
                                  .connection = ConnectionOf(descriptor),
-                                 .sharers = {}});
+                                 .sharers = {},
+                                 .toldAt = TellerOf(descriptor.object, process.pid)});
             }
         }
-        // This process claims all its wires before the first one is followed. That keeps the tree flat.
-        for (Wire& wire : wires) {
-            const int teller = tellers_.emplace(wire.object, process.pid).first->second;
-            wire.toldAt = teller == process.pid ? 0 : teller;
-        }
+        // This process has claimed all its wires before the first one is followed. That keeps the tree flat.
         for (Wire& wire : wires) {
             AddSharers(process, wire, distance);
         }
         return wires;
+    }
+
+    // Lets this process list the object's sharers, unless another one does. Returns 0 or the pid of that one.
+    int TellerOf(const ObjectId& object, int pid) {
+        const int teller = tellers_.emplace(object, pid).first->second;
+        return teller == pid ? 0 : teller;
     }
 
     static bool JoinWire(const HeldDescriptor& descriptor, std::vector<Wire>& wires) {
@@ -142,9 +147,9 @@ private:
         if (!wire.terminal) {
             return;
         }
-        const bool isSlave = wire.kind == DescriptorKind::terminal;
-        const auto ends = (isSlave ? masters_ : slaves_).find(*wire.terminal);
-        if (ends == (isSlave ? masters_ : slaves_).end()) {
+        const TerminalHolders& otherSide = wire.kind == DescriptorKind::terminal ? masters_ : slaves_;
+        const auto ends = otherSide.find(wire.terminal);
+        if (ends == otherSide.end()) {
             return;
         }
         for (const Holder* holder : OthersByInterest(process.pid, ends->second)) {
@@ -174,8 +179,8 @@ private:
     }
 
     std::map<ObjectId, std::map<int, Holder>> holders_;
-    std::map<unsigned int, std::map<int, Holder>> masters_;  // of pseudo-terminals, by their number
-    std::map<unsigned int, std::map<int, Holder>> slaves_;
+    TerminalHolders masters_;
+    TerminalHolders slaves_;
     const std::map<unsigned long, Connection>& connections_;
     std::set<int> told_;
     std::map<ObjectId, int> tellers_;  // pid of the process that lists the sharers, by object

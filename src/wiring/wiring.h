@@ -16,24 +16,24 @@ struct WiredProcess;
 // One or more descriptors of a process for the same object, and the other processes that hold it.
 struct Wire {
     std::vector<int> numbers;
-    DescriptorKind kind = DescriptorKind::other;
+    DescriptorKind kind;
     ObjectId object;
     std::string link;                      // as in /proc; any bytes
     std::optional<unsigned int> terminal;  // number of the pseudo-terminal
     std::optional<Connection> connection;  // of an internet socket
     std::vector<WiredProcess> sharers;     // at most eight
     size_t untold = 0;                     // number of further sharers
-    int toldAt = 0;                        // pid of the process whose wire lists the sharers; 0: this one
+    int toldAt;                            // pid of the process whose wire lists the sharers; 0: this one
 };
 
 struct WiredProcess {
-    int pid = 0;
+    int pid;
     std::string name;          // any bytes
     std::string cmdline;       // any bytes
     std::vector<int> numbers;  // its descriptors for the object that led to it; none for the root
     std::vector<Wire> wires;   // without that object
     bool otherEnd = false;     // numbers are the other side of the pseudo-terminal
-    bool toldAbove = false;    // its wires are listed elsewhere in the tree
+    bool toldAbove;            // its wires are listed elsewhere in the tree
 };
 
 // Returns the tree from pid: its descriptors 0 to 5, the holders of the other side of its terminal, and for each

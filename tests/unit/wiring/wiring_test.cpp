@@ -13,12 +13,14 @@ TEST(Wiring, IsEmptyForAnUnknownProcess) {
 
 TEST(Wiring, ListsTheRootsFirstSixDescriptorsByObject) {
     Processes processes;
-    AddProcess(processes, 10, "bash", {Pipe(0, 1), File(1, "/f"), Pipe(2, 1), Pipe(6, 2)});
+    AddProcess(processes, 10, "bash", {Pipe(0, 1), File(1, "/f"), Pipe(2, 1), Pipe(5, 3), Pipe(6, 2)});
     const auto wiring = TraceWiring(10, processes, {});
     ASSERT_TRUE(wiring);
-    ASSERT_EQ(wiring->wires.size(), 2U);
+    EXPECT_FALSE(wiring->otherEnd);
+    ASSERT_EQ(wiring->wires.size(), 3U);
     EXPECT_EQ(wiring->wires[0].numbers, (std::vector<int>{0, 2}));
     EXPECT_EQ(wiring->wires[1].link, "/f");
+    EXPECT_EQ(wiring->wires[2].numbers, (std::vector<int>{5}));
 }
 
 TEST(Wiring, FollowsTwoRelaysToTheConnection) {
@@ -29,6 +31,8 @@ TEST(Wiring, FollowsTwoRelaysToTheConnection) {
     const auto wiring = TraceWiring(10, processes, {{9, Foreign()}});
     const WiredProcess& near = wiring->wires.at(0).sharers.at(0);
     EXPECT_EQ(near.pid, 11);
+    EXPECT_EQ(near.name, "near");
+    EXPECT_EQ(near.cmdline, "near -x");
     EXPECT_EQ(near.numbers, (std::vector<int>{1}));
     ASSERT_EQ(near.wires.size(), 1U) << "the pipe that led to it is not repeated";
     const WiredProcess& far = near.wires[0].sharers.at(0);
@@ -50,20 +54,33 @@ TEST(Wiring, ListsARingOnce) {
     EXPECT_EQ(first.wires[0].toldAt, 10);
     EXPECT_TRUE(first.wires[0].sharers.empty());
     EXPECT_TRUE(wiring->wires[1].sharers.at(0).toldAbove);
+    EXPECT_TRUE(wiring->wires[1].sharers[0].wires.empty());
 }
 
 TEST(Wiring, ListsForeignSharersFirstAndCountsThoseBeyondTheLimit) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 1)});
-    for (int pid = 11; pid < 31; ++pid) {
+    AddProcess(processes, 11, "server", {Socket(0, 8), Pipe(1, 1)});
+    for (int pid = 12; pid < 31; ++pid) {
         AddProcess(processes, pid, "idle", {Pipe(1, 1)});
     }
     AddProcess(processes, 31, "relay", {Socket(0, 9), Pipe(1, 1)});
-    const auto wiring = TraceWiring(10, processes, {{9, Foreign()}});
+    Connection local = Foreign();
+    local.foreign = false;
+    const auto wiring = TraceWiring(10, processes, {{8, local}, {9, Foreign()}});
     const Wire& wire = wiring->wires.at(0);
-    EXPECT_EQ(wire.sharers.at(0).pid, 31);
-    EXPECT_EQ(wire.sharers.size() + wire.untold, 21U);
-    EXPECT_GT(wire.untold, 0U);
+    ASSERT_EQ(wire.sharers.size(), 8U);
+    EXPECT_EQ(wire.sharers[0].pid, 31);
+    EXPECT_EQ(wire.sharers[1].pid, 11);
+    EXPECT_EQ(wire.untold, 13U);
+}
+
+TEST(Wiring, DoesNotListTheSharersOfAFile) {
+    Processes processes;
+    AddProcess(processes, 10, "bash", {File(0, "/f")});
+    AddProcess(processes, 11, "other", {File(0, "/f")});
+    const auto wiring = TraceWiring(10, processes, {});
+    EXPECT_TRUE(wiring->wires.at(0).sharers.empty());
 }
 
 TEST(Wiring, EndsAChainAfterSixProcesses) {
@@ -82,26 +99,6 @@ TEST(Wiring, EndsAChainAfterSixProcesses) {
     EXPECT_EQ(depth, 6);
 }
 
-TEST(Wiring, FollowsATerminalToItsOtherSide) {
-    Processes processes;
-    const HeldDescriptor slave{
-        .number = 0, .kind = DescriptorKind::terminal, .object = {4, 6}, .link = "/dev/pts/3", .terminal = 3};
-    HeldDescriptor master = slave;
-    master.kind = DescriptorKind::terminalMultiplexer;
-    master.object = {4, 2};
-    HeldDescriptor otherMaster = master;
-    otherMaster.terminal = 4;
-    AddProcess(processes, 10, "bash", {slave});
-    AddProcess(processes, 11, "relay", {master, Socket(3, 9)});
-    AddProcess(processes, 12, "other", {otherMaster});
-    const auto wiring = TraceWiring(10, processes, {{9, Foreign()}});
-    ASSERT_EQ(wiring->wires.at(0).sharers.size(), 1U);
-    const WiredProcess& relay = wiring->wires[0].sharers[0];
-    EXPECT_EQ(relay.pid, 11);
-    EXPECT_TRUE(relay.otherEnd);
-    EXPECT_TRUE(relay.wires.at(0).connection);
-}
-
 TEST(Wiring, SeparatesAPipeAndASocketWithTheSameInode) {
     Processes processes;
     AddProcess(processes, 10, "bash", {Pipe(0, 9)});
@@ -109,6 +106,13 @@ TEST(Wiring, SeparatesAPipeAndASocketWithTheSameInode) {
     const auto wiring = TraceWiring(10, processes, {{9, Foreign()}});
     EXPECT_TRUE(wiring->wires.at(0).sharers.empty());
     EXPECT_FALSE(wiring->wires[0].connection);
+}
+
+TEST(Wiring, SeparatesWiresWithTheSameInodeOnTwoDevices) {
+    Processes processes;
+    AddProcess(processes, 10, "bash", {Pipe(0, 9), Socket(1, 9)});
+    const auto wiring = TraceWiring(10, processes, {});
+    EXPECT_EQ(wiring->wires.size(), 2U);
 }
 
 }  // namespace
