@@ -1,5 +1,6 @@
 #include "inspect/boot_clock.h"
 
+#include <algorithm>
 #include <ctime>
 
 static unsigned long long Nanoseconds(clockid_t clock) {
@@ -12,5 +13,5 @@ unsigned long long SuspendedNanoseconds() {
     // In this order, the time between the two reads makes the result smaller, and never makes a host seem suspended.
     const unsigned long long sinceBoot = Nanoseconds(CLOCK_BOOTTIME);
     const unsigned long long awake = Nanoseconds(CLOCK_MONOTONIC);
-    return sinceBoot > awake ? sinceBoot - awake : 0;
+    return sinceBoot - std::min(sinceBoot, awake);
 }

@@ -22,6 +22,7 @@
 static constexpr char logSource[] = "detect_shell_utils";
 
 static constexpr size_t blockSize = 4096;
+static constexpr size_t bufferSize = 4097;  // a block and its end
 static constexpr size_t lineSize = 1024;
 static constexpr unsigned int blockPauseMicroseconds = 1000;
 static constexpr unsigned int bytePauseMicroseconds = 500;
@@ -40,6 +41,17 @@ static std::string RealPath(const std::string& path) {
     return resolved == nullptr ? std::string() : std::string(resolved.get());
 }
 
+// Reads up to the first line that begins with key, in any case.
+static bool FindLine(FILE* file, const std::string& key, char (&line)[lineSize]) {
+    while (fgets(line, sizeof(line), file) != nullptr) {
+        Pause(linePauseMicroseconds);
+        if (strncasecmp(line, key.c_str(), key.size()) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Makes a block of a file a text that ends at its first zero byte.
 static void BlockToText(char* block, size_t length) {
     for (size_t i = 0; i < length; ++i) {
@@ -54,19 +66,13 @@ static void BlockToText(char* block, size_t length) {
 }
 
 int DetectShellUtil::OpenFileFd(std::string path) {
-    const std::string resolved = RealPath(path);
-    if (resolved.empty()) {
-        return -1;
-    }
-    // A FIFO in place of the file must not block the thread until somebody writes to it.
-    return open(resolved.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    // If the path does not resolve, it is empty here, which open refuses. A FIFO in place of the file must not block
+    // the thread until somebody writes to it.
+    return open(RealPath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
 FILE* DetectShellUtil::OpenFile(std::string path) {
     const int fd = OpenFileFd(std::move(path));
-    if (fd < 0) {
-        return nullptr;
-    }
     FILE* stream = fdopen(fd, "r");
     if (stream == nullptr) {
         close(fd);
@@ -79,13 +85,13 @@ std::string DetectShellUtil::ReadFileContent(const std::string& path) {
     if (file.Get() == -1) {
         return "";
     }
-    const std::unique_ptr<char[]> block(new (std::nothrow) char[blockSize + 1]);
+    const std::unique_ptr<char[]> block(new (std::nothrow) char[bufferSize]);
     if (block == nullptr) {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Alloc buf memory failed.");
         return "";
     }
     std::string text;
-    for (ssize_t count = 0; (count = read(file.Get(), block.get(), blockSize)) > 0;) {
+    for (ssize_t count{}; (count = read(file.Get(), block.get(), blockSize)) > 0;) {
         const size_t length = static_cast<size_t>(count);
         block[length] = '\0';
         Pause(blockPauseMicroseconds);
@@ -101,22 +107,16 @@ std::string DetectShellUtil::ReadFileContent(const std::string& path) {
 }
 
 std::string DetectShellUtil::ParseFromFile(std::string path, const std::string& key, const std::string& format) {
-    if (path.empty() || key.empty() || format.empty()) {
+    if (key.empty() || format.empty()) {
         return "";
     }
-    FileStream file(OpenFile(std::move(path)));
-    if (file == nullptr) {
-        return "";
-    }
+    const FileStream file(OpenFile(std::move(path)));
     char line[lineSize];
-    bool found = false;
-    while (!found && fgets(line, sizeof(line), file.get()) != nullptr) {
-        Pause(linePauseMicroseconds);
-        found = strncasecmp(line, key.c_str(), key.size()) == 0;
+    if (file == nullptr || !FindLine(file.get(), key, line)) {
+        return "";
     }
-    file.reset();
     char value[lineSize] = {};
-    if (!found || sscanf_s(line, format.c_str(), value, sizeof(value)) == -1) {
+    if (sscanf_s(line, format.c_str(), value, sizeof(value)) == -1) {
         return "";
     }
     return value;
@@ -161,12 +161,12 @@ int DetectShellUtil::ParseWriteCharsNum(int pid) {
 }
 
 unsigned long long DetectShellUtil::GetProcStartJiff(int pid) {
-    const std::unique_ptr<char[]> stat(new (std::nothrow) char[blockSize + 1]);
+    const std::unique_ptr<char[]> stat(new (std::nothrow) char[bufferSize]);
     if (stat == nullptr) {
         MODULE_LOG(normalLog, LOG_LEVEL_ERROR, "Alloc buf memory failed.");
         return 0;
     }
-    memset_s(stat.get(), blockSize + 1, 0, blockSize + 1);
+    memset_s(stat.get(), bufferSize, 0, bufferSize);
     FileStream file(OpenFile(ProcPath(pid, "/stat")));
     if (file == nullptr) {
         return 0;
@@ -179,7 +179,7 @@ unsigned long long DetectShellUtil::GetProcStartJiff(int pid) {
 }
 
 unsigned long long DetectShellUtil::StartJiffOfStat(const char* stat) {
-    unsigned long long ticks = 0;
+    unsigned long long ticks{};
     const int found = sscanf_s(stat, "%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%llu", &ticks);
     return found == 1 ? ticks : 0;
 }

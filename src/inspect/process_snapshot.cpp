@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "frame/pacing.h"
@@ -62,18 +63,12 @@ static void NoteTerminal(dev_t device, ProcInfo& info) {
 static void AddDescriptor(const std::string& process, const std::string& name, const struct stat& file,
                           ProcInfo& info) {
     const unsigned long inode = static_cast<unsigned long>(file.st_ino);
-    switch (file.st_mode & S_IFMT) {
-        case S_IFSOCK:
-            info.sockets.insert(inode);
-            break;
-        case S_IFIFO:
-            AddPipe(process, name, inode, info);
-            break;
-        case S_IFCHR:
-            NoteTerminal(file.st_rdev, info);
-            break;
-        default:
-            break;
+    if (S_ISSOCK(file.st_mode)) {
+        info.sockets.insert(inode);
+    } else if (S_ISFIFO(file.st_mode)) {
+        AddPipe(process, name, inode, info);
+    } else if (S_ISCHR(file.st_mode)) {
+        NoteTerminal(file.st_rdev, info);
     }
 }
 
@@ -87,7 +82,8 @@ int GetProcInfo(int pid, ProcInfo& info) {
     if (ppid < 1) {
         return 0;
     }
-    info.cmdline = DetectShellUtil::GetProcCmdline(pid);
+    std::string cmdline = DetectShellUtil::GetProcCmdline(pid);
+    info.cmdline = std::move(cmdline);
     info.pid = pid;
     info.path = path;
     info.ppid = ppid;

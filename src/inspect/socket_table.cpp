@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <mutex>
+#include <utility>
 
 #include "frame/module_lock.h"
 #include "frame/trace.h"
@@ -17,7 +18,7 @@ static constexpr unsigned int quickRefreshWaitSeconds = 2;
 // Held during a whole refresh, so that refreshes do not overlap. Guards the two values below. Look-ups do not take it.
 static std::mutex refreshLock;
 static std::map<unsigned long, SocketInfo> socketSnapshot;
-static long lastSocketRefresh = 0;
+static time_t lastSocketRefresh;  // time(2) of its end
 
 bool FindSocketByInode(unsigned long inode, SocketInfo& out) {
     const std::lock_guard guard(socketTableLock);
@@ -31,8 +32,7 @@ bool FindSocketByInode(unsigned long inode, SocketInfo& out) {
 
 void RefreshSocketTable() {
     const std::lock_guard refresh(refreshLock);
-    const long now = static_cast<long>(time(nullptr));
-    if (lastSocketRefresh < now && now - lastSocketRefresh == 1) {
+    if (time(nullptr) - lastSocketRefresh == 1) {
         sleep(quickRefreshWaitSeconds);
     }
     {
@@ -40,7 +40,7 @@ void RefreshSocketTable() {
         socketSnapshot = socketTable;
     }
     ReadSocketTables(socketSnapshot);
-    lastSocketRefresh = static_cast<long>(time(nullptr));
+    lastSocketRefresh = time(nullptr);
 }
 
 static bool IsConnecting(unsigned int state) {
@@ -51,10 +51,10 @@ bool IsAbnormalSocket(const SocketInfo& info) {
     if (info.type != tcpTable && info.type != tcp6Table) {
         return true;
     }
-    const Trace::Facts port{.inode = info.inode, .count = info.localPort, .limit = sshPort};
     return Trace::Result(Test::socketHasPeer, 0, info.remoteIp != 0, {.inode = info.inode}) &&
            !Trace::Result(Test::socketMeetsItself, 0, info.localIp == info.remoteIp, {.inode = info.inode}) &&
-           !Trace::Result(Test::socketIsSshServers, 0, info.localPort == sshPort, port) &&
+           !Trace::Result(Test::socketIsSshServers, 0, info.localPort == sshPort,
+                          {.inode = info.inode, .count = info.localPort, .limit = sshPort}) &&
            Trace::Result(Test::socketIsConnected, 0, IsConnecting(info.state),
                          {.inode = info.inode, .count = info.state});
 }
@@ -66,11 +66,10 @@ static bool IsAbnormalSince(const SocketInfo& info, long since) {
 
 // Reads the tables again and looks the socket up. Returns false without reading if they have been read before.
 static bool FindInRefreshedTable(unsigned long inode, SocketInfo& info, bool& refreshed) {
-    if (refreshed) {
+    if (std::exchange(refreshed, true)) {
         return false;
     }
     RefreshSocketTable();
-    refreshed = true;
     return Trace::Result(Test::socketIsListed, 0, FindSocketByInode(inode, info), {.inode = inode});
 }
 

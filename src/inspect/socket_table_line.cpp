@@ -2,10 +2,9 @@
 
 #include <arpa/inet.h>
 
-#include <vector>
+#include <sstream>
 
 #include "agent/bounds_checked.h"
-#include "agent/strings.h"
 #include "frame/log.h"
 
 static constexpr char logSource[] = "detect_shell";
@@ -21,32 +20,35 @@ static unsigned long LastWord(unsigned long address) {
 
 // True if the two addresses of a line differ: the fields after its number, hexadecimal digits up to a colon.
 static bool AddressesDiffer(const std::string& line) {
-    const std::vector<std::string> fields = TavUtils::StringProcess::StrSplit(line, " ", false);
-    return fields.size() > 2 && fields[1].substr(0, fields[1].find(':')) != fields[2].substr(0, fields[2].find(':'));
+    std::istringstream fields(line);
+    std::string number;
+    std::string local;
+    std::string remote;
+    fields >> number >> local >> remote;
+    return local.substr(0, local.find(':')) != remote.substr(0, remote.find(':'));
 }
 
 static void ReduceAddresses(const std::string& line, SocketInfo& info) {
-    info.localIp = LastWord(info.localIp);
-    info.remoteIp = LastWord(info.remoteIp);
+    for (unsigned long* const address : {&info.localIp, &info.remoteIp}) {
+        *address = LastWord(*address);
+    }
     if (info.localIp != 0 && info.localIp == info.remoteIp && AddressesDiffer(line)) {
         info.localIp = info.remoteIp == 1 ? 2 : 1;
     }
 }
 
-static std::optional<SocketInfo> ParseInternetLine(const std::string& line, int type) {
-    SocketInfo info;
-    unsigned int localPort = 0;
-    unsigned int remotePort = 0;
-    unsigned int state = 0;
+// Takes the state as it is in the line. Returns false if the line has too few fields.
+static bool ParseInternetLine(const std::string& line, SocketInfo& info) {
+    unsigned int localPort{};
+    unsigned int remotePort{};
     if (sscanf_s(line.c_str(), "%*s%lx:%x%lx:%x%x%*s%*s%*x%*x%*x%lu", &info.localIp, &localPort, &info.remoteIp,
-                 &remotePort, &state, &info.inode) != 6) {
-        return std::nullopt;
+                 &remotePort, &info.state, &info.inode) != 6) {
+        return false;
     }
+    ReduceAddresses(line, info);
     info.localPort = static_cast<int>(localPort);
     info.remotePort = static_cast<int>(remotePort);
-    ReduceAddresses(line, info);
-    ModifySockStateByType(info, type, state);
-    return info;
+    return true;
 }
 
 // Returns false and logs a line if the text is not an IPv4 address.
@@ -60,29 +62,24 @@ static bool ParseAddress(const char* text, unsigned long& address) {
     return true;
 }
 
-static std::optional<SocketInfo> ParseSctpLine(const std::string& line) {
-    SocketInfo info;
+// As above; a line of this table has no state.
+static bool ParseSctpLine(const std::string& line, SocketInfo& info) {
     char local[addressSize] = {};
     char remote[addressSize] = {};
     if (sscanf_s(line.c_str(), "%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%lu%d%d%s%*[^*]*%s", &info.inode, &info.localPort,
                  &info.remotePort, local, sizeof(local), remote, sizeof(remote)) != 5) {
-        return std::nullopt;
+        return false;
     }
-    if (!ParseAddress(local, info.localIp) || !ParseAddress(remote, info.remoteIp)) {
-        return std::nullopt;
-    }
-    ModifySockStateByType(info, sctpTable, 0);
-    return info;
+    return ParseAddress(local, info.localIp) && ParseAddress(remote, info.remoteIp);
 }
 
 std::optional<SocketInfo> ParseSocketLine(const std::string& line, int type) {
-    if (line.empty()) {
+    SocketInfo info;
+    const bool isParsed = type == sctpTable ? ParseSctpLine(line, info) : ParseInternetLine(line, info);
+    if (!isParsed || info.inode == 0) {
         return std::nullopt;
     }
-    std::optional<SocketInfo> info = type == sctpTable ? ParseSctpLine(line) : ParseInternetLine(line, type);
-    if (info && info->inode == 0) {
-        return std::nullopt;
-    }
+    ModifySockStateByType(info, type, info.state);
     return info;
 }
 

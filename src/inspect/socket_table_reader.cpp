@@ -3,6 +3,7 @@
 #include <ctime>
 #include <mutex>
 #include <optional>
+#include <tuple>
 
 #include "frame/file_handle.h"
 #include "frame/log.h"
@@ -27,15 +28,14 @@ static void LogNewSocket(const SocketInfo& info) {
                info.localPort, info.remotePort);
 }
 
-static bool IsSameConnection(const SocketInfo& one, const SocketInfo& other) {
-    return one.state == other.state && one.remotePort == other.remotePort && one.remoteIp == other.remoteIp &&
-           one.localIp == other.localIp;
+// A socket that changes in one of these counts as new.
+static auto ConnectionOf(const SocketInfo& info) {
+    return std::tie(info.state, info.remotePort, info.remoteIp, info.localIp);
 }
 
 static void AddSocket(const SocketInfo& info, const SocketMap& known, SocketMap& fresh) {
-    const auto before = known.find(info.inode);
-    if (before != known.end() && IsSameConnection(before->second, info)) {
-        fresh[info.inode] = before->second;
+    if (known.contains(info.inode) && ConnectionOf(known.at(info.inode)) == ConnectionOf(info)) {
+        fresh[info.inode] = known.at(info.inode);
         return;
     }
     fresh[info.inode] = info;

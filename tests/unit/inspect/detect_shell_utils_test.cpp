@@ -150,6 +150,12 @@ TEST_F(ReadFileContent, ReturnsNothingWithoutMemory) {
     EXPECT_EQ(DetectShellUtil::ReadFileContent(path), "text");
 }
 
+TEST_F(ReadFileContent, NeedsNoMemoryForAFileThatDoesNotOpen) {
+    FailingCalls::FailAllocation(1);
+    EXPECT_EQ(DetectShellUtil::ReadFileContent(folder.Path("missing")), "");
+    EXPECT_TRUE(Log().empty());
+}
+
 class ParseFromFile : public InspectTest {
 protected:
     std::string Parse(const std::string& content, const std::string& key, const std::string& format = "%*s%s") {

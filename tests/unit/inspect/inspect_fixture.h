@@ -78,7 +78,6 @@ protected:
         EXPECT_EQ(Log()[0].text, text);
     }
 
-private:
     static int OpenDescriptors() {
         int count = 0;
         for (int fd = 0; fd < 256; ++fd) {
@@ -87,6 +86,7 @@ private:
         return count;
     }
 
+private:
     int descriptors_ = 0;
 };
 

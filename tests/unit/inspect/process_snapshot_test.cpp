@@ -117,6 +117,9 @@ TEST_F(ProcessSnapshot, IsNotTakenOfAKernelThread) {
     EXPECT_EQ(GetProcInfo(pid + 1, info), 0) << "no such process";
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
     EXPECT_EQ(info.pid, 0);
+    EXPECT_EQ(info.ppid, 0);
+    EXPECT_FALSE(info.hasPtmx);
+    EXPECT_FALSE(info.hasPts);
 }
 
 TEST_F(ProcessSnapshot, IsNotTakenWithoutAParent) {
@@ -238,6 +241,7 @@ TEST_F(ProcessSnapshot, RecognisesPtyDevices) {
         {4, 1, false, false},                                                    // /dev/tty1
         {5, 0, false, false},                                                    // /dev/tty
         {5, 1, false, false},                                                    // /dev/console
+        {5, 3, false, false},                                                    // /dev/ttyprintk
         {5, 258, false, false},   {135, 2, false, false}, {2, 5, false, false},
     };
     AddProcess();

@@ -134,6 +134,12 @@ TEST_F(SocketTableLine, KeepsTheUnspecifiedAddressOfIpv6AsZero) {
     EXPECT_EQ(ParseIpv6("::", "2001:db8::1").localIp, 0UL);
 }
 
+TEST_F(SocketTableLine, KeepsTheUnspecifiedAddressAsZeroHoweverManyDigitsItHas) {
+    const SocketInfo info = Parse("   0: 0:0016 00000000:0000 0A 0:0 0:0 0 0 0 5000 1\n");
+    EXPECT_EQ(info.localIp, 0UL);
+    EXPECT_EQ(info.remoteIp, 0UL);
+}
+
 TEST_F(SocketTableLine, ReducesAnIpv6AddressToItsLast32Bits) {
     const struct {
         const char* address;
@@ -282,7 +288,7 @@ TEST(SockState, IsSetForTcpOnly) {
         SocketInfo info;
         ModifySockStateByType(info, type, 7);
         EXPECT_EQ(info.type, type);
-        EXPECT_EQ(info.state, type == tcpTable || type == tcp6Table ? 7U : stateOfOtherTables) << type;
+        EXPECT_EQ(info.state, type == tcpTable || type == tcp6Table ? 7U : 11U) << type;
     }
 }
 

@@ -86,6 +86,15 @@ TEST_F(SocketTableReader, SleepsPerLineTableAndEntry) {
     EXPECT_EQ(TimeRecorder::Pauses(), expected + Repeated(8, entryPause));
 }
 
+TEST_F(SocketTableReader, ClosesATableBeforeThePauseThatFollowsIt) {
+    Have(1, LineFor(1, "100"));
+    const int open = OpenDescriptors();
+    std::vector<int> during;
+    TimeRecorder::AtEachPause([&during](size_t) { during.push_back(OpenDescriptors()); });
+    ReadSocketTables({});
+    EXPECT_EQ(during, (std::vector<int>{open + 1, open, open})) << "of a line, of the table, of an entry";
+}
+
 TEST_F(SocketTableReader, SleepsForKnownEntriesAndLinesWithoutASocketToo) {
     Have(1, tableHeader + LineFor(1, "0") + LineFor(1, "100") + "\n");
     ReadSocketTables({});

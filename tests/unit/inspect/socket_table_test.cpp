@@ -81,6 +81,18 @@ TEST(AbnormalSocket, DoesNotListen) {
     EXPECT_FALSE(IsAbnormalSocket({.type = tcpTable, .state = tcpListen, .localPort = 4444}));
 }
 
+TEST(SocketRecord, BeginsAsATcpSocketWithoutAddresses) {
+    const SocketInfo info;
+    EXPECT_EQ(info.type, tcpTable);
+    EXPECT_EQ(info.inode, 0UL);
+    EXPECT_EQ(info.state, 0U);
+    EXPECT_EQ(info.localIp, 0UL);
+    EXPECT_EQ(info.remoteIp, 0UL);
+    EXPECT_EQ(info.localPort, 0);
+    EXPECT_EQ(info.remotePort, 0);
+    EXPECT_EQ(info.firstSeen, 0);
+}
+
 class SocketTable : public ProcInspectTest {
 protected:
     void SetUp() override {
@@ -183,6 +195,14 @@ TEST_F(SocketTable, RefreshesOnceForAnUnknownSocket) {
     EXPECT_TRUE(refreshed);
     EXPECT_EQ(info.type, 77);
     EXPECT_EQ(CountOf(TimeRecorder::Pauses(), linePause), 2U);
+}
+
+TEST_F(SocketTable, DoesNotJudgeAnUnknownSocketByTheCallersRecord) {
+    refreshed = true;
+    info = With(abnormal, tcpListen);
+    EXPECT_FALSE(IsListenInodeByFlag(inode, info, refreshed));
+    info = abnormal;
+    EXPECT_FALSE(IsAbnormalInodeByFlag(inode, info, since, refreshed));
 }
 
 TEST_F(SocketTable, FindsAnAbnormalSocketWithoutARefresh) {
