@@ -14,7 +14,7 @@ import generated
 
 LIMIT_SECONDS = 400
 KERNELS = ("armhf-6.1", "amd64-6.1")
-MINUTES = 60
+MINUTES = 15
 TABLE, COMMAND = "idle", "./dev bench idle --write"
 
 
