@@ -13,7 +13,6 @@
 namespace {
 
 constexpr int lastInternetTable = 7;
-constexpr int sctpTable = 8;
 constexpr unsigned long largestWord = 0xFFFFFFFFUL;
 
 bool operator==(const SocketInfo& one, const SocketInfo& other) {
