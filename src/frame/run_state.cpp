@@ -16,3 +16,7 @@ bool NeedStop() {
     MODULE_LOG(normalLog, LOG_LEVEL_DETAIL, "thread was stopped by StopModule run.[run=%d]", run);
     return true;
 }
+
+bool StopHasBegun() {
+    return stopBegun.load(std::memory_order_relaxed) && NeedStop();
+}

@@ -13,3 +13,10 @@ bool NeedStop();
 
 // As NeedStop, without the log line. Any thread.
 bool IsStopping();
+
+// Set by StopModule when it begins, cleared by the next start.
+inline std::atomic<bool> stopBegun{false};
+
+// As NeedStop, but true only once StopModule has begun: false before the first start, during a start and after a start
+// that failed in part. Callbacks run at these times too, and must not get incomplete results. Any thread.
+bool StopHasBegun();

@@ -99,7 +99,7 @@ std::string DetectShellUtil::ReadFileContent(const std::string& path) {
         text += block.get();
         // A process can give itself a command line that takes hours to read at this pace (PR_SET_MM_MAP of prctl(2)). A
         // stop must not wait for its end.
-        if (IsStopping()) {
+        if (StopHasBegun()) {
             break;
         }
     }

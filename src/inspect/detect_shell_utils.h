@@ -15,7 +15,7 @@ FILE* OpenFile(std::string path);
 
 // Returns the text of the file without blanks at its ends; empty on failure. Meant for command lines: in each block of
 // 4096 bytes, zero bytes become blanks, and a zero byte or newline at the end of the block is dropped. Sleeps 1 ms per
-// block and 0.5 ms per byte. If the module is being stopped, the result ends with the current block.
+// block and 0.5 ms per byte. Once StopModule has begun, the result ends with the current block.
 std::string ReadFileContent(const std::string& path);
 
 // Scans the first line that begins with key, in any case, with format, a format of sscanf_s with one text target, and

@@ -76,6 +76,7 @@ int StartModule(const char* config) {
         ReportBothStopped();
         return 0;
     }
+    stopBegun.store(false, std::memory_order_relaxed);
     if (abnormalShellEnabled) {
         // The function counts as running even if a watch was refused, because its other listeners work.
         StartShellEvent(shellPaths);
@@ -93,6 +94,7 @@ int StartModule(const char* config) {
 void StopModule(const char* code) {
     // Cleared first, so that running loops end while the calls below wait for them.
     moduleRunning.store(0, std::memory_order_relaxed);
+    stopBegun.store(true, std::memory_order_relaxed);
     if (abnormalShellEnabled) {
         StopShellEvent();
         Plugs::StatusCollect::ReportDetectStatus(Published::shellFileFunction, false, code);

@@ -25,4 +25,22 @@ TEST(RunState, NeedStopIsTrueAndLogsEachTimeOtherwise) {
     EXPECT_EQ(Fake::TheAgent().log[0].channel, "NormalLog");
 }
 
+TEST(RunState, StopHasBegunIsTrueOnlyInAStop) {
+    const struct {
+        int running;
+        bool begun;
+        bool expected;
+    } cases[] = {{0, false, false}, {1, false, false}, {1, true, false}, {0, true, true}};
+    for (const auto& row : cases) {
+        Fake::ResetAgent();
+        moduleRunning = row.running;
+        stopBegun = row.begun;
+        EXPECT_EQ(StopHasBegun(), row.expected) << row.running << row.begun;
+        EXPECT_EQ(Fake::TheAgent().LogTexts(LOG_LEVEL_DETAIL),
+                  std::vector<std::string>(row.expected ? 1 : 0, "thread was stopped by StopModule run.[run=0]"));
+    }
+    moduleRunning = 0;
+    stopBegun = false;
+}
+
 }  // namespace

@@ -237,10 +237,23 @@ TEST_F(ParseFromFile, ReturnsTheLongestValueThatFitsInALine) {
     EXPECT_EQ(Parse("key " + value + "more\n", "key"), value);
 }
 
-TEST_F(ReadFileContent, EndsWithItsBlockWhenTheModuleIsBeingStopped) {
+TEST_F(ReadFileContent, EndsWithItsBlockOnceAStopHasBegun) {
     const std::string path = folder.Write("long", std::string(3 * blockSize, 'x'));
-    StopAtPause(10);
+    TimeRecorder::AtEachPause([](size_t number) {
+        if (number == 10) {
+            moduleRunning = 0;
+            stopBegun = true;
+        }
+    });
     EXPECT_EQ(DetectShellUtil::ReadFileContent(path), std::string(blockSize, 'x'));
+    ExpectLogged(LOG_LEVEL_DETAIL, "detect_shell", "thread was stopped by StopModule run.[run=0]");
+}
+
+// As during a start, and after a start that failed in part.
+TEST_F(ReadFileContent, IsCompleteIfTheModuleDoesNotRun) {
+    moduleRunning = 0;
+    EXPECT_EQ(Read(std::string(3 * blockSize, 'x')), std::string(3 * blockSize, 'x'));
+    EXPECT_TRUE(Log().empty());
 }
 
 }  // namespace

@@ -53,6 +53,7 @@ protected:
         FailingCalls::FailAllocation(0);
         TimeRecorder::Reset();
         moduleRunning = 0;
+        stopBegun = false;
         socketTable.clear();
         socketTableLock.Destroy();
         EXPECT_EQ(OpenDescriptors(), descriptors_) << "a descriptor was left open";

@@ -44,6 +44,7 @@ protected:
     }
 
     void TearDown() override {
+        Fake::TheAgent().atEachCall = nullptr;
         FailingCalls::FailMutexInit(0);
         FailingCalls::FailAllocation(0);
         StopModule("0000");
@@ -53,6 +54,7 @@ protected:
         }
         reverseShellEnabled = false;
         abnormalShellEnabled = false;
+        stopBegun = false;
     }
 
     static void SetSetting(const std::string& key, const std::string& value) {
