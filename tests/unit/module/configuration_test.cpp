@@ -55,7 +55,11 @@ TEST_F(Configuration, AcceptsUpToFiftyDistinctWhitelistStrings) {
         int distinct;
         size_t kept;
         long messages;
-    } cases[] = {{50, 50, 50, 0}, {51, 51, 50, 1}, {60, 40, 40, 0}, {120, 60, 50, 1}, {0, 1, 0, 0}};
+    } cases[] = {
+        {50, 50, 50, 0},  {51, 51, 50, 1}, {60, 40, 40, 0},
+        {120, 60, 50, 1}, {0, 1, 0, 0},    {51, 50, 50, 1},  // a repeat, but the whitelist is full
+        {50, 49, 49, 0},
+    };
     for (const auto& row : cases) {
         Fake::TheAgent().log.clear();
         EXPECT_EQ(Start(R"({"reverseShell":{"whitelist":[)" + Strings(row.strings, row.distinct) + "]}}"), 1);

@@ -47,6 +47,24 @@ TEST_F(InitEntry, RecordsTheBaselineOfTheShells) {
     EXPECT_TRUE(IsShellByHash(etc->Write("copy", "#!/bin/true\n")));
 }
 
+TEST_F(InitEntry, RecordsTheBaselineAfterTheStatusReports) {
+    const std::string own = etc->Write("own-shell", "#!/bin/true\n# of this test only\n");
+    etc->Write("default_shells", own + "\n");
+    std::vector<std::string> calls;
+    std::vector<bool> baselines;
+    Fake::TheAgent().atEachCall = [&](const std::string& call) {
+        calls.push_back(call);
+        baselines.push_back(IsShellByHash(own));
+    };
+    EXPECT_EQ(InitModule(), 1);
+    ASSERT_GE(calls.size(), 3U);
+    EXPECT_EQ(calls[0], Line("status", tampering, "off"));
+    EXPECT_EQ(calls[1], Line("status", reverseShell, "off"));
+    EXPECT_FALSE(baselines[1]);
+    EXPECT_EQ(calls.back(), "log Shell detection module init success.");
+    EXPECT_TRUE(baselines.back());
+}
+
 TEST_F(InitEntry, ReadsTheHostsListAndTheAgents) {
     const std::string own = AddShell("own-shell");
     EXPECT_EQ(InitModule(), 1);
@@ -91,6 +109,17 @@ TEST_F(InitEntry, FailsSilentlyIfMemoryRunsOut) {
     EXPECT_TRUE(shellPaths.empty());
     EXPECT_TRUE(Fake::TheAgent().statuses.empty());
     EXPECT_TRUE(Fake::TheAgent().log.empty());
+}
+
+TEST_F(InitEntry, HasTheInodesOfTheSshServerIfMemoryRunsOut) {
+    AddShell("own-shell");
+    struct stat info {};
+    ASSERT_EQ(stat(etc->Write("bin/sshd", "1").c_str(), &info), 0);
+    Fake::TheAgent().environment["PATH"] = etc->Path("bin");
+    sshdInodes = {1};
+    FailingCalls::FailAllocation(1);
+    EXPECT_EQ(InitModule(), 0);
+    EXPECT_EQ(sshdInodes, std::set<unsigned long>{static_cast<unsigned long>(info.st_ino)});
 }
 
 TEST_F(InitEntry, CollectsTheInodesOfTheSshServerOnPath) {

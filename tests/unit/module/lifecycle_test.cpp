@@ -5,7 +5,24 @@
 
 namespace {
 
-using Lifecycle = ModuleTest;
+class Lifecycle : public ModuleTest {
+protected:
+    struct RunState {
+        std::string call;
+        int running;
+        bool stopBegun;
+    };
+
+    // The state of the module at each call of the agent from now on.
+    void ObserveRunState() {
+        states.clear();
+        Fake::TheAgent().atEachCall = [this](const std::string& call) {
+            states.push_back({call, moduleRunning, stopBegun});
+        };
+    }
+
+    std::vector<RunState> states;
+};
 
 uint64_t NowMs() {
     return static_cast<uint64_t>(
@@ -66,6 +83,43 @@ TEST_F(Lifecycle, TakesFunctionsDownInOrder) {
     EXPECT_EQ(TakeStatuses(),
               (std::vector<Fake::StatusReport>{{tampering, false, "0017"}, {reverseShell, false, "0017"}}));
     EXPECT_EQ(moduleRunning, 0);
+}
+
+TEST_F(Lifecycle, RunsOnlyAfterEverythingHasStarted) {
+    StartModule(bothFunctions);
+    StopModule("0000");
+    ObserveRunState();
+    EXPECT_EQ(StartModule(bothFunctions), 1);
+    ASSERT_EQ(states.size(), 9U);
+    for (const RunState& state : states) {
+        EXPECT_EQ(state.running, state.call == "log Shell detection module start success." ? 1 : 0) << state.call;
+        EXPECT_FALSE(state.stopBegun) << state.call;
+    }
+}
+
+TEST_F(Lifecycle, EndsRunningBeforeAnythingIsStopped) {
+    shellPaths = {"/bin/sh"};
+    StartModule(bothFunctions);
+    ObserveRunState();
+    StopModule("0000");
+    ASSERT_GE(states.size(), 13U);
+    for (const RunState& state : states) {
+        EXPECT_EQ(state.running, 0) << state.call;
+        EXPECT_TRUE(state.stopBegun) << state.call;
+    }
+}
+
+TEST_F(Lifecycle, EndsRunningIfARepeatedStartFails) {
+    for (const char* task : {instantTask, periodTask}) {
+        ASSERT_EQ(StartModule(R"({"reverseShell":{}})"), 1);
+        ASSERT_EQ(moduleRunning, 1);
+        Fake::TheAgent().refusedTasks = {task};
+        EXPECT_EQ(StartModule(R"({"reverseShell":{}})"), 0) << task;
+        EXPECT_EQ(moduleRunning, 0) << task;
+        EXPECT_FALSE(stopBegun) << "the tampering function may run on";
+        Fake::TheAgent().refusedTasks.clear();
+        StopModule("0000");
+    }
 }
 
 TEST_F(Lifecycle, StartsTheCommandWatcherBeforeTheScansAndStopsItBetweenThem) {
