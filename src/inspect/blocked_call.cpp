@@ -101,7 +101,7 @@ std::optional<BlockedCall> ParseBlockedCall(std::string_view text) {
     // The register of a 64-bit process does not fit in a long of a 32-bit program.
     uint64_t argument = 0;
     BlockedCall call;
-    if (!TakeNumber(text, call.number, 10) || call.number < 0 || !TakeText(text, " 0x") ||
+    if (text.starts_with('-') || !TakeNumber(text, call.number, 10) || !TakeText(text, " 0x") ||
         !TakeNumber(text, argument, 16)) {
         return std::nullopt;
     }

@@ -30,8 +30,8 @@ TEST(BlockedCall, HasItsNumberAndTheLowBitsOfItsFirstArgument) {
 
 TEST(BlockedCall, IsMissingInOtherTexts) {
     for (const char* text : {"", "\n", "running\n", "0", "0 ", "0 3", "0 0x", "0 0xg", "x 0x3", " 0 0x3", "+0 0x3",
-                             "-1 0x7ffd57dc8878 0x7fb0c9d162ad\n", "0x3 0x3", "0  0x3", "0 0x10000000000000000",
-                             "99999999999999999999 0x3"}) {
+                             "-1 0x7ffd57dc8878 0x7fb0c9d162ad\n", "-0 0x3", "0x3 0x3", "0  0x3",
+                             "0 0x10000000000000000", "99999999999999999999 0x3"}) {
         EXPECT_FALSE(ParseBlockedCall(text)) << text;
     }
 }
