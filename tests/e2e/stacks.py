@@ -1,4 +1,5 @@
-"""Tests whether this kernel shows where other processes wait. On multi-core 32-bit ARM /proc/<pid>/stack is empty."""
+"""By which files this kernel shows where other processes wait: /proc/<pid>/stack, or /proc/<pid>/wchan where that is
+empty, as on multi-core 32-bit ARM."""
 
 import functools
 import pathlib
@@ -7,15 +8,37 @@ import subprocess
 from waiting import wait_until
 
 BLIND = "blind: this kernel does not show where other processes wait"
+# An agent without this right reads no stack, as on a kernel that shows none.
+HIDE_STACKS = ("setpriv", "--bounding-set", "-sys_admin")
 
 
 @functools.cache
-def are_shown():
-    with subprocess.Popen(["sleep", "600"], stdin=subprocess.DEVNULL) as child:
+def _of_sleeping_reader():
+    """The stack and wchan of a process that sleeps in the read of a pipe."""
+    with subprocess.Popen(["cat"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL) as reader:
+        process = pathlib.Path(f"/proc/{reader.pid}")
         try:
-            folder = pathlib.Path(f"/proc/{child.pid}")
-            wait_until(lambda: (folder / "comm").read_text() == "sleep\n", "sleep is running")
-            wait_until(lambda: (folder / "stat").read_text().rpartition(")")[2].split()[0] == "S", "it is asleep")
-            return (folder / "stack").read_bytes() != b""
+            wait_until(lambda: (process / "comm").read_text() == "cat\n", "another program runs")
+            wait_until(lambda: (process / "stat").read_text().rpartition(")")[2].split()[0] == "S", "it is asleep")
+            stack = process / "stack"
+            return stack.read_text() if stack.exists() else "", (process / "wchan").read_text()
         finally:
-            child.kill()
+            reader.kill()
+
+
+def are_shown():
+    return _of_sleeping_reader()[0] != ""
+
+
+def channels_are_shown():
+    return "pipe_read" in _of_sleeping_reader()[1]
+
+
+def ways_to_look():
+    """Wrappers for agents that see waits in different ways: by all files, and without stacks if that differs."""
+    return {"agent": (), **({"without stacks": HIDE_STACKS} if are_shown() and channels_are_shown() else {})}
+
+
+def waits_are_seen():
+    """Whether the agent, with all rights, sees where a process waits."""
+    return "pipe_read" in _of_sleeping_reader()[0] if are_shown() else channels_are_shown()

@@ -1,7 +1,7 @@
 """The wirings that the instant scan finds, with every field of its events, and those that it does not find.
 
 One agent watches all attacks, most of them at once, and the tests inspect its events and its log afterwards, because a
-pass of the instant scan takes seconds.
+pass of the instant scan takes seconds. A second agent, which cannot read the stacks of processes, watches them again.
 """
 
 import contextlib
@@ -13,6 +13,7 @@ import time
 import pytest
 
 import sshd
+import stacks
 from agent import DETAIL, Agent, environment, is_of_instant_scan, is_of_period_scan, seconds_of, write_config
 from campaign import ANSWER, ORDER, Campaign
 from instant_attacks import (
@@ -65,7 +66,7 @@ def missing_for(attacker):
 class Watch:
     """An agent, the attacks while it runs, and its events and log."""
 
-    def __init__(self, attacker, directory, cleanup):
+    def __init__(self, attacker, directory, cleanup, wrapper=()):
         self.complete = True
         self.missing = missing_for(attacker)
         site = Site(attacker, directory)
@@ -80,7 +81,9 @@ class Watch:
             (directory / "ssh").mkdir()
             self.login = cleanup.enter_context(contextlib.closing(sshd.Login(attacker, directory / "ssh")))
         path = environment(PATH=f"/usr/sbin:/usr/bin:/sbin:/bin:{site.sbin}")
-        self.agent = cleanup.enter_context(Agent("--config", write_config(directory, config), env=path))
+        self.agent = cleanup.enter_context(
+            Agent("--config", write_config(directory, config), wrapper=wrapper, env=path)
+        )
         self.agent.wait_until_started()
         attacks = {name: make(site) for name, make in (FOUND | SILENT).items() if name not in self.missing}
         self.campaign = cleanup.enter_context(Campaign(attacker, attacks))
@@ -152,11 +155,15 @@ class Watch:
         return self.log.count(message % self.staged[name].pid)
 
 
-@pytest.fixture(scope="module")
-def watch(attacker, tmp_path_factory):
+@pytest.fixture(scope="module", params=["with stacks", "without stacks"])
+def watch(request, attacker, tmp_path_factory):
+    """Without stacks, the agent sees the same waits by /proc/<pid>/wchan."""
+    hides = request.param == "without stacks"
+    if hides and not stacks.channels_are_shown():
+        pytest.skip("this kernel does not name waits in /proc/<pid>/wchan")
     for attempt in range(ATTEMPTS):
         with contextlib.ExitStack() as cleanup:
-            watch = Watch(attacker, tmp_path_factory.mktemp("instant"), cleanup)
+            watch = Watch(attacker, tmp_path_factory.mktemp("instant"), cleanup, stacks.HIDE_STACKS * hides)
             # Retry if two passes shared the attacks, as on a very busy host: the second pass already knows the
             # connections.
             if watch.complete or attempt + 1 == ATTEMPTS:

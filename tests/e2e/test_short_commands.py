@@ -1,6 +1,6 @@
 """Processes that run short commands for a remote peer: those that are reported and those that are not. One agent runs
-on a host that was never suspended, the other on one that was. The agents judge every ten seconds, so all workers run at
-once under both agents, and each test inspects its own."""
+on a host that was never suspended, another on one that was, and a third cannot read the stacks of processes. The agents
+judge every ten seconds, so all workers run at once under all agents, and each test inspects its own."""
 
 import pathlib
 import subprocess
@@ -8,6 +8,7 @@ import time
 
 import pytest
 
+import stacks
 from short_commands import LIST, PRINT, SCRIPT, TYPED, Wiring, contents_under, new_story
 
 BOOTTIME_AHEAD_SECONDS = 100000
@@ -77,16 +78,24 @@ def story(attacker, tmp_path_factory):
         if has_time_namespaces():
             offset = ["unshare", "--time", "--boottime", str(BOOTTIME_AHEAD_SECONDS), "--fork", "--kill-child"]
             made.start_agent("suspended before", offset)
+        if stacks.channels_are_shown():
+            made.start_agent("without stacks", stacks.HIDE_STACKS)
         for agent in made.agents.values():
             agent.wait_until_started()
         run(made)
         yield made
 
 
-@pytest.fixture(params=["never suspended", "suspended before"])
+NEEDED = {
+    "suspended before": "time namespaces, to simulate a host that was suspended",
+    "without stacks": "a kernel that names waits in /proc/<pid>/wchan",
+}
+
+
+@pytest.fixture(params=["never suspended", *NEEDED])
 def agent(request, story):
     if request.param not in story.agents:
-        pytest.skip("needs time namespaces, to simulate a host that was suspended")
+        pytest.skip(f"needs {NEEDED[request.param]}")
     return story.agents[request.param]
 
 
