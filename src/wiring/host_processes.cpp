@@ -35,7 +35,8 @@ DescriptorKind KindOf(const struct stat& file) {
         return DescriptorKind::other;
     }
     const unsigned int type = major(file.st_rdev);
-    if (type == ttyMajor && minor(file.st_rdev) == ptmxMinor) {
+    const unsigned int number = minor(file.st_rdev);
+    if (type == ttyMajor && number == ptmxMinor) {
         return DescriptorKind::terminalMultiplexer;
     }
     return (type >= firstPtsMajor && type <= lastPtsMajor) || type == consoleMajor || type == ttyMajor
