@@ -73,6 +73,7 @@ int DetectShellUtil::OpenFileFd(std::string path) {
 
 FILE* DetectShellUtil::OpenFile(std::string path) {
     const int fd = OpenFileFd(std::move(path));
+    // Null also for -1, which close ignores.
     FILE* stream = fdopen(fd, "r");
     if (stream == nullptr) {
         close(fd);
@@ -179,9 +180,10 @@ unsigned long long DetectShellUtil::GetProcStartJiff(int pid) {
 }
 
 unsigned long long DetectShellUtil::StartJiffOfStat(const char* stat) {
-    unsigned long long ticks{};
-    const int found = sscanf_s(stat, "%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%llu", &ticks);
-    return found == 1 ? ticks : 0;
+    // Stays 0 if the text has too few fields.
+    unsigned long long ticks = 0;
+    sscanf_s(stat, "%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%*s%llu", &ticks);
+    return ticks;
 }
 
 unsigned long long DetectShellUtil::TicksToMilliseconds(unsigned long long ticks, long hz) {

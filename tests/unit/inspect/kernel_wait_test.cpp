@@ -326,6 +326,12 @@ TEST_F(KernelWait, IgnoresALastLineWithoutNewline) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, halfMillisecond));
 }
 
+TEST_F(KernelWait, DoesNotTakeTheEndOfALongerLineForThatOfTheLastOne) {
+    Block("", "0 0x3 0x7ffd\n", 3, "fifo");
+    proc->AddFile(pid, "stack", "[<0>] schedule_in_a_longer_line+0x1/0x2\n[<0>] pipe_read+0x1");
+    EXPECT_FALSE(IsBlockedIn("pipe_read"));
+}
+
 TEST_F(KernelWait, SleepsHalfAMillisecondPerLineUpToTheMatchAndFiveBetweenTheStages) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
     EXPECT_TRUE(IsBlockedIn("pipe_read"));
