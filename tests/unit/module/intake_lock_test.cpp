@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int firstPid = 5000000;
-constexpr int grandparent = 4999999;
+constexpr int parentOfAll = 4999999;
 constexpr int processes = 50;
 
 class IntakeLock : public InstantScanTest {
@@ -69,7 +69,7 @@ private:
 };
 
 TEST_F(IntakeLock, IsTakenByTheCallback) {
-    AddShell(firstPid, grandparent);
+    AddShell(firstPid, parentOfAll);
     EXPECT_TRUE(WaitsForTheLock([] { ReportFork(firstPid); }));
     EXPECT_TRUE(intakeMap.contains(firstPid));
 }
@@ -83,7 +83,7 @@ TEST_F(IntakeLock, IsTakenByTheTask) {
 // The thread sanitizer reports a race here if one of the two does not take the lock.
 TEST_F(IntakeLock, LetsTheCallbackAndTheTaskRunAtOnce) {
     for (int pid = firstPid; pid < firstPid + processes; ++pid) {
-        AddShell(pid, grandparent);
+        AddShell(pid, parentOfAll);
     }
     std::atomic<bool> hasEnded{false};
     std::thread task([&hasEnded] {
