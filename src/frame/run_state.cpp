@@ -4,10 +4,6 @@
 
 static constexpr char logSource[] = "detect_shell";
 
-bool IsStopping() {
-    return moduleRunning.load(std::memory_order_relaxed) == 0;
-}
-
 bool NeedStop() {
     const int run = moduleRunning.load(std::memory_order_relaxed);
     if (run != 0) {

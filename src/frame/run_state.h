@@ -11,9 +11,6 @@ inline std::atomic<int> moduleRunning{0};
 // thread.
 bool NeedStop();
 
-// As NeedStop, without the log line. Any thread.
-bool IsStopping();
-
 // Set by StopModule when it begins, cleared by the next start.
 inline std::atomic<bool> stopBegun{false};
 

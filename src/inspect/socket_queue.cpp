@@ -29,7 +29,7 @@ std::optional<SocketQueues> ParseSocketQueues(const std::string& line, int type,
 static std::optional<SocketQueues> FindInTable(FILE* table, int type, unsigned long inode, int& linesLeft) {
     const std::string digits = std::to_string(inode);
     char line[lineSize];
-    while (linesLeft > 0 && !IsStopping() && fgets(line, sizeof(line), table) != nullptr) {
+    while (linesLeft > 0 && !StopHasBegun() && fgets(line, sizeof(line), table) != nullptr) {
         --linesLeft;
         // Most lines are those of other sockets, and a search is far cheaper than parsing.
         if (strstr(line, digits.c_str()) == nullptr) {
