@@ -13,12 +13,13 @@
 
 namespace {
 
-constexpr int firstPid = 5000000;
-constexpr int parentOfAll = 4999999;
-constexpr int processes = 50;
-
 class IntakeLock : public InstantScanTest {
 protected:
+    // Above the kernel's largest pid.
+    static constexpr int firstPid = 5000000;
+    static constexpr int parentPid = 4999999;
+    static constexpr int processes = 50;
+
     // The real /proc is hidden while the tree is mounted.
     IntakeLock() : realTasks_(open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) { intakeMap.clear(); }
     ~IntakeLock() override {
@@ -69,7 +70,7 @@ private:
 };
 
 TEST_F(IntakeLock, IsTakenByTheCallback) {
-    AddShell(firstPid, parentOfAll);
+    AddShell(firstPid, parentPid);
     EXPECT_TRUE(WaitsForTheLock([] { ReportFork(firstPid); }));
     EXPECT_TRUE(intakeMap.contains(firstPid));
 }
@@ -83,7 +84,7 @@ TEST_F(IntakeLock, IsTakenByTheTask) {
 // The thread sanitizer reports a race here if one of the two does not take the lock.
 TEST_F(IntakeLock, LetsTheCallbackAndTheTaskRunAtOnce) {
     for (int pid = firstPid; pid < firstPid + processes; ++pid) {
-        AddShell(pid, parentOfAll);
+        AddShell(pid, parentPid);
     }
     std::atomic<bool> hasEnded{false};
     std::thread task([&hasEnded] {
