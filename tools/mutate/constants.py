@@ -8,7 +8,7 @@ import dataclasses
 
 from clang.cindex import Cursor, CursorKind, StorageClass, TypeKind
 
-from syntax import Tree, is_constexpr, is_text_constant, needs_constant, unwrapped
+from syntax import Tree, is_constexpr, is_text_constant, needs_constant
 
 UNIT_OF_LOG = "logSource"
 
@@ -25,6 +25,11 @@ class Constant:
 
     def is_text(self) -> bool:
         return is_text_constant(self.cursor)
+
+    def text(self) -> str:
+        """Of its initialiser."""
+        value = initialiser(self.tree, self.cursor)
+        return "" if value is None else self.tree.text_of(value)
 
 
 def is_global_constant(tree: Tree, cursor: Cursor) -> bool:
@@ -81,7 +86,10 @@ class Constants:
                 # A text is switched where it decays; elsewhere the compiler needs its size.
                 needed = needed or (self.known[used].is_text() and not is_decayed(parent))
                 self._uses.append((used, inside, needed))
-        for child in tree.children(cursor):
+        if cursor.kind == CursorKind.STATIC_ASSERT:
+            for child in cursor.get_children():
+                self._note_uses(tree, cursor, child, inside, True)
+        for child in (*tree.children(cursor), *tree.assertions(cursor)):
             self._note_uses(tree, cursor, child, inside, needed or needs_constant(tree, cursor, child))
 
     def _settle(self) -> None:
@@ -102,6 +110,3 @@ def initialiser(tree: Tree, constant: Cursor) -> Cursor | None:
     children = [child for child in tree.children(constant) if not needs_constant(tree, constant, child)]
     expressions = [child for child in children if child.kind.is_expression() or child.kind.is_unexposed()]
     return expressions[-1] if expressions else None
-
-
-__all__ = ["Constant", "Constants", "initialiser", "is_decayed", "is_global_constant", "unwrapped"]

@@ -85,7 +85,7 @@ def main() -> int:
     for name in given.rooms:
         room = Room(ROOT, name, preset, ROOT / "build" / "mutate" / name)
         if given.list:
-            print("\n".join(map(str, room.mutants.mutants)))
+            print("\n".join(map(str, sorted(room.mutants.mutants, key=lambda mutant: (mutant.file, mutant.line)))))
             continue
         verdicts = judge(room, given)
         findings += report(room, verdicts, known)

@@ -77,6 +77,11 @@ class Tree:
             if span.start < span.end and outer.holds(span) and child.kind not in OPAQUE:
                 yield child
 
+    @staticmethod
+    def assertions(cursor: Cursor) -> list[Cursor]:
+        """Those that the compiler checks."""
+        return [child for child in cursor.get_children() if child.kind == CursorKind.STATIC_ASSERT]
+
     def after_semicolon(self, span: Span) -> Span:
         """A statement's span with its semicolon."""
         return Span(span.start, self.code.index(";", span.end) + 1)

@@ -93,8 +93,13 @@ def _mutate_integer(walker: "Walker", parent: Cursor, span: Span, text: str) -> 
         walker.edit(span, f"({''.join(switches)}", span, ")")
 
 
+def other_text(text: str) -> tuple[str, str]:
+    """In place of a text, with the name of the change."""
+    return ('"?"', '`""` to `"?"`') if text == '""' else ('""', f"`{text}` empty")
+
+
 def _mutate_text(walker: "Walker", parent: Cursor, span: Span, text: str) -> None:
-    other, change = ('"?"', '`""` to `"?"`') if text == '""' else ('""', f"`{text}` empty")
+    other, change = other_text(text)
     in_table = parent.kind == CursorKind.INIT_LIST_EXPR and not walker.in_char_arrays
     if is_decayed(parent) or in_table:
         walker.edit(span, f"({walker.add(span.start, change)} ? {other} : ", span, ")")
@@ -112,7 +117,9 @@ def mutate_name(walker: "Walker", parent: Cursor, cursor: Cursor) -> None:
         _mutate_enumerator(walker, cursor)
     elif constant is not None and constant.is_text():
         if is_decayed(parent) and constant.numbers:
-            walker.edit(span_of(cursor), f'(::Mutants::On({constant.numbers.start}) ? "" : ', span_of(cursor), ")")
+            other, _ = other_text(constant.text())
+            on = f"::Mutants::On({constant.numbers.start})"
+            walker.edit(span_of(cursor), f"({on} ? {other} : ", span_of(cursor), ")")
     elif constant is not None:
         numbers = walker.constants.numbers_of(constant)
         if numbers and not walker.in_constant:

@@ -8,7 +8,7 @@ from constants import Constants, initialiser, is_global_constant
 from edits import Edit, Piece, Span
 from mutant import MutantList
 from syntax import Tree, is_constexpr, needs_constant, span_of
-from values import mutate_constant
+from values import mutate_constant, other_text
 
 
 class Walker:
@@ -59,10 +59,11 @@ class Walker:
         if value is None:
             return
         if is_text:
+            other, change = other_text(self.short(span_of(value)))
             if needed:
-                self.rebuild(span_of(value), '""', f"`{self.short(span_of(value))}` empty")
+                self.rebuild(span_of(value), other, change)
             else:
-                self.add(span_of(value).start, f"`{self.short(span_of(value))}` empty")
+                self.add(span_of(value).start, change)
             return
         if not needed and is_constexpr(self.tree, cursor):
             self._make_variable(cursor)
