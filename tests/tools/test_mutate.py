@@ -56,17 +56,17 @@ def within(body):
     "body, expected",
     [
         ("return a < b;", ["`return a < b;` returns an empty value", "`<` to `<=` in `a < b`"]),
-        ("return a < 3;", ["`return a < 3;` returns an empty value", "`3` to `4`", "`3` to `2`"]),
+        ("return a < 3;", ["`return a < 3;` returns an empty value", "`3` to `4` in `a < 3`", "`3` to `2` in `a < 3`"]),
         ("return a + b;", ["`return a + b;` returns an empty value", "`+` to `-` in `a + b`"]),
-        ("return 0;", ["`0` to `1`"]),
-        ("Put(7);", ["`Put(7);` left out", "`7` to `8`", "`7` to `6`"]),
+        ("return 0;", ["`0` to `1` in `return 0`"]),
+        ("Put(7);", ["`Put(7);` left out", "`7` to `8` in `Put(7)`", "`7` to `6` in `Put(7)`"]),
         ("a += b;", ["`a += b;` left out", "`+=` to `-=` in `a += b`"]),
         ("++a;", ["`++a;` left out", "`++` to `--` in `++a`"]),
         ("a = Get(b);", ["`a = Get(b);` left out"]),
         ("F(a, b);", ["`F(a, b);` left out", "`a` and `b` exchanged"]),
-        ("enum E { one, two }; E e = one;", ["`one` to `two`"]),
+        ("enum E { one, two }; E e = one;", ["`one` to `two` in `E e = one`"]),
         ("bool x = a == 3;", ["`a == 3` always true", "`a == 3` always false"]),
-        ('const char* text = "x";', ['`"x"` empty']),
+        ('const char* text = "x";', ['`"x"` empty in `const char* text = "x"`']),
         ("static_assert(sizeof(int) == 4);", []),
     ],
 )
@@ -101,7 +101,7 @@ EITHER = ["`Ask(a)` always true", "`Ask(a)` always false"]
             "a = b; b = Get(a);",
             ["`a = b;` left out", "`b = Get(a);` left out", "`a = b;` exchanged with `b = Get(a);`"],
         ),
-        ("if (Ask(a)) { Put(a); return 0; }", [*EITHER, "`Put(a);` left out", "`0` to `1`"]),
+        ("if (Ask(a)) { Put(a); return 0; }", [*EITHER, "`Put(a);` left out", "`0` to `1` in `return 0`"]),
     ],
 )
 def test_statements_get_their_faults(tmp_path, body, expected):
@@ -153,11 +153,11 @@ def test_the_faults_that_the_samples_tests_miss_survive(verdicts):
     source = "src/sample/steps.cpp"
     both = "return walk.steps > 0 && walk.steps <= mostSteps;"
     assert alive == {
-        ("src/sample/steps.h", "int steps = 0;", "`0` to `1`", Fate.SURVIVED),
+        ("src/sample/steps.h", "int steps = 0;", "`0` to `1` in `int steps = 0`", Fate.SURVIVED),
         (source, both, "`walk.steps > 0` always true", Fate.SURVIVED),
-        (source, both, "`0` to `1`", Fate.SURVIVED),
+        (source, both, "`0` to `1` in `walk.steps > 0`", Fate.SURVIVED),
         (source, "walk.steps = 0;", "`walk.steps = 0;` left out", Fate.NOT_REACHED),
-        (source, "walk.steps = 0;", "`0` to `1`", Fate.NOT_REACHED),
+        (source, "walk.steps = 0;", "`0` to `1` in `walk.steps = 0`", Fate.NOT_REACHED),
     }
 
 
@@ -167,7 +167,9 @@ def test_a_fault_that_hangs_is_caught(verdicts):
 
 
 def test_a_fault_in_a_header_reaches_the_tests(verdicts):
-    (fault,) = (verdict for verdict in verdicts if verdict.mutant.change == "`slow` to `fast`")
+    (fault,) = (
+        verdict for verdict in verdicts if verdict.mutant.change == "`slow` to `fast` in `Pace pace = Pace::slow`"
+    )
     assert fault.mutant.file == "src/sample/steps.h" and fault.fate == Fate.CAUGHT
 
 

@@ -1,5 +1,6 @@
 """Mutants of statements: left out, in another order, other ends of functions, loops that do not run."""
 
+import re
 import typing
 
 from clang.cindex import Cursor, CursorKind, TypeKind
@@ -14,6 +15,7 @@ if typing.TYPE_CHECKING:
     from walker import Walker
 
 JUMPS = (CursorKind.BREAK_STMT, CursorKind.CONTINUE_STMT)
+END_OF_SWITCH = re.compile(r";(\s|default\s*:|break\s*;)*}")
 LIMITS_OF_TRACE = "Trace::Limit"
 
 
@@ -144,7 +146,7 @@ def _mutate_body(walker: "Walker", parent: Cursor, body: Cursor, is_only_branch:
         _mutate_block(walker, body, is_only_branch)
     elif body.kind in BRANCHES or body.kind == CursorKind.RETURN_STMT:
         walker.visit(parent, body, False)
-    else:
+    elif body.kind not in JUMPS:
         _mutate_run(walker, [body], is_only_branch)
         walker.visit(parent, body, False)
 
@@ -160,7 +162,7 @@ def _mutate_block(walker: "Walker", cursor: Cursor, is_only_branch: bool) -> Non
         _mutate_run(walker, run, alone)
         run = []
         if not alone:
-            _remove_jump(walker, child)
+            _remove_jump(walker, child, cursor.extent.end.offset)
     _mutate_run(walker, run, alone)
     for child in children:
         walker.visit(cursor, child, False)
@@ -172,9 +174,12 @@ def _is_removable(cursor: Cursor) -> bool:
     return is_expression and cursor.type.kind != TypeKind.INVALID and cursor.kind != CursorKind.CSTYLE_CAST_EXPR
 
 
-def _remove_jump(walker: "Walker", cursor: Cursor) -> None:
+def _remove_jump(walker: "Walker", cursor: Cursor, end: int) -> None:
+    """end: of the block. Behind the jump that leaves a switch last of all there is nothing to run."""
     is_plain_return = cursor.kind == CursorKind.RETURN_STMT and not list(walker.tree.children(cursor))
-    if cursor.kind in JUMPS or is_plain_return:
+    rest = walker.tree.code[cursor.extent.end.offset : end]
+    is_last_of_switch = cursor.kind == CursorKind.BREAK_STMT and END_OF_SWITCH.fullmatch(rest)
+    if (cursor.kind in JUMPS or is_plain_return) and not is_last_of_switch:
         _mutate_run(walker, [cursor], False)
 
 

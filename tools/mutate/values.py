@@ -44,18 +44,18 @@ def mutate_constant(walker: "Walker", parent: Cursor, cursor: Cursor) -> None:
     text = walker.short(span)
     if cursor.kind == CursorKind.INTEGER_LITERAL:
         for value in _other_integers(text):
-            walker.rebuild(span, value, f"`{text}` to `{value}`")
+            walker.rebuild(span, value, f"`{text}` to `{value}`{walker.place(span)}")
     elif cursor.kind == CursorKind.CXX_BOOL_LITERAL_EXPR:
-        walker.rebuild(span, f"(!{text})", _flip(text))
+        walker.rebuild(span, f"(!{text})", _flip(text) + walker.place(span))
     elif cursor.kind == CursorKind.STRING_LITERAL and text != '""':
-        walker.rebuild(span, '""', f"`{text}` empty")
+        walker.rebuild(span, '""', f"`{text}` empty{walker.place(span)}")
 
 
 def mutate_macro(walker: "Walker", cursor: Cursor) -> None:
     """A number that a header names."""
     span = span_of(cursor)
     if unwrapped(cursor).kind in NUMBERS_OF_MACROS and cursor.type.get_canonical().kind in INTEGERS:
-        on = walker.add(span.start, f"`{walker.short(span)}` to another value")
+        on = walker.add(span.start, f"`{walker.short(span)}` to another value{walker.place(span)}")
         walker.edit(span, f"({on} ? !(", span, ") : ", span, ")")
 
 
@@ -65,10 +65,10 @@ def mutate_literal(walker: "Walker", parent: Cursor, cursor: Cursor) -> None:
     if cursor.kind == CursorKind.INTEGER_LITERAL:
         _mutate_integer(walker, parent, span, text)
     elif cursor.kind == CursorKind.CHARACTER_LITERAL:
-        on = walker.add(span.start, f"`{text}` to the next character")
+        on = walker.add(span.start, f"`{text}` to the next character{walker.place(span)}")
         walker.edit(span, f"({on} ? static_cast<char>({text} + 1) : ", span, ")")
     elif cursor.kind == CursorKind.CXX_BOOL_LITERAL_EXPR:
-        walker.edit(span, f"({walker.add(span.start, _flip(text))} != ", span, ")")
+        walker.edit(span, f"({walker.add(span.start, _flip(text) + walker.place(span))} != ", span, ")")
     else:
         _mutate_text(walker, parent, span, text)
 
@@ -89,7 +89,8 @@ def _other_integers(text: str) -> list[str]:
 def _mutate_integer(walker: "Walker", parent: Cursor, span: Span, text: str) -> None:
     others = _other_integers(text)
     if others and parent.type.kind != TypeKind.POINTER:
-        switches = [f"{walker.add(span.start, f'`{text}` to `{other}`')} ? {other} : " for other in others]
+        place = walker.place(span)
+        switches = [f"{walker.add(span.start, f'`{text}` to `{other}`{place}')} ? {other} : " for other in others]
         walker.edit(span, f"({''.join(switches)}", span, ")")
 
 
@@ -100,6 +101,7 @@ def other_text(text: str) -> tuple[str, str]:
 
 def _mutate_text(walker: "Walker", parent: Cursor, span: Span, text: str) -> None:
     other, change = other_text(text)
+    change += walker.place(span)
     in_table = parent.kind == CursorKind.INIT_LIST_EXPR and not walker.in_char_arrays
     if is_decayed(parent) or in_table:
         walker.edit(span, f"({walker.add(span.start, change)} ? {other} : ", span, ")")
@@ -140,9 +142,11 @@ def _mutate_foreign_constant(walker: "Walker", parent: Cursor, cursor: Cursor) -
     text = walker.short(span)
     if is_text_constant(named):
         if is_decayed(parent):
-            walker.edit(span, f"({walker.add(span.start, f'`{text}` empty')} ? \"\" : ", span, ")")
+            walker.edit(span, f"({walker.add(span.start, f'`{text}` empty{walker.place(span)}')} ? \"\" : ", span, ")")
     elif named.type.is_const_qualified() and named.type.get_canonical().kind in INTEGERS:
-        walker.edit(span, f"({walker.add(span.start, f'`{text}` plus 1')} ? ", span, " + 1 : ", span, ")")
+        walker.edit(
+            span, f"({walker.add(span.start, f'`{text}` plus 1{walker.place(span)}')} ? ", span, " + 1 : ", span, ")"
+        )
 
 
 def _mutate_enumerator(walker: "Walker", cursor: Cursor) -> None:
@@ -158,7 +162,7 @@ def _mutate_enumerator(walker: "Walker", cursor: Cursor) -> None:
     other = (following or others)[0].spelling
     span = span_of(cursor)
     prefix = walker.tree.text[span.start : span.end - len(named.spelling)]
-    on = walker.add(span.start, f"`{named.spelling}` to `{other}`")
+    on = walker.add(span.start, f"`{named.spelling}` to `{other}`{walker.place(span)}")
     walker.edit(span, f"({on} ? {prefix}{other} : ", span, ")")
 
 

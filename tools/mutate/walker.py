@@ -10,6 +10,8 @@ from mutant import MutantList
 from syntax import Tree, is_constexpr, needs_constant, span_of
 from values import mutate_constant, other_text
 
+LONGEST_PLACE = 80
+
 
 class Walker:
     """Walks one file. Functions of expressions.py and statements.py add their edits to it."""
@@ -28,6 +30,7 @@ class Walker:
         self.unchanged: set[Span] = set()
         self.replaced: set[Span] = set()  # conditions that have their mutants
         self.function: Cursor | None = None
+        self._around: list[Span] = []  # of the cursors that are being visited
         self._seen: set[tuple[CursorKind, Span]] = set()
 
     def add(self, offset: int, change: str) -> str:
@@ -44,6 +47,12 @@ class Walker:
     def short(self, span: Span) -> str:
         """The text of a span in one line, for people."""
         return " ".join(self.tree.text[span.start : span.end].split())
+
+    def place(self, span: Span) -> str:
+        """Tells the value of a span from others of its line: by the expression around it, if that is short."""
+        around = next((outer for outer in reversed(self._around) if outer != span), span)
+        text = self.short(around)
+        return f" in `{text}`" if around != span and len(text) <= LONGEST_PLACE else ""
 
     def make_constants(self) -> None:
         """The mutants of the file's constants, which come first: uses refer to their numbers."""
@@ -95,11 +104,13 @@ class Walker:
             return
         if not self.in_constant and is_global_constant(self.tree, cursor):
             return
+        self._around.append(span_of(cursor))
         if constant:
             mutate_constant(self, parent, cursor)
             self.visit_children(cursor, True)
         elif not expressions.mutate(self, parent, cursor) and not statements.mutate(self, cursor):
             self.visit_children(cursor, False)
+        self._around.pop()
 
     def _has_seen(self, cursor: Cursor) -> bool:
         """Conversions and constructors stand around each other without a text of their own."""
