@@ -92,15 +92,17 @@ static bool TakeNumber(std::string_view& text, Number& value, int base) {
 }
 
 static bool TakeText(std::string_view& text, std::string_view expected) {
-    const bool found = text.starts_with(expected);
-    text.remove_prefix(found ? expected.size() : 0);
-    return found;
+    if (!text.starts_with(expected)) {
+        return false;
+    }
+    text.remove_prefix(expected.size());
+    return true;
 }
 
 std::optional<BlockedCall> ParseBlockedCall(std::string_view text) {
     // The register of a 64-bit process does not fit in a long of a 32-bit program.
-    uint64_t argument = 0;
-    BlockedCall call;
+    uint64_t argument{};
+    BlockedCall call{};
     if (text.starts_with('-') || !TakeNumber(text, call.number, 10) || !TakeText(text, " 0x") ||
         !TakeNumber(text, argument, 16)) {
         return std::nullopt;
@@ -113,8 +115,8 @@ bool AreCallNumbersRight(Machine machine, std::string_view release) {
     if (machine != Machine::arm) {
         return machine != Machine::other;
     }
-    int major = 0;
-    int minor = 0;
+    int major{};
+    int minor{};
     if (!TakeNumber(release, major, 10) || !TakeText(release, ".") || !TakeNumber(release, minor, 10)) {
         return false;
     }

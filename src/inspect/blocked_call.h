@@ -5,8 +5,8 @@
 #include <string_view>
 
 struct BlockedCall {
-    long number = 0;
-    unsigned int firstArgument = 0;  // its low 32 bits: a process must not hide by setting higher ones
+    long number;
+    unsigned int firstArgument;  // its low 32 bits: a process must not hide by setting higher ones
 };
 
 // Returns the call of the file's text. Empty for a task that is running, that sleeps outside a system call (number -1),

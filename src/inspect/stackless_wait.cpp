@@ -22,12 +22,12 @@ static constexpr char selectCall[] = "do_select";
 static std::string ReadFileOfProcess(long pid, const char* name) {
     const FileDescriptor file(open(("/proc/" + std::to_string(pid) + name).c_str(), O_RDONLY | O_CLOEXEC));
     if (file.Get() == -1) {
-        return "";
+        return {};
     }
     char text[longestText];
     const ssize_t length = read(file.Get(), text, sizeof(text));
     Pause(filePauseMicroseconds);
-    return length > 0 ? std::string(text, static_cast<size_t>(length)) : "";
+    return length == -1 ? std::string() : std::string(text, static_cast<size_t>(length));
 }
 
 std::optional<unsigned int> DescriptorOfWait(const std::string& function, const BlockedCall& call, Machine machine,

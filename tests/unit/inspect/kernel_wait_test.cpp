@@ -314,7 +314,7 @@ TEST_F(KernelWait, StopsAtALineThatDoesNotFitInTheBuffer) {
     Block("", "0 0x3 0x7ffd\n", 3, "fifo");
     proc->AddFile(pid, "stack", std::string(4094, 'x') + "\n" + frame);
     EXPECT_TRUE(IsBlockedIn("pipe_read"));
-    proc->AddFile(pid, "stack", std::string(4096, 'x') + "\n" + frame);
+    proc->AddFile(pid, "stack", std::string(4095, 'x') + "\n" + frame);
     EXPECT_FALSE(IsBlockedIn("pipe_read"));
     EXPECT_TRUE(TimeRecorder::Pauses().empty());
 }
@@ -326,10 +326,10 @@ TEST_F(KernelWait, IgnoresALastLineWithoutNewline) {
     EXPECT_EQ(TimeRecorder::Pauses(), Repeated(1, halfMillisecond));
 }
 
-TEST_F(KernelWait, DoesNotTakeTheEndOfALongerLineForThatOfTheLastOne) {
+TEST_F(KernelWait, IsFoundInALineThatEndsInABlank) {
     Block("", "0 0x3 0x7ffd\n", 3, "fifo");
-    proc->AddFile(pid, "stack", "[<0>] schedule_in_a_longer_line+0x1/0x2\n[<0>] pipe_read+0x1");
-    EXPECT_FALSE(IsBlockedIn("pipe_read"));
+    proc->AddFile(pid, "stack", "[<0>] pipe_read+0x1d4/0x2f0 \n");
+    EXPECT_TRUE(IsBlockedIn("pipe_read"));
 }
 
 TEST_F(KernelWait, SleepsHalfAMillisecondPerLineUpToTheMatchAndFiveBetweenTheStages) {
@@ -346,6 +346,7 @@ TEST_F(KernelWait, SleepsForTheWholeStackWithoutAMatch) {
 
 TEST_F(KernelWait, LogsIfThereIsNoMemoryForTheStack) {
     Block("pipe_read", "0 0x3 0x7ffd\n", 3, "fifo");
+    proc->AddFile(pid, "wchan", "pipe_read");
     FailingCalls::FailAllocation(1);
     EXPECT_FALSE(IsBlockedIn("pipe_read"));
     ExpectLogged(LOG_LEVEL_ERROR, "detect_shell", "Alloc line memory failed.");

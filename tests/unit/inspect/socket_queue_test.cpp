@@ -39,7 +39,7 @@ TEST_F(SocketQueueSearch, LooksInEveryTableAndPausesForEach) {
         const char* table;
         size_t place;
     } cases[] = {{"net/tcp", 1}, {"net/raw", 2}, {"net/tcp6", 3}, {"net/sctp/assocs", 4}};
-    proc->AddFile("net/tcp", tableHeader + TableLine{.inode = "77"}.Text() + TableLine{.inode = "1001"}.Text());
+    proc->AddFile("net/tcp", tableHeader + TableLine{.inode = "71001"}.Text() + TableLine{.inode = "1001"}.Text());
     proc->AddFile("net/raw", tableHeader + TableLine{.inode = "1002"}.Text());
     proc->AddFile("net/tcp6", TableLine{.local = "::1", .remote = "::2", .inode = "1003"}.Text());
     proc->AddFile("net/sctp/assocs", sctpHeader + SctpLine("1004"));

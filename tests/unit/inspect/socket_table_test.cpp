@@ -130,7 +130,7 @@ TEST_F(SocketTable, LeavesTheRecordUnchangedIfThereIsNoEntry) {
 }
 
 TEST_F(SocketTable, FindsAListeningSocketWithoutARefresh) {
-    Know(With(abnormal, tcpListen));
+    Know(With(abnormal, 10));
     EXPECT_TRUE(IsListenInodeByFlag(inode, info, refreshed));
     EXPECT_EQ(info.state, tcpListen);
     EXPECT_FALSE(refreshed);

@@ -207,6 +207,24 @@ TEST_F(StacklessWait, IsNotFoundWithoutAFileOrInARunningProcess) {
     EXPECT_FALSE(GetBlockedFdStatWithoutStack(-1, "pipe_read", true, &info));
 }
 
+TEST_F(StacklessWait, IsNotFoundIfAFileOpensAndCannotBeRead) {
+    Block("pipe_read", SYS_read, pipe);
+    std::filesystem::remove(proc->Folder() / std::to_string(pid) / "wchan");
+    std::filesystem::create_directory(proc->Folder() / std::to_string(pid) / "wchan");
+    struct stat info {};
+    EXPECT_FALSE(GetBlockedFdStatWithoutStack(pid, "pipe_read", true, &info));
+}
+
+TEST_F(StacklessWait, IsReadThroughDescriptorsThatAreClosedOnExec) {
+    Block("pipe_read", SYS_read, pipe);
+    const int next = dup(0);
+    close(next);
+    std::vector<int> flags;
+    TimeRecorder::AtEachPause([&](size_t) { flags.push_back(fcntl(next, F_GETFD)); });
+    EXPECT_TRUE(ReadingFromPipe(pid));
+    EXPECT_EQ(flags, (std::vector<int>{FD_CLOEXEC, -1, FD_CLOEXEC})) << "wchan, between the stages, the call";
+}
+
 TEST_F(StacklessWait, IsAskedForOnlyIfTheStackIsEmptyOrUnreadable) {
     Block("pipe_read", SYS_read, pipe);
     EXPECT_TRUE(ReadingFromPipe(pid));
@@ -227,6 +245,7 @@ TEST_F(StacklessWait, SleepsHalfAMillisecondPerFileAndFiveBetweenTheStages) {
         long number;
         int fd;
         PauseList pauses;
+        bool numbersAreRight = true;
     } cases[] = {
         {"pipe_read", "do_wait", SYS_read, pipe, file},
         {"pipe_read", "pipe_read", SYS_read, pipe, file + stage + file},
@@ -234,12 +253,13 @@ TEST_F(StacklessWait, SleepsHalfAMillisecondPerFileAndFiveBetweenTheStages) {
         {"inet_recvmsg", "wait_woken", SYS_read, terminal, file + stage + file},
         {"inet_recvmsg", "wait_woken", SYS_read, connection, file + stage + file + stage + file},
         {"unix_stream_recvmsg", "unix_stream_data_wait", SYS_read, unixStream, file + stage + file + stage + file},
+        {"inet_recvmsg", "wait_woken", SYS_read, connection, file + stage + file + stage + file, false},
     };
     for (const auto& row : cases) {
         Block(row.channel, row.number, static_cast<unsigned int>(row.fd));
         TimeRecorder::Reset();
         struct stat info {};
-        GetBlockedFdStatWithoutStack(pid, row.function, true, &info);
+        GetBlockedFdStatWithoutStack(pid, row.function, row.numbersAreRight, &info);
         EXPECT_EQ(TimeRecorder::Pauses(), row.pauses) << row.channel << " " << row.fd;
     }
 }
