@@ -1,5 +1,6 @@
 #include "host/detector/supervisor.h"
 
+#include <exception>
 #include <utility>
 
 #include "host/base/log.h"
@@ -21,22 +22,47 @@ std::string FunctionsNotRunning() {
     return names.empty() ? "not reported by the module" : names;
 }
 
+// Calls an entry. False if it throws, which is logged: what the module has started has to be stopped all the same.
+bool Complete(const char* name, const std::function<void()>& entry) {
+    try {
+        entry();
+        return true;
+    } catch (const std::exception& error) {
+        LogError("the entry %s of the module failed: %s; stopping the module", name, error.what());
+    } catch (...) {
+        LogError("the entry %s of the module failed with an unknown exception; stopping the module", name);
+    }
+    return false;
+}
+
 }  // namespace
 
 Supervisor::Supervisor(const ModuleEntries& module, ApplyConfig apply) : module_(module), apply_(std::move(apply)) {}
 
+Supervisor::~Supervisor() {
+    Stop();
+}
+
 bool Supervisor::Start(const AgentConfig& config, const std::string& moduleText) {
-    if (module_.init() == 0) {
+    int done = 0;
+    if (!Complete(Published::initEntry, [&] { done = module_.init(); })) {
+        StopModule();
+        return false;
+    }
+    if (done == 0) {
         LogError(
             "the module could not be initialised: no shell listed in %s/%s or %s exists. Add the absolute path of an "
             "existing shell to one of these files, one path per line",
             config.ShellListFolder().c_str(), Published::shellListName, Published::hostShellList);
         return false;
     }
-    if (module_.start(moduleText.c_str()) == 0) {
+    if (!Complete(Published::startEntry, [&] { done = module_.start(moduleText.c_str()); })) {
+        StopModule();
+        return false;
+    }
+    if (done == 0) {
         const std::string notRunning = FunctionsNotRunning();
-        module_.stop(Published::inOrderCode);
-        module_.deinit();
+        StopModule();
         LogError(
             "the module could not be started; detection functions not running: %s. See the lines before for the "
             "reason, and run orlim-agent check",
@@ -65,10 +91,14 @@ bool Supervisor::Replace(const AgentConfig& config) {
 
 void Supervisor::Stop() {
     if (current_) {
-        module_.stop(Published::inOrderCode);
-        module_.deinit();
         current_.reset();
+        StopModule();
     }
+}
+
+void Supervisor::StopModule() {
+    Complete(Published::stopEntry, [this] { module_.stop(Published::inOrderCode); });
+    Complete(Published::deinitEntry, [this] { module_.deinit(); });
 }
 
 }  // namespace Host

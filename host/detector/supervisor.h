@@ -17,9 +17,13 @@ using ApplyConfig = std::function<void(const AgentConfig&)>;
 class Supervisor {
 public:
     Supervisor(const ModuleEntries& module, ApplyConfig apply);
+    // Stops the module if it is running: its tasks must not outlive the loaded code when an exception passes.
+    ~Supervisor();
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
 
-    // Initialises the module and starts its functions with moduleText. If either fails, logs one line with the reason
-    // and returns false; a module that did not start is then stopped and deinitialised. The caller must have applied
+    // Initialises the module and starts its functions with moduleText. If either fails or throws, logs one line with
+    // the reason and returns false; a module that did not start is then stopped and deinitialised. The caller must have applied
     // config.
     bool Start(const AgentConfig& config, const std::string& moduleText);
 
@@ -31,6 +35,8 @@ public:
     void Stop();
 
 private:
+    void StopModule();
+
     const ModuleEntries module_;
     const ApplyConfig apply_;
     std::optional<AgentConfig> current_;  // set while the module runs

@@ -7,6 +7,7 @@
 #include <bit>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -165,15 +166,29 @@ void ProcessEventService::ReadEvents() {
         if (stop[0].revents != 0) {
             return;
         }
-        const int error = PassEventsOn(batch);
-        if (error != 0) {
-            if (errorPacer_.MayLog()) {
-                LogError("cannot read the process connector, retrying: %s", std::strerror(error));
-            }
+        if (!TryPassEventsOn(batch)) {
             // Pauses, because the cause of the failure may last.
             Clock::Poll(stop, Clock::Now() + retryPause);
         }
     }
+}
+
+bool ProcessEventService::TryPassEventsOn(ConnectorBatch& batch) {
+    std::string why;
+    try {
+        const int error = PassEventsOn(batch);
+        if (error == 0) {
+            return true;
+        }
+        why = std::strerror(error);
+    } catch (const std::exception& error) {
+        // Out of memory: the events of this batch are lost, but the agent keeps running.
+        why = error.what();
+    }
+    if (errorPacer_.MayLog()) {
+        LogError("cannot read the process connector, retrying: %s", why.c_str());
+    }
+    return false;
 }
 
 int ProcessEventService::PassEventsOn(ConnectorBatch& batch) {

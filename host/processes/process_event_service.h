@@ -52,7 +52,9 @@ private:
     std::string TryStart();
     void Stop();
     void ReadEvents();
-    // Passes on the events that wait in the socket. batch only saves allocations. Returns 0 or the errno of a failure.
+    // Passes on the events that wait in the socket. batch only saves allocations. Returns 0 or the errno of a failure;
+    // the first logs a failure and an exception and returns false.
+    bool TryPassEventsOn(ConnectorBatch& batch);
     int PassEventsOn(ConnectorBatch& batch);
     void ReportKernelLosses(unsigned int losses);
 

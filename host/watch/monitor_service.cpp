@@ -112,15 +112,12 @@ void MonitorService::Run() {
     NameThisThread("file-monitor");
     Lock lock(mutex_);
     while (!monitor_->IsEmpty()) {
-        if (const bool areMountsChanged = Wait(lock); areMountsChanged) {
-            Deliver(lock, monitor_->FollowMounts(Clock::Now()));
+        try {
+            Step(lock);
+        } catch (const std::exception& error) {
+            // Out of memory: some changes are lost, but the agent keeps running. Nothing throws without the lock.
+            PauseAfterFailure(lock, error.what());
         }
-        const Clock::Time now = Clock::Now();
-        const bool isQuiet = IsQuiet();
-        if (!isQuiet) {
-            HandleEvents(lock);
-        }
-        Deliver(lock, monitor_->Tick(isQuiet ? now : Clock::Now(), isQuiet));
     }
     monitor_.reset();
     wake_.reset();
@@ -128,6 +125,29 @@ void MonitorService::Run() {
     runner_ = std::thread::id();
     isRunning_ = false;
     ended_.notify_all();
+}
+
+void MonitorService::Step(Lock& lock) {
+    if (const bool areMountsChanged = Wait(lock); areMountsChanged) {
+        Deliver(lock, monitor_->FollowMounts(Clock::Now()));
+    }
+    const Clock::Time now = Clock::Now();
+    const bool isQuiet = IsQuiet();
+    if (!isQuiet) {
+        HandleEvents(lock);
+    }
+    Deliver(lock, monitor_->Tick(isQuiet ? now : Clock::Now(), isQuiet));
+}
+
+// Logs the failure and pauses, because its cause may last.
+void MonitorService::PauseAfterFailure(Lock& lock, const char* why) {
+    if (readFailures_.MayLog()) {
+        LogError("cannot read file events, retrying: %s", why);
+    }
+    pollfd wake{wake_->Descriptor(), POLLIN, 0};
+    lock.unlock();
+    Clock::Poll({&wake, 1}, Clock::Now() + reopenPause);
+    lock.lock();
 }
 
 // True if no event waits.
@@ -155,14 +175,7 @@ void MonitorService::HandleEvents(Lock& lock) {
     std::vector<InotifyEvent> events;
     const int error = monitor_->Read(events);
     if (error != 0) {
-        if (readFailures_.MayLog()) {
-            LogError("cannot read file events, retrying: %s", std::strerror(error));
-        }
-        // Pauses, because the cause may last.
-        pollfd wake{wake_->Descriptor(), POLLIN, 0};
-        lock.unlock();
-        Clock::Poll({&wake, 1}, Clock::Now() + reopenPause);
-        lock.lock();
+        PauseAfterFailure(lock, std::strerror(error));
         return;
     }
     for (const InotifyEvent& event : events) {

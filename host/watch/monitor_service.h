@@ -44,6 +44,8 @@ private:
     bool Start();
     int NextHandle();
     void Run();
+    void Step(Lock& lock);
+    void PauseAfterFailure(Lock& lock, const char* why);
     bool Wait(Lock& lock);
     bool IsQuiet() const;
     void HandleEvents(Lock& lock);

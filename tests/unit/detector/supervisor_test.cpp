@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,20 +19,28 @@ using testing::HasSubstr;
 std::vector<std::string> calls;
 int initAnswer = 1;
 std::string startRefuses;
+std::string throwing;  // the entry that throws
+
+void Enter(const std::string& name) {
+    calls.push_back(name);
+    if (!throwing.empty() && name.rfind(throwing, 0) == 0) {
+        throw std::runtime_error("out of tasks");
+    }
+}
 
 const ModuleEntries module = {
     [] {
-        calls.emplace_back("init");
+        Enter("init");
         return initAnswer;
     },
     [](const char* config) {
-        calls.push_back(std::string("start ") + config);
+        Enter(std::string("start ") + config);
         const bool works = startRefuses.empty() || std::string(config).find(startRefuses) == std::string::npos;
         Plugs::StatusCollect::ReportDetectStatus("reverseShell", works, works ? "0000" : "0105");
         return works ? 1 : 0;
     },
-    [](const char* code) { calls.push_back(std::string("stop ") + code); },
-    [] { calls.emplace_back("deinit"); },
+    [](const char* code) { Enter(std::string("stop ") + code); },
+    [] { Enter("deinit"); },
 };
 
 AgentConfig Config(const std::string& text) {
@@ -46,6 +55,7 @@ protected:
         calls.clear();
         initAnswer = 1;
         startRefuses.clear();
+        throwing.clear();
         testing::internal::CaptureStderr();
     }
     void TearDown() override { Log(); }
@@ -86,6 +96,42 @@ TEST_F(SupervisorTest, UndoesAFailedStartAndLogsTheFunction) {
     supervisor_.Stop();
     EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
     EXPECT_THAT(Log(), HasSubstr("not running: reverseShell (code 0105)"));
+}
+
+TEST_F(SupervisorTest, StopsAModuleWhoseStartThrows) {
+    throwing = "start";
+    EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
+    EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
+    EXPECT_THAT(Log(), HasSubstr("the entry StartModule of the module failed: out of tasks; stopping the module"));
+}
+
+TEST_F(SupervisorTest, StopsAModuleWhoseInitThrows) {
+    throwing = "init";
+    EXPECT_FALSE(supervisor_.Start(Config("a"), "a"));
+    EXPECT_THAT(calls, ElementsAre("init", "stop 0000", "deinit"));
+}
+
+TEST_F(SupervisorTest, DeinitialisesAModuleWhoseStopThrows) {
+    supervisor_.Start(Config("a"), "a");
+    throwing = "stop";
+    supervisor_.Stop();
+    EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
+}
+
+TEST_F(SupervisorTest, ReturnsToThePreviousConfigurationIfAStartThrows) {
+    supervisor_.Start(Config("a"), "a");
+    calls.clear();
+    throwing = "start b";
+    EXPECT_TRUE(supervisor_.Replace(Config("b")));
+    EXPECT_EQ(calls.back(), "start a");
+}
+
+TEST_F(SupervisorTest, EndStopsARunningModule) {
+    {
+        Supervisor supervisor(module, [](const AgentConfig&) {});
+        supervisor.Start(Config("a"), "a");
+    }
+    EXPECT_THAT(calls, ElementsAre("init", "start a", "stop 0000", "deinit"));
 }
 
 TEST_F(SupervisorTest, ReplaceAppliesBetweenStopAndStart) {
