@@ -2,7 +2,8 @@
 """Reports tables of documents, and pictures, that a command of ./dev has to write again.
 
 They are stale if somebody has edited them, if another version was measured, or if their rows and columns are not those
-of the benchmarks, kernels, tests and scenarios in the tree.
+of the benchmarks, kernels, tests and scenarios in the tree. A table that says that it is not measured yet is listed and
+is not a fault: some need an idle machine.
 """
 
 import pathlib
@@ -22,6 +23,9 @@ import pictures
 import sources
 import table as kernel_table
 import tables
+
+DOCUMENTS = (generated.README, generated.PERFORMANCE, generated.KERNELS)
+UNMEASURED = "none"
 
 # The first cells of each row, which identify the measurement.
 Keys = list[list[str]]
@@ -79,6 +83,17 @@ def table_faults(part: generated.Generated, version: str, heading: list[str], ke
         yield f"its rows are not those of the tree; missing: {missing}; surplus: {surplus}"
 
 
+def is_unmeasured(part: generated.Generated) -> bool:
+    return part.version == UNMEASURED and not part.edited and part.text.startswith("Not measured yet")
+
+
+def unmeasured() -> Iterator[str]:
+    for document in DOCUMENTS:
+        for name, part in generated.tables(document.read_text("utf-8")).items():
+            if is_unmeasured(part):
+                yield f"{document.relative_to(ROOT)}: the table {name} is not measured yet, {part.command} writes it"
+
+
 def check_document(document: pathlib.Path, version: str) -> Iterator[str]:
     shown = document.relative_to(ROOT)
     found = generated.tables(document.read_text("utf-8"))
@@ -88,6 +103,8 @@ def check_document(document: pathlib.Path, version: str) -> Iterator[str]:
     for name, (heading, keys) in expected.items():
         if name not in found:
             yield f"{shown}: the table {name} is missing"
+            continue
+        if is_unmeasured(found[name]):
             continue
         for fault in table_faults(found[name], version, heading, keys):
             yield f"{shown}: the table {name} is stale, {found[name].command} writes it: {fault}"
@@ -126,14 +143,16 @@ def check_services() -> Iterator[str]:
 def check() -> list[str]:
     version = generated.project_version()
     found = [*check_services(), *check_pictures(version)]
-    for document in (generated.README, generated.PERFORMANCE, generated.KERNELS):
+    for document in DOCUMENTS:
         found += check_document(document, version)
     return found
 
 
 def main() -> int:
     found = check()
-    print("\n".join(found) or "tables and pictures are up to date")
+    print("\n".join([*unmeasured(), *found]))
+    if not found:
+        print("tables and pictures are up to date")
     return 1 if found else 0
 
 

@@ -64,6 +64,19 @@ def test_a_stale_table_is_reported(document, fragment):
     assert fragment in fault
 
 
+@pytest.mark.parametrize(
+    "document, unmeasured",
+    [
+        (written("Not measured yet.\n", version="none"), True),
+        (written("Not measured yet.\n", version="none").replace("yet", "yet, but fast"), False),
+        (written("Not measured yet.\n"), False),
+        (written(TABLE, version="none"), False),
+    ],
+)
+def test_only_an_untouched_note_counts_as_not_measured(document, unmeasured):
+    assert check_generated.is_unmeasured(generated.tables(document)["one"]) == unmeasured
+
+
 def test_rows_in_another_order_are_reported():
     lines = TABLE.splitlines()
     assert len(faults(written("\n".join([*lines[:-2], lines[-1], lines[-2]])))) == 1
