@@ -75,6 +75,7 @@ def test_expressions_get_their_faults(tmp_path, body, expected):
 
 
 CALLS = ["`Put(a);` left out", "`Put(b);` left out"]
+JUMP = "`break;` left out behind `Put(a);`"
 EITHER = ["`Ask(a)` always true", "`Ask(a)` always false"]
 
 
@@ -95,7 +96,7 @@ EITHER = ["`Ask(a)` always true", "`Ask(a)` always false"]
         ("for (; Ask(a); ++a) { Put(a); }", ["`Ask(a)` always false", "`Put(a);` left out"]),
         ("do { Put(a); } while (Ask(a));", ["`Ask(a)` always false", "`Put(a);` left out"]),
         ("int t[2]; for (int x : t) { Put(x); }", ["the loop does not run"]),
-        ("switch (a) { case 1: Put(a); break; default: Put(b); }", ["`case 1:` left out", "`break;` left out", *CALLS]),
+        ("switch (a) { case 1:\nPut(a);\nbreak; default: Put(b); }", ["`case 1:` left out", JUMP, *CALLS]),
         ("Put(a); Put(b);", [*CALLS, "`Put(a);` exchanged with `Put(b);`"]),
         (
             "a = b; b = Get(a);",

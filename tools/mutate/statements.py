@@ -180,7 +180,9 @@ def _remove_jump(walker: "Walker", cursor: Cursor, end: int) -> None:
     rest = walker.tree.code[cursor.extent.end.offset : end]
     is_last_of_switch = cursor.kind == CursorKind.BREAK_STMT and END_OF_SWITCH.fullmatch(rest)
     if (cursor.kind in JUMPS or is_plain_return) and not is_last_of_switch:
-        _mutate_run(walker, [cursor], False)
+        span = walker.tree.after_semicolon(span_of(cursor))
+        before = walker.tree.text[: span.start].rstrip().rsplit("\n", maxsplit=1)[-1].strip()
+        walker.edit(span, f"{{ if (!{_switch(walker, span, f'left out behind `{before}`')}) {{ ", span, " } }")
 
 
 def _mutate_run(walker: "Walker", run: list[Cursor], alone: bool) -> None:
