@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/kcmp.h>
+#include <sys/eventfd.h>
 #include <sys/fanotify.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -13,8 +14,23 @@
 
 #include "agent/files.h"
 #include "host/base/log.h"
+#include "host/watch/monitor_service.h"
 
 namespace Host {
+
+FanotifyGroup::~FanotifyGroup() {
+    for (const auto& [path, rule] : rules) {
+        MonitorService::Instance().Remove(rule);
+    }
+}
+
+void FanotifyGroup::Follow(const std::string& path) {
+    const std::lock_guard lock(rulesMutex);
+    if (rules.size() < FanotifyMarks::capacity && !rules.contains(path)) {
+        rules[path] = MonitorService::Instance().Add(
+            {path, ~0U, true, this, [this](const ChangeReport&) { eventfd_write(replaced.Get(), 1); }});
+    }
+}
 
 bool FanotifyGroup::IsOwnersOpen() const {
     const long order = syscall(SYS_kcmp, getpid(), getpid(), KCMP_FILE, ownersNumber, duplicate.Get());
@@ -32,10 +48,11 @@ FanotifyGroups& FanotifyGroups::Instance() {
 }
 
 int FanotifyGroups::Open(const void* owner) {
+    auto group = std::make_shared<FanotifyGroup>();
+    group->replaced = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     // The flags apply to the descriptors of the events. O_NONBLOCK, because the kernel opens the file.
     const int owners = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
                                      O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME | O_NONBLOCK);
-    auto group = std::make_shared<FanotifyGroup>();
     group->ownersNumber = owners;
     group->duplicate = Descriptor(owners < 0 ? -1 : fcntl(owners, F_DUPFD_CLOEXEC, 0));
     if (!group->duplicate.IsOpen()) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "host/base/descriptor.h"
 #include "host/watch/fanotify_marks.h"
@@ -16,6 +17,14 @@ struct FanotifyGroup {
     int ownersNumber = -1;  // the number of the owner's descriptor
     Descriptor duplicate;
     FanotifyMarks marks;
+    Descriptor replaced;  // readable once another file may have come to a path that is followed
+    std::mutex rulesMutex;
+    std::map<std::string, int> rules;  // handles of the file monitor by path
+
+    ~FanotifyGroup();
+
+    // Has the file monitor follow the path. Any thread.
+    void Follow(const std::string& path);
 
     // True while the owner's number still refers to this group. Any thread.
     bool IsOwnersOpen() const;

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <set>
 
 namespace Host {
 
@@ -23,13 +22,14 @@ FanotifyMarks::File FileAt(const std::string& path) {
             isBirthKnown ? found.stx_btime.tv_sec * 1000000000 + found.stx_btime.tv_nsec : 0};
 }
 
+// The file is looked up first: if another one comes in between, that is marked, and the next renewal sees the change.
 int Apply(int group, FanotifyMarks::Mark& mark) {
+    mark.file = FileAt(mark.path);
     if (fanotify_mark(group, FAN_MARK_ADD, mark.mask, AT_FDCWD, mark.path.c_str()) != 0) {
         const int error = errno;
         mark.file = {};
         return error;
     }
-    mark.file = FileAt(mark.path);
     return 0;
 }
 
@@ -56,14 +56,13 @@ int FanotifyMarks::Add(int group, const std::string& path, uint32_t mask) {
 
 bool FanotifyMarks::Renew(int group) {
     const std::lock_guard lock(mutex_);
-    std::vector<File> before;
     bool isChanged = false;
     for (Mark& mark : marks_) {
-        before.push_back(mark.file);
+        const File before = mark.file;
         Apply(group, mark);
-        isChanged = isChanged || mark.file != before.back();
+        isChanged = isChanged || mark.file != before;
     }
-    if (isChanged && HasLeft(before)) {
+    if (isChanged) {
         // A single mark is removed by a path, and a file that was moved away has none that is known.
         fanotify_mark(group, FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);
         for (Mark& mark : marks_) {
@@ -71,15 +70,6 @@ bool FanotifyMarks::Renew(int group) {
         }
     }
     return isChanged;
-}
-
-// True if no path leads to one of these files any more.
-bool FanotifyMarks::HasLeft(const std::vector<File>& before) const {
-    std::set<File> now{File()};
-    for (const Mark& mark : marks_) {
-        now.insert(mark.file);
-    }
-    return std::ranges::any_of(before, [&](const File& file) { return !now.contains(file); });
 }
 
 std::string FanotifyMarks::PathOf(dev_t device, ino_t inode) const {

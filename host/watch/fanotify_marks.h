@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -21,7 +20,7 @@ public:
         ino_t inode = 0;     // 0 if nothing is there
         int64_t bornNs = 0;  // distinguishes files that got the same inode number in turn; 0 if unknown
 
-        auto operator<=>(const File&) const = default;
+        bool operator==(const File&) const = default;
     };
 
     struct Mark {
@@ -48,8 +47,6 @@ public:
     std::vector<Mark> All() const;
 
 private:
-    bool HasLeft(const std::vector<File>& before) const;
-
     mutable std::mutex mutex_;
     std::vector<Mark> marks_;
 };

@@ -1,6 +1,7 @@
 #include "host/watch/fanotify_reader.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +30,7 @@ constexpr milliseconds waitedForLookPause(1000);
 // How long the loop gives its owner to close the descriptor.
 constexpr milliseconds closePatience(300);
 constexpr milliseconds closePause(5);
-// How long a file that replaced a marked one may stay unmarked.
+// How long a file that replaced a marked one may stay unmarked if its path cannot be monitored.
 constexpr milliseconds renewPause(1000);
 
 // Readable once another thread waits for this one to end. Poll ignores the -1 of a thread that nobody can wait for.
@@ -43,7 +44,8 @@ void FanotifyReader::Run() {
     const WakeSignal* const stop = ThisThreadsStop();
     auto renewal = Clock::Now() + renewPause;
     while (IsRunning() && group_.IsOwnersOpen()) {
-        std::array<pollfd, 2> waiting{{{group_.duplicate.Get(), POLLIN, 0}, StopOf(stop)}};
+        std::array<pollfd, 3> waiting{
+            {{group_.duplicate.Get(), POLLIN, 0}, StopOf(stop), {group_.replaced.Get(), POLLIN, 0}}};
         Clock::Poll(waiting, Clock::Now() + (stop == nullptr ? lookPause : waitedForLookPause));
         if (waiting[1].revents != 0) {
             break;
@@ -51,7 +53,9 @@ void FanotifyReader::Run() {
         if (waiting[0].revents != 0) {
             ReadEvents();
         }
-        if (const auto now = Clock::Now(); now >= renewal) {
+        if (const auto now = Clock::Now(); waiting[2].revents != 0 || now >= renewal) {
+            eventfd_t ignored = 0;
+            eventfd_read(group_.replaced.Get(), &ignored);
             if (group_.marks.Renew(group_.duplicate.Get())) {
                 // The new file may have changed before it was marked.
                 ReportAllMarks();

@@ -75,7 +75,12 @@ int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*,
 
 int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask) {
     const auto group = event == nullptr ? nullptr : Host::FanotifyGroups::Instance().Find(event);
-    return group && path != nullptr && group->marks.Add(group->duplicate.Get(), path, mask) == 0 ? 0 : -1;
+    if (!group || path == nullptr) {
+        return -1;
+    }
+    // Before the mark, so that the file cannot be replaced unnoticed in between.
+    group->Follow(path);
+    return group->marks.Add(group->duplicate.Get(), path, mask) == 0 ? 0 : -1;
 }
 
 void* FanotifyLoop(void* args) {

@@ -90,8 +90,9 @@ int RemoveMonitor(const FileWatchRule& rule, MonitorType type);
 // then closes event->fd. The record must stay at its address until the loop has ended.
 int InitFanotifyEvent(FANOTIFY_EVENT* event, void (*callback)(long, const char*, unsigned int));
 
-// Marks one path for the FAN_* events of mask. While the loop runs, a file that replaces the marked one is marked
-// within a second, and the callback is then called for all marked paths. Returns 0 on success. Any thread.
+// Marks one path for the FAN_* events of mask. While the loop runs, a file that replaces the marked one is marked at
+// once, or within a second if AddMonitor would refuse the path. The callback is then called for all marked paths.
+// Returns 0 on success. Any thread.
 int FanotifyAddWatch(FANOTIFY_EVENT* event, const char* path, unsigned int mask);
 
 // Thread entry; args is a FanotifyLoopArgs. Reads the group's events and calls the callback with (pid, path, mask)

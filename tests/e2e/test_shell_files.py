@@ -104,6 +104,11 @@ class Watched:
             for content in self.contents()
         ]
 
+    def await_kinds(self, *expected):
+        """Waits for events of these kinds in any order: different threads report them."""
+        self._agent.wait_until(lambda: len(self.contents()) >= len(expected), f"{len(expected)} events", 10)
+        assert sorted(self.kinds()) == sorted(expected)
+
     def change_until_reported(self):
         """For a shell that has just been replaced: a change before the agent has read the new file is not reported."""
         for attempt in range(100):
@@ -258,6 +263,19 @@ def test_setting_and_clearing_a_flag_is_reported(shell, flag):
     shell.expect(shell.attribute("ext2_flag", clear, held))
     set_flags(shell.path, 0)
     shell.expect(shell.attribute("ext2_flag", clear, held), shell.attribute("ext2_flag", held, clear))
+
+
+def test_a_flag_is_reported_if_it_is_set_right_after_a_replacement(shell):
+    other = shell.path.with_suffix(".other")
+    other.write_text("#!/bin/true\n")
+    try:
+        set_flags(other, 0)
+    except OSError as error:
+        pytest.skip(f"the file system of {shell.path.parent} has no file flags: {error}")
+    other.rename(shell.path)
+    clear, held = set_flags(shell.path, IMMUTABLE)
+    shell.await_kinds("ext2_flag", "move")
+    assert {"path": str(shell.path), **shell.attribute("ext2_flag", clear, held)} in shell.contents()
 
 
 def test_reading_is_not_reported(shell):
