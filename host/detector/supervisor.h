@@ -23,8 +23,8 @@ public:
     Supervisor& operator=(const Supervisor&) = delete;
 
     // Initialises the module and starts its functions with moduleText. If either fails or throws, logs one line with
-    // the reason and returns false; a module that did not start is then stopped and deinitialised. The caller must have applied
-    // config.
+    // the reason and returns false; a module that did not start is then stopped and deinitialised. The caller must have
+    // applied config.
     bool Start(const AgentConfig& config, const std::string& moduleText);
 
     // Stops the module, applies config and starts the module with it. If the start fails, applies and starts the
