@@ -24,14 +24,15 @@ std::string FunctionsNotRunning() {
 
 // Calls an entry. False if it throws, which is logged: what the module has started has to be stopped all the same.
 bool Complete(const char* name, const std::function<void()>& entry) {
+    std::string why("unknown exception");
     try {
         entry();
         return true;
     } catch (const std::exception& error) {
-        LogError("the entry %s of the module failed: %s; stopping the module", name, error.what());
+        why = error.what();
     } catch (...) {
-        LogError("the entry %s of the module failed with an unknown exception; stopping the module", name);
     }
+    LogError("the entry %s of the module failed: %s; stopping the module", name, why.c_str());
     return false;
 }
 
