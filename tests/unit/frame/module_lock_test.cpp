@@ -1,8 +1,14 @@
 #include "frame/module_lock.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <fstream>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "tests/support/failing_calls.h"
@@ -19,6 +25,37 @@ TEST(ModuleLock, CanBeTakenAfterInitAndAgainAfterDestroyAndInit) {
     lock.Destroy();
     lock.Destroy();
     EXPECT_TRUE(lock.Init()) << "a start after a stop";
+    lock.Destroy();
+}
+
+// True if the thread of this process waits in the kernel.
+bool WaitsInTheKernel(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    return stat.find(") S ") != std::string::npos;
+}
+
+TEST(ModuleLock, MakesASecondThreadWaitUntilItIsReleased) {
+    ModuleLock lock;
+    ASSERT_TRUE(lock.Init());
+    std::atomic<pid_t> second{0};
+    std::atomic<bool> isInside{false};
+    std::thread thread;
+    {
+        const std::lock_guard<ModuleLock> guard(lock);
+        thread = std::thread([&] {
+            second = static_cast<pid_t>(syscall(SYS_gettid));
+            const std::lock_guard<ModuleLock> inner(lock);
+            isInside = true;
+        });
+        for (int look = 0; look < 10000 && !isInside && !(second != 0 && WaitsInTheKernel(second)); ++look) {
+            poll(nullptr, 0, 1);
+        }
+        EXPECT_FALSE(isInside);
+    }
+    thread.join();
+    EXPECT_TRUE(isInside);
     lock.Destroy();
 }
 

@@ -6,6 +6,13 @@
 
 namespace {
 
+// Taken before any test runs.
+const int runningAtLoad = moduleRunning;
+
+TEST(RunState, DoesNotRunBeforeTheFirstStart) {
+    EXPECT_EQ(runningAtLoad, 0);
+}
+
 TEST(RunState, NeedStopIsFalseWhileTheModuleRuns) {
     Fake::ResetAgent();
     moduleRunning = 1;
