@@ -49,6 +49,21 @@ TEST_F(Configuration, KeepsTheLastAcceptedIntervalAcrossAStop) {
     EXPECT_EQ(detectInterval, 45);
 }
 
+TEST_F(Configuration, RepeatsThePeriodScanIfTheIntervalIsAtLeastASecond) {
+    const struct {
+        int interval;
+        TavUtils::TASKTYPE type;
+    } cases[] = {{0, TavUtils::TASK_ONCE}, {1, TavUtils::TASK_REPEAT}};
+    for (const auto& row : cases) {
+        detectInterval = row.interval;
+        EXPECT_EQ(Start(R"({"reverseShell":{}})"), 1);
+        const Fake::Task* task = Fake::TheAgent().FindTask(periodTask);
+        ASSERT_NE(task, nullptr);
+        EXPECT_EQ(task->type, row.type) << row.interval;
+        StopModule("0000");
+    }
+}
+
 TEST_F(Configuration, AcceptsUpToFiftyDistinctWhitelistStrings) {
     const struct {
         int strings;

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "module/host_shells.h"
 #include "module/published.h"
 #include "module_fixture.h"
 #include "shellfile/shell_baseline.h"
@@ -111,6 +112,15 @@ TEST_F(InitEntry, FailsSilentlyIfMemoryRunsOut) {
     EXPECT_TRUE(Fake::TheAgent().log.empty());
 }
 
+TEST_F(InitEntry, ResolvesNoPathsIfMemoryRunsOut) {
+    std::set<std::string> paths;
+    FailingCalls::FailAllocation(1);
+    EXPECT_FALSE(ResolveShellPaths({AddShell("own-shell")}, paths));
+    EXPECT_TRUE(paths.empty());
+    EXPECT_TRUE(ResolveShellPaths({AddShell("own-shell")}, paths));
+    EXPECT_FALSE(paths.empty());
+}
+
 TEST_F(InitEntry, HasTheInodesOfTheSshServerIfMemoryRunsOut) {
     AddShell("own-shell");
     struct stat info {};
@@ -148,6 +158,22 @@ TEST_F(InitEntry, CollectsTheInodesOfTheSshServerOnPath) {
         }
     }
     EXPECT_EQ(logged, lines);
+}
+
+TEST_F(InitEntry, ForgetsTheFormerSshServerBeforeItLooksForTheCurrentOne) {
+    AddShell("own-shell");
+    const std::string current = etc->Write("bin/sshd", "1");
+    Fake::TheAgent().environment["PATH"] = etc->Path("bin");
+    sshdInodes = {1};
+    std::vector<size_t> knownAtFinding;
+    Fake::TheAgent().atEachCall = [&](const std::string& call) {
+        if (call.starts_with("log [cmdPath=" + current)) {
+            knownAtFinding.push_back(sshdInodes.size());
+        }
+    };
+    EXPECT_EQ(InitModule(), 1);
+    EXPECT_EQ(knownAtFinding, std::vector<size_t>{0});
+    EXPECT_EQ(sshdInodes.size(), 1U);
 }
 
 TEST_F(InitEntry, FindsNoSshServerWithoutPath) {

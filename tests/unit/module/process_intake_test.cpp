@@ -266,6 +266,15 @@ TEST_F(ProcessIntake, ReadsTheSocketTableAgainForAnUnknownSocket) {
     EXPECT_TRUE(HasLogged("found type 1 rshell.[pid=5000002]"));
 }
 
+TEST_F(ProcessIntake, KeepsItsEntriesIfTheModuleDoesNotRun) {
+    AddShell(forker, grandparent);
+    intakeMap[forker] = 1;
+    moduleRunning = 0;
+    Tick();
+    EXPECT_EQ(NotedPids(), std::vector<int>{forker});
+    EXPECT_EQ(Log(), std::vector<std::string>{"thread was stopped by StopModule run.[run=0]"});
+}
+
 TEST_F(ProcessIntake, EndsTheSelectionAtAStop) {
     AddShell(forker, grandparent);
     AddShell(child, grandparent);
@@ -393,15 +402,15 @@ TEST_F(ReverseShellCheck, PassesTheHostsShellsAndTheLimitOn) {
 
 TEST_F(ReverseShellCheck, PassesTheSocketTimeAndTheFlagOn) {
     AddSocketShell(forker, grandparent);
-    const std::map<unsigned long, SocketInfo> table = socketTable;
-    const long seen = table.begin()->second.firstSeen;
+    const long seen = socketTable.begin()->second.firstSeen;
     CheckReverseShell({forker}, seen + 1, true);
     EXPECT_TRUE(Events().empty());
-    EXPECT_EQ(socketTable.size(), 1U) << "the table was not read again";
     CheckReverseShell({forker}, seen, true);
     EXPECT_EQ(Events().size(), 1U);
     socketTable.clear();
     Know(LoopbackConnection(999));
+    CheckReverseShell({forker}, seen, true);
+    EXPECT_EQ(socketTable.size(), 1U) << "the table was not read again";
     CheckReverseShell({forker}, seen, false);
     EXPECT_TRUE(socketTable.empty()) << "the table was read again";
 }
