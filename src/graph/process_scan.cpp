@@ -77,7 +77,7 @@ void ReverseShellDetector::FilterBashProcess(const std::string& name, int pid, i
 }
 
 std::shared_ptr<ReverseShellDetector::ProcInfomation> ReverseShellDetector::AddProcess(int pid, int ppid) {
-    const auto proc = std::make_shared<ProcInfomation>(
+    auto proc = std::make_shared<ProcInfomation>(
         ProcInfomation{.pid = pid, .ppid = ppid, .exePath = {}, .cmdline = {}, .fds = {}});
     GetProcFdInfo(proc);
     return proc;
