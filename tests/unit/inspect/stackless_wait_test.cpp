@@ -182,7 +182,8 @@ TEST_F(StacklessWait, InASelectIsOnDescriptorZeroOfAnyKind) {
 }
 
 TEST_F(StacklessWait, IsKnownFromTheTableOfThePassWithoutReadingTheTables) {
-    socketTable[InodeOf(connection)] = {.inode = static_cast<unsigned long>(InodeOf(connection))};
+    const auto inode = static_cast<unsigned long>(InodeOf(connection));
+    socketTable[inode] = {.inode = inode};
     std::filesystem::remove(proc->Folder() / "net" / "tcp");
     Block("wait_woken", SYS_read, connection);
     ExpectWait("inet_recvmsg", connection, true);
