@@ -104,7 +104,7 @@ void Recvmsg(int fd) {
     msghdr message{};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
-    recvmsg(fd, &message, 0);
+    static_cast<void>(recvmsg(fd, &message, 0));
 }
 
 void Recvmmsg(int fd) {
