@@ -43,6 +43,12 @@ TEST_F(ShellFileGate, TakesTheOtherPathIfOnlyThatIsAShell) {
     EXPECT_EQ(Contents()[0]["relatedPath"], "/bin/ls");
 }
 
+TEST_F(ShellFileGate, TakesTheOtherPathIfTheFirstIsNull) {
+    Report(nullptr, shell, 6);
+    ASSERT_EQ(Contents().size(), 1U);
+    EXPECT_EQ(Contents()[0]["path"], shell);
+}
+
 TEST_F(ShellFileGate, TakesTheFirstPathIfBothAreShells) {
     Report("/shells/bash", shell, 4);
     EXPECT_EQ(Contents().at(0)["path"], "/shells/bash");
